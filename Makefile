@@ -1,0 +1,94 @@
+# What a newcomer types. Works on a bare Debian 12 with make: what is missing is installed (as root) or
+# named (else). The building itself is CMake's; this file only picks presets and folders.
+
+user := $(firstword $(shell id -un 2>/dev/null))
+place := $(firstword $(shell printf %s '$(CURDIR)' | cksum))
+BUILD ?= $(or $(TMPDIR),/tmp)/brisolt-build-$(user)-$(place)
+PREFIX ?= /usr/local
+JOBS ?= $(shell nproc)
+
+build_packages := g++ cmake ninja-build pkg-config
+tool_packages := $(build_packages) libcli11-dev
+test_packages := $(tool_packages) libgtest-dev socat binutils
+bench_packages := $(tool_packages) libbenchmark-dev libboost-dev libserialport-dev
+check_packages := $(test_packages) clang-format clang-tidy
+
+# $(call need,PACKAGES): asks the packaging system only when something is missing.
+define need
+@command -v dpkg-query >/dev/null || exit 0; missing=; \
+for package in $(1); do \
+    dpkg-query -W -f '$${db:Status-Abbrev}' $$package 2>/dev/null | grep -q '^ii' || missing="$$missing $$package"; \
+done; \
+test -n "$$missing" || exit 0; \
+test "$$(id -u)" = 0 || { echo "Please install what is missing: apt-get install$$missing" >&2; exit 1; }; \
+echo "Installing$$missing"; \
+export DEBIAN_FRONTEND=noninteractive PATH="$$PATH:/usr/sbin:/sbin"; \
+apt-get -q -o Acquire::Retries=3 update && \
+apt-get -q -y -o Acquire::Retries=3 -o DPkg::Lock::Timeout=300 install --no-install-recommends $$missing </dev/null
+endef
+
+# $(call configure,PRESET,FOLDER,OPTIONS)
+configure = cmake --preset $(1) -B '$(BUILD)/$(2)' --log-level=WARNING $(3)
+# $(call build,FOLDER,OPTIONS)
+build = cmake --build '$(BUILD)/$(1)' --parallel $(JOBS) $(2)
+# $(call run_tests,FOLDER)
+run_tests = ctest --test-dir '$(BUILD)/$(1)' --output-on-failure --no-tests=error -j $(JOBS) --timeout 300
+
+.PHONY: help demo test bench check sanitize install clean
+.NOTPARALLEL:
+
+help:
+	@echo 'make demo      see it work'
+	@echo 'make test      build and run the tests'
+	@echo 'make bench     measure it'
+	@echo 'make check     formatting and static analysis'
+	@echo 'make sanitize  the tests under the address, undefined-behaviour and thread sanitizers'
+	@echo 'make install   into PREFIX ($(PREFIX)), below DESTDIR if given'
+	@echo 'make clean     remove the build folder, $(BUILD)'
+
+demo:
+	$(call need,$(tool_packages) socat)
+	@$(call configure,release,demo,-DBRISOLT_TESTS=OFF)
+	@$(call build,demo,--target brisolt-demo)
+	@'$(BUILD)/demo/bin/brisolt-demo'
+
+test:
+	$(call need,$(test_packages))
+	$(call configure,release,release)
+	$(call build,release)
+	$(call run_tests,release)
+
+bench:
+	$(call need,$(bench_packages))
+	$(call configure,release,bench,-DBRISOLT_TESTS=OFF -DBRISOLT_BENCH=ON)
+	$(call build,bench,--target brisolt-bench)
+	'$(BUILD)/bench/bin/brisolt-bench'
+
+check:
+	$(call need,$(check_packages))
+	find . -name .git -prune -o \( -name '*.h' -o -name '*.c' -o -name '*.cpp' \) -print0 | \
+	    xargs -0 clang-format --dry-run -Werror
+	$(call configure,release,release)
+	find src tools -name '*.cpp' -print0 | \
+	    xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p '$(BUILD)/release'
+
+# The thread sanitizer needs addresses where it expects them, which a kernel with much randomisation does
+# not give; where a container forbids switching that off, it has to do without.
+sanitize:
+	$(call need,$(test_packages))
+	$(call configure,asan,asan)
+	$(call build,asan)
+	UBSAN_OPTIONS=print_stacktrace=1 $(call run_tests,asan)
+	$(call configure,tsan,tsan)
+	$(call build,tsan)
+	fixed=; ! setarch -R true 2>/dev/null || fixed='setarch -R'; $$fixed $(call run_tests,tsan)
+
+install:
+	$(call need,$(tool_packages))
+	$(call configure,release,install,-DBRISOLT_TESTS=OFF '-DCMAKE_INSTALL_PREFIX=$(PREFIX)')
+	$(call build,install)
+	cmake --install '$(BUILD)/install'
+	test "$$(id -u)" != 0 || test -n '$(DESTDIR)' || PATH="$$PATH:/usr/sbin:/sbin" ldconfig
+
+clean:
+	rm -rf '$(BUILD)'

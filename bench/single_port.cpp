@@ -1,0 +1,156 @@
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+#include <sched.h>
+
+#include "far_end.h"
+#include "rows.h"
+
+namespace bench {
+namespace {
+
+using Job = std::function<Cost(Line&, FarEnd&)>;
+
+/// Two processors of those we may use, the same one twice if there is but one.
+struct Cores {
+    int ours = 0, other = 0;
+};
+
+Cores chooseCores() {
+    cpu_set_t allowed;
+    CPU_ZERO(&allowed);
+    sched_getaffinity(0, sizeof allowed, &allowed);
+    Cores cores{-1, -1};
+    for (int i = 0; i < CPU_SETSIZE; ++i) {
+        if (!CPU_ISSET(i, &allowed))
+            continue;
+        cores.other = cores.ours < 0 ? i : cores.ours;
+        cores.ours = i;
+    }
+    return cores;
+}
+
+void checkPattern(const std::vector<char>& bytes) {
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        if (bytes[i] != patternAt(i))
+            throw std::runtime_error("byte " + std::to_string(i) + " arrived wrong");
+}
+
+/// The median trip on the clock, the mean in processor time.
+Cost roundTrips(Line& line, FarEnd& farEnd, std::size_t count) {
+    farEnd.echo(count);
+    std::vector<double> trips(count);
+    const Stopwatch all;
+    for (double& trip : trips) {
+        const auto start = std::chrono::steady_clock::now();
+        line.roundTrip();
+        trip = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+    const Cost cost = all.read();
+    farEnd.finish();
+    return {median(trips), cost.cpu / static_cast<double>(count)};
+}
+
+Cost receive(Line& line, FarEnd& farEnd, std::size_t total, std::size_t call) {
+    std::vector<char> bytes(total);
+    const Stopwatch watch;
+    farEnd.source(total);
+    line.receive(bytes.data(), total, call);
+    const Cost cost = watch.read();
+    farEnd.finish();
+    checkPattern(bytes);
+    return cost;
+}
+
+Cost send(Line& line, FarEnd& farEnd, std::size_t total, std::size_t call) {
+    std::vector<char> bytes(total, 'x');
+    const Stopwatch watch;
+    farEnd.sink(total);
+    line.send(bytes.data(), total, call);
+    farEnd.finish();
+    return watch.read();
+}
+
+Cost exchange(Line& line, FarEnd& farEnd, std::size_t total, std::size_t call) {
+    std::vector<char> in(total), out(total, 'x');
+    const Stopwatch watch;
+    farEnd.exchange(total);
+    line.exchange(in.data(), out.data(), total, call);
+    farEnd.finish();
+    const Cost cost = watch.read();
+    checkPattern(in);
+    return cost;
+}
+
+/// What a pseudo terminal holds at once is soon read, so it is filled several times.
+Cost readSingly(Line& line, FarEnd& farEnd, int times) {
+    std::vector<char> bytes(2048);
+    Cost sum;
+    for (int i = 0; i < times; ++i) {
+        farEnd.source(bytes.size());
+        farEnd.finish();
+        for (int wait = 0; line.waiting() < bytes.size(); ++wait) {
+            if (wait > 5000)
+                throw std::runtime_error("bytes did not come");
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        const Stopwatch watch;
+        line.readSingly(bytes.data(), bytes.size());
+        const Cost cost = watch.read();
+        checkPattern(bytes);
+        sum = {sum.wall + cost.wall, sum.cpu + cost.cpu};
+    }
+    return sum;
+}
+
+std::vector<Cost> compare(const std::vector<const Side*>& sides, const Options& options, const Job& job) {
+    const Cores cores = chooseCores();
+    pin(cores.ours);
+    FarEnd farEnd(1, options.twoCores ? cores.other : cores.ours);
+    std::vector<std::function<Cost()>> contenders;
+    for (const Side* side : sides)
+        contenders.emplace_back([side, &farEnd, &job] {
+            const std::unique_ptr<Line> line = side->open(farEnd.paths().front());
+            roundTrips(*line, farEnd, 50);
+            return job(*line, farEnd);
+        });
+    std::vector<Cost> ratios = pair(options.rounds, contenders);
+    pin(-1);
+    return ratios;
+}
+
+} // namespace
+
+std::vector<Row> singlePortRows(const Options& options) {
+    std::vector<Row> rows;
+    const auto add = [&](const std::string& name, const std::string& title, const Job& job) {
+        rows.push_back({name, title, [options, job](const std::vector<const Side*>& sides) {
+                            return compare(sides, options, job);
+                        }});
+    };
+    const std::size_t total = options.quick ? 1048576 : 4194304;
+    const std::size_t trips = options.quick ? 500 : 2000;
+    const int fillings = options.quick ? 5 : 20;
+
+    add("roundtrip", "one byte there and back, median",
+        [=](Line& line, FarEnd& farEnd) { return roundTrips(line, farEnd, trips); });
+    for (const std::size_t kilobytes : {1U, 4U, 64U}) {
+        const std::string size = std::to_string(kilobytes);
+        add("receive-" + size + "k", "device to program, calls of " + size + " KB",
+            [=](Line& line, FarEnd& farEnd) { return receive(line, farEnd, total, kilobytes * 1024); });
+    }
+    for (const std::size_t kilobytes : {1U, 4U, 64U}) {
+        const std::string size = std::to_string(kilobytes);
+        add("send-" + size + "k", "program to device, calls of " + size + " KB",
+            [=](Line& line, FarEnd& farEnd) { return send(line, farEnd, total, kilobytes * 1024); });
+    }
+    add("exchange", "both directions at once, calls of 4 KB",
+        [=](Line& line, FarEnd& farEnd) { return exchange(line, farEnd, total, 4096); });
+    add("getc", "bytes that wait, read one by one",
+        [=](Line& line, FarEnd& farEnd) { return readSingly(line, farEnd, fillings); });
+    return rows;
+}
+
+} // namespace bench

@@ -1,0 +1,26 @@
+// The border of the library: every exported function that works on a port goes through onPort, which holds
+// the port for the length of the call and lets no exception out.
+#pragma once
+
+#include <cstdint>
+#include <utility>
+
+#include "api/export.h"
+#include "port/port_table.h"
+
+namespace brisolt {
+
+/// f(port) with a hold on the open port of that number; `otherwise` for a bad or closed port, and when
+/// memory runs out inside.
+template <class F> auto onPort(int32_t number, decltype(std::declval<F>()(std::declval<Port&>())) otherwise, F&& f) noexcept {
+    HeldPort port(number);
+    if (!port)
+        return otherwise;
+    try {
+        return f(*port);
+    } catch (...) {
+        return otherwise;
+    }
+}
+
+} // namespace brisolt

@@ -1,0 +1,157 @@
+// Exported: the log files of a port, and the time, hex and process helpers that go with them.
+#include <cstdarg>
+#include <cstring>
+
+#include "api/border.h"
+#include "api/brisolt.h"
+#include "api/export.h"
+#include "diag/debug_logs.h"
+#include "platform/process.h"
+#include "port/trace.h"
+#include "util/hex.h"
+#include "util/time_strings.h"
+
+using namespace brisolt;
+using logs::Log;
+using logs::Stamp;
+
+namespace {
+
+int32_t switchLog(int32_t port, Log log, const char* path, const char* title) noexcept {
+    return onPort(port, -1, [=](Port& held) { return logs::switchTo(held, log, path, title); });
+}
+
+int32_t writeFormatted(int32_t port, Log log, const char* format, std::va_list arguments) noexcept {
+    if (format == nullptr)
+        return -1;
+    return onPort(port, -1, [&](Port& held) { return logs::format(held, log, format, arguments); });
+}
+
+int32_t writeText(int32_t port, Log log, const char* text) noexcept {
+    if (text == nullptr)
+        return -1;
+    return onPort(port, -1, [=](Port& held) { return logs::write(held, log, Stamp::stamped, text); });
+}
+
+int32_t writeOnOwnLine(int32_t port, Stamp stamp, const char* text) noexcept {
+    if (text == nullptr)
+        return -1;
+    return onPort(port, -1, [=](Port& held) { return logs::writeLine(held, Log::debug, stamp, text); });
+}
+
+int32_t writeBytes(int32_t port, Log log, const HexDump& form, const void* bytes, int32_t length) noexcept {
+    return onPort(port, -1, [&](Port& held) { return logs::writeDump(held, log, form, bytes, length); });
+}
+
+int32_t copyTimeString(const char (&string)[timeStringSize], char* buffer) noexcept {
+    if (buffer == nullptr)
+        return -1;
+    std::memcpy(buffer, string, timeStringSize);
+    return 1;
+}
+
+} // namespace
+
+BRISOLT_EXPORT int32_t ComSetPortDebugFile(int32_t port, const char* path) {
+    return onPort(port, -1, [=](Port& held) { return setTraceFile(held, path); });
+}
+
+BRISOLT_EXPORT int32_t ComSetDebugFile(int32_t port, const char* path, const char* title) {
+    return switchLog(port, Log::debug, path, title);
+}
+BRISOLT_EXPORT int32_t ComSetProtocolDebugFile(int32_t port, const char* path, const char* protocolName) {
+    return switchLog(port, Log::protocol, path, protocolName);
+}
+BRISOLT_EXPORT int32_t ComSetDebugVerifyFile(int32_t port, const char* path, const char* title) {
+    return switchLog(port, Log::verify, path, title);
+}
+
+// ---- formatted entries
+
+BRISOLT_EXPORT int32_t ComWriteDebugFile(int32_t port, const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    int32_t result = writeFormatted(port, Log::debug, format, arguments);
+    va_end(arguments);
+    return result;
+}
+BRISOLT_EXPORT int32_t ComWriteDebugVerifyFile(int32_t port, const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    int32_t result = writeFormatted(port, Log::verify, format, arguments);
+    va_end(arguments);
+    return result;
+}
+BRISOLT_EXPORT int32_t ComWriteProtocolDebugFile(int32_t port, const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    int32_t result = writeFormatted(port, Log::protocol, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+// ---- texts and bytes
+
+BRISOLT_EXPORT int32_t ComWriteDebugFileString(int32_t port, const char* text) {
+    return writeText(port, Log::debug, text);
+}
+BRISOLT_EXPORT int32_t ComWriteProtocolDebugFileString(int32_t port, const char* text) {
+    return writeText(port, Log::protocol, text);
+}
+BRISOLT_EXPORT int32_t ComWriteDebugFileStringLF(int32_t port, const char* text) {
+    return writeOnOwnLine(port, Stamp::stamped, text);
+}
+BRISOLT_EXPORT int32_t ComWriteDebugFileStringNL(int32_t port, const char* text) {
+    return writeOnOwnLine(port, Stamp::none, text);
+}
+BRISOLT_EXPORT int32_t ComWriteDebugVerifyFileString(int32_t port, const char* text) {
+    if (text == nullptr)
+        return -1;
+    return onPort(port, -1, [=](Port& held) { return logs::writeCut(held, Log::debug, text); });
+}
+BRISOLT_EXPORT int32_t ComWriteDebugFileStringHEX(int32_t port, const void* bytes, int32_t length) {
+    return writeBytes(port, Log::debug, debugDump, bytes, length);
+}
+BRISOLT_EXPORT int32_t ComWriteDebugVerifyFileStringHEX(int32_t port, const void* bytes, int32_t length) {
+    return writeBytes(port, Log::debug, verifyDump, bytes, length);
+}
+BRISOLT_EXPORT int32_t ComWriteProtocolDebugFileStringHEX(int32_t port, const void* bytes, int32_t length) {
+    return writeBytes(port, Log::protocol, protocolDump, bytes, length);
+}
+
+// ---- time, hex and processes
+
+BRISOLT_EXPORT int32_t ComGetTime(char* buffer) {
+    return copyTimeString(timeStringsNow().time, buffer);
+}
+BRISOLT_EXPORT int32_t ComGetSystemTime(char* buffer) {
+    return ComGetTime(buffer);
+}
+BRISOLT_EXPORT int32_t ComGetDate(char* buffer) {
+    return copyTimeString(timeStringsNow().date, buffer);
+}
+BRISOLT_EXPORT int32_t ComGetSystemDate(char* buffer) {
+    return ComGetDate(buffer);
+}
+
+BRISOLT_EXPORT int32_t ComConvertBytetoHEXASCII(uint8_t value, char* buffer) {
+    if (buffer == nullptr)
+        return -1;
+    hex::putPadded(buffer, value);
+    return 1;
+}
+BRISOLT_EXPORT int32_t ComConvertHEXASCIItoByte(const char* text) {
+    return text == nullptr ? -1 : hex::parse(text);
+}
+
+BRISOLT_EXPORT int32_t ComSystem(const char* program, const char* argument1, const char* argument2) {
+    process::startDetached(program, argument1, argument2);
+    return 1;
+}
+BRISOLT_EXPORT int32_t ComSys(const char* commandLine) {
+    return process::runCommand(commandLine);
+}
+BRISOLT_EXPORT int32_t ComFlushAll(void) {
+    process::flushStreams();
+    return 1;
+}

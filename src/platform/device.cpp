@@ -1,0 +1,185 @@
+#include "platform/device.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include "platform/device_drivers.h"
+#include "platform/error_text.h"
+
+namespace brisolt {
+namespace {
+
+/// Hands a call over when the device is there and its driver has the function.
+template <typename Function, typename... Arguments>
+bool handOver(void* self, Function function, Arguments... arguments) noexcept {
+    return self != nullptr && function != nullptr && function(self, arguments...) > 0;
+}
+
+template <typename Record> Record emptyRecord() noexcept {
+    Record record{};
+    record.size = sizeof record;
+    return record;
+}
+
+} // namespace
+
+int32_t Device::open(std::string_view name) noexcept try {
+    close();
+    drivers::Opened opened;
+    const int32_t result = drivers::openPath(deviceNames::resolve(name), opened);
+    if (result < 0)
+        return result;
+    driver_ = opened.driver;
+    self_ = opened.self;
+    handle_ = opened.handle;
+    return 1;
+} catch (...) {
+    return -ENOMEM;
+}
+
+int32_t Device::adopt(int32_t handle) noexcept try {
+    close();
+    drivers::Opened kept;
+    const drivers::Kept found = drivers::takeHandle(handle, kept);
+    if (found == drivers::Kept::closed || handle < 0) {
+        setErrorText("cannot take over handle " + std::to_string(handle) + ": it is not open");
+        return -EBADF;
+    }
+    shared_ = found == drivers::Kept::taken ? handle : -1;
+    // A tty is adopted on a descriptor of its own even when its handle is ours, so that of two ports on one
+    // handle the one that closes cancels its own waits alone.
+    const bool isTty = found == drivers::Kept::unknown || kept.driver.open == drivers::tty().open;
+    if (isTty) {
+        void* self = nullptr;
+        driver_ = drivers::tty();
+        const int32_t result = driver_.adopt(driver_.context, handle, &self);
+        if (result < 0) {
+            close();
+            return result;
+        }
+        self_ = self;
+    } else {
+        driver_ = kept.driver;
+        self_ = kept.self;
+    }
+    handle_ = handle;
+    adopted_ = true;
+    cancel(false); // a port that had it before may have cancelled its waits for good
+    return 1;
+} catch (...) {
+    return -ENOMEM;
+}
+
+void Device::close() noexcept {
+    const bool ownsDevice = shared_ < 0 || driver_.open == drivers::tty().open;
+    if (self_ != nullptr && ownsDevice)
+        driver_.close(self_);
+    self_ = nullptr;
+    driver_ = {};
+    handle_ = -1;
+    adopted_ = false;
+    if (shared_ >= 0)
+        drivers::releaseHandle(shared_);
+    shared_ = -1;
+}
+
+bool Device::properties(ComHostProperties& properties) const noexcept {
+    properties = emptyRecord<ComHostProperties>();
+    return handOver(self_, driver_.properties, &properties);
+}
+
+bool Device::getLineState(ComHostLineState& state) const noexcept {
+    ComHostLineState answer = emptyRecord<ComHostLineState>();
+    if (!handOver(self_, driver_.getLineState, &answer))
+        return false;
+    state = answer;
+    return true;
+}
+
+bool Device::setLineState(const ComHostLineState& state) const noexcept {
+    ComHostLineState wanted = state;
+    wanted.size = sizeof wanted;
+    return handOver(self_, driver_.setLineState, &wanted);
+}
+
+bool Device::getTimeouts(ComHostTimeouts& timeouts) const noexcept {
+    ComHostTimeouts answer = emptyRecord<ComHostTimeouts>();
+    if (!handOver(self_, driver_.getTimeouts, &answer))
+        return false;
+    timeouts = answer;
+    return true;
+}
+
+bool Device::setTimeouts(const ComHostTimeouts& timeouts) const noexcept {
+    ComHostTimeouts wanted = timeouts;
+    wanted.size = sizeof wanted;
+    return handOver(self_, driver_.setTimeouts, &wanted);
+}
+
+bool Device::setQueues(uint32_t inSize, uint32_t outSize) const noexcept {
+    return handOver(self_, driver_.setQueues, inSize, outSize);
+}
+
+bool Device::setEventMask(uint32_t events) const noexcept {
+    return handOver(self_, driver_.setEventMask, events);
+}
+
+bool Device::purge(uint32_t what) const noexcept {
+    return handOver(self_, driver_.purge, what);
+}
+
+bool Device::line(uint32_t function) const noexcept {
+    return handOver(self_, driver_.line, function);
+}
+
+bool Device::modemStatus(uint32_t& lines) const noexcept {
+    lines = 0;
+    return handOver(self_, driver_.modemStatus, &lines);
+}
+
+ComHostStatus Device::status(uint32_t wanted) const noexcept {
+    ComHostStatus answer = emptyRecord<ComHostStatus>();
+    if (self_ != nullptr && driver_.status != nullptr)
+        driver_.status(self_, wanted, &answer);
+    return answer;
+}
+
+int32_t Device::read(void* buffer, int32_t count) const noexcept {
+    if (self_ == nullptr)
+        return -EBADF;
+    if (buffer == nullptr || count <= 0)
+        return 0;
+    return std::min(driver_.read(self_, buffer, count), count);
+}
+
+int32_t Device::write(const void* buffer, int32_t count, uint32_t how, int32_t& error) const noexcept {
+    error = 0;
+    if (self_ == nullptr) {
+        error = EBADF;
+        return 0;
+    }
+    if (buffer == nullptr || count <= 0)
+        return 0;
+    const int32_t written = driver_.write(self_, buffer, count, how, &error);
+    error = std::abs(error); // drivers tell it with and without the sign of a result
+    return std::clamp(written, 0, count);
+}
+
+bool Device::flush() const noexcept {
+    return handOver(self_, driver_.flush);
+}
+
+uint32_t Device::wait(uint32_t events, int32_t wake, int32_t realMilliseconds) const noexcept {
+    if (!canWait())
+        return 0;
+    const int32_t holding = driver_.wait(self_, events, wake, realMilliseconds);
+    return holding > 0 ? static_cast<uint32_t>(holding) & events : 0;
+}
+
+void Device::cancel(bool on) const noexcept {
+    if (self_ != nullptr && driver_.cancel != nullptr)
+        driver_.cancel(self_, on ? 1 : 0);
+}
+
+} // namespace brisolt

@@ -1,0 +1,83 @@
+// A serial device as the port engine sees it: a driver's record and the device it made. Everything below
+// the rings goes through here, whichever driver stands behind it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "api/brisolt_host.h"
+
+namespace brisolt {
+
+/// An open device. Thin: each call checks that the driver has the function and hands over. Several
+/// threads may call into one Device; open, adopt and close are the owner's alone.
+class Device {
+public:
+    Device() = default;
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+    ~Device() { close(); }
+
+    /// Opens by the name that the port engine builds ("\\.\COM7", "COM7") or by a path. 1, or a
+    /// negative host error number; the calling thread's error text then says why.
+    int32_t open(std::string_view name) noexcept;
+    /// Takes a handle that the caller keeps: one of ComHostOpenDevice or any tty's descriptor.
+    int32_t adopt(int32_t handle) noexcept;
+    void close() noexcept;
+
+    bool present() const noexcept { return self_ != nullptr; }
+    int32_t handle() const noexcept { return handle_; }
+    bool adopted() const noexcept { return adopted_; }
+    bool canWait() const noexcept { return present() && driver_.wait != nullptr; }
+
+    bool properties(ComHostProperties& properties) const noexcept;
+    bool getLineState(ComHostLineState& state) const noexcept;
+    bool setLineState(const ComHostLineState& state) const noexcept;
+    bool getTimeouts(ComHostTimeouts& timeouts) const noexcept;
+    bool setTimeouts(const ComHostTimeouts& timeouts) const noexcept;
+    bool setQueues(uint32_t inSize, uint32_t outSize) const noexcept;
+    bool setEventMask(uint32_t events) const noexcept;
+    bool purge(uint32_t what) const noexcept;
+    bool line(uint32_t function) const noexcept;
+    bool modemStatus(uint32_t& lines) const noexcept;
+    /// Zeros where the driver cannot tell.
+    ComHostStatus status(uint32_t wanted) const noexcept;
+    int32_t read(void* buffer, int32_t count) const noexcept;
+    int32_t write(const void* buffer, int32_t count, uint32_t how, int32_t& error) const noexcept;
+    bool flush() const noexcept;
+    uint32_t wait(uint32_t events, int32_t wake, int32_t realMilliseconds) const noexcept;
+    /// While it is on, nothing waits on the device.
+    void cancel(bool on) const noexcept;
+
+private:
+    ComHostDriver driver_{};
+    void* self_ = nullptr;
+    int32_t handle_ = -1;
+    bool adopted_ = false;
+    int32_t shared_ = -1; ///< the handle of ComHostOpenDevice whose device this is, else -1
+};
+
+namespace drivers {
+/// ComHostRegisterDriver.
+int32_t registerDriver(const char* scheme, const ComHostDriver* driver) noexcept;
+int32_t openHandle(const char* path) noexcept;
+int32_t closeHandle(int32_t handle) noexcept;
+/// Closes a handle that a port had adopted, whoever opened it.
+void closeForeignHandle(int32_t handle) noexcept;
+/// The built-in drivers.
+const ComHostDriver& tty() noexcept;
+const ComHostDriver& nullModem() noexcept;
+int32_t ringNullModem(const char* path, bool on) noexcept;
+} // namespace drivers
+
+namespace deviceNames {
+int32_t map(int32_t port, const char* path) noexcept;
+/// The path behind a name: "\\.\COMn" and "COMn" resolve (mapping, /dev/comN, /dev/ttyS(N-1)); anything
+/// else stands for itself.
+std::string resolve(std::string_view name);
+/// The host's serial devices, sorted by path. False past the last.
+bool list(int32_t index, std::string& path, std::string& description);
+} // namespace deviceNames
+
+} // namespace brisolt

@@ -1,0 +1,30 @@
+// What the device layer keeps behind Device: which driver a path belongs to, and the devices that
+// ComHostOpenDevice handed out.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "api/brisolt_host.h"
+
+namespace brisolt::drivers {
+
+/// A driver's device: everything that is needed to call it.
+struct Opened {
+    ComHostDriver driver{};
+    void* self = nullptr;
+    int32_t handle = -1;
+};
+
+/// The driver whose scheme the path begins with; the tty driver for every other path.
+ComHostDriver forPath(const std::string& path);
+/// Opens a path through its driver. 1, or a negative error number.
+int32_t openPath(const std::string& path, Opened& opened);
+
+/// What a handle is among those of ComHostOpenDevice.
+enum class Kept { unknown, closed, taken };
+/// One user more of a kept handle's device; give it back with releaseHandle.
+Kept takeHandle(int32_t handle, Opened& opened);
+void releaseHandle(int32_t handle) noexcept;
+
+} // namespace brisolt::drivers

@@ -1,0 +1,30 @@
+// Message queues of threads, windows, typed characters and the quit request.
+#pragma once
+
+#include <cstdint>
+
+#include "api/brisolt_host.h"
+
+namespace brisolt::message {
+
+// ---- the calling thread's queue
+bool quitPending() noexcept;
+/// True while take() would give a message (shared windows included). Costs no system call and no lock
+/// when nothing was ever posted.
+bool waiting() noexcept;
+/// Removes the next message; never waits, never reports the quit request.
+bool take(ComHostMessage& message) noexcept;
+/// Runs the window's function; false when the message has no window.
+bool dispatch(const ComHostMessage& message) noexcept;
+/// ComHostGetMessage.
+int32_t get(ComHostMessage* message, int32_t milliseconds) noexcept;
+int32_t descriptor() noexcept;
+
+// ---- any thread
+bool postToWindow(int32_t window, uint32_t message, uintptr_t first, intptr_t second) noexcept;
+bool postToThread(uint32_t thread, uint32_t message, uintptr_t first, intptr_t second) noexcept;
+bool postQuit(uint32_t thread) noexcept;
+int32_t createWindow(ComHostWindowFunc function, void* context, bool shared) noexcept;
+bool destroyWindow(int32_t window) noexcept;
+
+} // namespace brisolt::message

@@ -1,0 +1,332 @@
+// The driver behind "null-modem:NAME" and "null-modem:NAME?paced": the first open of a name gets one end of a
+// cable, the second the other, so that a program can be tried without hardware.
+//
+//   queues       An end holds at least 4096 bytes of input and 1024 of output, more when setQueues asks for
+//                more. Input that finds its queue full is lost and counts as an overflow.
+//   not plugged  With the other end closed all lines are low, and what is written goes nowhere unless a low
+//                line holds it off.
+//   mismatch     A peer with another baud rate, data size or stop bits reads each byte with all its bits
+//                turned over, as a framing error; one with another parity alone reads it as a parity error.
+//   break        is told to the peer once; bytes whose time falls into it are lost.
+//   paced        A cable is paced as long as an end that asked for it is open. No thread moves its bytes:
+//                a poll of the handle alone sees them only once some call has looked at the cable.
+//   closing      drops what has not left; a peer that an XOFF had stopped goes on.
+//   a new end    has 9600 baud, 8N1, DTR and RTS raised, no handshake, two seconds for a write.
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "platform/device.h"
+#include "platform/error_text.h"
+#include "platform/null_modem_cable.h"
+#include "platform/null_modem_write.h"
+
+namespace brisolt {
+
+namespace {
+
+using Inside = NullModemCable::Inside;
+
+int32_t failure(std::errc reason) noexcept {
+    return -static_cast<int32_t>(reason);
+}
+
+NullModemEnd& endOf(void* device) noexcept {
+    return *static_cast<NullModemEnd*>(device);
+}
+
+/// Whether the caller's record is there and as long as ours.
+template <typename Record> bool complete(const Record* record) noexcept {
+    return record != nullptr && record->size >= sizeof(Record);
+}
+
+// ---- Paths and cables ----------------------------------------------------------------------------------
+
+constexpr std::string_view scheme = "null-modem:";
+
+struct Address {
+    std::string name; ///< of the cable, the scheme included
+    bool paced = false;
+};
+
+/// Takes a path apart. What is wrong with it, empty when nothing is.
+std::string_view parse(std::string_view path, Address& address) {
+    const auto sameLetter = [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b - 'A' + 'a' : b); };
+    if (path.size() < scheme.size() || !std::equal(scheme.begin(), scheme.end(), path.begin(), sameLetter))
+        return "no null-modem: path";
+    std::string_view name = path.substr(scheme.size());
+    const size_t option = name.find('?');
+    if (option != std::string_view::npos && name.substr(option) != "?paced")
+        return "the only option is ?paced";
+    address.paced = option != std::string_view::npos;
+    name = name.substr(0, option);
+    if (name.empty())
+        return "a null modem needs a name";
+    address.name = std::string(scheme) + std::string(name);
+    return {};
+}
+
+/// The cables of which an end is open. Its lock is taken before that of a cable.
+struct Registry {
+    std::mutex mutex;
+    std::map<std::string, std::unique_ptr<NullModemCable>> cables;
+};
+
+Registry& registry() noexcept {
+    static Registry& all = *new Registry; // never gone: a thread may close its end while the program ends
+    return all;
+}
+
+int32_t openEnd(void*, const char* path, void** device, int32_t* handle) noexcept {
+    if (path == nullptr || device == nullptr || handle == nullptr)
+        return failure(std::errc::invalid_argument);
+    Address address;
+    if (const std::string_view wrong = parse(path, address); !wrong.empty()) {
+        setErrorText(std::string(path) + ": " + std::string(wrong));
+        return failure(std::errc::invalid_argument);
+    }
+
+    Registry& all = registry();
+    const std::lock_guard lock(all.mutex);
+    auto& cable = all.cables[address.name];
+    if (!cable)
+        cable = std::make_unique<NullModemCable>(address.name);
+    NullModemEnd* const end = cable->join(address.paced);
+    if (end == nullptr) {
+        setErrorText(address.name + ": both ends are open");
+        return failure(std::errc::device_or_resource_busy);
+    }
+    if (end->readable.descriptor() < 0) {
+        setErrorText(address.name + ": the process has no descriptor left");
+        if (!cable->leave(*end))
+            all.cables.erase(address.name);
+        return failure(std::errc::too_many_files_open);
+    }
+    *device = end;
+    *handle = end->readable.descriptor();
+    return 1;
+}
+
+void closeEnd(void* device) noexcept {
+    Registry& all = registry();
+    const std::lock_guard lock(all.mutex);
+    NullModemCable& cable = endOf(device).cable;
+    if (!cable.leave(endOf(device)))
+        all.cables.erase(std::string(cable.name()));
+}
+
+// ---- Settings and lines --------------------------------------------------------------------------------
+
+int32_t getProperties(void*, ComHostProperties* properties) noexcept {
+    if (!complete(properties))
+        return failure(std::errc::invalid_argument);
+    constexpr uint32_t anyRate = 0x10000000;
+    *properties = {};
+    properties->size = sizeof *properties;
+    properties->packetLength = sizeof *properties;
+    properties->packetVersion = 2;
+    properties->serviceMask = 1; // a serial line
+    properties->maxBaud = anyRate;
+    properties->provSubType = 1; // of the RS-232 kind
+    properties->provCapabilities = COM_HOST_CAN_PARITY_CHECK;
+    properties->settableParams = 0x3F; // parity and its check, rate, data and stop bits, handshake
+    properties->settableBaud = anyRate;
+    return 1;
+}
+
+int32_t getLineState(void* device, ComHostLineState* state) noexcept {
+    if (!complete(state))
+        return failure(std::errc::invalid_argument);
+    const Inside inside(endOf(device));
+    *state = endOf(device).state;
+    return 1;
+}
+
+int32_t setLineState(void* device, const ComHostLineState* state) noexcept {
+    if (!complete(state))
+        return failure(std::errc::invalid_argument);
+    int32_t result;
+    {
+        const Inside inside(endOf(device));
+        result = endOf(device).setState(*state);
+    }
+    if (result < 0)
+        setErrorText(endOf(device).cable.name() + ": no line has " + std::to_string(state->baudRate) +
+                     " baud, " + std::to_string(state->dataBits) + " data bits (4 to 8), parity " +
+                     std::to_string(state->parity) + " (0 to 4), stop bits " +
+                     std::to_string(state->stopBits) + " (0 to 2)");
+    return result;
+}
+
+int32_t getTimeouts(void* device, ComHostTimeouts* timeouts) noexcept {
+    if (!complete(timeouts))
+        return failure(std::errc::invalid_argument);
+    const Inside inside(endOf(device));
+    *timeouts = endOf(device).timeouts;
+    return 1;
+}
+
+int32_t setTimeouts(void* device, const ComHostTimeouts* timeouts) noexcept {
+    if (!complete(timeouts))
+        return failure(std::errc::invalid_argument);
+    const Inside inside(endOf(device));
+    endOf(device).timeouts = *timeouts;
+    endOf(device).timeouts.size = sizeof *timeouts;
+    return 1;
+}
+
+int32_t setQueues(void* device, uint32_t inSize, uint32_t outSize) noexcept {
+    const Inside inside(endOf(device));
+    endOf(device).setQueues(inSize, outSize);
+    return 1;
+}
+
+/// Lines and errors are told whatever the mask says, so there is nothing to do for it.
+int32_t setEventMask(void*, uint32_t) noexcept {
+    return 1;
+}
+
+int32_t purge(void* device, uint32_t what) noexcept {
+    const Inside inside(endOf(device));
+    endOf(device).purge(what);
+    return 1;
+}
+
+int32_t controlLine(void* device, uint32_t function) noexcept {
+    NullModemEnd& end = endOf(device);
+    const Inside inside(end);
+    switch (function) {
+    case COM_HOST_LINE_RESUME:
+        end.resume();
+        return 1;
+    case COM_HOST_LINE_SET_RTS:
+    case COM_HOST_LINE_CLEAR_RTS:
+        end.rts = function == COM_HOST_LINE_SET_RTS;
+        return 1;
+    case COM_HOST_LINE_SET_DTR:
+    case COM_HOST_LINE_CLEAR_DTR:
+        end.dtr = function == COM_HOST_LINE_SET_DTR;
+        return 1;
+    case COM_HOST_LINE_SET_BREAK:
+    case COM_HOST_LINE_CLEAR_BREAK:
+        end.setBreak(function == COM_HOST_LINE_SET_BREAK);
+        return 1;
+    default:
+        return failure(std::errc::invalid_argument);
+    }
+}
+
+int32_t getModemStatus(void* device, uint32_t* lines) noexcept {
+    if (lines == nullptr)
+        return failure(std::errc::invalid_argument);
+    const Inside inside(endOf(device));
+    *lines = endOf(device).modemLines();
+    return 1;
+}
+
+int32_t getStatus(void* device, uint32_t wanted, ComHostStatus* status) noexcept {
+    if (!complete(status))
+        return failure(std::errc::invalid_argument);
+    NullModemEnd& end = endOf(device);
+    const Inside inside(end);
+    status->size = sizeof *status;
+    status->errors = 0;
+    if ((wanted & COM_HOST_WANT_ERRORS) != 0)
+        std::swap(status->errors, end.errors);
+    status->inQueue = static_cast<uint32_t>(end.input.size());
+    status->outQueue = static_cast<uint32_t>(end.waitingToLeave());
+    return 1;
+}
+
+// ---- Reading, writing, waiting -------------------------------------------------------------------------
+
+int32_t read(void* device, void* buffer, int32_t count) noexcept {
+    if (buffer == nullptr)
+        return 0;
+    const Inside inside(endOf(device));
+    return endOf(device).read(static_cast<uint8_t*>(buffer), count);
+}
+
+int32_t write(void* device, const void* buffer, int32_t count, uint32_t how, int32_t* error) noexcept {
+    int32_t reason = 0;
+    int32_t taken = 0;
+    if (buffer != nullptr && count > 0) {
+        const auto* bytes = static_cast<const uint8_t*>(buffer);
+        taken = how == COM_HOST_WRITE_NOW ? nullModemWriteNow(endOf(device), bytes, count)
+                                          : nullModemWriteComplete(endOf(device), bytes, count, reason);
+    }
+    if (error != nullptr)
+        *error = reason;
+    return taken;
+}
+
+int32_t flush(void* device) noexcept {
+    return nullModemFlush(endOf(device));
+}
+
+int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept {
+    const auto limit =
+        milliseconds < 0
+            ? clock::Deadline::never()
+            : clock::Deadline::at(std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds));
+    const uint32_t wanted = events & (COM_HOST_WAIT_READ | COM_HOST_WAIT_WRITE);
+    NullModemEnd& end = endOf(device);
+    Inside inside(end);
+    return static_cast<int32_t>(end.cable.wait(inside, end, wanted, wake, limit));
+}
+
+void cancel(void* device, int32_t on) noexcept {
+    const Inside inside(endOf(device));
+    endOf(device).cancelled = on != 0;
+    endOf(device).cancels += on != 0 ? 1 : 0;
+}
+
+} // namespace
+
+const ComHostDriver& drivers::nullModem() noexcept {
+    static const ComHostDriver driver{
+        .size = sizeof(ComHostDriver),
+        .context = nullptr,
+        .open = openEnd,
+        .adopt = nullptr,
+        .close = closeEnd,
+        .properties = getProperties,
+        .getLineState = getLineState,
+        .setLineState = setLineState,
+        .getTimeouts = getTimeouts,
+        .setTimeouts = setTimeouts,
+        .setQueues = setQueues,
+        .setEventMask = setEventMask,
+        .purge = purge,
+        .line = controlLine,
+        .modemStatus = getModemStatus,
+        .status = getStatus,
+        .read = read,
+        .write = write,
+        .flush = flush,
+        .wait = wait,
+        .cancel = cancel,
+    };
+    return driver;
+}
+
+int32_t drivers::ringNullModem(const char* path, bool on) noexcept {
+    Address address;
+    if (path == nullptr || !parse(path, address).empty())
+        return -1;
+    Registry& all = registry();
+    const std::lock_guard lock(all.mutex);
+    const auto cable = all.cables.find(address.name);
+    if (cable == all.cables.end())
+        return -1;
+    cable->second->ring(on);
+    return 1;
+}
+
+} // namespace brisolt

@@ -1,0 +1,113 @@
+// One end of a null-modem cable: how its line is set, the pins it drives, the bytes that have arrived and
+// those that wait to leave. It knows neither time nor threads: the cable has both, and its lock.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <optional>
+
+#include "api/brisolt_host.h"
+#include "platform/signal.h"
+
+namespace brisolt {
+
+class NullModemCable;
+
+/// What a thread may wait for at an end. The first two are those of a driver's wait.
+enum NullModemCondition : uint32_t {
+    nullModemReadable = COM_HOST_WAIT_READ,
+    nullModemWritable = COM_HOST_WAIT_WRITE,
+    nullModemTurn = 4,     ///< no complete write is under way
+    nullModemDrained = 8,  ///< everything written has left
+    nullModemWritten = 16, ///< the complete write under way is over
+};
+
+struct NullModemEnd {
+    /// A character on its way to the peer; `due` is the moment of the cable at which it is over.
+    struct Flight {
+        uint8_t value;
+        bool data; ///< not an XON or XOFF of our own
+        uint64_t due;
+    };
+
+    NullModemEnd(NullModemCable& itsCable, bool takesLineTime) noexcept;
+
+    // Settings
+    /// 1, or a negative host error number when no line can be framed like that; nothing has changed then.
+    int32_t setState(const ComHostLineState& wanted) noexcept;
+    void setQueues(uint32_t inSize, uint32_t outSize) noexcept;
+    uint64_t characterNanoseconds() const noexcept;
+    /// Milliseconds that a complete write of `count` bytes may take; all ones: no limit.
+    uint32_t writeMilliseconds(uint64_t count) const noexcept;
+
+    // Lines
+    bool dtrPin() const noexcept;
+    bool rtsPin() const noexcept;
+    uint32_t modemLines() const noexcept;
+    /// Both ends are open now. What one end says only once (XOFF, a break) is said to the new peer.
+    void meet(NullModemEnd& newPeer) noexcept;
+    /// The peer has closed.
+    void part() noexcept;
+    void setBreak(bool on) noexcept;
+    /// As if an XON had arrived.
+    void resume() noexcept { heldByXoff_ = false; }
+
+    // Bytes
+    /// The next character that may leave now; it is taken out of its queue.
+    std::optional<Flight> nextCharacter() noexcept;
+    /// A character of the peer, whole, reaches us.
+    void arrive(uint8_t value) noexcept;
+    int32_t read(uint8_t* buffer, int32_t count) noexcept;
+    void purge(uint32_t what) noexcept;
+    size_t room() const noexcept;
+    size_t waitingToLeave() const noexcept { return output.size() + (flight && flight->data ? 1 : 0); }
+    /// Ends the complete write under way: what is left of it is taken back out.
+    void takeBack() noexcept;
+
+    bool cancelledSince(uint32_t earlierCancels) const noexcept {
+        return cancelled || cancels != earlierCancels;
+    }
+    /// Those of `wanted` (NullModemCondition) that hold.
+    uint32_t holding(uint32_t wanted) const noexcept;
+    void showReadable() noexcept;
+
+    NullModemCable& cable;
+    NullModemEnd* peer = nullptr;
+    const bool paced;
+
+    ComHostLineState state{};
+    ComHostTimeouts timeouts{};
+    bool dtr = true; ///< as the program wants them; a handshake can lower the pin nevertheless
+    bool rts = true;
+    bool ring = false;
+    bool breakOn = false;
+    bool cancelled = false;
+    uint32_t cancels = 0; ///< how often it was cancelled: a wait must end even if that is over again
+    uint32_t errors = 0;  ///< COM_HOST_ERROR_..., since they were last read
+
+    std::deque<uint8_t> input;
+    std::deque<uint8_t> output;
+    std::optional<uint8_t> flowCharacter; ///< an XON or XOFF of ours, leaves before the output
+    std::optional<Flight> flight;
+    uint64_t sent = 0;          ///< data characters that have left the output queue, ever
+    uint64_t completing = 0;    ///< bytes of the complete write under way: always the last of the output
+    bool completeEnded = false; ///< what was left of it has been taken back
+
+    Signal readable; ///< set exactly while the input holds bytes; its descriptor is the device's handle
+
+private:
+    bool has(uint32_t flag) const noexcept { return (state.flags & flag) != 0; }
+    bool heldByLines() const noexcept;
+    bool swallowed(uint8_t value) noexcept;
+    void inputChanged() noexcept;
+
+    size_t inLimit_;
+    size_t outLimit_;
+    bool inputHigh_ = false; ///< the input passed its upper limit and is not below its lower one yet
+    bool saidXoff_ = false;
+    bool heldByXoff_ = false;
+    bool shownReadable_ = false;
+};
+
+} // namespace brisolt

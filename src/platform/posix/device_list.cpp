@@ -1,0 +1,140 @@
+// Lists the host's serial devices from what the kernel tells about them. Nothing is opened: opening a
+// serial device raises its lines, and a modem or a microcontroller behind it may take that for a start.
+#include "platform/posix/device_list.h"
+
+#include <algorithm>
+#include <fstream>
+
+#include "platform/device.h"
+#include "platform/device_names.h"
+
+namespace brisolt::deviceNames {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool isDigit(char character) {
+    return character >= '0' && character <= '9';
+}
+
+std::string firstLine(const fs::path& file) {
+    std::ifstream stream(file);
+    std::string line;
+    std::getline(stream, line);
+    while (!line.empty() && (line.back() == ' ' || line.back() == '\r'))
+        line.pop_back();
+    return line;
+}
+
+std::string linkedName(const fs::path& link) {
+    std::error_code none;
+    return fs::read_symlink(link, none).filename().string();
+}
+
+/// The driver of a device. The kernel puts devices of its own between a UART and its port, whose drivers
+/// say nothing to people; the one above them counts.
+std::string driverName(fs::path device) {
+    for (int32_t level = 0; level < 4 && linkedName(device / "subsystem") == "serial-base"; ++level)
+        device = device.parent_path();
+    return linkedName(device / "driver");
+}
+
+/// Manufacturer, product and serial number of the USB device that a port is part of, if it is.
+std::string productText(fs::path device) {
+    std::error_code none;
+    for (int32_t level = 0; level < 6 && device.has_relative_path(); ++level, device = device.parent_path()) {
+        if (!fs::exists(device / "idVendor", none))
+            continue;
+        std::string text;
+        for (const char* part : {"manufacturer", "product", "serial"}) {
+            const std::string value = firstLine(device / part);
+            if (!value.empty())
+                text += (text.empty() ? "" : " ") + value;
+        }
+        return text;
+    }
+    return {};
+}
+
+/// The kernel keeps names for UARTs that the machine might have; a type of 0 is one that it has not.
+bool isMissingUart(const fs::path& entry) {
+    return firstLine(entry / "type") == "0";
+}
+
+bool describe(const fs::path& entry, ListedDevice& found) {
+    std::error_code failed;
+    const fs::path device = fs::canonical(entry / "device", failed);
+    if (failed || isMissingUart(entry)) // consoles and pseudo terminals have no device behind them
+        return false;
+    const std::string driver = driverName(device);
+    if (driver.empty())
+        return false;
+    std::string name = entry.filename().string();
+    std::replace(name.begin(), name.end(), '!', '/'); // how the kernel writes a name with a directory in it
+    const std::string product = productText(device);
+    found.path = "/dev/" + name;
+    found.description = product.empty() ? driver : product + " (" + driver + ")";
+    return true;
+}
+
+} // namespace
+
+bool naturallyLess(std::string_view a, std::string_view b) {
+    std::size_t i = 0;
+    std::size_t j = 0;
+    const auto number = [](std::string_view text, std::size_t& at) {
+        while (at + 1 < text.size() && text[at] == '0' && isDigit(text[at + 1]))
+            ++at;
+        const std::size_t begin = at;
+        while (at < text.size() && isDigit(text[at]))
+            ++at;
+        return text.substr(begin, at - begin);
+    };
+    while (i < a.size() && j < b.size()) {
+        if (isDigit(a[i]) && isDigit(b[j])) {
+            const std::string_view x = number(a, i);
+            const std::string_view y = number(b, j);
+            if (x != y)
+                return x.size() != y.size() ? x.size() < y.size() : x < y;
+            continue;
+        }
+        if (a[i] != b[j])
+            return a[i] < b[j];
+        ++i;
+        ++j;
+    }
+    return a.size() - i < b.size() - j;
+}
+
+std::vector<ListedDevice> listBelow(const fs::path& classDirectory) {
+    std::vector<ListedDevice> devices;
+    std::error_code failed;
+    for (fs::directory_iterator entry(classDirectory, failed), end; !failed && entry != end;
+         entry.increment(failed)) {
+        ListedDevice found;
+        if (describe(entry->path(), found))
+            devices.push_back(std::move(found));
+    }
+    std::sort(devices.begin(), devices.end(),
+              [](const ListedDevice& a, const ListedDevice& b) { return naturallyLess(a.path, b.path); });
+    return devices;
+}
+
+bool list(int32_t index, std::string& path, std::string& description) {
+    if (index < 0)
+        return false;
+    std::vector<ListedDevice> devices = listBelow("/sys/class/tty");
+    if (static_cast<std::size_t>(index) >= devices.size())
+        return false;
+    path = std::move(devices[static_cast<std::size_t>(index)].path);
+    description = std::move(devices[static_cast<std::size_t>(index)].description);
+    return true;
+}
+
+std::string hostDefault(int32_t port) {
+    std::error_code none;
+    std::string named = "/dev/com" + std::to_string(port);
+    return fs::exists(named, none) ? named : "/dev/ttyS" + std::to_string(port - 1);
+}
+
+} // namespace brisolt::deviceNames

@@ -1,0 +1,21 @@
+// The serial devices that the host knows of.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace brisolt::deviceNames {
+
+struct ListedDevice {
+    std::string path;
+    std::string description;
+};
+
+/// All serial devices below a directory like /sys/class/tty, sorted by path.
+std::vector<ListedDevice> listBelow(const std::filesystem::path& classDirectory);
+/// Less, with numbers inside the texts compared as numbers: ttyS2 before ttyS10.
+bool naturallyLess(std::string_view a, std::string_view b);
+
+} // namespace brisolt::deviceNames

@@ -1,0 +1,61 @@
+#include "platform/error_text.h"
+
+#include <atomic>
+#include <climits>
+#include <new>
+#include <utility>
+
+#include <syslog.h>
+
+#include "platform/posix/thread_end.h"
+
+namespace brisolt {
+
+namespace {
+
+constexpr std::string_view lineBreaks = "\r\n";
+
+thread_local std::string* own = nullptr;
+std::atomic<void (*)(std::string_view)> sink{nullptr};
+
+std::string_view trimmed(std::string_view text) noexcept {
+    auto first = text.find_first_not_of(lineBreaks);
+    if (first == std::string_view::npos)
+        return {};
+    return text.substr(first, text.find_last_not_of(lineBreaks) - first + 1);
+}
+
+} // namespace
+
+void setErrorText(std::string text) noexcept {
+    debugOutput(text);
+    if (!own) {
+        own = new (std::nothrow) std::string;
+        if (!own)
+            return;
+        atThreadEnd([](void*) { delete std::exchange(own, nullptr); }, nullptr);
+    }
+    *own = std::move(text);
+}
+
+const std::string& errorText() noexcept {
+    static const std::string& none = *new std::string; // outlives whatever still asks while the program ends
+    return own ? *own : none;
+}
+
+// The system log and not standard error: the terminal belongs to the program, not to a library.
+void debugOutput(std::string_view text) noexcept {
+    if (auto function = sink.load()) {
+        function(text);
+        return;
+    }
+    std::string_view line = trimmed(text);
+    if (!line.empty() && line.size() <= INT_MAX)
+        syslog(LOG_USER | LOG_DEBUG, "%.*s", static_cast<int>(line.size()), line.data());
+}
+
+void setDebugOutputSink(void (*function)(std::string_view text)) noexcept {
+    sink = function;
+}
+
+} // namespace brisolt

@@ -1,0 +1,115 @@
+#include "platform/file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <fcntl.h>
+#include <mutex>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace brisolt::file {
+namespace {
+
+struct OpenFile {
+    int32_t descriptor;
+    dev_t device;
+    ino_t inode;
+    Sharing sharing;
+};
+
+/// The files that the process has open for appending. Not every file system knows advisory locks, but the
+/// threads of one program keep the sharing rules on all of them.
+struct OpenFiles {
+    std::mutex mutex;
+    std::vector<OpenFile> files;
+
+    bool enter(const OpenFile& file) noexcept {
+        try {
+            std::lock_guard lock(mutex);
+            for (const OpenFile& other : files) {
+                bool same = other.device == file.device && other.inode == file.inode;
+                if (same && (other.sharing == Sharing::readOnly || file.sharing == Sharing::readOnly))
+                    return false;
+            }
+            files.push_back(file);
+            return true;
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
+    void leave(int32_t descriptor) noexcept {
+        std::lock_guard lock(mutex);
+        std::erase_if(files, [=](const OpenFile& file) { return file.descriptor == descriptor; });
+    }
+
+    /// Never destroyed: threads of the library may still log while the program's statics go.
+    static OpenFiles& instance() {
+        static OpenFiles& files = *new OpenFiles;
+        return files;
+    }
+};
+
+/// A pipe without a reader or a silent terminal must not hold up whoever logs, hence O_NONBLOCK. Reading
+/// is asked for because network file systems grant a shared lock to readers only.
+int32_t openNamed(const char* path, Missing missing) noexcept {
+    int flags = O_RDWR | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    if (std::strchr(path, '\\') != nullptr) {
+        int32_t descriptor = ::open(path, flags);
+        if (descriptor >= 0 || (errno != ENOENT && errno != ENOTDIR))
+            return descriptor;
+    }
+    char translated[4096];
+    std::size_t length = std::strlen(path);
+    if (length >= sizeof translated)
+        return -1;
+    std::replace_copy(path, path + length + 1, translated, '\\', '/');
+    return ::open(translated, missing == Missing::create ? flags | O_CREAT : flags, 0666);
+}
+
+/// False only when another process is in the way.
+bool lockAgainstOthers(int32_t descriptor, Sharing sharing) noexcept {
+    int operation = sharing == Sharing::readOnly ? LOCK_EX : LOCK_SH;
+    return ::flock(descriptor, operation | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+} // namespace
+
+Appender::Appender(const char* path, Sharing sharing, Missing missing) noexcept {
+    int32_t descriptor = openNamed(path, missing);
+    if (descriptor < 0)
+        return;
+    struct stat status {};
+    bool usable = ::fstat(descriptor, &status) == 0 && (S_ISREG(status.st_mode) || S_ISCHR(status.st_mode));
+    // A device takes what everybody sends: there are no entries in it to protect.
+    if (usable && S_ISREG(status.st_mode)) {
+        registered_ = OpenFiles::instance().enter({descriptor, status.st_dev, status.st_ino, sharing});
+        usable = registered_ && lockAgainstOthers(descriptor, sharing);
+    }
+    if (!usable && registered_)
+        OpenFiles::instance().leave(descriptor);
+    if (!usable)
+        ::close(descriptor);
+    else
+        descriptor_ = descriptor;
+}
+
+Appender::~Appender() {
+    if (descriptor_ < 0)
+        return;
+    if (registered_) {
+        // Closing alone would leave the lock with a child that was forked meanwhile.
+        ::flock(descriptor_, LOCK_UN);
+        OpenFiles::instance().leave(descriptor_);
+    }
+    ::close(descriptor_);
+}
+
+bool Appender::append(std::string_view text) noexcept {
+    return ::write(descriptor_, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+} // namespace brisolt::file

@@ -1,0 +1,144 @@
+// Posting to threads, and what a pumping thread does with its queue.
+#include "platform/message.h"
+
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "platform/clock.h"
+#include "platform/posix/message_desk.h"
+
+namespace brisolt::message {
+
+namespace {
+
+enum class Purpose {
+    run,  ///< it is dispatched at once: others leave its shared window alone meanwhile
+    give, ///< the program gets it and may never dispatch it
+};
+
+bool takeNext(ThreadQueue& queue, ComHostMessage& message, Purpose purpose) noexcept {
+    Desk& all = desk();
+    if (queue.messages.empty() && all.sharedWaiting == 0 && queue.claimed == 0)
+        return false;
+    std::lock_guard lock(all.mutex);
+    releaseClaim(queue);
+    Window* window = sharedWindowFor(queue.thread);
+    bool ownWaits = !queue.messages.empty();
+    if (window && (!ownWaits || window->messages.firstOrder() < queue.messages.firstOrder())) {
+        message = window->messages.take();
+        --all.sharedWaiting;
+        if (purpose == Purpose::run) {
+            window->runner = queue.thread;
+            queue.claimed = window->id;
+        }
+        showLevels();
+        return true;
+    }
+    if (!ownWaits)
+        return false;
+    message = queue.messages.take();
+    showLevel(queue);
+    return true;
+}
+
+bool takeQuit(ThreadQueue& queue) noexcept {
+    if (!queue.quit)
+        return false;
+    std::lock_guard lock(desk().mutex);
+    queue.quit = false;
+    showLevel(queue);
+    return true;
+}
+
+/// Calls change(queue) on a live thread's queue; when that has added something, the thread hears of it.
+template <typename Change> bool post(uint32_t thread, Change change) noexcept try {
+    std::unique_lock lock(desk().mutex);
+    ThreadQueue* queue = queueOf(thread, lock);
+    if (!queue || !change(*queue))
+        return false;
+    showLevel(*queue);
+    if (queue->wake)
+        queue->wake->wake();
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+} // namespace
+
+bool quitPending() noexcept {
+    const ThreadQueue* queue = ownQueue();
+    return queue && queue->quit;
+}
+
+bool waiting() noexcept {
+    const ThreadQueue* queue = ownQueue();
+    if (!queue)
+        return false;
+    if (!queue->messages.empty())
+        return true;
+    if (desk().sharedWaiting == 0)
+        return false;
+    std::lock_guard lock(desk().mutex);
+    return sharedWindowFor(queue->thread) != nullptr;
+}
+
+bool take(ComHostMessage& message) noexcept {
+    ThreadQueue* queue = ownQueue();
+    return queue && takeNext(*queue, message, Purpose::run);
+}
+
+int32_t get(ComHostMessage* message, int32_t milliseconds) noexcept {
+    ThreadQueue* queue = ownQueue();
+    if (!message || !queue)
+        return 0;
+    auto deadline = milliseconds < 0 ? clock::Deadline::never()
+                                     : clock::Deadline::in(static_cast<uint32_t>(milliseconds));
+    for (;;) {
+        Wake& wake = *queue->wake;
+        wake.prepare();
+        int32_t result = takeNext(*queue, *message, Purpose::give) ? 1 : takeQuit(*queue) ? -1 : 0;
+        bool over = result != 0 || deadline.passed();
+        if (!over) {
+            Watch watch{.descriptor = wake.descriptor(), .forRead = true};
+            waitAny({&watch, 1}, wake.patience(deadline.realMillisecondsLeft()));
+        }
+        wake.finish();
+        if (over)
+            return result;
+    }
+}
+
+int32_t descriptor() noexcept {
+    ThreadQueue* queue = ownQueue();
+    if (!queue)
+        return -1;
+    std::lock_guard lock(desk().mutex);
+    if (!queue->descriptor) {
+        std::unique_ptr<Signal> made(new (std::nothrow) Signal);
+        if (!made || made->descriptor() < 0)
+            return -1;
+        queue->descriptor = std::move(made);
+        ++desk().descriptors;
+        showLevel(*queue);
+    }
+    return queue->descriptor->descriptor();
+}
+
+bool postToThread(uint32_t thread, uint32_t message, uintptr_t first, intptr_t second) noexcept {
+    if (message == COM_HOST_MESSAGE_QUIT)
+        return postQuit(thread);
+    return post(thread, [&](ThreadQueue& queue) {
+        return queue.messages.push({0, message, first, second}, ++desk().lastOrder);
+    });
+}
+
+bool postQuit(uint32_t thread) noexcept {
+    return post(thread, [](ThreadQueue& queue) {
+        queue.quit = true;
+        return true;
+    });
+}
+
+} // namespace brisolt::message

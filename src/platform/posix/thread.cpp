@@ -1,0 +1,108 @@
+#include "platform/thread.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include <limits.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "platform/posix/thread_life.h"
+
+namespace brisolt::thread {
+
+namespace {
+
+// The notification callbacks of the program run on these stacks. Pages nobody touches cost nothing.
+constexpr size_t stackSize = 256 * 1024;
+
+std::atomic<int32_t> startsToFail{0};
+
+struct Start {
+    void (*function)(void*);
+    void* argument;
+    char name[16];
+};
+
+void* run(void* argument) {
+    Start start = *std::unique_ptr<Start>(static_cast<Start*>(argument));
+    pthread_setname_np(pthread_self(), start.name);
+    start.function(start.argument);
+    return nullptr;
+}
+
+// The program's signals must reach the program's own threads. What a fault raises concerns the thread that
+// has it: were it blocked, the program's crash handler would never see it.
+struct SignalsBlocked {
+    SignalsBlocked() noexcept {
+        sigset_t all;
+        sigfillset(&all);
+        for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS})
+            sigdelset(&all, fault);
+        pthread_sigmask(SIG_SETMASK, &all, &before);
+    }
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+    sigset_t before;
+};
+
+struct Attributes {
+    Attributes() noexcept {
+        pthread_attr_init(&value);
+        pthread_attr_setdetachstate(&value, PTHREAD_CREATE_DETACHED);
+        pthread_attr_setstacksize(&value, std::max(stackSize, static_cast<size_t>(PTHREAD_STACK_MIN)));
+    }
+    ~Attributes() { pthread_attr_destroy(&value); }
+    pthread_attr_t value;
+};
+
+bool failThisStart() noexcept {
+    int32_t left = startsToFail.load();
+    while (left > 0 && !startsToFail.compare_exchange_weak(left, left - 1)) {
+    }
+    return left > 0;
+}
+
+} // namespace
+
+bool start(void (*function)(void*), void* argument, const char* name) noexcept {
+    if (!function || failThisStart())
+        return false;
+    std::unique_ptr<Start> start(new (std::nothrow) Start{function, argument, {}});
+    if (!start)
+        return false;
+    if (name)
+        strncpy(start->name, name, sizeof start->name - 1);
+    Attributes attributes;
+    SignalsBlocked blocked; // a new thread inherits the mask
+    pthread_t thread;
+    if (pthread_create(&thread, &attributes.value, run, start.get()) != 0)
+        return false;
+    (void)start.release();
+    return true;
+}
+
+uint32_t currentId() noexcept {
+    static thread_local uint32_t id = 0;
+    if (id == 0)
+        id = static_cast<uint32_t>(gettid());
+    return id;
+}
+
+void setPriority(uint32_t threadId, Priority priority) noexcept {
+    // The host takes the identifier of any process here, and 0 for the caller.
+    if (!threadLives(threadId))
+        return;
+    static constexpr int niceness[] = {10, 5, 0, -5, -10, -15};
+    setpriority(PRIO_PROCESS, threadId, niceness[static_cast<size_t>(priority)]);
+}
+
+void failStarts(int32_t count) noexcept {
+    startsToFail = count;
+}
+
+} // namespace brisolt::thread

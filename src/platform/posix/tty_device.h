@@ -1,0 +1,100 @@
+// What the files of the tty driver share: an open tty and what is remembered about it.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include <asm/termbits.h>
+#include <linux/serial.h>
+
+#include "api/brisolt_host.h"
+#include "platform/clock.h"
+#include "platform/signal.h"
+
+namespace brisolt::tty {
+
+/// Undoes the kernel's marking of bytes that arrived with an error: 0xFF 0xFF stands for 0xFF, and
+/// 0xFF 0x00 c for a broken byte, which errorChar replaces. A mark may be split over any number of reads.
+class MarkFilter {
+public:
+    /// Works in place; how many bytes are left.
+    int32_t undo(uint8_t* bytes, int32_t count, uint8_t errorChar) noexcept;
+
+private:
+    enum class Seen { nothing, mark, brokenMark };
+    Seen seen_ = Seen::nothing;
+};
+
+struct TtyDevice {
+    int32_t descriptor = -1;
+    std::string path;
+    bool adopted = false;
+    bool wasBlocking = false; ///< adopted: what its descriptor was
+    bool isPty = false;       ///< has neither a line nor an output queue of its own
+    bool isMaster = false;    ///< its settings are those of the far end
+    termios2 before{};        ///< opened: the settings to restore
+
+    Signal cancelled;
+    std::atomic<bool> hungUp{false};
+    std::atomic<bool> hasModemLines{true};
+    std::atomic<bool> countsErrors{true};
+    std::atomic<bool> tellsTransmitter{true};
+
+    // The modes that the driver itself has to do, for the calls that pass them by without the lock.
+    std::atomic<bool> dsrHoldsOutput{false};
+    std::atomic<bool> dtrHoldsInput{false};
+    std::atomic<bool> filtersInput{false};
+    std::atomic<uint32_t> bitRate{9600};
+
+    std::mutex lock; ///< guards what follows
+    ComHostLineState line{};
+    bool framingKept = false; ///< a pty was given a framing, which only `line` remembers
+    bool dtrLowered = false;  ///< by the handshake
+    MarkFilter marks;
+    ComHostTimeouts timeouts{};
+    serial_icounter_struct counters{};
+};
+
+inline TtyDevice& of(void* device) noexcept {
+    return *static_cast<TtyDevice*>(device);
+}
+
+/// True when an error number says that the device has no such function at all.
+bool lacksFunction(int32_t error) noexcept;
+/// True when an error number says that the device is gone.
+bool isGone(int32_t error) noexcept;
+
+// ---- tty_open_error.cpp
+/// Why a path could not be opened, for people: who holds it, which group may open it.
+std::string openErrorText(const std::string& path, int32_t error);
+
+// ---- tty_line_state.cpp
+/// Learns the state of a device just opened or adopted; raw: puts it into the state for plain bytes.
+void learnLineState(TtyDevice& tty, bool raw) noexcept;
+int32_t getLineState(void* device, ComHostLineState* state) noexcept;
+int32_t setLineState(void* device, const ComHostLineState* state) noexcept;
+
+// ---- tty_status.cpp
+int32_t properties(void* device, ComHostProperties* properties) noexcept;
+int32_t line(void* device, uint32_t function) noexcept;
+int32_t modemStatus(void* device, uint32_t* lines) noexcept;
+int32_t status(void* device, uint32_t wanted, ComHostStatus* status) noexcept;
+int32_t purge(void* device, uint32_t what) noexcept;
+/// The handshake with DTR, which the kernel does not know: lowers DTR while the input queue is full.
+void holdPeerOff(TtyDevice& tty) noexcept;
+/// True while DSR is low in the mode in which that holds output off.
+bool heldByDsr(TtyDevice& tty) noexcept;
+
+// ---- tty_write.cpp
+int32_t getTimeouts(void* device, ComHostTimeouts* timeouts) noexcept;
+int32_t setTimeouts(void* device, const ComHostTimeouts* timeouts) noexcept;
+int32_t write(void* device, const void* buffer, int32_t count, uint32_t how, int32_t* error) noexcept;
+int32_t flush(void* device) noexcept;
+
+// ---- tty_wait.cpp
+int32_t read(void* device, void* buffer, int32_t count) noexcept;
+int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept;
+
+} // namespace brisolt::tty

@@ -1,0 +1,178 @@
+// Serial devices of the host: opened for this program alone, or adopted from whoever opened them.
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include "platform/device.h"
+#include "platform/error_text.h"
+#include "platform/posix/tty_device.h"
+
+namespace brisolt::tty {
+namespace {
+
+constexpr uint32_t defaultWriteLimit = 2000; // milliseconds
+
+bool isPseudoTerminal(int32_t descriptor) {
+    constexpr uint32_t firstMajor = 136;
+    constexpr uint32_t lastMajor = 143;
+    struct stat about {};
+    if (fstat(descriptor, &about) != 0)
+        return false;
+    return major(about.st_rdev) >= firstMajor && major(about.st_rdev) <= lastMajor;
+}
+
+void learnKind(TtyDevice& tty) {
+    int32_t number = 0;
+    tty.isMaster = ioctl(tty.descriptor, TIOCGPTN, &number) == 0;
+    tty.isPty = tty.isMaster || isPseudoTerminal(tty.descriptor);
+    tty.timeouts.size = sizeof tty.timeouts;
+    tty.timeouts.writeConstant = defaultWriteLimit;
+    if (ioctl(tty.descriptor, TIOCGICOUNT, &tty.counters) != 0 && lacksFunction(errno))
+        tty.countsErrors = false;
+}
+
+/// Takes the tty for us alone; 0 or an error number. The lock stops other programs that ask for it, this
+/// program's other openings and root; TIOCEXCL stops everybody else.
+int32_t claim(TtyDevice& tty) {
+    if (isatty(tty.descriptor) == 0)
+        return ENOTTY;
+    if (flock(tty.descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        return EBUSY;
+    ioctl(tty.descriptor, TIOCEXCL);
+    return 0;
+}
+
+int32_t refuse(std::string text, int32_t error) {
+    setErrorText(std::move(text));
+    return -error;
+}
+
+/// O_NONBLOCK keeps the open itself from waiting for carrier, and every read and write after it.
+int32_t openTty(void*, const char* path, void** device, int32_t* handle) noexcept try {
+    auto tty = std::make_unique<TtyDevice>();
+    tty->path = path;
+    tty->descriptor = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (tty->descriptor < 0) {
+        const int32_t error = errno;
+        return refuse(openErrorText(tty->path, error), error);
+    }
+    if (const int32_t error = claim(*tty); error != 0) {
+        ::close(tty->descriptor);
+        return refuse(openErrorText(tty->path, error), error);
+    }
+    learnKind(*tty);
+    learnLineState(*tty, true);
+    *handle = tty->descriptor;
+    *device = tty.release();
+    return 1;
+} catch (...) {
+    return -ENOMEM;
+}
+
+int32_t adoptTty(void*, int32_t handle, void** device) noexcept try {
+    auto tty = std::make_unique<TtyDevice>();
+    tty->path = "handle " + std::to_string(handle);
+    tty->adopted = true;
+    // A descriptor of our own: the caller may close his whenever he likes.
+    tty->descriptor = handle < 0 ? -1 : fcntl(handle, F_DUPFD_CLOEXEC, 0);
+    if (tty->descriptor < 0) {
+        const int32_t error = handle < 0 ? EBADF : errno;
+        return refuse("cannot take over " + tty->path + ": " + std::strerror(error), error);
+    }
+    if (isatty(tty->descriptor) == 0) {
+        ::close(tty->descriptor);
+        return refuse("cannot take over " + tty->path + ": it is not a serial device", ENOTTY);
+    }
+    const int32_t flags = fcntl(tty->descriptor, F_GETFL);
+    tty->wasBlocking = (flags & O_NONBLOCK) == 0;
+    if (tty->wasBlocking)
+        fcntl(tty->descriptor, F_SETFL, flags | O_NONBLOCK);
+    learnKind(*tty);
+    learnLineState(*tty, false);
+    *device = tty.release();
+    return 1;
+} catch (...) {
+    return -ENOMEM;
+}
+
+void closeTty(void* device) noexcept {
+    const std::unique_ptr<TtyDevice> tty(&of(device));
+    if (tty->adopted) {
+        if (tty->wasBlocking)
+            fcntl(tty->descriptor, F_SETFL, fcntl(tty->descriptor, F_GETFL) & ~O_NONBLOCK);
+    } else {
+        // What is left in the output queue would make the kernel's close wait for the peer.
+        purge(device, COM_HOST_PURGE_TX);
+        ioctl(tty->descriptor, TCSETS2, &tty->before);
+        ioctl(tty->descriptor, TIOCNXCL); // a pty would stay closed to others for good
+        flock(tty->descriptor, LOCK_UN);  // a child between fork and exec still has it
+    }
+    ::close(tty->descriptor);
+}
+
+// The kernel sizes its queues and reports its events as it does; there is nothing to set.
+int32_t acceptQueues(void*, uint32_t, uint32_t) noexcept {
+    return 1;
+}
+
+int32_t acceptEventMask(void*, uint32_t) noexcept {
+    return 1;
+}
+
+void cancel(void* device, int32_t on) noexcept {
+    if (on != 0)
+        of(device).cancelled.set();
+    else
+        of(device).cancelled.clear();
+}
+
+} // namespace
+
+bool lacksFunction(int32_t error) noexcept {
+    return error == ENOTTY || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
+}
+
+bool isGone(int32_t error) noexcept {
+    return error == EIO || error == ENXIO || error == ENODEV;
+}
+
+} // namespace brisolt::tty
+
+namespace brisolt::drivers {
+
+const ComHostDriver& tty() noexcept {
+    static const ComHostDriver driver = [] {
+        ComHostDriver record{};
+        record.size = sizeof record;
+        record.open = tty::openTty;
+        record.adopt = tty::adoptTty;
+        record.close = tty::closeTty;
+        record.properties = tty::properties;
+        record.getLineState = tty::getLineState;
+        record.setLineState = tty::setLineState;
+        record.getTimeouts = tty::getTimeouts;
+        record.setTimeouts = tty::setTimeouts;
+        record.setQueues = tty::acceptQueues;
+        record.setEventMask = tty::acceptEventMask;
+        record.purge = tty::purge;
+        record.line = tty::line;
+        record.modemStatus = tty::modemStatus;
+        record.status = tty::status;
+        record.read = tty::read;
+        record.write = tty::write;
+        record.flush = tty::flush;
+        record.wait = tty::wait;
+        record.cancel = tty::cancel;
+        return record;
+    }();
+    return driver;
+}
+
+} // namespace brisolt::drivers

@@ -1,0 +1,159 @@
+// Reading from a tty and waiting for it, also for one whose far end has gone.
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "platform/posix/tty_device.h"
+
+namespace brisolt::tty {
+namespace {
+
+constexpr int32_t goneStep = 250; // milliseconds between two looks at a device that has gone away
+constexpr int32_t dsrStep = 10;
+constexpr int16_t goneBits = POLLHUP | POLLERR | POLLNVAL;
+
+int16_t pollBits(uint32_t events) {
+    return static_cast<int16_t>(((events & COM_HOST_WAIT_READ) != 0 ? POLLIN : 0) |
+                                ((events & COM_HOST_WAIT_WRITE) != 0 ? POLLOUT : 0));
+}
+
+int32_t bytesToRead(const TtyDevice& tty) {
+    int32_t bytes = 0;
+    return ioctl(tty.descriptor, FIONREAD, &bytes) == 0 ? bytes : 0;
+}
+
+/// What a poll's answer means. A device without a far end reports its hang-up always, and on a line that
+/// was torn down reading and writing as well; only bytes that are really there count then.
+uint32_t eventsOf(const TtyDevice& tty, uint32_t events, int16_t answer) {
+    if ((answer & goneBits) != 0)
+        return (events & COM_HOST_WAIT_READ) != 0 && bytesToRead(tty) > 0 ? COM_HOST_WAIT_READ : 0;
+    return ((answer & POLLIN) != 0 ? COM_HOST_WAIT_READ : 0) |
+           ((answer & POLLOUT) != 0 ? COM_HOST_WAIT_WRITE : 0);
+}
+
+int16_t look(const TtyDevice& tty, uint32_t events) {
+    pollfd self{tty.descriptor, pollBits(events), 0};
+    return poll(&self, 1, 0) > 0 ? self.revents : int16_t{0};
+}
+
+int32_t shorter(int32_t left, int32_t step) {
+    return left < 0 ? step : std::min(left, step);
+}
+
+enum class Pause { over, ended };
+
+/// Sleeps, with or without the tty in the set, until it is over or somebody ends it.
+Pause sleepOn(TtyDevice& tty, pollfd& self, int32_t wake, int32_t milliseconds) {
+    std::array<pollfd, 3> set{{self, {tty.cancelled.descriptor(), POLLIN, 0}, {wake, POLLIN, 0}}};
+    if (poll(set.data(), set.size(), milliseconds) < 0)
+        return Pause::ended;
+    self.revents = set[0].revents;
+    return set[1].revents != 0 || set[2].revents != 0 ? Pause::ended : Pause::over;
+}
+
+/// A step of the wait for a device that has gone away. Its hang-up would end every poll at once, so it
+/// stays out of the set; it is looked at after the step, not before, since a read of it may fail although
+/// the poll sees nothing wrong, and the caller would come back at once.
+Pause waitWhileGone(TtyDevice& tty, uint32_t events, int32_t wake, int32_t left, uint32_t& holding) {
+    const int16_t before = look(tty, events);
+    holding = (before & goneBits) != 0 ? eventsOf(tty, events, before) : 0;
+    if (holding != 0) // it left bytes behind
+        return Pause::over;
+    pollfd nothing{-1, 0, 0};
+    const Pause pause = sleepOn(tty, nothing, wake, shorter(left, goneStep));
+    if (pause == Pause::ended)
+        return pause;
+    const int16_t after = look(tty, events);
+    tty.hungUp = (after & goneBits) != 0;
+    holding = eventsOf(tty, events, after);
+    return pause;
+}
+
+/// Drops what the line state says is not for the reader.
+int32_t filter(TtyDevice& tty, uint8_t* bytes, int32_t count) {
+    const std::scoped_lock guard(tty.lock);
+    if ((tty.line.flags & COM_HOST_LINE_ERROR_REPLACE) != 0 && tty.line.parity != COM_HOST_PARITY_NONE)
+        count = tty.marks.undo(bytes, count, tty.line.errorChar);
+    if ((tty.line.flags & COM_HOST_LINE_NULL_STRIP) != 0)
+        count = static_cast<int32_t>(std::remove(bytes, bytes + count, uint8_t{0}) - bytes);
+    return count;
+}
+
+} // namespace
+
+int32_t MarkFilter::undo(uint8_t* bytes, int32_t count, uint8_t errorChar) noexcept {
+    constexpr uint8_t mark = 0xFF;
+    int32_t kept = 0;
+    for (int32_t i = 0; i < count; ++i) {
+        const uint8_t byte = bytes[i];
+        const Seen seen = seen_;
+        seen_ = Seen::nothing;
+        if (seen == Seen::brokenMark) {
+            bytes[kept++] = errorChar;
+        } else if (seen == Seen::mark && byte == 0) {
+            seen_ = Seen::brokenMark;
+        } else if (seen == Seen::mark) {
+            if (byte != mark && kept < i)
+                bytes[kept++] = mark; // received before marking was switched on
+            bytes[kept++] = byte;
+        } else if (byte == mark) {
+            seen_ = Seen::mark;
+        } else {
+            bytes[kept++] = byte;
+        }
+    }
+    return kept;
+}
+
+int32_t read(void* device, void* buffer, int32_t count) noexcept {
+    TtyDevice& tty = of(device);
+    const ssize_t result = ::read(tty.descriptor, buffer, static_cast<std::size_t>(count));
+    if (result < 0) {
+        if (isGone(errno))
+            tty.hungUp = true;
+        return isGone(errno) || errno == EAGAIN || errno == EINTR ? 0 : -errno;
+    }
+    if (result == 0) {
+        tty.hungUp =
+            (look(tty, 0) & goneBits) != 0; // an adopted tty may be set to answer so when it is merely empty
+        return 0;
+    }
+    if (tty.dtrHoldsInput)
+        holdPeerOff(tty);
+    const auto bytes = static_cast<int32_t>(result);
+    return tty.filtersInput ? filter(tty, static_cast<uint8_t*>(buffer), bytes) : bytes;
+}
+
+int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept {
+    TtyDevice& tty = of(device);
+    const auto start = std::chrono::steady_clock::now();
+    const clock::Deadline deadline =
+        milliseconds < 0 ? clock::Deadline::never()
+                         : clock::Deadline::at(start + std::chrono::milliseconds(milliseconds));
+    while (true) {
+        const bool held = (events & COM_HOST_WAIT_WRITE) != 0 && heldByDsr(tty);
+        const uint32_t possible = held ? events & ~uint32_t{COM_HOST_WAIT_WRITE} : events;
+        const int32_t left = deadline.realMillisecondsLeft();
+        uint32_t holding = 0;
+        Pause pause = Pause::over;
+        if (tty.hungUp) {
+            pause = waitWhileGone(tty, possible, wake, left, holding);
+        } else {
+            pollfd self{tty.descriptor, pollBits(possible), 0};
+            pause = sleepOn(tty, self, wake, held ? shorter(left, dsrStep) : left);
+            tty.hungUp = (self.revents & goneBits) != 0;
+            holding = eventsOf(tty, possible, self.revents);
+        }
+        if (holding != 0)
+            return static_cast<int32_t>(holding);
+        if (pause == Pause::ended || deadline.passed())
+            return 0;
+    }
+}
+
+} // namespace brisolt::tty

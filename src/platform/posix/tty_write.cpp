@@ -1,0 +1,171 @@
+// Writing to a tty. A complete write ends when the line has taken the bytes, not when the kernel has: what
+// the line does not take in time is taken back, so that it cannot turn up on the line later.
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "platform/posix/tty_device.h"
+
+namespace brisolt::tty {
+namespace {
+
+constexpr int32_t noStep = -1;
+constexpr int32_t dsrStep = 10; // milliseconds between two looks at DSR
+
+/// How an attempt or a pause ended. Zero and above: as errno, with 0 for time over.
+enum : int32_t { goOn = -1, timeOver = 0 };
+
+clock::Deadline writeDeadline(TtyDevice& tty, int32_t count) {
+    constexpr uint32_t noLimit = ~uint32_t{0};
+    const std::scoped_lock guard(tty.lock);
+    if (tty.timeouts.writeConstant == noLimit)
+        return clock::Deadline::never();
+    const uint64_t limit =
+        tty.timeouts.writeConstant + uint64_t{tty.timeouts.writeMultiplier} * static_cast<uint64_t>(count);
+    return clock::Deadline::in(static_cast<uint32_t>(std::min<uint64_t>(limit, noLimit - 1)));
+}
+
+/// Sleeps a step, or until the tty takes bytes if `forRoom`, unless the write is over before that.
+int32_t pause(TtyDevice& tty, const clock::Deadline& deadline, bool forRoom, int32_t step) {
+    const int32_t left = deadline.realMillisecondsLeft();
+    const int32_t length = step == noStep ? left : left < 0 ? step : std::min(left, step);
+    std::array<pollfd, 2> set{
+        {{tty.cancelled.descriptor(), POLLIN, 0}, {forRoom ? tty.descriptor : -1, POLLOUT, 0}}};
+    const int32_t happened = poll(set.data(), set.size(), length);
+    if (set[0].revents != 0)
+        return ECANCELED;
+    if (happened > 0 && (set[1].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0 &&
+        (set[1].revents & POLLOUT) == 0)
+        return EIO; // full, and nobody is left to empty it
+    return deadline.passed() ? timeOver : goOn;
+}
+
+/// One write call. Bytes taken, or a negative error number; 0: there is no room.
+int32_t writeOnce(TtyDevice& tty, const uint8_t* bytes, int32_t count) {
+    const ssize_t result = ::write(tty.descriptor, bytes, static_cast<std::size_t>(count));
+    if (result >= 0)
+        return static_cast<int32_t>(result);
+    if (errno == EAGAIN || errno == EINTR)
+        return 0;
+    if (isGone(errno))
+        tty.hungUp = true;
+    return -errno;
+}
+
+/// Hands bytes to the kernel until it has them all or the write is over. How many it took.
+int32_t handOver(TtyDevice& tty, const uint8_t* bytes, int32_t count, const clock::Deadline& deadline,
+                 int32_t& outcome) {
+    int32_t handed = 0;
+    outcome = goOn;
+    while (handed < count && outcome == goOn) {
+        if (heldByDsr(tty)) {
+            outcome = pause(tty, deadline, false, dsrStep);
+            continue;
+        }
+        const int32_t taken = writeOnce(tty, bytes + handed, count - handed);
+        if (taken < 0)
+            outcome = -taken;
+        else if (taken == 0)
+            outcome = pause(tty, deadline, true, noStep);
+        else
+            handed += taken;
+    }
+    return handed;
+}
+
+/// The kernel's output queue; 0 too where a device cannot tell. Negative: error number.
+int32_t queuedOutput(const TtyDevice& tty) {
+    int32_t queued = 0;
+    if (tty.isPty || ioctl(tty.descriptor, TIOCOUTQ, &queued) == 0)
+        return queued;
+    return lacksFunction(errno) ? 0 : -errno;
+}
+
+/// False while the last bytes are still in the transmitter, behind the queue.
+bool transmitterEmpty(TtyDevice& tty) {
+    uint32_t registers = 0;
+    if (tty.isPty || !tty.tellsTransmitter)
+        return true;
+    if (ioctl(tty.descriptor, TIOCSERGETLSR, &registers) == 0)
+        return (registers & TIOCSER_TEMT) != 0;
+    tty.tellsTransmitter = false;
+    return true;
+}
+
+/// Waits until the line has taken everything; goOn when it has.
+int32_t drain(TtyDevice& tty, const clock::Deadline& deadline) {
+    while (true) {
+        const int32_t queued = queuedOutput(tty);
+        if (queued < 0)
+            return -queued;
+        if (queued == 0 && transmitterEmpty(tty))
+            return goOn;
+        constexpr uint64_t bitsPerByte = 10;
+        const uint64_t estimate = static_cast<uint64_t>(queued) * bitsPerByte * 1000 / tty.bitRate;
+        const auto step = static_cast<int32_t>(std::clamp<uint64_t>(estimate, 1, 20));
+        if (const int32_t outcome = pause(tty, deadline, false, step); outcome != goOn)
+            return outcome;
+    }
+}
+
+/// Takes back what has not left. How much of a write of `handed` bytes that is.
+int32_t takeBack(const TtyDevice& tty, int32_t handed) {
+    const int32_t queued = queuedOutput(tty);
+    if (queued == 0)
+        return 0;
+    ioctl(tty.descriptor, TCFLSH, TCOFLUSH);
+    return queued < 0 ? handed : std::min(queued, handed);
+}
+
+int32_t writeComplete(TtyDevice& tty, const uint8_t* bytes, int32_t count, int32_t& error) {
+    const clock::Deadline deadline = writeDeadline(tty, count);
+    int32_t outcome = goOn;
+    const int32_t handed = handOver(tty, bytes, count, deadline, outcome);
+    if (outcome == goOn)
+        outcome = drain(tty, deadline);
+    if (outcome == goOn)
+        return count;
+    error = outcome;
+    return handed - takeBack(tty, handed);
+}
+
+} // namespace
+
+int32_t getTimeouts(void* device, ComHostTimeouts* timeouts) noexcept {
+    TtyDevice& tty = of(device);
+    const std::scoped_lock guard(tty.lock);
+    *timeouts = tty.timeouts;
+    return 1;
+}
+
+int32_t setTimeouts(void* device, const ComHostTimeouts* timeouts) noexcept {
+    TtyDevice& tty = of(device);
+    const std::scoped_lock guard(tty.lock);
+    tty.timeouts = *timeouts;
+    return 1;
+}
+
+int32_t write(void* device, const void* buffer, int32_t count, uint32_t how, int32_t* error) noexcept {
+    TtyDevice& tty = of(device);
+    const auto* bytes = static_cast<const uint8_t*>(buffer);
+    *error = 0;
+    if (how != COM_HOST_WRITE_NOW)
+        return writeComplete(tty, bytes, count, *error);
+    if (heldByDsr(tty))
+        return 0;
+    const int32_t taken = writeOnce(tty, bytes, count);
+    *error = std::max(-taken, 0);
+    return std::max(taken, 0);
+}
+
+int32_t flush(void* device) noexcept {
+    TtyDevice& tty = of(device);
+    const int32_t outcome = drain(tty, writeDeadline(tty, 0));
+    return outcome == goOn ? 1 : outcome == timeOver ? -ETIMEDOUT : -outcome;
+}
+
+} // namespace brisolt::tty

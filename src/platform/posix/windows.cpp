@@ -1,0 +1,125 @@
+// Windows: who runs their functions, and when they are gone.
+#include <limits>
+#include <new>
+#include <utility>
+
+#include "platform/message.h"
+#include "platform/posix/message_desk.h"
+#include "platform/thread.h"
+
+namespace brisolt::message {
+
+namespace {
+
+// A shared window that is busy elsewhere cannot take the message now. Waiting for its turn could wait for
+// ourselves in a roundabout way, so the message goes back to the head of its queue.
+bool handBack(Window& window, const ComHostMessage& message) noexcept try {
+    auto before = window.messages.size();
+    window.messages.putBack(message);
+    desk().sharedWaiting += window.messages.size() - before;
+    announce(window);
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+void enter(Window& window, ThreadQueue& queue) noexcept {
+    if (queue.claimed == window.id)
+        queue.claimed = 0;
+    window.runner = queue.thread;
+    ++window.depth;
+    if (!window.owner)
+        showLevels(); // its other messages are not the other threads' for now
+}
+
+void leave(Window& window, const ThreadQueue& queue) noexcept {
+    if (--window.depth > 0)
+        return;
+    if (window.destroyed)
+        desk().functionLeft.notify_all();
+    else if (queue.claimed != window.id)
+        release(window);
+}
+
+} // namespace
+
+int32_t createWindow(ComHostWindowFunc function, void* context, bool shared) noexcept try {
+    ThreadQueue* owner = shared ? nullptr : ownQueue();
+    if (!function || (!shared && !owner))
+        return -1;
+    auto window = std::make_shared<Window>();
+    window->function = function;
+    window->context = context;
+    window->owner = owner;
+    Desk& all = desk();
+    std::lock_guard lock(all.mutex);
+    if (all.lastWindow == std::numeric_limits<int32_t>::max())
+        return -1;
+    window->id = all.lastWindow + 1;
+    all.windows.emplace(window->id, window);
+    return ++all.lastWindow;
+} catch (const std::bad_alloc&) {
+    return -1;
+}
+
+bool destroyWindow(int32_t id) noexcept {
+    Desk& all = desk();
+    std::unique_lock lock(all.mutex);
+    auto window = findWindow(id);
+    if (!window)
+        return false;
+    window->destroyed = true;
+    all.windows.erase(id);
+    if (window->owner) {
+        window->owner->messages.dropWindow(id);
+        showLevel(*window->owner);
+    } else {
+        all.sharedWaiting -= window->messages.size();
+        showLevels();
+    }
+    if (window->runner != thread::currentId())
+        all.functionLeft.wait(lock, [&] { return window->depth == 0; });
+    return true;
+}
+
+bool postToWindow(int32_t id, uint32_t message, uintptr_t first, intptr_t second) noexcept try {
+    Desk& all = desk();
+    std::lock_guard lock(all.mutex);
+    auto window = findWindow(id);
+    if (!window)
+        return false;
+    MessageQueue& messages = window->owner ? window->owner->messages : window->messages;
+    auto before = messages.size();
+    if (!messages.push({id, message, first, second}, ++all.lastOrder))
+        return false;
+    if (window->owner) {
+        showLevel(*window->owner);
+        window->owner->wake->wake();
+    } else {
+        all.sharedWaiting += messages.size() - before;
+        announce(*window);
+    }
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+bool dispatch(const ComHostMessage& message) noexcept {
+    ThreadQueue* queue = ownQueue();
+    if (!queue)
+        return false;
+    std::unique_lock lock(desk().mutex);
+    auto window = findWindow(message.window);
+    if (!window || (window->owner && window->owner != queue))
+        return false;
+    if (window->runner != 0 && window->runner != queue->thread)
+        return handBack(*window, message);
+    enter(*window, *queue);
+    lock.unlock();
+    window->function(window->context, message.window, message.message, message.first, message.second);
+    lock.lock();
+    leave(*window, *queue);
+    return true;
+}
+
+} // namespace brisolt::message

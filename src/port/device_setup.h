@@ -1,0 +1,24 @@
+// The steps by which an open sets its device up. Each gives 0 or the open's failure code.
+#pragma once
+
+#include <cstdint>
+
+#include "port/open_close.h"
+#include "port/port_defaults.h"
+
+namespace brisolt {
+
+/// Device properties, one trace line each. 0; -26 when an adopted device's cannot be read.
+int32_t readProperties(Port& port, Opened opened, ComHostProperties& properties) noexcept;
+/// Event mask, queues and time-outs.
+int32_t setUpQueues(Port& port, Opened opened) noexcept;
+/// Framing and flow of the line.
+int32_t setUpLine(Port& port, const OpenArguments& arguments, Opened opened,
+                  const ComHostProperties& properties) noexcept;
+/// The last touches: empty queues, lines raised, no events.
+void startLine(Port& port) noexcept;
+
+inline constexpr uint32_t purgeHeld = COM_HOST_PURGE_RX | COM_HOST_PURGE_TX;
+inline constexpr uint32_t purgeAll = purgeHeld | COM_HOST_PURGE_RX_ABORT | COM_HOST_PURGE_TX_ABORT;
+
+} // namespace brisolt

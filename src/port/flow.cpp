@@ -1,0 +1,79 @@
+#include "port/flow.h"
+
+#include <array>
+
+namespace brisolt {
+
+namespace {
+
+constexpr uint32_t flowFlags = COM_HOST_LINE_XON_OUTPUT | COM_HOST_LINE_XON_INPUT | COM_HOST_LINE_CTS_OUTPUT |
+                               COM_HOST_LINE_DSR_OUTPUT | COM_HOST_LINE_DTR_ON | COM_HOST_LINE_DTR_HANDSHAKE |
+                               COM_HOST_LINE_RTS_ON | COM_HOST_LINE_RTS_HANDSHAKE;
+constexpr uint32_t xonXoff = COM_HOST_LINE_XON_OUTPUT | COM_HOST_LINE_XON_INPUT;
+constexpr uint32_t cts = COM_HOST_LINE_CTS_OUTPUT;
+constexpr uint32_t dsr = COM_HOST_LINE_DSR_OUTPUT;
+constexpr uint32_t dtrOn = COM_HOST_LINE_DTR_ON;
+constexpr uint32_t dtrShake = COM_HOST_LINE_DTR_HANDSHAKE;
+constexpr uint32_t rtsOn = COM_HOST_LINE_RTS_ON;
+constexpr uint32_t rtsShake = COM_HOST_LINE_RTS_HANDSHAKE;
+
+struct FlowMode {
+    uint32_t flags;
+    int32_t xonXoffCode;
+};
+constexpr std::array<FlowMode, 6> modes{{
+    {cts | dtrOn | rtsShake, 0},          // RTS/CTS
+    {xonXoff | dtrOn | rtsOn, 1},         // XON/XOFF
+    {dtrOn | rtsOn, 0},                   // none
+    {dsr | dtrShake | rtsOn, 0},          // DTR/DSR
+    {cts | dsr | dtrShake | rtsShake, 0}, // both pairs
+    {xonXoff | dsr | dtrShake | rtsOn, 1}, // XON/XOFF with DTR/DSR
+}};
+
+int32_t controlLine(Port& port, ComPortFunc driverFunction, uint32_t function) {
+    if (driverFunction != nullptr)
+        return driverFunction(port.number);
+    return port.device.line(function) ? 1 : -2;
+}
+
+} // namespace
+
+int32_t setFlow(Port& port, int32_t mode) {
+    if (!port.isOpen())
+        return -1;
+    if (ComPortValueFunc function = port.record->setFlowFunc)
+        return function(port.number, mode);
+    ComHostLineState state{};
+    bool readable = port.device.getLineState(state);
+    if (mode < 0 || mode >= static_cast<int32_t>(modes.size()) || !port.hasDevice())
+        return -1;
+    if (!readable)
+        state = port.lineStateCopy();
+    const FlowMode& wanted = modes[static_cast<std::size_t>(mode)];
+    state.flags = (state.flags & ~flowFlags) | wanted.flags;
+    port.record->xonXoff = wanted.xonXoffCode;
+    port.device.purge(COM_HOST_PURGE_TX_ABORT | COM_HOST_PURGE_RX_ABORT | COM_HOST_PURGE_TX | COM_HOST_PURGE_RX);
+    port.device.setLineState(state);
+    setDtr(port);
+    setRts(port);
+    port.setLineStateCopy(state);
+    return 1;
+}
+
+int32_t setDtr(Port& port) {
+    return controlLine(port, port.record->setDtrFunc, COM_HOST_LINE_SET_DTR);
+}
+
+int32_t clearDtr(Port& port) {
+    return controlLine(port, port.record->clearDtrFunc, COM_HOST_LINE_CLEAR_DTR);
+}
+
+int32_t setRts(Port& port) {
+    return controlLine(port, port.record->setRtsFunc, COM_HOST_LINE_SET_RTS);
+}
+
+int32_t clearRts(Port& port) {
+    return controlLine(port, port.record->clearRtsFunc, COM_HOST_LINE_CLEAR_RTS);
+}
+
+} // namespace brisolt

@@ -1,0 +1,137 @@
+#include "port/io_round.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+#include "port/device_io.h"
+#include "port/port_table.h"
+#include "port/trace.h"
+
+namespace brisolt {
+
+namespace {
+
+std::atomic<void (*)(Port&)> notificationStep{nullptr};
+
+void replaceIn(std::span<uint8_t> bytes, uint8_t from, uint8_t to) noexcept {
+    std::replace(bytes.begin(), bytes.end(), from, to);
+}
+
+// The trace names the count that a read is meant for, which costs a question to the device that the
+// read itself does not need.
+std::span<uint8_t> tracedIntention(Port& port, std::span<uint8_t> room) noexcept {
+    std::size_t held = statusRead(port, COM_HOST_WANT_IN).inQueue;
+    bool atTheSize = port.record->rxHead >= port.rx.size;
+    room = room.first(std::min(held, room.size()));
+    if (held > 0 && !atTheSize)
+        trace(port, "Reading %d characters", static_cast<int32_t>(room.size()));
+    return room;
+}
+
+// Bytes leave the ring before they are written, and what the device does not take is gone.
+void transmitBlock(Port& port) noexcept {
+    auto block = port.tx.next();
+    block = block.first(std::min(block.size(), static_cast<std::size_t>(port.record->maxWriteChars)));
+    if (block.empty())
+        return;
+    std::memcpy(port.record->txStage, block.data(), block.size());
+    port.tx.sent(static_cast<int32_t>(block.size()));
+    trace(port, "Writing %d characters", static_cast<int32_t>(block.size()));
+    deviceWrite(port, {port.record->txStage, block.size()});
+}
+
+// The ring gives up what the device took, no more.
+void transmitLossless(Port& port) noexcept {
+    for (;;) {
+        auto bytes = port.tx.next();
+        if (bytes.empty())
+            return;
+        int32_t taken = writeNow(port, bytes);
+        if (taken < 1)
+            return;
+        trace(port, "Writing %d characters", taken);
+        port.tx.sent(taken);
+    }
+}
+
+} // namespace
+
+bool receiveStep(Port& port) noexcept {
+    auto room = port.rx.room();
+    if (tracing(port))
+        room = tracedIntention(port, room);
+    if (room.empty())
+        return false;
+    int32_t got = deviceRead(port, room);
+    if (got < 1)
+        return false;
+    port.rx.filled(got);
+    return true;
+}
+
+void replacementStep(Port& port) noexcept {
+    PortRecord& record = *port.record;
+    if (record.replaceEnabled == 0)
+        return;
+    auto unread = port.rx.unread();
+    replaceIn(unread.first, record.replaceFrom, record.replaceTo);
+    replaceIn(unread.second, record.replaceFrom, record.replaceTo);
+}
+
+void transmitStep(Port& port) noexcept {
+    if (port.lossless != 0)
+        transmitLossless(port);
+    else
+        transmitBlock(port);
+}
+
+void directRound(Port& port) noexcept {
+    statusRead(port);
+    int32_t before = port.record->rxHead;
+    bool wrapped = before < port.record->rxTail;
+    if (receiveStep(port)) {
+        int32_t head = port.record->rxHead;
+        if (!wrapped && head > before && head < port.rx.size)
+            trace(port, "Read HWM %d Read LWM", head);
+        port.events.wakeAll();
+    }
+    replacementStep(port);
+    if (port.isOpen())
+        transmitStep(port);
+    statusRead(port);
+}
+
+void threadRound(Port& port) noexcept {
+    HeldLock lock(port);
+    if (receiveStep(port)) {
+        replacementStep(port);
+        port.events.wakeAll();
+        if (auto* step = notificationStep.load(std::memory_order_acquire); step && hasNotifications(port))
+            step(port);
+    }
+    if (port.isOpen())
+        transmitStep(port);
+}
+
+void takeFromDevice(Port& port) noexcept {
+    HeldLock lock(port);
+    statusRead(port);
+    if (!receiveStep(port))
+        return;
+    replacementStep(port);
+    port.events.wakeAll();
+}
+
+void setNotificationStep(void (*step)(Port&)) noexcept {
+    notificationStep.store(step, std::memory_order_release);
+}
+
+bool hasNotifications(const Port& port) noexcept {
+    const PortRecord& record = *port.record;
+    return record.anyCharCallback.load() || record.onCharCallback.load() || record.onStringCallback.load() ||
+           record.anyCharWindow != 0 || record.onCharWindow != 0 || record.onStringWindow != 0 ||
+           record.anyCharThread != 0 || record.onCharThread != 0 || record.onStringThread != 0;
+}
+
+} // namespace brisolt

@@ -1,0 +1,35 @@
+// A round: what moves bytes between the rings and the device. The I/O thread runs it, in direct mode the
+// reading and writing calls do. All steps want portLock held.
+#pragma once
+
+#include <cstdint>
+
+#include "port/port.h"
+
+namespace brisolt {
+
+/// Moves what the device holds into the receive ring, as far as one piece of room goes. True when the
+/// device had bytes.
+bool receiveStep(Port& port) noexcept;
+
+/// Replaces a received byte value by another in the unread bytes, when that is switched on.
+void replacementStep(Port& port) noexcept;
+
+/// Hands at most one block of the transmit ring to the device.
+void transmitStep(Port& port) noexcept;
+
+/// A round in the caller's thread: everything but notifications.
+void directRound(Port& port) noexcept;
+
+/// A round of the I/O thread, notifications included.
+void threadRound(Port& port) noexcept;
+
+/// Takes what the device holds for a caller that waits for bytes, as the I/O thread would have.
+void takeFromDevice(Port& port) noexcept;
+
+/// What the subsystem of notifications does when a round brought data; set once, on first use.
+void setNotificationStep(void (*step)(Port& port)) noexcept;
+/// Whether anybody is to be told of received data on the port.
+bool hasNotifications(const Port& port) noexcept;
+
+} // namespace brisolt

@@ -1,0 +1,229 @@
+#include "port/io_thread.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "platform/error_text.h"
+#include "platform/message.h"
+#include "platform/signal.h"
+#include "platform/thread.h"
+#include "port/device_io.h"
+#include "port/io_round.h"
+#include "port/port_table.h"
+#include "port/trace.h"
+#include "port/waits.h"
+
+namespace brisolt {
+
+namespace {
+
+constexpr uint32_t suspendLimit = 500; ///< milliseconds
+/// How long the thread leaves the device to callers after the last has watched it. Their own calls take
+/// what comes meanwhile.
+constexpr uint32_t standAside = 20;
+constexpr uint32_t blindPace = 5; ///< least pause between looks at a device that cannot be waited for
+constexpr int32_t ownMessages = 255;
+
+/// The thread's side of the watch over the device.
+struct WatchShare {
+    uint32_t seenWatches = 0;
+    bool wasParked = false;
+    clock::Deadline asideUntil = clock::Deadline::in(0);
+
+    /// Who watches while the thread sleeps.
+    ThreadWatch choose(const Port& port) noexcept {
+        if (hasNotifications(port))
+            return ThreadWatch::onDevice;
+        uint32_t watches = port.watches.load();
+        bool watched = port.watchers.load() > 0;
+        bool justLeft = wasParked && !watched;
+        wasParked = false;
+        if (watches != seenWatches || justLeft) {
+            seenWatches = watches;
+            asideUntil = clock::Deadline::in(standAside);
+            return ThreadWatch::aside;
+        }
+        if (watched) {
+            wasParked = true;
+            return ThreadWatch::parked;
+        }
+        return asideUntil.passed() ? ThreadWatch::onDevice : ThreadWatch::aside;
+    }
+};
+
+void announce(Port& port) {
+    char text[80];
+    std::snprintf(text, sizeof text, "\r\n Starting COM Thread on Port:%d Thread:%d", port.number.load(),
+                  static_cast<int32_t>(thread::currentId()));
+    debugOutput(text);
+    trace(port, "STARTING READ/WRITE THREAD");
+    port.record->ioThread = thread::currentId();
+    port.threadStarted = 1;
+    port.threadStarted.notify_all();
+}
+
+void stop(Port& port) {
+    trace(port, "STOPPING READ/WRITE THREAD Open State = 0");
+    if (port.threadRun != 0)
+        return; // the port closed under the thread: nobody waits for its report
+    port.threadDone = 1;
+    port.events.wakeAll();
+}
+
+/// How long the port is still held back, in milliseconds; a suspension that is over, or too far off to be
+/// real, ends here.
+uint32_t suspendedFor(Port& port) noexcept {
+    PortRecord& record = *port.record;
+    if (record.suspended != 1)
+        return 0;
+    auto left = static_cast<int32_t>(record.suspendUntil - clock::ticks());
+    if (left > 0 && left <= static_cast<int32_t>(suspendLimit))
+        return static_cast<uint32_t>(left);
+    record.suspended = 0;
+    return 0;
+}
+
+/// The pace: how long until the next round may run.
+struct Pace {
+    uint32_t lastRound;
+    uint32_t left(const Port& port) const noexcept {
+        uint32_t pace = port.record->threadSleep;
+        if (pace == 0)
+            return 0;
+        uint32_t elapsed = clock::ticks() - lastRound;
+        return elapsed > pace ? 0 : pace + 1 - elapsed; // ticks are rounded down: one more is on the safe side
+    }
+};
+
+/// The thread's own message queue is served like a caller's.
+void serviceMessages(Port& port) {
+    if (message::waiting() || port.record->escapeFunc.load() != nullptr)
+        checkEscape(port, ownMessages);
+}
+
+/// Sleeps that many milliseconds or until somebody calls the thread.
+void sleepOff(Port& port, uint32_t milliseconds) noexcept {
+    auto until = clock::Deadline::in(milliseconds);
+    Wake& wake = *port.threadWake;
+    wake.prepare();
+    if (port.threadRun != 0 && port.isOpen()) {
+        Watch own{.descriptor = wake.descriptor(), .forRead = true};
+        waitAny({&own, 1}, until.realMillisecondsLeft());
+    }
+    wake.finish();
+}
+
+struct Outlook {
+    bool roundNow;   ///< bytes wait in the transmit ring
+    uint32_t events; ///< what to wait for on the device
+};
+
+/// What there is to do, looked at under the lock so that no writer's bytes and no reader's room are missed.
+Outlook lookAhead(Port& port, bool watching) noexcept {
+    HeldLock lock(port);
+    bool room = !port.rx.room().empty();
+    port.rxStalled = room ? 0 : 1;
+    bool unsent = !port.tx.empty();
+    bool lossless = port.lossless != 0;
+    uint32_t events = 0;
+    if (watching && room)
+        events |= COM_HOST_WAIT_READ;
+    if (unsent && lossless)
+        events |= COM_HOST_WAIT_WRITE;
+    return {.roundNow = unsent && !lossless, .events = events};
+}
+
+/// Without a wait of the driver's, the device is looked at again and again at the port's pace.
+uint32_t sleepBlind(const Port& port, uint32_t events) noexcept {
+    Watch own{.descriptor = port.threadWake->descriptor(), .forRead = true};
+    uint32_t pace = std::max<uint32_t>(port.record->threadSleep, blindPace);
+    waitAny({&own, 1}, clock::Deadline::in(pace).realMillisecondsLeft());
+    return events;
+}
+
+/// Sleeps until there may be work. True when a round would find some.
+bool waitForWork(Port& port, WatchShare& share) noexcept {
+    Wake& wake = *port.threadWake;
+    wake.prepare();
+    ThreadWatch watch = port.device.canWait() ? share.choose(port) : ThreadWatch::onDevice;
+    port.threadWatch = watch;
+    bool watched = port.watchers.load() > 0;
+    bool crossed = (watch == ThreadWatch::onDevice && watched && !hasNotifications(port)) ||
+                   (watch == ThreadWatch::parked && !watched);
+    bool due = port.threadRun == 0 || !port.isOpen() || port.record->suspended == 1 || message::waiting();
+    bool work = false;
+    if (!crossed && !due) {
+        Outlook outlook = lookAhead(port, watch == ThreadWatch::onDevice);
+        work = outlook.roundNow;
+        int32_t left = watch == ThreadWatch::aside ? share.asideUntil.realMillisecondsLeft() : -1;
+        if (!work && !port.device.canWait())
+            work = sleepBlind(port, outlook.events) != 0;
+        else if (!work)
+            work = port.device.wait(outlook.events, wake.descriptor(), left) != 0;
+    }
+    port.threadWatch = ThreadWatch::away;
+    wake.finish();
+    return work;
+}
+
+void run(Port& port) {
+    WatchShare share;
+    Pace pace{.lastRound = clock::ticks() - port.record->threadSleep - 1};
+    bool work = false;
+    while (port.threadRun != 0 && port.isOpen()) {
+        if (uint32_t held = suspendedFor(port); held > 0) {
+            sleepOff(port, held);
+        } else if (!work) {
+            serviceMessages(port);
+            work = waitForWork(port, share);
+        } else if (uint32_t left = pace.left(port); left > 0) {
+            sleepOff(port, left);
+        } else {
+            threadRound(port);
+            work = false;
+            pace.lastRound = clock::ticks();
+            statusRead(port);
+        }
+    }
+    stop(port);
+}
+
+void threadMain(void* argument) {
+    HeldPort port(static_cast<Port*>(argument));
+    Wake::giveThisThread(port->threadWake);
+    announce(*port);
+    run(*port);
+}
+
+} // namespace
+
+bool startIoThread(Port& port) noexcept {
+    table::tryHold(port); // the thread's own
+    if (!thread::start(threadMain, &port, "brisolt-io")) {
+        table::letGo(port);
+        return false;
+    }
+    port.threadStarted.wait(0);
+    return true;
+}
+
+bool onIoThread(const Port& port) noexcept {
+    return port.record->ioThread == thread::currentId();
+}
+
+void setIoPriority(Port& port, int32_t level) noexcept {
+    using enum thread::Priority;
+    thread::Priority priority = normal;
+    switch (level) {
+    case 1: priority = lowest; break;
+    case 4: priority = belowNormal; break;
+    case 6: priority = aboveNormal; break;
+    case 9: priority = highest; break;
+    case 10: priority = timeCritical; break;
+    default: break;
+    }
+    if (uint32_t id = port.record->ioThread; id != 0)
+        thread::setPriority(id, priority);
+}
+
+} // namespace brisolt

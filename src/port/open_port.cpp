@@ -1,0 +1,185 @@
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "platform/clock.h"
+#include "port/blocks.h"
+#include "port/device_setup.h"
+#include "port/flow.h"
+#include "port/io_thread.h"
+#include "port/open_close.h"
+#include "port/port_table.h"
+#include "port/trace.h"
+
+namespace brisolt {
+
+namespace {
+
+constexpr uint32_t leastRing = 2048;
+
+/// An open in the making: takes the number, and gives everything back unless it succeeds.
+class Opening {
+public:
+    explicit Opening(const OpenArguments& arguments) noexcept : number_(arguments.number) {
+        if (!validPort(number_))
+            code_ = -1;
+        else if (!table::claim(number_))
+            code_ = -2;
+        else
+            begin(arguments);
+    }
+    ~Opening() {
+        if (port_ != nullptr) {
+            port_->threadRun = 0;
+            port_->open = 0;
+            table::letGo(*port_);
+        }
+        if (claimed_)
+            table::unclaim(number_);
+    }
+    Opening(const Opening&) = delete;
+    Opening& operator=(const Opening&) = delete;
+    int32_t code() const noexcept { return code_; }
+    Port& port() const noexcept { return *port_; }
+    int32_t succeed() noexcept {
+        table::publish(*port_);
+        port_ = nullptr;
+        claimed_ = false;
+        return number_;
+    }
+
+private:
+    void begin(const OpenArguments& arguments) noexcept {
+        claimed_ = true;
+        Port* port = table::make(number_);
+        if (port == nullptr) {
+            code_ = -20;
+            return;
+        }
+        port_ = port;
+        code_ = blocks::allocate(*port, std::max(arguments.rxSize, leastRing), std::max(arguments.txSize, leastRing));
+        if (code_ == 0)
+            port->open = 1;
+    }
+
+    int32_t number_;
+    bool claimed_ = false;
+    Port* port_ = nullptr;
+    int32_t code_ = 0;
+};
+
+bool isDirectName(const OpenArguments& arguments) noexcept {
+    return arguments.deviceName != nullptr && std::strcmp(arguments.deviceName, "THUNK") == 0;
+}
+
+void storeArguments(PortRecord& record, const OpenArguments& arguments) noexcept {
+    record.baudRate = arguments.baudRate;
+    record.parityCode = arguments.parity;
+    record.stopCode = arguments.stopBits;
+    record.dataBits = arguments.dataBits;
+    record.rxBufSize = static_cast<int32_t>(std::max(arguments.rxSize, leastRing));
+    record.txBufSize = static_cast<int32_t>(std::max(arguments.txSize, leastRing));
+}
+
+/// The port's device under its first name, for ports 1 to 9 also under the second.
+int32_t openDevice(Port& port) {
+    int32_t number = port.number;
+    std::string path = "\\\\.\\COM" + std::to_string(number);
+    std::string alternative = number < 10 ? "COM" + std::to_string(number) : "COM";
+    trace(port, "CreateFile Call ComString:<%s> ", path.c_str());
+    int32_t result = port.device.open(path);
+    if (result > 0)
+        return 0;
+    trace(port, "INVALID_HANDLE_VALUE return from CreateFile - GetLastError Code:%ld", -static_cast<long>(result));
+    trace(port, "Trying alternative string %s", alternative.c_str());
+    if (number < 10)
+        result = port.device.open(alternative);
+    if (result > 0)
+        return 0;
+    trace(port, "INVALID_HANDLE_VALUE return from CreateFile - GetLastError Code:%ld  Aborting",
+          -static_cast<long>(result));
+    return -25;
+}
+
+int32_t adoptDevice(Port& port, int32_t handle) {
+    trace(port, "Opening Port: %d", port.number.load());
+    trace(port, "Return from CreateFile: %d", handle);
+    return port.device.adopt(handle) > 0 ? 0 : -25;
+}
+
+int32_t setUpDevice(Port& port, const OpenArguments& arguments, Opened opened) noexcept {
+    ComHostProperties properties{};
+    properties.size = sizeof properties;
+    if (int32_t code = readProperties(port, opened, properties); code < 0)
+        return code;
+    if (int32_t code = setUpQueues(port, opened); code < 0)
+        return code;
+    return setUpLine(port, arguments, opened, properties);
+}
+
+int32_t startThread(Port& port, Opened opened) noexcept {
+    port.threadRun = 1;
+    port.threadDone = 0;
+    if (!port.threaded() || startIoThread(port))
+        return 0;
+    if (opened == Opened::own)
+        trace(port, "_beginthread Failure - Aborting");
+    port.threadRun = 0;
+    port.threadDone = 1;
+    return -38;
+}
+
+/// What both opens do once their device is there.
+int32_t finishOpen(Opening& opening, const OpenArguments& arguments, Opened opened) {
+    Port& port = opening.port();
+    storeArguments(*port.record, arguments);
+    if (int32_t code = setUpDevice(port, arguments, opened); code < 0)
+        return code;
+    setDefaults(*port.record, port.number, arguments.deviceName, opened);
+    port.record->ioMode = opened == Opened::own && isDirectName(arguments) ? ioDirect : ioThreaded;
+    startLine(port);
+    if (int32_t code = startThread(port, opened); code < 0)
+        return code;
+    port.record->threadStartTick = clock::ticks();
+    setIoPriority(port, 6);
+    setFlow(port, 2);
+    if (opened == Opened::own)
+        trace(port, "Port Successfully Opened");
+    return opening.succeed();
+}
+
+/// After these an adopted handle is closed: its owner asked for a framing that does not exist.
+bool closesHandle(int32_t code, const OpenArguments& arguments) noexcept {
+    bool badDataBits = arguments.dataBits < 4 || arguments.dataBits > 8;
+    return code == -33 || code == -35 || (code == -34 && badDataBits);
+}
+
+} // namespace
+
+int32_t openPort(const OpenArguments& arguments) {
+    Opening opening(arguments);
+    if (opening.code() < 0)
+        return opening.code();
+    Port& port = opening.port();
+    trace(port, "Opening Port: %d DevName:%s Baudrate:%d Data Bits:%d Parity:%d Stop Bits:%d", arguments.number,
+          arguments.deviceName == nullptr ? "" : arguments.deviceName, arguments.baudRate, arguments.dataBits,
+          arguments.parity, arguments.stopBits);
+    if (int32_t code = openDevice(port); code < 0)
+        return code;
+    return finishOpen(opening, arguments, Opened::own);
+}
+
+int32_t openPortOn(const OpenArguments& arguments, int32_t handle) {
+    Opening opening(arguments);
+    if (opening.code() < 0)
+        return opening.code();
+    Port& port = opening.port();
+    if (int32_t code = adoptDevice(port, handle); code < 0)
+        return code;
+    int32_t result = finishOpen(opening, arguments, Opened::adopted);
+    if (closesHandle(result, arguments))
+        port.closeCallersHandle = 1;
+    return result;
+}
+
+} // namespace brisolt

@@ -1,0 +1,82 @@
+// An open port: one counted object with all its blocks. An operation takes a hold on it (HeldPort), works
+// on it and lets go; the close takes it out of the table, and the last holder frees the blocks and the
+// device. So no operation ever meets freed memory or somebody else's descriptor, whoever closes or reopens
+// the number in the middle of it.
+//
+// Lock order: portLock, then the small mutexes (each a leaf).
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "platform/device.h"
+#include "platform/wake.h"
+#include "port/port_events.h"
+#include "port/port_lock.h"
+#include "port/record.h"
+#include "port/rings.h"
+#include "port/tracked_memory.h"
+
+namespace brisolt {
+
+/// How the I/O thread shares the watch over the device with callers that wait for bytes. A caller that
+/// waits looks at the device itself, so that a byte reaches it without a detour through another thread.
+enum class ThreadWatch : int32_t {
+    away,     ///< in a round, or waiting for its pace: it will look again by itself
+    onDevice, ///< it sleeps on the device
+    aside,    ///< callers watch now and then; it takes over when none has for a while
+    parked,   ///< a caller is watching right now; that caller calls it when it leaves
+};
+
+struct Port {
+    std::atomic<uint32_t> holds{0}; ///< 0: nobody's; only the table may touch the rest then
+    Port* nextFree = nullptr;
+
+    std::atomic<int32_t> number{0};
+    std::atomic<int32_t> open{0};    ///< exactly 1 while the port is open
+    std::atomic<int32_t> closing{0}; ///< 1 from the start of a close: there is one close a life
+    std::atomic<int32_t> closeCallersHandle{0}; ///< the adopted handle goes with the device
+    PortRecord* record = nullptr;
+    PortWorkArea* workArea = nullptr;
+    ReceiveRing rx;
+    TransmitRing tx;
+    TrackedBlocks orphans; ///< what the close took out of the number's pool; goes with the blocks
+
+    PortLock portLock;
+    Device device;
+    PortEvents events;
+
+    std::atomic<int32_t> threadRun{0};
+    std::atomic<int32_t> threadDone{0};
+    std::atomic<int32_t> threadStarted{0}; ///< it has said so in the trace
+    std::atomic<int32_t> rxStalled{0};     ///< it leaves the device alone until a reader makes room
+    std::shared_ptr<Wake> threadWake; ///< set before the thread is announced; never changed afterwards
+    std::atomic<ThreadWatch> threadWatch{ThreadWatch::away};
+    std::atomic<int32_t> watchers{0}; ///< callers that watch the device now
+    std::atomic<uint32_t> watches{0}; ///< how often one began
+
+    std::atomic<int32_t> lossless{0};
+    std::atomic<int32_t> traceOn{0}; ///< the trace file has a name
+    std::mutex logMutex;             ///< the log file names of the record
+    std::mutex lineMutex;            ///< lineState of the record
+
+    bool isOpen() const noexcept { return open.load(std::memory_order_acquire) == 1; }
+    bool threaded() const noexcept { return record->ioMode == ioThreaded; }
+    bool hasDevice() const noexcept { return device.present(); }
+    ComHostLineState lineStateCopy() noexcept {
+        std::scoped_lock guard(lineMutex);
+        return record->lineState;
+    }
+    void setLineStateCopy(const ComHostLineState& state) noexcept {
+        std::scoped_lock guard(lineMutex);
+        record->lineState = state;
+    }
+    void wakeThread() noexcept {
+        if (threadWake)
+            threadWake->wake();
+    }
+};
+
+} // namespace brisolt

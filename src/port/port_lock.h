@@ -1,0 +1,44 @@
+// The lock of a port: re-entrant within a thread, and first come first served. The order matters: a caller
+// that reads in a loop would otherwise keep the I/O thread from its turn for ever.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace brisolt {
+
+class PortLock {
+public:
+    void lock() noexcept {
+        const void* me = &thisThread;
+        if (owner_.load(std::memory_order_relaxed) == me) {
+            ++depth_;
+            return;
+        }
+        uint32_t ticket = next_.fetch_add(1);
+        for (uint32_t now = serving_.load(); now != ticket; now = serving_.load())
+            serving_.wait(now);
+        owner_.store(me, std::memory_order_relaxed);
+        depth_ = 1;
+    }
+    void unlock() noexcept {
+        if (--depth_ > 0)
+            return;
+        owner_.store(nullptr, std::memory_order_relaxed);
+        uint32_t now = serving_.load(std::memory_order_relaxed) + 1;
+        serving_.store(now); // sequentially consistent: a ticket drawn before this is seen below
+        if (next_.load() != now)
+            serving_.notify_all();
+    }
+    bool heldByMe() const noexcept { return owner_.load(std::memory_order_relaxed) == &thisThread; }
+
+private:
+    // Initial-exec: found without a call into the dynamic loader, on every read and write.
+    static thread_local char thisThread __attribute__((tls_model("initial-exec")));
+    std::atomic<uint32_t> next_{0};
+    std::atomic<uint32_t> serving_{0};
+    std::atomic<const void*> owner_{nullptr};
+    int32_t depth_ = 0;
+};
+
+} // namespace brisolt

@@ -1,0 +1,91 @@
+#include "port/port_table.h"
+
+#include <mutex>
+#include <new>
+
+#include "port/blocks.h"
+
+namespace brisolt::table {
+
+Slot slots[lastPort + 1];
+
+namespace {
+
+std::mutex freeMutex;
+Port* freeHeaders = nullptr;
+
+Port* takeHeader() noexcept {
+    {
+        std::scoped_lock guard(freeMutex);
+        if (Port* port = freeHeaders) {
+            freeHeaders = port->nextFree;
+            return port;
+        }
+    }
+    return new (std::nothrow) Port;
+}
+
+// What a hold tried on a stale header may look at (holds, number) stays as it is or is atomic; everything
+// else is set here, before the first hold of the new life.
+void reset(Port& port, int32_t number) noexcept {
+    port.nextFree = nullptr;
+    port.number.store(number);
+    port.open = 0;
+    port.closing = 0;
+    port.closeCallersHandle = 0;
+    port.threadRun = 0;
+    port.threadDone = 0;
+    port.threadStarted = 0;
+    port.rxStalled = 0;
+    port.threadWake.reset();
+    port.threadWatch = ThreadWatch::away;
+    port.watchers = 0;
+    port.watches = 0;
+    port.lossless = 0;
+    port.traceOn = 0;
+}
+
+} // namespace
+
+bool claim(int32_t number) noexcept {
+    int32_t free = 0;
+    return slots[number].claimed.compare_exchange_strong(free, 1);
+}
+
+void unclaim(int32_t number) noexcept {
+    slots[number].claimed = 0;
+}
+
+Port* make(int32_t number) noexcept {
+    Port* port = takeHeader();
+    if (port == nullptr)
+        return nullptr;
+    reset(*port, number);
+    port->holds.store(1, std::memory_order_release);
+    return port;
+}
+
+void publish(Port& port) noexcept {
+    slots[port.number].port.store(&port, std::memory_order_release);
+}
+
+void withdraw(Port& port) noexcept {
+    slots[port.number].port.store(nullptr, std::memory_order_release);
+    unclaim(port.number);
+}
+
+void freePort(Port& port) noexcept {
+    int32_t handle = port.device.handle();
+    bool theirsToo = port.device.adopted() && port.closeCallersHandle != 0;
+    port.device.close();
+    if (theirsToo)
+        drivers::closeForeignHandle(handle);
+    port.orphans.releaseAll();
+    blocks::release(port);
+    port.threadWake.reset();
+    std::scoped_lock guard(freeMutex);
+    port.nextFree = freeHeaders;
+    freeHeaders = &port;
+}
+
+} // namespace brisolt::table

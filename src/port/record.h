@@ -1,0 +1,186 @@
+// The two blocks of an open port: its record (configuration, positions, settings of every subsystem) and
+// its work area (buffers of scripting and transfer). Both start zero-filled; what is not set by an open is
+// zero. Fields that are read without the port's lock are Shared.
+#pragma once
+
+#include <cstdint>
+
+#include "api/brisolt.h"
+#include "api/brisolt_host.h"
+#include "port/shared.h"
+
+namespace brisolt {
+
+inline constexpr int32_t nameSize = 260; ///< a path field, terminator included
+inline constexpr uint8_t defaultScrambleKey = 0x3D;
+inline constexpr int32_t statusCarrierLatched = 0x20;
+inline constexpr int32_t statusBreakSeen = 0x40;
+
+/// Values of ioMode.
+inline constexpr int32_t ioDirect = 1;   ///< no thread: reads, writes and status calls run rounds themselves
+inline constexpr int32_t ioThreaded = 2; ///< a thread of the port's own runs the rounds
+
+struct DeviceStatus {
+    uint32_t errors, inQueue, outQueue;
+};
+
+struct PortRecord {
+    Shared<int32_t> carrierLossProtocol;
+    Shared<int32_t> carrierLossState;
+
+    // ---- the port's parameters
+    Shared<int32_t> portNumber;
+    char deviceName[32];
+    Shared<int32_t> baudRate;
+    Shared<int32_t> parityCode;
+    Shared<int32_t> dataBits;
+    Shared<int32_t> stopCode;
+    Shared<int32_t> xonXoff;
+    Shared<int32_t> rxBufSize; ///< what a caller sees; the rings know their own size
+    Shared<int32_t> txBufSize;
+    Shared<int32_t> flushDelay;   ///< seconds
+    Shared<int32_t> breakTime;    ///< hundredths of a second
+    Shared<int32_t> dtrPulseTime; ///< hundredths of a second
+    Shared<int32_t> yield;
+    Shared<uint8_t> escapeChar;
+    Shared<ComEscapeFunc> escapeFunc;
+    Shared<uint32_t> openTick;
+    Shared<int32_t> portDelayInterval;
+    Shared<uint8_t> scrambleKey;
+    Shared<int32_t> scrambleOn;
+
+    // ---- driver functions that replace primitives
+    Shared<ComPortFunc> breakFunc;
+    Shared<ComPortFunc> carrierFunc;
+    Shared<ComPortFunc> dtrFunc;
+    Shared<ComPortFunc> flushFunc;
+    Shared<ComPortFunc> flushOutBufFunc;
+    Shared<ComReadFunc> readFunc;
+    Shared<ComPortFunc> ringFunc;
+    Shared<ComPortValueFunc> setBaudFunc;
+    Shared<ComSetParmsFunc> setParmsFunc;
+    Shared<ComPortValueFunc> setFlowFunc;
+    Shared<ComPortFunc> statusFunc;
+    Shared<ComPortFunc> outBufStatusFunc;
+    Shared<ComWriteFunc> writeFunc;
+    Shared<ComPortFunc> getBreakStatusFunc;
+    Shared<ComPortFunc> getCtsStatusFunc;
+    Shared<ComPortFunc> getDsrStatusFunc;
+    Shared<ComPortFunc> setDtrFunc;
+    Shared<ComPortFunc> clearDtrFunc;
+    Shared<ComPortFunc> setRtsFunc;
+    Shared<ComPortFunc> clearRtsFunc;
+    Shared<ComPortFunc> updateStatusFunc;
+    Shared<ComPortFunc> onCharCallback;
+    Shared<ComPortFunc> anyCharCallback;
+    Shared<ComPortFunc> onStringCallback;
+
+    // ---- the modem's parameters
+    Shared<int32_t> dialTimeout; ///< seconds
+    char dialStr[32];
+    char discStr[32];
+    char resetStr[32];
+    char setAAStr[32];
+    char unsetAAStr[32];
+    char initStr[100];
+    char compressionOnStr[32];
+    char compressionOffStr[32];
+    char flowControlOffStr[32];
+    char flowControlHdwrStr[32];
+    char flowControlSoftStr[32];
+    char errorControlOnStr[32];
+    char errorControlOffStr[32];
+    char errorControlForcedStr[32];
+    char modemName[75];
+
+    // ---- text transfer parameters
+    Shared<int32_t> stripLF;
+    Shared<int32_t> addCR;
+    Shared<int32_t> charDelay;
+    Shared<int32_t> lineDelay;
+
+    // ---- the device
+    Shared<int32_t> device; ///< the handle shown to callers
+    ComHostLineState lineState; ///< under lineMutex of the port
+    DeviceStatus deviceStatus;
+    Shared<uint32_t> lineErrors;
+
+    Shared<int32_t> fileStringCount;
+    void* fileStringTable;
+    Shared<int32_t> statusFlags;
+    ComShowRecord show;
+
+    // ---- ring positions: written under portLock
+    Shared<int32_t> rxTail;
+    Shared<int32_t> rxHead;
+    Shared<int32_t> txTail;
+    Shared<int32_t> txHead;
+    Shared<int32_t> maxWriteChars;
+
+    // ---- capture on failure
+    Shared<int32_t> captureActive;
+    int32_t captureStart;
+    int32_t captureWritePos;
+    int32_t captureSize;
+    char* captureBuffer;
+    char captureDir[nameSize];
+
+    // ---- the I/O thread
+    Shared<uint32_t> threadStartTick;
+    Shared<uint32_t> ioThread; ///< its thread identifier; 0 none
+    uint8_t txStage[4096];
+    char portDebugFileName[nameSize]; ///< the four log names are under logMutex of the port
+    Shared<int32_t> suspended;
+    Shared<uint32_t> suspendUntil;
+    Shared<uint32_t> threadSleep; ///< the pace of rounds, milliseconds
+    Shared<int32_t> writeThru;
+    Shared<int32_t> ioMode;
+    Shared<int32_t> cancelFlag;
+    char protocolDebugFileName[nameSize];
+    char debugFileName[nameSize];
+    char verifyFileName[nameSize];
+
+    // ---- notifications
+    Shared<int32_t> anyCharWindow;
+    Shared<int32_t> onCharWindow;
+    Shared<uint8_t> notifyChar;
+    Shared<int32_t> onStringWindow;
+    char notifyString[300];
+    Shared<uint32_t> anyCharThread;
+    Shared<uint32_t> onCharThread;
+    Shared<uint32_t> onStringThread;
+    Shared<int32_t> replaceEnabled;
+    Shared<uint8_t> replaceFrom;
+    Shared<uint8_t> replaceTo;
+
+    // ---- file utilities
+    uint8_t verifyBuf[2048];
+    int32_t bufWriteCount;
+    char bufWriteFileName[nameSize];
+    uint8_t bufWriteData[64000];
+};
+
+struct PortWorkArea {
+    Shared<uint32_t> transferThread;
+    int32_t rxQuietTimeout;
+    Shared<int32_t> transferFile;
+    uint8_t sendChar;
+    uint8_t sendPrevChar;
+    uint32_t rxLastData;
+    int32_t sendChunkSize;
+    int32_t rxEndChar;
+    int32_t rxEscapeArg;
+    int32_t transferCount;
+    int32_t verifyExpect1;
+    int32_t verifyExpect2;
+    int32_t verifyState;
+    int32_t verifyCount;
+    char matchBuf[10000];
+    Shared<int32_t> matchLen;
+    char stimList[20][40];
+    char respList[20][40];
+    int32_t stimCount;
+    int32_t respCount;
+};
+
+} // namespace brisolt

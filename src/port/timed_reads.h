@@ -1,0 +1,14 @@
+// The reads that wait: for a count, for a terminator, for a quiet line.
+#pragma once
+
+#include <cstdint>
+
+#include "port/port.h"
+
+namespace brisolt {
+
+int32_t readTimed(Port& port, void* buffer, int32_t count, int32_t hundredths);
+int32_t readBuffer(Port& port, uint8_t* buffer, int32_t terminator, int32_t maximum, int32_t seconds);
+int32_t readToQuiet(Port& port, uint8_t* buffer, int32_t size, int32_t tenths);
+
+} // namespace brisolt

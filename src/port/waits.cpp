@@ -1,0 +1,184 @@
+#include "port/waits.h"
+
+#include <algorithm>
+
+#include "platform/message.h"
+#include "platform/signal.h"
+#include "platform/wake.h"
+#include "port/io_round.h"
+#include "port/port_table.h"
+
+namespace brisolt {
+
+namespace {
+
+constexpr uint32_t pollPace = 1; ///< milliseconds, where nothing can wake a wait
+
+/// A caller's watch over the device while it waits for bytes, which relieves the I/O thread of its own.
+class DeviceWatch {
+public:
+    DeviceWatch(Port& port, bool wanted) noexcept : port_(port) {
+        bool notifying = hasNotifications(port);
+        bool threadIsQuick = notifying && port.record->threadSleep == 0;
+        if (!wanted || !port.device.canWait() || threadIsQuick || !hasRoom())
+            return;
+        watching_ = true;
+        if (!port.threaded() || notifying)
+            return; // the thread goes on watching, for its notifications
+        registered_ = true;
+        port.watches.fetch_add(1);
+        port.watchers.fetch_add(1);
+        if (port.threadWatch.load() == ThreadWatch::onDevice)
+            port.wakeThread();
+    }
+    ~DeviceWatch() {
+        if (!registered_)
+            return;
+        bool last = port_.watchers.fetch_sub(1) == 1;
+        if (last && port_.threadWatch.load() == ThreadWatch::parked)
+            port_.wakeThread();
+    }
+    DeviceWatch(const DeviceWatch&) = delete;
+    DeviceWatch& operator=(const DeviceWatch&) = delete;
+    bool watching() const noexcept { return watching_; }
+
+private:
+    // A full ring takes nothing; watching a device that has bytes for it would not be a sleep.
+    bool hasRoom() const noexcept {
+        HeldLock lock(port_);
+        return !port_.rx.room().empty();
+    }
+    Port& port_;
+    bool watching_ = false;
+    bool registered_ = false;
+};
+
+/// Sleeps on the thread's own wake, and on the device when it watches. True when the device has bytes.
+bool sleepOnce(Port& port, const Wake& wake, bool watching, int32_t realMilliseconds) noexcept {
+    int32_t time = wake.patience(realMilliseconds);
+    if (watching)
+        return port.device.wait(COM_HOST_WAIT_READ, wake.descriptor(), time) != 0;
+    Watch own{.descriptor = wake.descriptor(), .forRead = true};
+    waitAny({&own, 1}, time);
+    return false;
+}
+
+/// Handles the calling thread's messages up to the escape character. The escape character is consumed.
+template <class StillOpen>
+int32_t pump(int32_t character, StillOpen stillOpen, int32_t whenClosed) {
+    ComHostMessage message{};
+    for (;;) {
+        if (message::quitPending())
+            return 1;
+        if (!message::take(message))
+            return 0;
+        if (!stillOpen())
+            return whenClosed;
+        bool typed = message.message == COM_HOST_MESSAGE_CHAR;
+        if (typed && character >= 0 && (message.first & 0xFF) == static_cast<uintptr_t>(character & 0xFF))
+            return 1;
+        message::dispatch(message);
+        if (!stillOpen())
+            return whenClosed;
+    }
+}
+
+/// Waits for a moment; `checkMessages` is called whenever the thread may have one and ends the wait with
+/// -1. So does the close.
+template <class Check>
+int32_t waitUntil(Port& port, const clock::Deadline& until, bool messages, Check checkMessages) {
+    WaitFor what{.bytes = false, .messages = messages, .quit = messages};
+    while (!until.passed()) {
+        uint32_t seen = port.events.count();
+        if (messages && checkMessages())
+            return -1;
+        if (!port.isOpen())
+            return -1;
+        sleepOnPort(port, seen, what, nextLook(port, what, until));
+    }
+    return 1;
+}
+
+} // namespace
+
+void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until) noexcept {
+    Wake& wake = *Wake::ofThisThread();
+    PortEvents::Waiter waiter(port.events, wake);
+    bool ready = false;
+    {
+        DeviceWatch watch(port, what.bytes);
+        wake.prepare();
+        bool quiet = port.events.count() == seen && port.isOpen() &&
+                     !(what.messages && message::waiting()) && !(what.quit && message::quitPending());
+        if (quiet)
+            ready = sleepOnce(port, wake, watch.watching(), until.realMillisecondsLeft());
+        wake.finish();
+    }
+    if (ready && port.threaded())
+        takeFromDevice(port);
+}
+
+clock::Deadline nextLook(const Port& port, WaitFor what, const clock::Deadline& until) noexcept {
+    bool blind = what.messages && port.record->escapeFunc.load() != nullptr;
+    bool foreignBytes = port.record->statusFunc.load() != nullptr || port.record->readFunc.load() != nullptr;
+    blind = blind || (what.bytes && (foreignBytes || !port.device.canWait()));
+    return blind ? clock::Deadline::earlier(until, clock::Deadline::in(pollPace)) : until;
+}
+
+int32_t checkEscape(Port& port, int32_t character) {
+    if (!port.isOpen())
+        return -1;
+    if (ComEscapeFunc function = port.record->escapeFunc)
+        return function(port.number, character);
+    int32_t result = pump(character & 0xFF, [&port] { return port.isOpen(); }, -1);
+    return result == 0 && !port.isOpen() ? 1 : result;
+}
+
+int32_t checkEscapeIfYielding(Port& port) {
+    return port.record->yield != 0 ? checkEscape(port, port.record->escapeChar) : 0;
+}
+
+int32_t pumpMessages() {
+    return pump(-1, [] { return true; }, -1);
+}
+
+int32_t sleepMilliseconds(Port& port, int64_t milliseconds) {
+    if (!port.isOpen())
+        return -1;
+    if (milliseconds < 1)
+        return 1;
+    auto time = static_cast<uint32_t>(std::min<int64_t>(milliseconds, UINT32_MAX));
+    bool yielding = port.record->yield != 0;
+    return waitUntil(port, clock::Deadline::in(time), yielding,
+                     [&port] { return checkEscape(port, port.record->escapeChar) == 1; });
+}
+
+void pause(Port& port, uint32_t milliseconds) noexcept {
+    waitUntil(port, clock::Deadline::in(milliseconds), false, [] { return false; });
+}
+
+int32_t pumpPause(Port& port, uint32_t milliseconds) {
+    return waitUntil(port, clock::Deadline::in(milliseconds), true, [] { return pumpMessages() == 1; });
+}
+
+int32_t yieldPause(Port& port, uint32_t milliseconds) {
+    if (port.record->yield != 0)
+        return pumpPause(port, milliseconds);
+    pause(port, milliseconds);
+    return 1;
+}
+
+void clearCancel(Port& port) noexcept {
+    port.record->cancelFlag = 0;
+}
+
+bool cancelled(const Port& port) noexcept {
+    return port.record->cancelFlag == 1;
+}
+
+void cancel(Port& port) noexcept {
+    port.record->cancelFlag = 1;
+    port.events.wakeAll();
+}
+
+} // namespace brisolt

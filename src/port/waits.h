@@ -1,0 +1,49 @@
+// Waiting. Every wait of the library is made of one sleep: until the port has news (bytes, a cancel, its
+// close), the calling thread has a message, or a moment has come. What a wait does with the news stands in
+// its own loop.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/clock.h"
+#include "port/port.h"
+
+namespace brisolt {
+
+/// What ends a sleep beside the port's own events and the deadline.
+struct WaitFor {
+    bool bytes = false;    ///< takes them off the device itself when that is quicker
+    bool messages = false; ///< of the calling thread
+    bool quit = false;     ///< a request to quit, which stays pending
+};
+
+/// Sleeps until there may be something to look at. `seen` is the port's event count from before the caller
+/// looked at its conditions. May return early.
+void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until) noexcept;
+
+/// ComEscape: 1 escape, quit or closed meanwhile, 0 no, -1 not open.
+int32_t checkEscape(Port& port, int32_t character);
+/// The same for a wait that has yield on, else 0.
+int32_t checkEscapeIfYielding(Port& port);
+/// ComServiceMessagePump.
+int32_t pumpMessages();
+
+/// ComSleep and ComSleepMS.
+int32_t sleepMilliseconds(Port& port, int64_t milliseconds);
+
+/// A plain pause that only the port's close ends.
+void pause(Port& port, uint32_t milliseconds) noexcept;
+/// A pause that lets messages through. 1 time over, -1 quit requested or port closed.
+int32_t pumpPause(Port& port, uint32_t milliseconds);
+/// The pause that the port's yield asks for.
+int32_t yieldPause(Port& port, uint32_t milliseconds);
+
+void clearCancel(Port& port) noexcept;
+bool cancelled(const Port& port) noexcept;
+void cancel(Port& port) noexcept;
+
+/// The earliest moment a wait must look again although nothing told it to: an escape function of the
+/// caller's, or bytes that come from a driver function, cannot wake anybody.
+clock::Deadline nextLook(const Port& port, WaitFor what, const clock::Deadline& until) noexcept;
+
+} // namespace brisolt

@@ -1,0 +1,510 @@
+// The null modem through its driver record, as the port engine calls it.
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "platform/clock.h"
+#include "platform/device.h"
+#include "platform/error_text.h"
+#include "platform/signal.h"
+
+using namespace brisolt;
+
+namespace {
+
+constexpr int32_t allLines = COM_HOST_MODEM_CTS | COM_HOST_MODEM_DSR | COM_HOST_MODEM_CARRIER;
+constexpr int32_t canceled = -static_cast<int32_t>(std::errc::operation_canceled);
+
+/// An open end, with the calls of the driver in the shape the tests like.
+struct End {
+    const ComHostDriver& driver = drivers::nullModem();
+    void* device = nullptr;
+    int32_t handle = -1;
+    int32_t opened;
+
+    explicit End(const std::string& path) {
+        opened = driver.open(driver.context, path.c_str(), &device, &handle);
+        if (opened > 0)
+            writeTime(UINT32_MAX); // what holds a test's write is to end it
+    }
+    ~End() { close(); }
+    End(const End&) = delete;
+    End& operator=(const End&) = delete;
+    void close() {
+        if (opened > 0)
+            driver.close(device);
+        opened = 0;
+    }
+
+    ComHostLineState state() const {
+        ComHostLineState state{};
+        state.size = sizeof state;
+        EXPECT_EQ(driver.getLineState(device, &state), 1);
+        return state;
+    }
+    template <typename Change> void change(Change change) const {
+        ComHostLineState changed = state();
+        change(changed);
+        ASSERT_EQ(driver.setLineState(device, &changed), 1);
+    }
+    void flags(uint32_t on, uint32_t off = 0) const {
+        change([&](ComHostLineState& s) { s.flags = (s.flags & ~off) | on; });
+    }
+    void writeTime(uint32_t constant) const {
+        const ComHostTimeouts timeouts{sizeof timeouts, UINT32_MAX, 0, 0, 0, constant};
+        ASSERT_EQ(driver.setTimeouts(device, &timeouts), 1);
+    }
+    int32_t lines() const {
+        uint32_t lines = 0;
+        EXPECT_EQ(driver.modemStatus(device, &lines), 1);
+        return static_cast<int32_t>(lines);
+    }
+    void line(uint32_t function) const { ASSERT_EQ(driver.line(device, function), 1); }
+    ComHostStatus status(uint32_t wanted = 0) const {
+        ComHostStatus status{sizeof status, 0, 0, 0};
+        EXPECT_EQ(driver.status(device, wanted, &status), 1);
+        return status;
+    }
+    uint32_t errors() const { return status(COM_HOST_WANT_ERRORS).errors; }
+    int32_t write(const std::string& bytes, uint32_t how, int32_t* error = nullptr) const {
+        return driver.write(device, bytes.data(), static_cast<int32_t>(bytes.size()), how, error);
+    }
+    int32_t writeNow(const std::string& bytes) const { return write(bytes, COM_HOST_WRITE_NOW); }
+    std::string read(size_t most = 100000) const {
+        std::string bytes(most, '\0');
+        bytes.resize(static_cast<size_t>(driver.read(device, bytes.data(), static_cast<int32_t>(most))));
+        return bytes;
+    }
+    int32_t wait(uint32_t events, int32_t milliseconds, int32_t wake = -1) const {
+        return driver.wait(device, events, wake, milliseconds);
+    }
+    bool polls() const {
+        Watch watch[1];
+        watch[0].descriptor = handle;
+        watch[0].forRead = true;
+        return waitAny(watch, 0) > 0;
+    }
+};
+
+/// A complete write on a thread of its own; a test that ends without it cancels it.
+struct Writer {
+    const End& end;
+    int32_t error = 1;
+    int32_t result = -1;
+    std::atomic<bool> done{false};
+    std::thread thread;
+    Writer(const End& writingEnd, std::string bytes)
+        : end(writingEnd), thread([this, bytes = std::move(bytes)] {
+              result = end.write(bytes, COM_HOST_WRITE_COMPLETE, &error);
+              done = true;
+          }) {}
+    ~Writer() {
+        if (!thread.joinable())
+            return;
+        end.driver.cancel(end.device, 1);
+        thread.join();
+    }
+    void join() { thread.join(); }
+};
+
+void rest(int milliseconds) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+/// Waits until that is true, for what another thread is about to do.
+template <typename Condition> bool soon(Condition condition) {
+    for (int tries = 0; tries < 5000 && !condition(); ++tries)
+        rest(1);
+    return condition();
+}
+
+} // namespace
+
+TEST(NullModem, RefusesPathsAndAThirdOpenAndForgetsClosedCables) {
+    for (const char* path : {"null-modem:", "null-modem:?paced", "null-modem:x?fast", "COM1"})
+        EXPECT_EQ(End(path).opened, -static_cast<int32_t>(std::errc::invalid_argument)) << path;
+
+    End first("null-modem:busy"), second("NULL-MODEM:busy?paced"), third("null-modem:busy");
+    EXPECT_EQ(third.opened, -static_cast<int32_t>(std::errc::device_or_resource_busy));
+    EXPECT_EQ(errorText(), "null-modem:busy: both ends are open");
+    End otherName("null-modem:Busy");
+    EXPECT_EQ(otherName.opened, 1);
+    EXPECT_EQ(otherName.lines(), 0) << "names that differ in case are two cables";
+
+    first.close();
+    second.close();
+    EXPECT_EQ(drivers::ringNullModem("null-modem:busy", true), -1) << "the cable is gone";
+}
+
+TEST(NullModem, LinesCrossAndAreLowWithoutAPeer) {
+    End left("null-modem:lines");
+    EXPECT_EQ(left.lines(), 0);
+    EXPECT_EQ(drivers::ringNullModem("null-modem:lines", true), 1);
+    EXPECT_EQ(left.lines(), 0) << "nobody rings an end that is not connected";
+    {
+        End right("null-modem:lines");
+        EXPECT_EQ(left.lines(), allLines | COM_HOST_MODEM_RING);
+        EXPECT_EQ(right.lines(), allLines | COM_HOST_MODEM_RING);
+        EXPECT_EQ(drivers::ringNullModem("null-modem:lines?paced", false), 1);
+        for (const auto& [here, there] : {std::pair{&left, &right}, std::pair{&right, &left}}) {
+            here->line(COM_HOST_LINE_CLEAR_DTR);
+            EXPECT_EQ(there->lines(), COM_HOST_MODEM_CTS);
+            here->change([](ComHostLineState& s) { s.baudRate = 1200; });
+            EXPECT_EQ(there->lines(), COM_HOST_MODEM_CTS) << "a new rate does not raise DTR";
+            here->line(COM_HOST_LINE_CLEAR_RTS);
+            EXPECT_EQ(there->lines(), 0);
+            here->flags(0, COM_HOST_LINE_DTR_ON | COM_HOST_LINE_RTS_ON);
+            here->flags(COM_HOST_LINE_DTR_ON | COM_HOST_LINE_RTS_ON);
+            EXPECT_EQ(there->lines(), allLines);
+        }
+    }
+    EXPECT_EQ(left.lines(), 0);
+}
+
+TEST(NullModem, RefusedLineStateChangesNothing) {
+    End end("null-modem:state");
+    end.change([](ComHostLineState& s) { s.baudRate = 12345, s.dataBits = 7, s.eventChar = 9; });
+    const auto refuse = [&](auto change) {
+        ComHostLineState state = end.state();
+        change(state);
+        EXPECT_EQ(end.driver.setLineState(end.device, &state),
+                  -static_cast<int32_t>(std::errc::invalid_argument));
+    };
+    refuse([](ComHostLineState& s) { s.dataBits = 3; });
+    refuse([](ComHostLineState& s) { s.dataBits = 9; });
+    refuse([](ComHostLineState& s) { s.parity = 5; });
+    refuse([](ComHostLineState& s) { s.stopBits = 3; });
+    refuse([](ComHostLineState& s) { s.baudRate = 0; });
+    const ComHostLineState kept = end.state();
+    EXPECT_EQ(kept.baudRate, 12345u);
+    EXPECT_EQ(kept.dataBits, 7);
+    EXPECT_EQ(kept.eventChar, 9);
+}
+
+TEST(NullModem, BytesArriveAndTheHandleTellsOfThem) {
+    End left("null-modem:bytes"), right("null-modem:bytes");
+    EXPECT_FALSE(right.polls());
+    EXPECT_EQ(left.writeNow("hello"), 5);
+    EXPECT_TRUE(right.polls());
+    EXPECT_EQ(right.wait(COM_HOST_WAIT_READ | COM_HOST_WAIT_WRITE, -1),
+              COM_HOST_WAIT_READ | COM_HOST_WAIT_WRITE);
+    EXPECT_EQ(right.read(2), "he");
+    EXPECT_TRUE(right.polls());
+    EXPECT_EQ(right.read(), "llo");
+    EXPECT_FALSE(right.polls());
+    EXPECT_EQ(right.wait(COM_HOST_WAIT_READ, 0), 0);
+
+    left.change([](ComHostLineState& s) { s.dataBits = 7; });
+    right.change([](ComHostLineState& s) { s.dataBits = 7, s.flags |= COM_HOST_LINE_NULL_STRIP; });
+    left.writeNow(std::string("\xC1\x00\x80Z", 4));
+    EXPECT_EQ(right.read(), "AZ") << "seven bits, and no zeros";
+    right.flags(COM_HOST_LINE_DSR_SENSITIVITY);
+    left.line(COM_HOST_LINE_CLEAR_DTR);
+    left.writeNow("ignored");
+    left.line(COM_HOST_LINE_SET_DTR);
+    left.writeNow("seen");
+    EXPECT_EQ(right.read(), "seen");
+}
+
+TEST(NullModem, RejoinedEndStartsAfreshAndTheOtherGoesOn) {
+    End left("null-modem:rejoin");
+    auto right = std::make_unique<End>("null-modem:rejoin");
+    right->writeNow("kept");
+    left.writeNow("lost");
+    right = nullptr;
+    EXPECT_EQ(left.write("nowhere", COM_HOST_WRITE_COMPLETE), 7) << "an open plug takes bytes";
+    right = std::make_unique<End>("null-modem:rejoin");
+    EXPECT_EQ(right->read(), "");
+    EXPECT_EQ(left.read(), "kept");
+    EXPECT_EQ(left.lines(), allLines);
+
+    left.flags(COM_HOST_LINE_XON_OUTPUT);
+    right->flags(COM_HOST_LINE_XON_INPUT);
+    EXPECT_EQ(left.writeNow(std::string(3073 + 927, 'x')), 4000); // the queue of 4096 says XOFF at 3073
+    Writer writer(left, "held");
+    ASSERT_TRUE(soon([&] { return right->status().inQueue > 3072 && left.status().outQueue > 927; }));
+    right = nullptr;
+    writer.join();
+    EXPECT_EQ(writer.result, 4) << "a closing peer lets go whom its XOFF has stopped";
+}
+
+struct FlowCase {
+    const char* name;
+    uint32_t sender;
+    uint32_t receiver;
+};
+
+class NullModemFlow : public testing::TestWithParam<FlowCase> {};
+
+TEST_P(NullModemFlow, HoldsTheSenderUntilThePeerHasRead) {
+    End sender("null-modem:flow"), receiver("null-modem:flow");
+    sender.flags(GetParam().sender);
+    receiver.flags(GetParam().receiver, COM_HOST_LINE_RTS_ON | COM_HOST_LINE_DTR_ON);
+    receiver.change([](ComHostLineState& s) { s.xoffLimit = 1096, s.xonLimit = 1000; });
+
+    std::string text(10000, '.');
+    for (size_t i = 0; i < text.size(); ++i)
+        text[i] = static_cast<char>('A' + i % 26);
+    Writer writer(sender, text);
+    ASSERT_TRUE(soon([&] { return receiver.status().inQueue > 0; }));
+    EXPECT_NEAR(receiver.status().inQueue, 3001, 1) << "one more may be on its way when an XOFF leaves";
+    EXPECT_EQ(sender.wait(COM_HOST_WAIT_WRITE, 0), 0);
+
+    std::string got = receiver.read(2001);
+    EXPECT_GE(receiver.status().inQueue, 1000u);
+    EXPECT_LE(receiver.status().inQueue, 1001u) << "not below the lower limit, so still held";
+    EXPECT_FALSE(writer.done);
+    while (got.size() < text.size() && receiver.wait(COM_HOST_WAIT_READ, 5000) != 0)
+        got += receiver.read(700);
+    writer.join();
+    EXPECT_EQ(writer.result, 10000);
+    EXPECT_EQ(writer.error, 0);
+    EXPECT_TRUE(got == text);
+    EXPECT_EQ(receiver.errors(), 0u);
+    EXPECT_EQ(sender.read(), "") << "XON and XOFF are not data";
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, NullModemFlow,
+                         testing::Values(FlowCase{"Rts", COM_HOST_LINE_CTS_OUTPUT,
+                                                  COM_HOST_LINE_RTS_HANDSHAKE | COM_HOST_LINE_DTR_ON},
+                                         FlowCase{"Dtr", COM_HOST_LINE_DSR_OUTPUT,
+                                                  COM_HOST_LINE_DTR_HANDSHAKE | COM_HOST_LINE_RTS_ON},
+                                         FlowCase{"Xon", COM_HOST_LINE_XON_OUTPUT, COM_HOST_LINE_XON_INPUT}),
+                         [](const auto& mode) { return std::string(mode.param.name); });
+
+TEST(NullModem, XoffHoldsUntilXonOrResume) {
+    End sender("null-modem:xoff"), receiver("null-modem:xoff");
+    sender.flags(COM_HOST_LINE_XON_OUTPUT);
+    sender.driver.setQueues(sender.device, 0, 2000);
+    receiver.writeNow("a\x13");
+    EXPECT_EQ(sender.read(), "a");
+    EXPECT_EQ(sender.writeNow(std::string(3000, 'b')), 2000) << "what fits its queue";
+    EXPECT_EQ(sender.wait(COM_HOST_WAIT_WRITE, 0), 0);
+    sender.line(COM_HOST_LINE_RESUME);
+    EXPECT_EQ(receiver.read().size(), 2000u);
+    receiver.writeNow("\x13");
+    sender.writeNow("c");
+    EXPECT_EQ(receiver.read(), "");
+    receiver.writeNow("\x11");
+    EXPECT_EQ(receiver.read(), "c");
+
+    receiver.writeNow("\x13");
+    sender.writeNow("d");
+    sender.driver.purge(sender.device, COM_HOST_PURGE_TX);
+    sender.flags(0, COM_HOST_LINE_XON_OUTPUT);
+    EXPECT_EQ(receiver.read(), "") << "purged bytes are gone";
+}
+
+TEST(NullModem, ACompleteWriteThatEndsEarlyTakesItsRestBack) {
+    End sender("null-modem:back"), receiver("null-modem:back");
+    sender.flags(COM_HOST_LINE_CTS_OUTPUT);
+    receiver.line(COM_HOST_LINE_CLEAR_RTS);
+    sender.writeTime(30);
+    sender.writeNow("before ");
+    int32_t error = 1;
+    EXPECT_EQ(sender.write("late", COM_HOST_WRITE_COMPLETE, &error), 0);
+    EXPECT_EQ(error, 0);
+    EXPECT_LT(sender.driver.flush(sender.device), 0) << "what was written before is still held";
+
+    sender.writeTime(UINT32_MAX);
+    Writer aborted(sender, "aborted");
+    ASSERT_TRUE(soon([&] { return sender.status().outQueue == 14; }));
+    EXPECT_EQ(sender.writeNow("between"), 0) << "nothing gets behind a write that may be taken back";
+    sender.driver.purge(sender.device, COM_HOST_PURGE_TX_ABORT);
+    aborted.join();
+    EXPECT_EQ(aborted.result, 0);
+    EXPECT_EQ(aborted.error, canceled);
+    receiver.line(COM_HOST_LINE_SET_RTS);
+    EXPECT_EQ(sender.driver.flush(sender.device), 1);
+    EXPECT_EQ(receiver.read(), "before ");
+}
+
+TEST(NullModem, CancelEndsWaitsAndWrites) {
+    End sender("null-modem:cancel"), receiver("null-modem:cancel");
+    sender.flags(COM_HOST_LINE_DSR_OUTPUT);
+    receiver.line(COM_HOST_LINE_CLEAR_DTR);
+    Writer first(sender, "first"), second(sender, "second");
+    std::thread waiter([&] { EXPECT_EQ(sender.wait(COM_HOST_WAIT_READ, -1), 0); });
+    rest(20);
+    EXPECT_FALSE(first.done || second.done);
+    sender.driver.cancel(sender.device, 1);
+    first.join();
+    second.join();
+    waiter.join();
+    for (const Writer* writer : {&first, &second}) {
+        EXPECT_EQ(writer->result, 0);
+        EXPECT_EQ(writer->error, canceled);
+    }
+    EXPECT_EQ(sender.write("third", COM_HOST_WRITE_COMPLETE), 0);
+    EXPECT_EQ(sender.wait(COM_HOST_WAIT_READ, -1), 0);
+
+    sender.driver.cancel(sender.device, 0);
+    Writer fourth(sender, "fourth");
+    rest(20);
+    EXPECT_FALSE(fourth.done);
+    sender.driver.cancel(sender.device, 1);
+    sender.driver.cancel(sender.device, 0);
+    fourth.join();
+    EXPECT_EQ(fourth.error, canceled) << "also when the cancelling is over before the thread has seen it";
+    receiver.line(COM_HOST_LINE_SET_DTR);
+    EXPECT_EQ(receiver.read(), "");
+}
+
+TEST(NullModem, AWaitEndsByBytesByItsWakeOrByTime) {
+    End left("null-modem:wake?paced"), right("null-modem:wake");
+    EXPECT_EQ(left.wait(COM_HOST_WAIT_READ, 10), 0);
+    Signal wake;
+    std::thread both[2];
+    for (std::thread& thread : both)
+        thread = std::thread([&] { EXPECT_EQ(left.wait(COM_HOST_WAIT_READ, -1, wake.descriptor()), 0); });
+    rest(10);
+    wake.set();
+    for (std::thread& thread : both)
+        thread.join();
+    for (std::thread& thread : both)
+        thread = std::thread([&] { EXPECT_EQ(left.wait(COM_HOST_WAIT_READ, -1), COM_HOST_WAIT_READ); });
+    rest(10);
+    right.writeNow("x"); // paced, so it is not there yet: the sleepers must learn when it will be
+    for (std::thread& thread : both)
+        thread.join();
+}
+
+TEST(NullModem, MismatchedSettingsArriveAsErrors) {
+    End sender("null-modem:mismatch"), receiver("null-modem:mismatch");
+    const auto received = [&](uint32_t expected) {
+        sender.writeNow("A");
+        EXPECT_EQ(receiver.errors(), expected);
+        EXPECT_EQ(receiver.errors(), 0u) << "reading errors clears them";
+        return receiver.read();
+    };
+    receiver.change([](ComHostLineState& s) { s.baudRate = 4800; });
+    EXPECT_EQ(received(COM_HOST_ERROR_FRAMING), "\xBE");
+    receiver.change([](ComHostLineState& s) { s.baudRate = 9600, s.dataBits = 7; });
+    EXPECT_EQ(received(COM_HOST_ERROR_FRAMING), "\x3E");
+    receiver.change([](ComHostLineState& s) { s.dataBits = 8, s.stopBits = COM_HOST_STOP_2; });
+    EXPECT_EQ(received(COM_HOST_ERROR_FRAMING), "\xBE");
+
+    receiver.change([](ComHostLineState& s) {
+        s.stopBits = COM_HOST_STOP_1, s.parity = COM_HOST_PARITY_EVEN, s.errorChar = '?';
+        s.flags |= COM_HOST_LINE_ERROR_REPLACE;
+    });
+    EXPECT_EQ(received(COM_HOST_ERROR_PARITY), "A");
+    receiver.flags(COM_HOST_LINE_PARITY_CHECK);
+    EXPECT_EQ(received(COM_HOST_ERROR_PARITY), "?");
+    sender.change([](ComHostLineState& s) { s.parity = COM_HOST_PARITY_EVEN; });
+    EXPECT_EQ(received(0), "A");
+}
+
+TEST(NullModem, ABreakIsToldOnceAndSwallowsBytes) {
+    End left("null-modem:break");
+    left.line(COM_HOST_LINE_SET_BREAK);
+    End right("null-modem:break");
+    EXPECT_EQ(right.errors(), uint32_t{COM_HOST_ERROR_BREAK}) << "a break is on when the peer comes";
+    left.line(COM_HOST_LINE_SET_BREAK);
+    left.writeNow("gone");
+    EXPECT_EQ(right.errors(), 0u);
+    left.line(COM_HOST_LINE_CLEAR_BREAK);
+    left.writeNow("there");
+    EXPECT_EQ(right.read(), "there");
+    left.line(COM_HOST_LINE_SET_BREAK);
+    EXPECT_EQ(right.status(COM_HOST_WANT_IN).errors, 0u);
+    EXPECT_EQ(right.errors(), uint32_t{COM_HOST_ERROR_BREAK}) << "errors nobody asked for stay";
+    EXPECT_EQ(left.errors(), 0u);
+}
+
+TEST(NullModem, AFullInputLosesTheNewest) {
+    End sender("null-modem:overflow"), receiver("null-modem:overflow");
+    receiver.driver.setQueues(receiver.device, 5000, 0);
+    EXPECT_EQ(sender.write(std::string(5000, 'x'), COM_HOST_WRITE_COMPLETE), 5000);
+    EXPECT_EQ(receiver.errors(), 0u);
+    EXPECT_EQ(sender.writeNow("y"), 1);
+    EXPECT_EQ(receiver.errors(), uint32_t{COM_HOST_ERROR_RX_OVERFLOW});
+    EXPECT_EQ(receiver.read(), std::string(5000, 'x'));
+}
+
+TEST(NullModemAlone, APacedCableTakesTheTimeOfTheLine) {
+    clock::setTestScale(20);
+    End sender("null-modem:paced"), receiver("null-modem:paced?paced");
+    for (const End* end : {&sender, &receiver})
+        end->change(
+            [](ComHostLineState& s) { s.baudRate = 1200, s.dataBits = 7, s.stopBits = COM_HOST_STOP_2; });
+    // 240 characters of 10 bits: two seconds.
+    const uint32_t start = clock::ticks();
+    EXPECT_EQ(sender.writeNow(std::string(240, 'x')), 240);
+    EXPECT_GT(sender.status().outQueue, 0u);
+    EXPECT_EQ(receiver.wait(COM_HOST_WAIT_READ, -1), COM_HOST_WAIT_READ);
+    EXPECT_LT(receiver.read().size(), 240u) << "the first is there long before the last";
+    EXPECT_EQ(sender.driver.flush(sender.device), 1);
+    const uint32_t took = clock::ticks() - start;
+    EXPECT_GE(took, 1990u);
+    EXPECT_LT(took, 30000u);
+
+    // The write time-out cuts the rest off, and what has left has arrived.
+    receiver.read();
+    sender.writeTime(1000);
+    const int32_t gone = sender.write(std::string(2400, 'y'), COM_HOST_WRITE_COMPLETE);
+    EXPECT_GE(gone, 110);
+    EXPECT_LT(gone, 2400);
+    EXPECT_EQ(sender.driver.flush(sender.device), 1);
+    EXPECT_EQ(receiver.read(), std::string(static_cast<size_t>(gone), 'y'));
+    clock::setTestScale(1);
+}
+
+TEST(NullModem, FlowCharactersOfAPacedCableTakeTheirTime) {
+    End sender("null-modem:pacedflow?paced"), receiver("null-modem:pacedflow");
+    for (const End* end : {&sender, &receiver})
+        end->change([](ComHostLineState& s) {
+            s.baudRate = 1000000, s.flags |= COM_HOST_LINE_XON_OUTPUT | COM_HOST_LINE_XON_INPUT;
+        });
+    Writer writer(sender, std::string(9000, 'x'));
+    ASSERT_TRUE(soon([&] { return receiver.status().inQueue > 3072; }));
+    rest(5);
+    EXPECT_LE(receiver.status().inQueue, 3076u) << "an XOFF takes a character's time as well";
+    // The first read empties the queue, and only the XON that leaves then brings the next byte.
+    size_t got = 0;
+    while (got < 9000 && receiver.wait(COM_HOST_WAIT_READ, 5000) != 0)
+        got += receiver.read().size();
+    EXPECT_EQ(got, 9000u);
+    writer.join();
+    EXPECT_EQ(writer.result, 9000);
+}
+
+TEST(NullModem, TwoThreadsEachWayLoseNothing) {
+    End ends[2] = {End("null-modem:hammer"), End("null-modem:hammer")};
+    constexpr uint32_t total = 200000;
+    const auto value = [](uint32_t i) { return static_cast<char>((i * 2654435761u) >> 24); };
+    for (const End& end : ends)
+        end.flags(COM_HOST_LINE_CTS_OUTPUT | COM_HOST_LINE_RTS_HANDSHAKE, COM_HOST_LINE_RTS_ON);
+
+    const auto send = [&](const End& end) {
+        for (uint32_t at = 0; at < total;) {
+            std::string part;
+            for (uint32_t i = 0; i < 1 + at % 777 && at + i < total; ++i)
+                part += value(at + i);
+            const uint32_t how = at % 3 == 0 ? COM_HOST_WRITE_NOW : COM_HOST_WRITE_COMPLETE;
+            const int32_t taken = end.write(part, how);
+            at += static_cast<uint32_t>(taken);
+            if (taken == 0)
+                end.wait(COM_HOST_WAIT_WRITE, -1);
+        }
+    };
+    const auto receive = [&](const End& end) {
+        for (uint32_t at = 0; at < total;) {
+            ASSERT_NE(end.wait(COM_HOST_WAIT_READ, 20000), 0) << at;
+            for (const char byte : end.read(500))
+                ASSERT_EQ(byte, value(at++));
+        }
+        EXPECT_EQ(end.errors(), 0u);
+    };
+    std::thread threads[4] = {std::thread([&] { send(ends[0]); }), std::thread([&] { send(ends[1]); }),
+                              std::thread([&] { receive(ends[0]); }), std::thread([&] { receive(ends[1]); })};
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(ends[0].status().outQueue + ends[1].status().outQueue, 0u);
+}
