@@ -215,7 +215,8 @@ int32_t Com_Flush(int32_t port, int32_t seconds);
 int32_t ComFlushOutBuf(int32_t port);
 /* Waits until the device has sent what it was given, at most for the write time-out. Nonzero success, 0 not all sent; [port]. */
 int32_t ComFlushImmediate(int32_t port);
-/* How long a device write may take, in milliseconds (2000 after ComOpen; no limit after ComPreOpen). 1; [port]. */
+/* How long a device write may take, in milliseconds (2000 after ComOpen, no limit after ComPreOpen); 0 or all
+ * ones: no limit. 1; [port]. */
 int32_t ComSetWriteTimeout(int32_t port, uint32_t milliseconds);
 /* Largest block of one device write, clamped to 1 to 1200 (1024 after an open). 1; [port]. */
 int32_t ComSetPortMaxWriteChars(int32_t port, int32_t count);
@@ -252,7 +253,7 @@ void _chkerror(int32_t value);
 /* ---- Notifications on received data ------------------------------------------------------------------------------- */
 
 /* Tell on every round that brought data: message 0x800A (first parameter 0, second the port number) to a window or to a
- * thread (ComHostThreadId), or a call of a function on the port's I/O thread, which may call anything for its port.
+ * thread (ComHostThreadId), or a call of a function on the port's I/O thread, which may call anything for its port, the close included (a wait in it holds up the port).
  * 0 or null switches it off. 1; [port]. */
 int32_t ComSetNotifyMessageAnyChar(int32_t port, int32_t window);
 int32_t ComSetNotifyThreadMessageAnyChar(int32_t port, uint32_t thread);

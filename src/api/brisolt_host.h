@@ -103,7 +103,8 @@ typedef struct ComHostProperties {
 enum { COM_HOST_CAN_PARITY_CHECK = 0x0008 };
 
 /* Time-outs in milliseconds, as a device keeps them. A read interval of all ones with both other read
- * values 0: a read returns at once with what is there. A write constant of all ones: no limit. */
+ * values 0: a read returns at once with what is there. A write constant of all ones, or both write values
+ * 0: no limit. */
 typedef struct ComHostTimeouts {
     uint32_t size; /* sizeof(ComHostTimeouts) */
     uint32_t readInterval, readMultiplier, readConstant, writeMultiplier, writeConstant;
@@ -200,8 +201,8 @@ typedef struct ComHostDriver {
      * that hold, 0 none. Without this function the library looks at the device at the port's pace. A
      * device that has gone away waits like one on which nothing happens. */
     int32_t (*wait)(void *device, uint32_t events, int32_t wake, int32_t milliseconds);
-    /* on 1: from now on no write, flush or wait of this device waits; those that wait return at once. on 0:
-     * they wait again (a handle that was adopted is adopted anew). */
+    /* on 1: from now on no write or flush of this device waits; those that wait return at once (a wait is
+     * ended through its wake descriptor). on 0: they wait again (an adopted handle is adopted anew). */
     void (*cancel)(void *device, int32_t on);
 } ComHostDriver;
 

@@ -33,13 +33,14 @@ BRISOLT_EXPORT int32_t ComHostDestroyWindow(int32_t window) {
     return answer(message::destroyWindow(window));
 }
 
-BRISOLT_EXPORT int32_t ComHostPostMessage(int32_t window, uint32_t number, uintptr_t first, intptr_t second) {
-    return answer(message::postToWindow(window, number, first, second));
+BRISOLT_EXPORT int32_t ComHostPostMessage(int32_t window, uint32_t message, uintptr_t first,
+                                          intptr_t second) {
+    return answer(message::postToWindow(window, message, first, second));
 }
 
-BRISOLT_EXPORT int32_t ComHostPostThreadMessage(uint32_t thread, uint32_t number, uintptr_t first,
+BRISOLT_EXPORT int32_t ComHostPostThreadMessage(uint32_t thread, uint32_t message, uintptr_t first,
                                                 intptr_t second) {
-    return answer(message::postToThread(thread, number, first, second));
+    return answer(message::postToThread(thread, message, first, second));
 }
 
 BRISOLT_EXPORT int32_t ComHostPostChar(uint32_t thread, int32_t character) {
@@ -51,12 +52,12 @@ BRISOLT_EXPORT int32_t ComHostPostQuit(uint32_t thread) {
     return answer(message::postQuit(thread));
 }
 
-BRISOLT_EXPORT int32_t ComHostGetMessage(ComHostMessage* next, int32_t milliseconds) {
-    return message::get(next, milliseconds);
+BRISOLT_EXPORT int32_t ComHostGetMessage(ComHostMessage* message, int32_t milliseconds) {
+    return message::get(message, milliseconds);
 }
 
-BRISOLT_EXPORT int32_t ComHostDispatchMessage(const ComHostMessage* taken) {
-    return taken && message::dispatch(*taken) ? 1 : 0;
+BRISOLT_EXPORT int32_t ComHostDispatchMessage(const ComHostMessage* message) {
+    return message && message::dispatch(*message) ? 1 : 0;
 }
 
 BRISOLT_EXPORT int32_t ComHostMessageDescriptor() {

@@ -47,7 +47,7 @@ public:
     int32_t write(const void* buffer, int32_t count, uint32_t how, int32_t& error) const noexcept;
     bool flush() const noexcept;
     uint32_t wait(uint32_t events, int32_t wake, int32_t realMilliseconds) const noexcept;
-    /// While it is on, nothing waits on the device.
+    /// While it is on, no write or flush waits for the line.
     void cancel(bool on) const noexcept;
 
 private:

@@ -79,7 +79,8 @@ uint64_t NullModemEnd::characterNanoseconds() const noexcept {
 }
 
 uint32_t NullModemEnd::writeMilliseconds(uint64_t count) const noexcept {
-    if (timeouts.writeConstant == noLimit)
+    const bool notSet = timeouts.writeConstant == 0 && timeouts.writeMultiplier == 0;
+    if (notSet || timeouts.writeConstant == noLimit)
         return noLimit;
     const uint64_t total = timeouts.writeConstant + timeouts.writeMultiplier * count;
     return static_cast<uint32_t>(std::min<uint64_t>(total, noLimit - 1));

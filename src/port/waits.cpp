@@ -6,6 +6,7 @@
 #include "platform/signal.h"
 #include "platform/wake.h"
 #include "port/io_round.h"
+#include "port/io_thread.h"
 #include "port/port_table.h"
 
 namespace brisolt {
@@ -19,8 +20,8 @@ class DeviceWatch {
 public:
     DeviceWatch(Port& port, bool wanted) noexcept : port_(port) {
         bool notifying = hasNotifications(port);
-        bool threadIsQuick = notifying && port.record->threadSleep == 0;
-        if (!wanted || !port.device.canWait() || threadIsQuick || !hasRoom())
+        bool threadIsQuick = notifying && port.record->threadSleep == 0 && !onIoThread(port);
+        if (!wanted || !port.device.canWait() || threadIsQuick || port.closing != 0 || !hasRoom())
             return;
         watching_ = true;
         if (!port.threaded() || notifying)
@@ -121,7 +122,8 @@ void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline&
 clock::Deadline nextLook(const Port& port, WaitFor what, const clock::Deadline& until) noexcept {
     bool blind = what.messages && port.record->escapeFunc.load() != nullptr;
     bool foreignBytes = port.record->statusFunc.load() != nullptr || port.record->readFunc.load() != nullptr;
-    blind = blind || (what.bytes && (foreignBytes || !port.device.canWait()));
+    bool ownRounds = !port.threaded() && port.tx.count() > 0; // what is queued moves only when we look
+    blind = blind || (what.bytes && (foreignBytes || ownRounds || !port.device.canWait()));
     return blind ? clock::Deadline::earlier(until, clock::Deadline::in(pollPace)) : until;
 }
 

@@ -108,9 +108,10 @@ TEST(TtyOpen, DISABLED_HoldUntilKilled) {
     const char* path = getenv(holderVariable);
     ASSERT_NE(path, nullptr);
     Device device;
-    if (device.open(path) == 1)
-        while (true)
-            ::pause();
+    while (device.open(path) != 1) // the test may be looking just now
+        std::this_thread::sleep_for(1ms);
+    while (true)
+        ::pause();
 }
 
 TEST(TtyOpen, IsExclusiveAgainstAnotherProcess) {

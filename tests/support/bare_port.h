@@ -11,11 +11,11 @@ namespace brisolt::test {
 
 class BarePort {
 public:
-    explicit BarePort(int32_t number) {
+    explicit BarePort(int32_t number, uint32_t rxSize = 2048, uint32_t txSize = 2048) {
         if (!table::claim(number))
             throw std::logic_error("the port is taken");
         port_ = table::make(number);
-        if (port_ == nullptr || blocks::allocate(*port_, 2048, 2048) != 0)
+        if (port_ == nullptr || blocks::allocate(*port_, rxSize, txSize) != 0)
             throw std::bad_alloc();
         port_->open = 1;
         table::publish(*port_);

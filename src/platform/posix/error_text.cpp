@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view lineBreaks = "\r\n";
 
 thread_local std::string* own = nullptr;
-std::atomic<void (*)(std::string_view)> sink{nullptr};
+std::atomic<void (*)(std::string_view)> currentSink{nullptr};
 
 std::string_view trimmed(std::string_view text) noexcept {
     auto first = text.find_first_not_of(lineBreaks);
@@ -27,15 +27,14 @@ std::string_view trimmed(std::string_view text) noexcept {
 
 } // namespace
 
-void setErrorText(std::string text) noexcept {
+void setErrorText(std::string text) noexcept try {
     debugOutput(text);
     if (!own) {
-        own = new (std::nothrow) std::string;
-        if (!own)
-            return;
+        own = new std::string;
         atThreadEnd([](void*) { delete std::exchange(own, nullptr); }, nullptr);
     }
     *own = std::move(text);
+} catch (const std::bad_alloc&) {
 }
 
 const std::string& errorText() noexcept {
@@ -45,8 +44,8 @@ const std::string& errorText() noexcept {
 
 // The system log and not standard error: the terminal belongs to the program, not to a library.
 void debugOutput(std::string_view text) noexcept {
-    if (auto function = sink.load()) {
-        function(text);
+    if (auto sink = currentSink.load()) {
+        sink(text);
         return;
     }
     std::string_view line = trimmed(text);
@@ -54,8 +53,8 @@ void debugOutput(std::string_view text) noexcept {
         syslog(LOG_USER | LOG_DEBUG, "%.*s", static_cast<int>(line.size()), line.data());
 }
 
-void setDebugOutputSink(void (*function)(std::string_view text)) noexcept {
-    sink = function;
+void setDebugOutputSink(void (*sink)(std::string_view text)) noexcept {
+    currentSink = sink;
 }
 
 } // namespace brisolt

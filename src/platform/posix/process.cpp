@@ -14,8 +14,8 @@ namespace brisolt::process {
 
 namespace {
 
-// Runs in a process that still shares the program's memory: the program's handlers must not run there, and
-// nothing but system calls may. What the program ignores stays ignored, as for any child.
+// Runs in a copy of the program that has lost all its other threads: the program's handlers must not run
+// there, and nothing but system calls may. What the program ignores stays ignored, as for any child.
 void forgetSignalHandlers() noexcept {
     for (int number = 1; number < NSIG; ++number) {
         struct sigaction action {};
@@ -40,8 +40,7 @@ void forgetSignalHandlers() noexcept {
 } // namespace
 
 // The process in between ends at once and is reaped here, so the program belongs to the system's first
-// process, which reaps it. Each vfork holds its parent until the child runs a program or ends: when this
-// returns, the program has started and the library's descriptors, all closed on exec, are closed in it.
+// process, which reaps it. The library's descriptors are all closed on exec and do not reach it.
 void startDetached(const char* program, const char* argument1, const char* argument2) noexcept {
     if (!program)
         return;
@@ -51,9 +50,9 @@ void startDetached(const char* program, const char* argument1, const char* argum
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    pid_t between = vfork();
+    pid_t between = fork();
     if (between == 0) {
-        if (vfork() == 0)
+        if (fork() == 0)
             becomeProgram(program, arguments);
         _exit(0);
     }

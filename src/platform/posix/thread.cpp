@@ -19,7 +19,7 @@ namespace brisolt::thread {
 namespace {
 
 // The notification callbacks of the program run on these stacks. Pages nobody touches cost nothing.
-constexpr size_t stackSize = 256 * 1024;
+constexpr size_t stackSize = size_t{256} * 1024;
 
 std::atomic<int32_t> startsToFail{0};
 

@@ -48,12 +48,12 @@ int32_t shorter(int32_t left, int32_t step) {
 enum class Pause { over, ended };
 
 /// Sleeps, with or without the tty in the set, until it is over or somebody ends it.
-Pause sleepOn(TtyDevice& tty, pollfd& self, int32_t wake, int32_t milliseconds) {
-    std::array<pollfd, 3> set{{self, {tty.cancelled.descriptor(), POLLIN, 0}, {wake, POLLIN, 0}}};
+Pause sleepOn(pollfd& self, int32_t wake, int32_t milliseconds) {
+    std::array<pollfd, 2> set{{self, {wake, POLLIN, 0}}};
     if (poll(set.data(), set.size(), milliseconds) < 0)
         return Pause::ended;
     self.revents = set[0].revents;
-    return set[1].revents != 0 || set[2].revents != 0 ? Pause::ended : Pause::over;
+    return set[1].revents != 0 ? Pause::ended : Pause::over;
 }
 
 /// A step of the wait for a device that has gone away. Its hang-up would end every poll at once, so it
@@ -65,7 +65,7 @@ Pause waitWhileGone(TtyDevice& tty, uint32_t events, int32_t wake, int32_t left,
     if (holding != 0) // it left bytes behind
         return Pause::over;
     pollfd nothing{-1, 0, 0};
-    const Pause pause = sleepOn(tty, nothing, wake, shorter(left, goneStep));
+    const Pause pause = sleepOn(nothing, wake, shorter(left, goneStep));
     if (pause == Pause::ended)
         return pause;
     const int16_t after = look(tty, events);
@@ -131,10 +131,10 @@ int32_t read(void* device, void* buffer, int32_t count) noexcept {
 
 int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept {
     TtyDevice& tty = of(device);
-    const auto start = std::chrono::steady_clock::now();
     const clock::Deadline deadline =
-        milliseconds < 0 ? clock::Deadline::never()
-                         : clock::Deadline::at(start + std::chrono::milliseconds(milliseconds));
+        milliseconds < 0
+            ? clock::Deadline::never()
+            : clock::Deadline::at(std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds));
     while (true) {
         const bool held = (events & COM_HOST_WAIT_WRITE) != 0 && heldByDsr(tty);
         const uint32_t possible = held ? events & ~uint32_t{COM_HOST_WAIT_WRITE} : events;
@@ -145,7 +145,7 @@ int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) 
             pause = waitWhileGone(tty, possible, wake, left, holding);
         } else {
             pollfd self{tty.descriptor, pollBits(possible), 0};
-            pause = sleepOn(tty, self, wake, held ? shorter(left, dsrStep) : left);
+            pause = sleepOn(self, wake, held ? shorter(left, dsrStep) : left);
             tty.hungUp = (self.revents & goneBits) != 0;
             holding = eventsOf(tty, possible, self.revents);
         }

@@ -22,7 +22,8 @@ enum : int32_t { goOn = -1, timeOver = 0 };
 clock::Deadline writeDeadline(TtyDevice& tty, int32_t count) {
     constexpr uint32_t noLimit = ~uint32_t{0};
     const std::scoped_lock guard(tty.lock);
-    if (tty.timeouts.writeConstant == noLimit)
+    const bool notSet = tty.timeouts.writeConstant == 0 && tty.timeouts.writeMultiplier == 0;
+    if (notSet || tty.timeouts.writeConstant == noLimit)
         return clock::Deadline::never();
     const uint64_t limit =
         tty.timeouts.writeConstant + uint64_t{tty.timeouts.writeMultiplier} * static_cast<uint64_t>(count);

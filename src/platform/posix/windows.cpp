@@ -62,42 +62,42 @@ int32_t createWindow(ComHostWindowFunc function, void* context, bool shared) noe
     return -1;
 }
 
-bool destroyWindow(int32_t id) noexcept {
+bool destroyWindow(int32_t window) noexcept {
     Desk& all = desk();
     std::unique_lock lock(all.mutex);
-    auto window = findWindow(id);
-    if (!window)
+    auto target = findWindow(window);
+    if (!target)
         return false;
-    window->destroyed = true;
-    all.windows.erase(id);
-    if (window->owner) {
-        window->owner->messages.dropWindow(id);
-        showLevel(*window->owner);
+    target->destroyed = true;
+    all.windows.erase(window);
+    if (target->owner) {
+        target->owner->messages.dropWindow(window);
+        showLevel(*target->owner);
     } else {
-        all.sharedWaiting -= window->messages.size();
+        all.sharedWaiting -= target->messages.size();
         showLevels();
     }
-    if (window->runner != thread::currentId())
-        all.functionLeft.wait(lock, [&] { return window->depth == 0; });
+    if (target->runner != thread::currentId())
+        all.functionLeft.wait(lock, [&] { return target->depth == 0; });
     return true;
 }
 
-bool postToWindow(int32_t id, uint32_t message, uintptr_t first, intptr_t second) noexcept try {
+bool postToWindow(int32_t window, uint32_t message, uintptr_t first, intptr_t second) noexcept try {
     Desk& all = desk();
     std::lock_guard lock(all.mutex);
-    auto window = findWindow(id);
-    if (!window)
+    auto target = findWindow(window);
+    if (!target)
         return false;
-    MessageQueue& messages = window->owner ? window->owner->messages : window->messages;
+    MessageQueue& messages = target->owner ? target->owner->messages : target->messages;
     auto before = messages.size();
-    if (!messages.push({id, message, first, second}, ++all.lastOrder))
+    if (!messages.push({window, message, first, second}, ++all.lastOrder))
         return false;
-    if (window->owner) {
-        showLevel(*window->owner);
-        window->owner->wake->wake();
+    if (target->owner) {
+        showLevel(*target->owner);
+        target->owner->wake->wake();
     } else {
         all.sharedWaiting += messages.size() - before;
-        announce(*window);
+        announce(*target);
     }
     return true;
 } catch (const std::bad_alloc&) {

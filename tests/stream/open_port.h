@@ -1,0 +1,162 @@
+// What the tests of the byte stream share: an open port, its trace, and what is measured of a call.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <regex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include <time.h>
+
+#include <gtest/gtest.h>
+
+#include "api/brisolt.h"
+#include "api/brisolt_host.h"
+#include "platform/clock.h"
+#include "port/port_table.h"
+#include "support/temp_dir.h"
+
+namespace brisolt::test {
+
+using namespace std::chrono_literals;
+using SteadyClock = std::chrono::steady_clock;
+
+/// A port opened on a device by its path, closed at the latest with the test.
+class OpenPort {
+public:
+    struct Shape {
+        const char* name = "test"; ///< "THUNK": direct mode
+        int32_t parity = 1;
+        uint32_t rxSize = 2048, txSize = 2048;
+    };
+    OpenPort(int32_t number, const std::string& device, const Shape& shape) : number_(number) {
+        EXPECT_EQ(ComHostMapDevice(number, device.c_str()), 1);
+        EXPECT_EQ(ComOpen(shape.name, number, 9600, 8, shape.parity, 1, shape.rxSize, shape.txSize), number);
+        hold_ = std::make_unique<HeldPort>(number);
+    }
+    OpenPort(int32_t number, const std::string& device) : OpenPort(number, device, Shape{}) {}
+    OpenPort(const OpenPort&) = delete;
+    OpenPort& operator=(const OpenPort&) = delete;
+    ~OpenPort() {
+        hold_.reset();
+        if (ComOpenState(number_) == 1)
+            ComClose(number_);
+    }
+
+    operator int32_t() const { return number_; }
+    Port& inside() const { return **hold_; }
+    PortRecord& record() const { return *inside().record; }
+
+    /// The test lets go of the port's inside, so that a close can end its device.
+    int32_t close() {
+        hold_.reset();
+        return ComClose(number_);
+    }
+
+private:
+    int32_t number_;
+    std::unique_ptr<HeldPort> hold_;
+};
+
+/// Time that runs so many times as fast while it lives.
+struct FastClock {
+    explicit FastClock(uint32_t factor) { clock::setTestScale(factor); }
+    FastClock(const FastClock&) = delete;
+    FastClock& operator=(const FastClock&) = delete;
+    ~FastClock() { clock::setTestScale(1); }
+};
+
+/// A log file of a port, read entry by entry.
+class LogFile {
+public:
+    std::string path() const { return directory_.file("log.txt"); }
+    std::string text() const {
+        std::ifstream in(path(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    /// The texts of the entries that begin with one of `beginnings` (all of them when there are none).
+    std::vector<std::string> entries(const std::vector<std::string>& beginnings = {}) const {
+        static const std::regex stamp("\r\n\\[../../.. ..:..:..[ :][0-9]{1,3} p[0-9]+\\]");
+        const std::string all = text();
+        std::vector<std::string> found;
+        // The first piece is the header.
+        std::sregex_token_iterator piece(all.begin(), all.end(), stamp, -1);
+        for (++piece; piece != std::sregex_token_iterator(); ++piece)
+            for (const std::string& beginning : beginnings.empty() ? std::vector<std::string>{""} : beginnings)
+                if (piece->str().starts_with(beginning)) {
+                    found.push_back(piece->str());
+                    break;
+                }
+        return found;
+    }
+
+private:
+    TempDir directory_;
+};
+
+/// Whether something becomes true; with a limit that only a fault reaches.
+template <class Condition> bool eventually(Condition condition, std::chrono::milliseconds limit = 10s) {
+    const auto end = SteadyClock::now() + limit;
+    while (!condition()) {
+        if (SteadyClock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(2ms);
+    }
+    return true;
+}
+
+inline std::chrono::nanoseconds processorTime(clockid_t whose) {
+    timespec used{};
+    clock_gettime(whose, &used);
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+}
+
+/// Processor time that a call uses, of its thread or of the whole process.
+template <class Call> std::chrono::nanoseconds processorTimeOf(clockid_t whose, Call call) {
+    const auto before = processorTime(whose);
+    call();
+    return processorTime(whose) - before;
+}
+
+inline void sleepHalfASecond() {
+    std::this_thread::sleep_for(500ms);
+}
+
+/// Bytes that differ from their neighbours and repeat late.
+inline std::string pattern(std::size_t count, uint32_t seed = 1) {
+    std::string bytes(count, '\0');
+    for (char& byte : bytes) {
+        seed = seed * 1664525U + 1013904223U;
+        byte = static_cast<char>(seed >> 24);
+    }
+    return bytes;
+}
+
+inline int32_t write(int32_t port, std::string bytes) {
+    return ComWrite(port, bytes.data(), static_cast<int32_t>(bytes.size()));
+}
+
+/// What one ComRead of at most `count` bytes gives.
+inline std::string readUpTo(int32_t port, int32_t count) {
+    std::string bytes(static_cast<std::size_t>(count), '\0');
+    const int32_t got = ComRead(port, bytes.data(), count);
+    bytes.resize(static_cast<std::size_t>(std::max(got, 0)));
+    return bytes;
+}
+
+/// What has come when `count` bytes are there, or a limit that only a fault reaches.
+inline std::string readTimed(int32_t port, int32_t count, int32_t hundredths = 1000) {
+    std::string bytes(static_cast<std::size_t>(count), '\0');
+    const int32_t got = ComReadTimed(port, bytes.data(), count, hundredths);
+    bytes.resize(static_cast<std::size_t>(std::max(got, 0)));
+    return bytes;
+}
+
+} // namespace brisolt::test
