@@ -1,5 +1,5 @@
-// libserialport asks every device for its modem lines when it opens it. A pseudo terminal has none, and a
-// library that insists on them cannot take part.
+// libserialport looks for a device in the system's list of serial ones before it opens it, and then asks for
+// its modem lines. A pseudo terminal is not listed and has none, so a library that insists takes no part.
 #include <algorithm>
 #include <stdexcept>
 
@@ -15,8 +15,10 @@ constexpr unsigned int limit = 5000; // milliseconds
 std::size_t checked(int result) {
     if (result >= 0)
         return static_cast<std::size_t>(result);
-    char* text = result == SP_ERR_FAIL ? sp_last_error_message() : nullptr;
-    const std::string why = text != nullptr ? text : "error " + std::to_string(result);
+    if (result == SP_ERR_ARG)
+        throw std::runtime_error("not a device that libserialport knows");
+    char* text = sp_last_error_message();
+    const std::string why = text != nullptr ? text : "no reason given";
     sp_free_error_message(text);
     throw std::runtime_error("libserialport: " + why);
 }

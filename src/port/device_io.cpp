@@ -57,9 +57,9 @@ int32_t writeBlock(Port& port, std::span<const uint8_t> block, int32_t room) noe
     if (tracing(port)) {
         trace(port, "Writing to port Intended bytes: %d Room:%d Written:%d", all(block), room, written);
         traceBytes(port, "Hex Characters Written:", block.first(static_cast<std::size_t>(written)));
-        if (written < all(block))
-            trace(port, "ERROR: bytes written=%d intended=%d wsuccess=%d LastError=%d", written, all(block),
-                  error == 0 ? 1 : 0, error);
+        if (written < all(block)) // a write that falls short has waited, so it never succeeded at once
+            trace(port, "ERROR: bytes written=%d intended=%d wsuccess=%d LastError=%d", written, all(block), 0,
+                  error);
     }
     return written;
 }

@@ -51,15 +51,15 @@ struct WatchShare {
     }
 };
 
+/// The thread has come up. The opener says so in its place: what formats and logs a text would cost the
+/// stack of every port a page or two for good.
 void announce(Port& port) {
+    port.threadStarted.wait(0);
     char text[80];
     std::snprintf(text, sizeof text, "\r\n Starting COM Thread on Port:%d Thread:%d", port.number.load(),
-                  static_cast<int32_t>(thread::currentId()));
+                  static_cast<int32_t>(port.record->ioThread.load()));
     debugOutput(text);
     trace(port, "STARTING READ/WRITE THREAD");
-    port.record->ioThread = thread::currentId();
-    port.threadStarted = 1;
-    port.threadStarted.notify_all();
 }
 
 void stop(Port& port) {
@@ -191,7 +191,9 @@ void run(Port& port) {
 void threadMain(void* argument) {
     HeldPort port(static_cast<Port*>(argument));
     Wake::giveThisThread(port->threadWake);
-    announce(*port);
+    port->record->ioThread = thread::currentId();
+    port->threadStarted = 1;
+    port->threadStarted.notify_all();
     run(*port);
 }
 
@@ -203,7 +205,7 @@ bool startIoThread(Port& port) noexcept {
         table::letGo(port);
         return false;
     }
-    port.threadStarted.wait(0);
+    announce(port);
     return true;
 }
 

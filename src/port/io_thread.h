@@ -8,8 +8,8 @@
 
 namespace brisolt {
 
-/// Starts the port's thread and waits until it has announced itself, so that its first line cannot land in
-/// a trace that is switched on later. False when the host has no thread.
+/// Starts the port's thread and announces it once it is there, so that its first line cannot land in a
+/// trace that is switched on later. False when the host has no thread.
 bool startIoThread(Port& port) noexcept;
 
 /// True on the port's own I/O thread, which a notification function runs on.

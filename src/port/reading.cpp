@@ -90,7 +90,8 @@ int32_t read(Port& port, void* buffer, int32_t count) {
     statusRead(port);
     auto unread = port.rx.unread();
     auto* to = static_cast<uint8_t*>(buffer);
-    bool onePiece = unread.second.empty() || static_cast<int32_t>(unread.first.size()) >= count;
+    bool wrapped = port.record->rxHead < port.record->rxTail;
+    bool onePiece = !wrapped || static_cast<int32_t>(unread.first.size()) >= count;
     int32_t result = onePiece ? readPiece(port, unread.first, to, count) : readWrapped(port, unread, to, count);
     resumeReceiving(port);
     return result;

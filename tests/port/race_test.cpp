@@ -164,18 +164,25 @@ private:
     }
 
     void operate(int32_t port) {
-        switch (pick(100)) {
-        case 0: closeOrSet(port); break;
-        case 1: wait(port); break;
-        default: pick(4) == 0 ? peek(port) : move(port); break;
+        // Seldom, since they take long: the storm must consist of many calls.
+        switch (pick(2000)) {
+        case 0:
+        case 1: closeEither(port, false); break;
+        case 2: closeEither(port, true); break;
+        case 3:
+        case 4:
+        case 5: wait(port); break;
+        default: act(port); break;
         }
     }
 
-    void closeOrSet(int32_t port) {
-        if (pick(4) == 0)
-            closeEither(port, pick(2) == 0);
-        else
-            set(port);
+    void act(int32_t port) {
+        switch (pick(8)) {
+        case 0: set(port); break;
+        case 1:
+        case 2: peek(port); break;
+        default: move(port); break;
+        }
     }
 
     void move(int32_t port) {

@@ -238,7 +238,10 @@ int runTerminal(const TermOptions& options) {
         terminal.run();
         return exitDone;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "brisolt: %s: %s\n", options.device.c_str(), error.what());
+        // The host's own reason names the device already.
+        const std::string reason = error.what();
+        const bool named = reason.find(options.device) != std::string::npos;
+        std::fprintf(stderr, "brisolt: %s%s\n", named ? "" : (options.device + ": ").c_str(), reason.c_str());
         return exitFailed;
     }
 }

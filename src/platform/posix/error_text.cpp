@@ -25,21 +25,28 @@ std::string_view trimmed(std::string_view text) noexcept {
     return text.substr(first, text.find_last_not_of(lineBreaks) - first + 1);
 }
 
+const std::string& nothing() {
+    static const std::string& empty = *new std::string; // outlives whatever asks while the program ends
+    return empty;
+}
+
 } // namespace
 
-void setErrorText(std::string text) noexcept try {
+void setErrorText(std::string text) noexcept {
     debugOutput(text);
     if (!own) {
-        own = new std::string;
+        try {
+            own = new std::string;
+        } catch (const std::bad_alloc&) {
+            return;
+        }
         atThreadEnd([](void*) { delete std::exchange(own, nullptr); }, nullptr);
     }
     *own = std::move(text);
-} catch (const std::bad_alloc&) {
 }
 
 const std::string& errorText() noexcept {
-    static const std::string& none = *new std::string; // outlives whatever still asks while the program ends
-    return own ? *own : none;
+    return own ? *own : nothing();
 }
 
 // The system log and not standard error: the terminal belongs to the program, not to a library.

@@ -49,7 +49,7 @@ bool mayHandle(const Window& window, uint32_t thread) noexcept {
 
 } // namespace
 
-Desk& desk() noexcept {
+Desk& desk() {
     static Desk& only = *new Desk; // never destroyed: threads use it while the program ends
     return only;
 }

@@ -52,7 +52,7 @@ struct Desk {
     int32_t lastWindow = 0;
 };
 
-Desk& desk() noexcept;
+Desk& desk();
 
 /// The calling thread's queue, made on first use; null when there is no memory. Takes the lock.
 ThreadQueue* ownQueue() noexcept;

@@ -1,0 +1,180 @@
+// A device that is pulled out, in whatever the port is doing at that moment: nothing crashes, spins or
+// blocks, calls say what they always say, and the next device under the same name works.
+#include <csignal>
+#include <future>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "stream/open_port.h"
+#include "support/peer_process.h"
+#include "support/pty.h"
+
+namespace brisolt::test {
+namespace {
+
+constexpr int32_t port = 12;
+constexpr auto quiet = 100ms; ///< of processor time in half a second of real time
+
+/// A line under a name that stays, like that of an adapter: its far end is another process, which can hang
+/// up or be killed.
+class PulledDevice {
+public:
+    explicit PulledDevice(const std::string& name) : name_(name) { plugIn(); }
+
+    void plugIn(const char* mode = "pty-pair-close") {
+        peer_ = std::make_unique<PeerProcess>(BRISOLT_TEST_PEER, std::vector<std::string>{mode});
+        const auto path = peer_->readLine();
+        ASSERT_TRUE(path);
+        std::filesystem::remove(name_);
+        std::filesystem::create_symlink(*path, name_);
+    }
+    void pull(bool killed) {
+        if (killed) {
+            peer_->kill(SIGKILL);
+            EXPECT_EQ(peer_->wait(), 128 + SIGKILL);
+        } else {
+            peer_->write("hang up\n");
+            EXPECT_EQ(peer_->readLine(), "closed");
+        }
+    }
+
+private:
+    std::string name_;
+    std::unique_ptr<PeerProcess> peer_;
+};
+
+struct Pull {
+    const char* mode;
+    bool killed;
+};
+
+class DeviceGone : public testing::TestWithParam<Pull> {
+protected:
+    DeviceGone() {
+        open = std::make_unique<OpenPort>(port, name, OpenPort::Shape{.name = GetParam().mode});
+        ComSetWriteTimeout(port, 60000);
+    }
+    void pull() { line.pull(GetParam().killed); }
+    static bool direct() { return std::string(GetParam().mode) == "THUNK"; }
+    static void expectQuiet() {
+        EXPECT_LT(processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, sleepHalfASecond), quiet);
+    }
+    /// What calls say of a line that is silent and takes nothing. Bytes of a write that fails are gone.
+    static void expectCallsAnswer() {
+        char buffer[20];
+        EXPECT_EQ(ComStatus(port), 0);
+        EXPECT_EQ(ComRead(port, buffer, 9), 0);
+        EXPECT_EQ(ComGetc(port), -1);
+        EXPECT_EQ(ComReadBuf(port, buffer, 13, 9, 1), 3);
+        EXPECT_EQ(ComReadBufToQuiet(port, buffer, 9, 2), 0);
+        EXPECT_EQ(ComReadBufToEmpty(port, buffer, 13, 9), 0);
+        EXPECT_EQ(write(port, "lost"), 0);
+        EXPECT_EQ(ComPuts(port, "lost|"), 1);
+        EXPECT_EQ(Com_Flush(port, 0), 1);
+        EXPECT_EQ(ComFlushOutBuf(port), 1);
+        EXPECT_EQ(ComOutBufStatus(port), 0);
+        EXPECT_EQ(ComSetFlow(port, 1), 1);
+        EXPECT_EQ(ComGetLineError(port), 0);
+        EXPECT_LT(processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, [&] { EXPECT_EQ(ComReadTimed(port, buffer, 9, 50), 0); }),
+                  quiet);
+    }
+    /// The end of every test: close, plug something in, and go on.
+    void expectNextDeviceWorks() {
+        FastClock fast(direct() ? 10 : 1); // its close takes 5.6 s
+        EXPECT_EQ(open->close(), 1);
+        line.plugIn("pty-echo");
+        open = std::make_unique<OpenPort>(port, name, OpenPort::Shape{.name = GetParam().mode});
+        EXPECT_EQ(write(port, "back again"), 10);
+        EXPECT_EQ(readTimed(port, 10, 60000), "back again");
+    }
+
+    TempDir directory;
+    std::string name = directory.file("adapter");
+    PulledDevice line{name};
+    std::unique_ptr<OpenPort> open;
+};
+
+INSTANTIATE_TEST_SUITE_P(Mode, DeviceGone,
+                         testing::Values(Pull{"threaded", false}, Pull{"threaded", true}, Pull{"THUNK", false}),
+                         [](const auto& test) {
+                             return std::string(test.param.mode) + (test.param.killed ? "Killed" : "HungUp");
+                         });
+
+TEST_P(DeviceGone, WhileNothingHappens) {
+    pull();
+    expectQuiet();
+    expectCallsAnswer();
+    ComSetBackgroundTimeout(port, 0);
+    ComHostSetLossless(port, 1);
+    expectQuiet();
+    expectNextDeviceWorks();
+}
+
+TEST_P(DeviceGone, WhileAReadWaits) {
+    auto reading = std::async(std::launch::async, [] { return readTimed(port, 9, 100); });
+    std::this_thread::sleep_for(100ms);
+    const auto used = processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, [&] {
+        pull();
+        EXPECT_EQ(reading.get(), "");
+    });
+    EXPECT_LT(used, 2 * quiet);
+    expectCallsAnswer();
+    expectNextDeviceWorks();
+}
+
+// Nobody reads at the far end, so that device and ring are full when it goes.
+TEST_P(DeviceGone, WhileALosslessRingIsFull) {
+    ComHostSetLossless(port, 1);
+    while (write(port, std::string(1000, 'x')) == 1000) {
+    }
+    const int32_t held = ComOutBufStatus(port);
+    EXPECT_EQ(held, 2048);
+    pull();
+    expectQuiet();
+    EXPECT_EQ(write(port, "no room"), 0);
+    EXPECT_EQ(ComOutBufStatus(port), held) << "what nobody took is still there";
+    EXPECT_EQ(ComStatus(port), 0);
+    expectNextDeviceWorks();
+}
+
+TEST_P(DeviceGone, WhileAWriteIsHeldOff) {
+    auto writing = std::async(std::launch::async, [] {
+        int32_t last = 0;
+        do
+            last = write(port, std::string(1000, 'x'));
+        while (last == 1000);
+        return last;
+    });
+    EXPECT_EQ(writing.wait_for(300ms), std::future_status::timeout) << "it waits for its minute";
+    pull();
+    ASSERT_EQ(writing.wait_for(10s), std::future_status::ready);
+    EXPECT_LT(writing.get(), 1000);
+    expectQuiet();
+    expectCallsAnswer();
+    expectNextDeviceWorks();
+}
+
+// A master that lost its slave is no pulled device: the next program that opens the slave finds it working.
+TEST(AdoptedMaster, OutlivesItsSlaves) {
+    Pty pty;
+    ASSERT_EQ(ComPreOpen("COM", port, 9600, 8, 1, 1, 4096, 4096, pty.master()), port);
+    for (const bool lossless : {false, true, true}) {
+        ComHostSetLossless(port, lossless ? 1 : 0);
+        const int32_t slave = ::open(pty.slavePath().c_str(), O_RDWR | O_NOCTTY);
+        ASSERT_GE(slave, 0);
+        EXPECT_EQ(::write(slave, "to us", 5), 5);
+        EXPECT_EQ(readTimed(port, 5), "to us");
+        EXPECT_EQ(write(port, "to them"), 7);
+        char buffer[10] = {};
+        EXPECT_EQ(::read(slave, buffer, 7), 7);
+        EXPECT_STREQ(buffer, "to them");
+        ::close(slave);
+        EXPECT_LT(processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, sleepHalfASecond), quiet);
+        EXPECT_EQ(readTimed(port, 5, 30), "");
+    }
+    EXPECT_EQ(ComPreClose(port), 1);
+}
+
+} // namespace
+} // namespace brisolt::test

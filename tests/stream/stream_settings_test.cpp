@@ -1,0 +1,177 @@
+// Discarding, resuming and the settings of the byte stream, with the other end of a null modem as witness.
+#include "platform/device.h"
+#include "stream/open_port.h"
+
+namespace brisolt::test {
+namespace {
+
+constexpr int32_t port = 10;
+constexpr char xoff = 0x13;
+
+class StreamSettings : public testing::Test {
+protected:
+    StreamSettings() {
+        EXPECT_EQ(far.open("null-modem:settings"), 1);
+        ComSetPortDebugFile(port, trace.path().c_str());
+    }
+    void send(const std::string& bytes) const {
+        int32_t error = 0;
+        const auto count = static_cast<int32_t>(bytes.size());
+        EXPECT_EQ(far.write(bytes.data(), count, COM_HOST_WRITE_NOW, error), count);
+    }
+    /// Sends and waits until it is in the ring.
+    void arrive(const std::string& bytes) const {
+        const int32_t before = ComStatus(port);
+        send(bytes);
+        ASSERT_TRUE(eventually([&] { return ComStatus(port) == before + static_cast<int32_t>(bytes.size()); }));
+    }
+    std::string arrived() const {
+        std::string bytes(4000, '\0');
+        bytes.resize(static_cast<std::size_t>(far.read(bytes.data(), 4000)));
+        return bytes;
+    }
+
+    OpenPort open{port, "null-modem:settings"};
+    Device far;
+    LogFile trace;
+};
+
+// ---- Discarding --------------------------------------------------------------------------------------------
+
+TEST_F(StreamSettings, FlushDiscardsWhatHasComeAfterItsDelay) {
+    FastClock fast(10);
+    struct Case {
+        const char* what;
+        int32_t (*call)();
+        uint32_t delay;
+    };
+    open.record().flushDelay = 2;
+    const std::vector<Case> cases{{"the port's delay", [] { return ComFlush(port); }, 2000},
+                                  {"its own", [] { return Com_Flush(port, 3); }, 3000},
+                                  {"none", [] { return Com_Flush(port, 0); }, 0},
+                                  {"negative", [] { return Com_Flush(port, INT32_MIN); }, 0}};
+    for (int32_t yield : {1, 0})
+        for (const Case& c : cases) {
+            SCOPED_TRACE(c.what);
+            ComSetYield(port, yield);
+            arrive("old");
+            {
+                // What the device holds goes as well: nothing can have fetched it.
+                HeldLock noRounds(open.inside());
+                send("newer");
+                const uint32_t start = clock::ticks();
+                EXPECT_EQ(c.call(), 1);
+                EXPECT_GE(clock::ticks() - start, c.delay);
+            }
+            EXPECT_EQ(open.record().rxTail + open.record().rxHead, 0);
+            arrive("fresh");
+            EXPECT_EQ(readUpTo(port, 100), "fresh");
+        }
+    EXPECT_EQ(trace.entries({"ComFlush"}), std::vector<std::string>(8, "ComFlush called HWM:3 LWM:0"));
+}
+
+TEST_F(StreamSettings, AFlushMakesAFullRingTakeBytesAgain) {
+    send(std::string(4000, 'x'));
+    ASSERT_TRUE(eventually([] { return ComStatus(port) == 2048; }));
+    EXPECT_EQ(Com_Flush(port, 0), 1);
+    EXPECT_EQ(ComStatus(port), 0);
+    arrive("on we go");
+    EXPECT_EQ(readUpTo(port, 100), "on we go");
+}
+
+TEST_F(StreamSettings, FlushOutBufDiscardsRingAndDevice) {
+    ComSetFlow(port, 0);
+    far.line(COM_HOST_LINE_CLEAR_RTS);
+    ComHostSetLossless(port, 1);
+    EXPECT_EQ(write(port, std::string(1500, 'x')), 1500);
+    EXPECT_EQ(ComOutBufStatus(port), 1500);
+    EXPECT_GT(open.inside().device.status(COM_HOST_WANT_OUT).outQueue, 0U);
+    EXPECT_GT(open.inside().tx.count(), 0);
+    EXPECT_EQ(ComFlushImmediate(port), 0) << "nothing of it has been sent";
+    EXPECT_EQ(ComFlushOutBuf(port), 1);
+    EXPECT_EQ(ComOutBufStatus(port), 0);
+    far.line(COM_HOST_LINE_SET_RTS);
+    EXPECT_EQ(write(port, "end"), 3);
+    EXPECT_NE(ComFlushImmediate(port), 0);
+    std::string got;
+    EXPECT_TRUE(eventually([&] { return (got += arrived()).size() >= 3; }));
+    EXPECT_EQ(got, "end");
+}
+
+// A far end that has stopped us with an XOFF may never send the XON: its buffer is empty after a flush.
+TEST_F(StreamSettings, FlushesResumeWhatAnXoffHasStopped) {
+    struct Case {
+        int32_t flow, code; ///< the flow control of the line, and the code in the record
+        bool resumes;
+    };
+    const std::vector<Case> cases{{1, 1, true}, {5, 1, true}, {1, 5, true}, {1, 0, false}, {1, 2, false}};
+    const std::vector<int32_t (*)()> flushes{[] { return Com_Flush(port, 0); },
+                                             [] { return ComFlushOutBuf(port); }};
+    for (const Case& c : cases)
+        for (std::size_t flush = 0; flush < flushes.size(); ++flush) {
+            SCOPED_TRACE(testing::Message() << "flow " << c.flow << " code " << c.code << " flush " << flush);
+            ComSetFlow(port, 2); // forgets the last XOFF
+            EXPECT_EQ(ComSetFlow(port, c.flow), 1);
+            EXPECT_EQ(open.record().xonXoff, 1);
+            open.record().xonXoff = c.code;
+            send({xoff});
+            ComSetWriteTimeout(port, 50);
+            EXPECT_EQ(write(port, "x"), 0);
+            EXPECT_EQ(flushes[flush](), 1);
+            EXPECT_EQ(write(port, "x"), c.resumes ? 1 : 0);
+            EXPECT_EQ(arrived(), c.resumes ? "x" : "");
+        }
+}
+
+// ---- Settings ----------------------------------------------------------------------------------------------
+
+TEST_F(StreamSettings, MaxWriteCharsIsClampedAndLimitsBlocks) {
+    for (const auto& [asked, applied] : std::vector<std::pair<int32_t, int32_t>>{
+             {0, 1}, {INT32_MIN, 1}, {1, 1}, {1200, 1200}, {1201, 1200}, {INT32_MAX, 1200}, {7, 7}}) {
+        EXPECT_EQ(ComSetPortMaxWriteChars(port, asked), 1);
+        EXPECT_EQ(open.record().maxWriteChars, applied) << asked;
+    }
+    EXPECT_EQ(write(port, std::string(16, 'x')), 16);
+    EXPECT_TRUE(eventually([&] { return trace.entries({"Hex Characters Written:"}).size() == 3; }));
+    EXPECT_EQ(trace.entries({"Writing "}).at(0), "Writing 7 characters");
+    EXPECT_EQ(trace.entries({"Writing "}).at(4), "Writing 2 characters");
+}
+
+// The line says even parity and the far end odd, so that every byte arrives with an error.
+TEST_F(StreamSettings, ErrorReplacementAndLineErrors) {
+    EXPECT_EQ(open.close(), 1);
+    OpenPort even(port, "null-modem:settings", {.parity = 3});
+    ComHostLineState state{};
+    ASSERT_TRUE(far.getLineState(state));
+    state.parity = COM_HOST_PARITY_ODD;
+    ASSERT_TRUE(far.setLineState(state));
+    struct Case {
+        int32_t enable, replacement;
+        const char* got;
+    };
+    ComGetLineError(port);
+    for (const Case& c : {Case{0, '?', "abc"}, Case{1, '?', "???"}, Case{7, '#' + 0x100, "###"}, Case{-1, '?', "abc"}}) {
+        EXPECT_EQ(ComSetLineErrorReplacement(port, c.enable, c.replacement), 1);
+        arrive("abc");
+        EXPECT_EQ(readUpTo(port, 10), c.got);
+        EXPECT_EQ(ComGetLineError(port), COM_HOST_ERROR_PARITY);
+        EXPECT_EQ(ComGetLineError(port), 0);
+    }
+    ComHostLineState applied{};
+    ASSERT_TRUE(even.inside().device.getLineState(applied));
+    EXPECT_EQ(applied.errorChar, 0);
+
+    // Errors add up until somebody asks, also on a line that brings no bytes.
+    ASSERT_TRUE(far.getLineState(state));
+    state.parity = COM_HOST_PARITY_EVEN;
+    state.baudRate = 300;
+    ASSERT_TRUE(far.setLineState(state));
+    arrive("abc");
+    far.line(COM_HOST_LINE_SET_BREAK);
+    far.line(COM_HOST_LINE_CLEAR_BREAK);
+    EXPECT_EQ(ComGetLineError(port), COM_HOST_ERROR_FRAMING | COM_HOST_ERROR_BREAK);
+    EXPECT_EQ(ComGetLineError(port), 0);
+}
+
+} // namespace
+} // namespace brisolt::test

@@ -1,0 +1,205 @@
+// The reads that wait: for a count, a terminator, a quiet line, or for the time to be over.
+#include <regex>
+
+#include "stream/open_port.h"
+#include "support/bare_port.h"
+#include "support/pty.h"
+
+namespace brisolt::test {
+namespace {
+
+constexpr int32_t port = 8;
+constexpr int32_t never = 256; ///< a terminator that no byte is
+
+class TimedReads : public testing::Test {
+protected:
+    /// Sends and waits until it is in the ring.
+    void arrive(const std::string& bytes) {
+        const int32_t before = ComStatus(port);
+        far.write(bytes);
+        ASSERT_TRUE(eventually([&] { return ComStatus(port) == before + static_cast<int32_t>(bytes.size()); }));
+    }
+    PortWorkArea& workArea() const { return *open.inside().workArea; }
+
+    Pty far;
+    OpenPort open{port, far.slavePath()};
+    uint8_t buffer[200] = {};
+};
+
+std::string textOf(const uint8_t* bytes, int32_t count) {
+    return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count)};
+}
+
+/// The numbers in a text.
+std::vector<int64_t> numbersIn(const std::string& text) {
+    static const std::regex number("-?[0-9]+");
+    std::vector<int64_t> found;
+    for (std::sregex_iterator at(text.begin(), text.end(), number); at != std::sregex_iterator(); ++at)
+        found.push_back(std::stoll(at->str()));
+    return found;
+}
+
+std::string withoutNumbers(const std::string& text) {
+    return std::regex_replace(text, std::regex("-?[0-9]+"), "#");
+}
+
+// ---- ComReadTimed ------------------------------------------------------------------------------------------
+
+TEST_F(TimedReads, TimeIsWhatWasAskedForOrTenSeconds) {
+    LogFile trace, protocol;
+    ComSetPortDebugFile(port, trace.path().c_str());
+    ComSetProtocolDebugFile(port, protocol.path().c_str(), "timed");
+    FastClock fast(25);
+    struct Case {
+        int32_t asked, applied;
+    };
+    const std::vector<Case> cases{{300, 300}, {5, 1000}, {10, 1000}, {11, 11}, {0, 1000}, {-700, 1000}};
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        SCOPED_TRACE(cases[i].asked);
+        const uint32_t start = clock::ticks();
+        EXPECT_EQ(ComReadTimed(port, buffer, 10, cases[i].asked), 0);
+        const int32_t length = cases[i].applied * 10;
+        EXPECT_GE(clock::ticks() - start, static_cast<uint32_t>(length));
+
+        const std::string line = trace.entries({"ComReadTimed"}).at(i);
+        EXPECT_EQ(withoutNumbers(line),
+                  "ComReadTimed: Timed Out:  Starttime: # Endtime: #  Desired Endtime: # Endtimeparm: #");
+        EXPECT_EQ(protocol.entries().at(i), line + " ");
+        const auto numbers = numbersIn(line);
+        ASSERT_EQ(numbers.size(), 4U);
+        EXPECT_GE(numbers[0], static_cast<int64_t>(start));
+        EXPECT_EQ(numbers[2] - numbers[0], length);
+        EXPECT_GE(numbers[1], numbers[2]);
+        EXPECT_EQ(numbers[3], cases[i].applied);
+    }
+}
+
+TEST_F(TimedReads, GivesTheCountAtOnceAndWhatHasComeAtTheEnd) {
+    LogFile trace;
+    ComSetPortDebugFile(port, trace.path().c_str());
+    arrive("abcde");
+    ComCancel(port); // nothing waits: forgotten by the next wait
+    const auto start = SteadyClock::now();
+    EXPECT_EQ(readTimed(port, 3, 60000), "abc");
+    EXPECT_LT(SteadyClock::now() - start, 60s);
+    EXPECT_EQ(open.record().cancelFlag, 0);
+    const std::string line = trace.entries({"ComReadTimed"}).at(0);
+    EXPECT_EQ(withoutNumbers(line),
+              "ComReadTimed: Got requested bytes Bytes: # Starttime: # Endtime: # Endtimeparm: #");
+    EXPECT_EQ(numbersIn(line).front(), 3);
+    EXPECT_EQ(numbersIn(line).back(), 60000);
+    EXPECT_EQ(readTimed(port, 10, 20), "de");
+}
+
+// ---- ComReadBuf --------------------------------------------------------------------------------------------
+
+TEST_F(TimedReads, ReadBufEndsOnCountTerminatorOrTime) {
+    FastClock fast(20);
+    struct Case {
+        const char* what;
+        std::string sent;
+        int32_t terminator, maximum, result;
+        std::string got;
+    };
+    const std::vector<Case> cases{
+        {"full", "01234567890123456789", never, 10, 1, "0123456789"},
+        {"terminator", "ab\rcd", '\r', 10, 2, "ab\r"},
+        {"a zero byte as terminator", std::string("ab\0cd", 5), 0, 10, 2, std::string("ab\0", 3)},
+        {"full counts before the terminator", "abc\r", '\r', 4, 1, "abc\r"},
+        {"a terminator that is none", "ab\rcd", '\r' + 256, 5, 1, "ab\rcd"},
+        {"time", "ab", '\r', 10, 3, "ab"},
+        {"time, nothing", "", '\r', 10, 3, ""},
+        {"no room", "ab", 'a', 0, 1, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        arrive(c.sent);
+        std::fill(std::begin(buffer), std::end(buffer), uint8_t{'!'});
+        const uint32_t start = clock::ticks();
+        EXPECT_EQ(ComReadBuf(port, buffer, c.terminator, c.maximum, 2), c.result);
+        EXPECT_TRUE(c.result != 3 || clock::ticks() - start >= 2100);
+        const auto length = static_cast<int32_t>(c.got.size());
+        EXPECT_EQ(textOf(buffer, length + 2), c.got + '\0' + '!');
+        EXPECT_EQ(workArea().matchLen, length);
+        const std::string rest = c.sent.substr(c.got.size());
+        EXPECT_EQ(readUpTo(port, 100), rest) << "what follows stays in the ring";
+    }
+}
+
+TEST_F(TimedReads, ReadBufEndsOnEscape) {
+    ComPortSetEscapeChar(port, 'Q');
+    ComSetYield(port, 0); // it looks for the escape all the same
+    ComHostPostChar(ComHostThreadId(), 'x');
+    ComHostPostChar(ComHostThreadId(), 'Q' + 0x100);
+    EXPECT_EQ(ComReadBuf(port, buffer, never, 10, 60), 4);
+    EXPECT_EQ(buffer[0], 0);
+    EXPECT_EQ(workArea().matchLen, -1);
+
+    arrive("ab"); // a byte that is there already comes before the escape
+    ComHostPostChar(ComHostThreadId(), 'Q');
+    EXPECT_EQ(ComReadBuf(port, buffer, never, 10, 60), 4);
+    EXPECT_EQ(textOf(buffer, 2), std::string("a\0", 2));
+    EXPECT_EQ(workArea().matchLen, 0);
+
+    // A quit ends it too, and stays.
+    ComHostPostQuit(ComHostThreadId());
+    EXPECT_EQ(ComReadBuf(port, buffer, never, 10, 60), 4);
+    EXPECT_EQ(textOf(buffer, 2), std::string("b\0", 2));
+    ComHostMessage message;
+    EXPECT_EQ(ComHostGetMessage(&message, 0), -1);
+}
+
+TEST_F(TimedReads, ReadBufThatIsCancelledLeavesTheBufferAsItIs) {
+    arrive("ab");
+    std::fill(std::begin(buffer), std::end(buffer), uint8_t{'!'});
+    workArea().matchLen = -77;
+    std::thread canceller([&] {
+        EXPECT_TRUE(eventually([] { return ComStatus(port) == 0; }));
+        ComCancel(port);
+    });
+    EXPECT_EQ(ComReadBuf(port, buffer, never, 10, 60), 4);
+    EXPECT_EQ(textOf(buffer, 3), "ab!");
+    EXPECT_EQ(workArea().matchLen, -77);
+    canceller.join();
+}
+
+// ---- ComReadBufToQuiet -------------------------------------------------------------------------------------
+
+TEST_F(TimedReads, ToQuietIsFullAtOnce) {
+    arrive(pattern(150));
+    std::fill(std::begin(buffer), std::end(buffer), uint8_t{'!'});
+    EXPECT_EQ(ComReadBufToQuiet(port, buffer, 100, 36000), 99);
+    EXPECT_EQ(textOf(buffer, 101), pattern(150).substr(0, 99) + '\0' + '!');
+    EXPECT_EQ(ComReadBufToQuiet(port, buffer, 1, 36000), 0);
+    EXPECT_EQ(buffer[0], 0);
+    EXPECT_EQ(ComStatus(port), 51);
+}
+
+TEST_F(TimedReads, ToQuietLastsAsLongAsBytesCome) {
+    std::thread sender([&] {
+        for (int32_t i = 0; i < 8; ++i) {
+            std::this_thread::sleep_for(250ms);
+            far.write("x");
+        }
+    });
+    EXPECT_EQ(ComReadBufToQuiet(port, buffer, 100, 15), 8);
+    EXPECT_EQ(textOf(buffer, 9), std::string("xxxxxxxx\0", 9));
+    sender.join();
+    FastClock fast(10);
+    const uint32_t start = clock::ticks();
+    EXPECT_EQ(ComReadBufToQuiet(port, buffer, 100, 30), 0);
+    EXPECT_EQ(buffer[0], 0);
+    EXPECT_GE(clock::ticks() - start, 3000U);
+}
+
+TEST_F(TimedReads, ToQuietEndsOnTheEscapeKeyOnly) {
+    ComPortSetEscapeChar(port, 'Q');
+    FastClock fast(10);
+    ComHostPostChar(ComHostThreadId(), 'Q');
+    EXPECT_EQ(ComReadBufToQuiet(port, buffer, 100, 20), 0);
+    ComHostPostChar(ComHostThreadId(), 27);
+    EXPECT_EQ(ComReadBufToQuiet(port, buffer, 100, 36000), -1);
+}
+
+} // namespace
+} // namespace brisolt::test

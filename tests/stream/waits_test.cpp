@@ -1,0 +1,299 @@
+// What ends a wait and what does not, how soon, and at what price in processor time.
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <future>
+
+#include "stream/open_port.h"
+#include "support/pty.h"
+
+namespace brisolt::test {
+namespace {
+
+constexpr int32_t port = 11;
+constexpr auto promptly = 5s; ///< every wait here would last a minute
+constexpr int32_t goesOn = INT32_MAX;
+
+char buffer[100];
+
+struct Wait {
+    const char* what;
+    int32_t (*call)(); ///< for a minute
+    // The results that escape (27), quit and cancel have; goesOn: none, the wait takes no notice.
+    int32_t escaped, quit, cancelled;
+};
+const std::vector<Wait> waits{
+    {"ComSleep", [] { return ComSleep(port, 60); }, -1, -1, goesOn},
+    {"ComSleepMS", [] { return ComSleepMS(port, 60000); }, -1, -1, goesOn},
+    {"ComReadTimed", [] { return ComReadTimed(port, buffer, 9, 6000); }, goesOn, goesOn, goesOn},
+    {"ComReadBuf", [] { return ComReadBuf(port, buffer, 256, 99, 60); }, 4, 4, 4},
+    {"ComReadBufToQuiet", [] { return ComReadBufToQuiet(port, buffer, 99, 600); }, -1, -1, -1},
+    {"Com_Flush", [] { return Com_Flush(port, 60); }, goesOn, 1, goesOn},
+};
+
+/// A wait on a thread of its own, whose queue and results are the test's.
+class Waiting {
+public:
+    explicit Waiting(const Wait& wait) {
+        std::promise<uint32_t> started;
+        auto identifier = started.get_future();
+        result_ = std::async(std::launch::async, [&started, call = wait.call] {
+            started.set_value(ComHostThreadId());
+            return call();
+        });
+        thread = identifier.get();
+        std::this_thread::sleep_for(100ms);
+    }
+    /// Its result, or goesOn when it does not end.
+    int32_t result(std::chrono::milliseconds limit = promptly) {
+        return result_.wait_for(limit) == std::future_status::ready ? result_.get() : goesOn;
+    }
+
+    uint32_t thread = 0;
+
+private:
+    std::future<int32_t> result_;
+};
+
+class Waits : public testing::Test {
+protected:
+    ~Waits() override {
+        for (ComHostMessage left; ComHostGetMessage(&left, 0) != 0;) {
+        }
+    }
+    /// All waits at once on a port; what happens to each of them, and what it answers.
+    void expectAll(int32_t Wait::* expected, const std::function<void(Waiting&)>& happen) {
+        OpenPort open(port, far.slavePath());
+        ComPortSetEscapeChar(port, 27);
+        std::deque<Waiting> waiting;
+        for (const Wait& wait : waits)
+            waiting.emplace_back(wait);
+        for (Waiting& each : waiting)
+            happen(each);
+        for (std::size_t i = 0; i < waits.size(); ++i) {
+            const int32_t result = waits[i].*expected;
+            EXPECT_EQ(waiting[i].result(result == goesOn ? 150ms : promptly), result) << waits[i].what;
+        }
+        open.close(); // ends those that go on
+    }
+
+    Pty far;
+};
+
+TEST_F(Waits, EscapeCharacter) {
+    expectAll(&Wait::escaped, [](Waiting& waiting) {
+        ComHostPostChar(waiting.thread, 'x');
+        ComHostPostChar(waiting.thread, 27);
+    });
+}
+
+TEST_F(Waits, Quit) {
+    expectAll(&Wait::quit, [](Waiting& waiting) { ComHostPostQuit(waiting.thread); });
+}
+
+TEST_F(Waits, Cancel) {
+    expectAll(&Wait::cancelled, [](Waiting&) { EXPECT_EQ(ComCancel(port), 1); });
+}
+
+class CloseDuringWaits : public Waits, public testing::WithParamInterface<const char*> {};
+INSTANTIATE_TEST_SUITE_P(Mode, CloseDuringWaits, testing::Values("threaded", "THUNK"));
+
+TEST_P(CloseDuringWaits, EndsThemAtOnce) {
+    OpenPort open(port, far.slavePath(), {.name = GetParam()});
+    std::deque<Waiting> waiting;
+    for (const Wait& wait : waits)
+        waiting.emplace_back(wait);
+    auto closing = std::async(std::launch::async, [&open] { return open.close(); });
+    const auto end = SteadyClock::now() + 2s;
+    for (std::size_t i = 0; i < waits.size(); ++i) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - SteadyClock::now());
+        EXPECT_EQ(waiting[i].result(std::max(left, 0ms)), -1) << waits[i].what;
+    }
+    EXPECT_EQ(closing.get(), 1);
+}
+
+TEST_F(Waits, CloseEndsThePausesOfAString) {
+    OpenPort open(port, far.slavePath());
+    Waiting waiting({"ComPuts", [] { return ComPuts(port, std::string(60, '~').c_str()); }, 0, 0, 0});
+    EXPECT_EQ(open.close(), 1);
+    EXPECT_EQ(waiting.result(), -1);
+}
+
+// ---- Single rules --------------------------------------------------------------------------------------------
+
+TEST_F(Waits, WithoutYieldASleepTakesNoNotice) {
+    OpenPort open(port, far.slavePath());
+    ComPortSetEscapeChar(port, 27);
+    ComSetYield(port, 0);
+    ComHostPostChar(ComHostThreadId(), 27);
+    EXPECT_EQ(ComSleepMS(port, 50), 1);
+    // Another thread may let it look again in the middle.
+    auto setter = std::async(std::launch::async, [] {
+        std::this_thread::sleep_for(100ms);
+        ComSetYield(port, 1);
+    });
+    FastClock fast(10);
+    EXPECT_EQ(ComSleepMS(port, 60000), -1);
+}
+
+TEST_F(Waits, EscapeHandlesTheMessagesBeforeIt) {
+    OpenPort open(port, far.slavePath());
+    std::vector<uint32_t> handled;
+    const int32_t window = ComHostCreateWindow(
+        [](void* list, int32_t, uint32_t message, uintptr_t, intptr_t) {
+            static_cast<std::vector<uint32_t>*>(list)->push_back(message);
+        },
+        &handled);
+    const auto postAll = [&] {
+        ComHostPostMessage(window, 0x400, 0, 0);
+        ComHostPostChar(ComHostThreadId(), 'a');
+        ComHostPostMessage(window, COM_HOST_MESSAGE_CHAR, 'b', 0);
+        ComHostPostChar(ComHostThreadId(), 0x100 + 27);
+        ComHostPostMessage(window, 0x401, 0, 0);
+    };
+    postAll();
+    EXPECT_EQ(ComEscape(port, 27), 1);
+    EXPECT_EQ(handled, (std::vector<uint32_t>{0x400, COM_HOST_MESSAGE_CHAR}));
+    EXPECT_EQ(ComEscape(port, 27), 0);
+    EXPECT_EQ(handled.back(), 0x401U);
+    handled.clear();
+    postAll();
+    EXPECT_EQ(ComServiceMessagePump(), 0);
+    EXPECT_EQ(handled, (std::vector<uint32_t>{0x400, COM_HOST_MESSAGE_CHAR, 0x401}));
+
+    // A quit is seen before all messages, which wait behind it, and stays.
+    handled.clear();
+    postAll();
+    ComHostPostQuit(ComHostThreadId());
+    for (int32_t twice = 0; twice < 2; ++twice) {
+        EXPECT_EQ(ComEscape(port, 27), 1);
+        EXPECT_EQ(ComServiceMessagePump(), 1);
+        EXPECT_EQ(ComSleepMS(port, 60000), -1);
+    }
+    EXPECT_TRUE(handled.empty());
+    ComHostDestroyWindow(window);
+}
+
+TEST_F(Waits, SettingsOfWaits) {
+    OpenPort open(port, far.slavePath());
+    EXPECT_EQ(ComPortGetEscapeChar(port), 0);
+    EXPECT_EQ(ComPortSetEscapeChar(port, 0x300 + 200), 1);
+    EXPECT_EQ(ComPortGetEscapeChar(port), 200);
+    EXPECT_EQ(ComSleep(port, 0), 1);
+    EXPECT_EQ(ComSleepMS(port, 0), 1);
+    FastClock fast(20);
+    for (int32_t yield : {1, 0}) {
+        ComSetYield(port, yield);
+        const uint32_t start = clock::ticks();
+        EXPECT_EQ(ComSleep(port, 3), 1);
+        EXPECT_EQ(ComSleepMS(port, 500), 1);
+        EXPECT_GE(clock::ticks() - start, 3500U);
+    }
+    ComCancel(port); // for nobody: the next wait forgets it
+    EXPECT_EQ(ComReadBuf(port, buffer, 256, 9, 1), 3);
+}
+
+std::atomic<int32_t> asked{0};
+std::atomic<int32_t> answer{0};
+
+// Nothing can wake a wait for the sake of a function, so it has to ask again and again.
+TEST_F(Waits, AnEscapeFunctionIsAsked) {
+    OpenPort open(port, far.slavePath());
+    ComPortSetEscapeChar(port, 'q');
+    open.record().escapeFunc = [](int32_t number, int32_t character) {
+        EXPECT_EQ(number, port);
+        if (character == 255) // the port's own thread, for the messages it may have
+            return 0;
+        asked += character == 'q' || character == 27 ? 1 : 1000000;
+        return answer.load();
+    };
+    for (const Wait& wait : waits) {
+        if (wait.escaped == goesOn)
+            continue;
+        SCOPED_TRACE(wait.what);
+        answer = 0;
+        asked = 0;
+        Waiting waiting(wait);
+        EXPECT_TRUE(eventually([] { return asked > 5; }));
+        answer = 1;
+        EXPECT_EQ(waiting.result(), wait.escaped);
+        EXPECT_LT(asked, 1000000);
+    }
+}
+
+// ---- Processor time and latency ------------------------------------------------------------------------------
+
+TEST_F(Waits, IdleWaitsUseNextToNoProcessorTime) {
+    OpenPort open(port, far.slavePath());
+    struct Case {
+        const char* what;
+        void (*call)();
+    };
+    const std::vector<Case> cases{
+        {"ComReadTimed", [] { ComReadTimed(port, buffer, 9, 50); }},
+        {"ComReadBuf", [] { ComReadBuf(port, buffer, 256, 9, 1); }},
+        {"ComReadBufToQuiet", [] { ComReadBufToQuiet(port, buffer, 9, 5); }},
+        {"ComSleepMS", [] { ComSleepMS(port, 500); }},
+        {"without yield",
+         [] {
+             ComSetYield(port, 0);
+             ComSleepMS(port, 500);
+             ComSetYield(port, 1);
+         }},
+        {"nobody", sleepHalfASecond},
+    };
+    for (const Case& c : cases)
+        EXPECT_LT(processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, c.call), 50ms) << c.what;
+}
+
+TEST_F(Waits, ATimedReadLetsMessagesThroughAndNothingElse) {
+    OpenPort open(port, far.slavePath());
+    std::atomic<int32_t> handled{0};
+    const int32_t window = ComHostCreateWindow(
+        [](void* count, int32_t, uint32_t, uintptr_t, intptr_t) { ++*static_cast<std::atomic<int32_t>*>(count); },
+        &handled);
+    const auto reader = ComHostThreadId();
+    auto other = std::async(std::launch::async, [&] {
+        std::this_thread::sleep_for(100ms);
+        ComHostPostMessage(window, 0x400, 0, 0);
+        EXPECT_TRUE(eventually([&] { return handled == 1; }, promptly));
+        ComHostPostChar(reader, 0);
+        ComHostPostQuit(reader);
+        ComHostPostMessage(window, 0x400, 0, 0);
+        ComCancel(port);
+        std::this_thread::sleep_for(400ms);
+        far.write("bytes");
+    });
+    // With the quit and the messages behind it pending, the wait must not turn into a busy one.
+    const auto used = processorTimeOf(CLOCK_THREAD_CPUTIME_ID, [] { EXPECT_EQ(readTimed(port, 5, 6000), "bytes"); });
+    EXPECT_LT(used, 50ms);
+    other.get();
+    ComHostDestroyWindow(window);
+}
+
+TEST_F(Waits, BytesEndAWaitWhateverThePace) {
+    OpenPort open(port, far.slavePath());
+    const std::vector<Wait> reads{
+        {"ComReadTimed", [] { return ComReadTimed(port, buffer, 3, 6000); }, 3, 0, 0},
+        {"ComReadBuf", [] { return ComReadBuf(port, buffer, 'c', 9, 60); }, 2, 0, 0},
+        {"ComReadBufToQuiet", [] { return ComReadBufToQuiet(port, buffer, 4, 600); }, 3, 0, 0},
+    };
+    const auto nobody = [](int32_t) { return 1; };
+    for (uint32_t pace : {50U, 10000U, 0U})
+        for (bool notifying : {false, true}) {
+            ComSetBackgroundTimeout(port, pace);
+            ComSetNotifyMessageOnAnyCharCallBackFunc(port, notifying ? +nobody : nullptr);
+            for (const Wait& read : reads) {
+                SCOPED_TRACE(testing::Message() << read.what << " pace " << pace << " notifying " << notifying);
+                Waiting waiting(read);
+                for (const char* byte : {"a", "b", "c"}) {
+                    far.write(byte);
+                    std::this_thread::sleep_for(20ms);
+                }
+                ASSERT_EQ(waiting.result(), read.escaped);
+            }
+        }
+}
+
+} // namespace
+} // namespace brisolt::test
