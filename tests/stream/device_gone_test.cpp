@@ -83,6 +83,7 @@ protected:
     void expectNextDeviceWorks() {
         FastClock fast(direct() ? 10 : 1); // its close takes 5.6 s
         EXPECT_EQ(open->close(), 1);
+        open.reset();
         line.plugIn("pty-echo");
         open = std::make_unique<OpenPort>(port, name, OpenPort::Shape{.name = GetParam().mode});
         EXPECT_EQ(write(port, "back again"), 10);
@@ -128,13 +129,17 @@ TEST_P(DeviceGone, WhileALosslessRingIsFull) {
     ComHostSetLossless(port, 1);
     while (write(port, std::string(1000, 'x')) == 1000) {
     }
-    const int32_t held = ComOutBufStatus(port);
-    EXPECT_EQ(held, 2048);
+    EXPECT_EQ(ComOutBufStatus(port), 2048);
     pull();
     expectQuiet();
-    EXPECT_EQ(write(port, "no room"), 0);
-    EXPECT_EQ(ComOutBufStatus(port), held) << "what nobody took is still there";
+    // A line that goes down may take some bytes in its last moment; what it did not take is still there, and
+    // the ring fills up again.
+    const int32_t held = ComOutBufStatus(port);
+    const int32_t added = write(port, std::string(3000, 'x'));
+    EXPECT_EQ(ComOutBufStatus(port), held + added);
+    EXPECT_GE(held + added, 2047);
     EXPECT_EQ(ComStatus(port), 0);
+    expectQuiet();
     expectNextDeviceWorks();
 }
 
