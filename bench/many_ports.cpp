@@ -72,30 +72,24 @@ std::vector<Cost> compareEchoes(const std::vector<const Side*>& sides, const Opt
     constexpr std::size_t size = 16;
     const int times = options.quick ? 20 : 100;
     FarEnd farEnd(echoLines, -1);
-    std::vector<std::function<Cost()>> contenders;
-    for (const Side* side : sides)
-        contenders.emplace_back([side, times, &farEnd] {
-            const std::unique_ptr<Lines> lines = side->openMany(farEnd.paths());
-            // Once to warm up.
-            farEnd.echo(echoLines * size);
-            lines->roundTrips(1, size);
-            farEnd.finish();
-            const Stopwatch watch;
-            farEnd.echo(echoLines * size * static_cast<std::size_t>(times));
-            lines->roundTrips(times, size);
-            const Cost cost = watch.read();
-            farEnd.finish();
-            return cost;
-        });
-    return pair(options.rounds, contenders);
+    return pair(options.rounds, sides, [&](const Side& side) {
+        const std::unique_ptr<Lines> lines = side.openMany(farEnd.paths());
+        // Once to warm up.
+        farEnd.echo(echoLines * size);
+        lines->roundTrips(1, size);
+        farEnd.finish();
+        const Stopwatch watch;
+        farEnd.echo(echoLines * size * static_cast<std::size_t>(times));
+        lines->roundTrips(times, size);
+        const Cost cost = watch.read();
+        farEnd.finish();
+        return cost;
+    });
 }
 
 std::vector<Cost> compareInChildren(const std::string& what, std::size_t lines,
                                     const std::vector<const Side*>& sides) {
-    std::vector<std::function<Cost()>> contenders;
-    for (const Side* side : sides)
-        contenders.emplace_back([&what, lines, side] { return Cost{runChild(what, *side, lines), 1}; });
-    return pair(1, contenders);
+    return pair(1, sides, [&](const Side& side) { return Cost{runChild(what, side, lines), 1}; });
 }
 
 } // namespace
@@ -107,18 +101,19 @@ int measureInChild(const std::string& what, const Side& side, std::size_t lines)
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
 
-    const auto opened = side.openMany(silentLines(what == "memory" ? 1 : lines));
+    std::vector<std::unique_ptr<Lines>> opened;
+    opened.push_back(side.openMany(silentLines(what == "memory" ? 1 : lines)));
     settle();
     if (what == "memory") {
         const long before = residentKilobytes();
-        const auto more = side.openMany(silentLines(lines));
+        opened.push_back(side.openMany(silentLines(lines)));
         settle();
         std::printf("%f\n", static_cast<double>(residentKilobytes() - before) / static_cast<double>(lines));
         std::fflush(stdout);
         _exit(0);
     }
     const long before = switchesOfAllThreads();
-    opened->idle(2000);
+    opened.front()->idle(2000);
     std::printf("%ld\n", switchesOfAllThreads() - before);
     std::fflush(stdout);
     // Nobody waits for so many ports to be closed in good order.

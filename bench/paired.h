@@ -8,6 +8,8 @@
 #include <functional>
 #include <vector>
 
+#include "side.h"
+
 namespace bench {
 
 /// Seconds on the clock, and seconds of processor time of this process in all its threads.
@@ -36,23 +38,24 @@ inline double median(std::vector<double> values) {
     return *middle;
 }
 
-/// Measures every contender once per round, the first being the measure of the others. Returns the median
-/// over the rounds of each one's ratio to the first in the same round; for the first itself its cost.
-inline std::vector<Cost> pair(int rounds, const std::vector<std::function<Cost()>>& contenders) {
-    std::vector<std::vector<double>> wall(contenders.size()), cpu(contenders.size());
+/// Measures every side once per round, the first being the measure of the others. Returns the median over
+/// the rounds of each one's ratio to the first in the same round; for the first itself its cost.
+inline std::vector<Cost> pair(int rounds, const std::vector<const Side*>& sides,
+                              const std::function<Cost(const Side&)>& measure) {
+    std::vector<std::vector<double>> wall(sides.size()), cpu(sides.size());
     for (int round = 0; round < rounds; ++round) {
         Cost first;
-        for (std::size_t i = 0; i < contenders.size(); ++i) {
-            const Cost cost = contenders[i]();
+        for (std::size_t i = 0; i < sides.size(); ++i) {
+            const Cost cost = measure(*sides[i]);
             if (i == 0)
                 first = cost;
             wall[i].push_back(i == 0 ? cost.wall : cost.wall / first.wall);
             cpu[i].push_back(i == 0 ? cost.cpu : cost.cpu / first.cpu);
         }
     }
-    std::vector<Cost> result;
-    for (std::size_t i = 0; i < contenders.size(); ++i)
-        result.push_back({median(wall[i]), median(cpu[i])});
+    std::vector<Cost> result(sides.size());
+    for (std::size_t i = 0; i < sides.size(); ++i)
+        result[i] = {median(wall[i]), median(cpu[i])};
     return result;
 }
 

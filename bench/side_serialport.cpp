@@ -1,6 +1,7 @@
 // libserialport looks for a device in the system's list of serial ones before it opens it, and then asks for
 // its modem lines. A pseudo terminal is not listed and has none, so a library that insists takes no part.
 #include <algorithm>
+#include <cerrno>
 #include <stdexcept>
 
 #include <libserialport.h>
@@ -68,7 +69,10 @@ public:
         for (std::size_t got = 0, sent = 0; got < total || sent < total;) {
             checked(sp_wait(sent < total ? either : input, limit));
             got += checked(sp_nonblocking_read(port_, to + got, std::min(call, total - got)));
-            sent += checked(sp_nonblocking_write(port_, from + sent, std::min(call, total - sent)));
+            const int written = sp_nonblocking_write(port_, from + sent, std::min(call, total - sent));
+            // No room is a failure to it.
+            if (written != SP_ERR_FAIL || sp_last_error_code() != EAGAIN)
+                sent += checked(written);
         }
         sp_free_event_set(either);
         sp_free_event_set(input);

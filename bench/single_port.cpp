@@ -109,14 +109,11 @@ std::vector<Cost> compare(const std::vector<const Side*>& sides, const Options& 
     const Cores cores = chooseCores();
     pin(cores.ours);
     FarEnd farEnd(1, options.twoCores ? cores.other : cores.ours);
-    std::vector<std::function<Cost()>> contenders;
-    for (const Side* side : sides)
-        contenders.emplace_back([side, &farEnd, &job] {
-            const std::unique_ptr<Line> line = side->open(farEnd.paths().front());
-            roundTrips(*line, farEnd, 50);
-            return job(*line, farEnd);
-        });
-    std::vector<Cost> ratios = pair(options.rounds, contenders);
+    const std::vector<Cost> ratios = pair(options.rounds, sides, [&](const Side& side) {
+        const std::unique_ptr<Line> line = side.open(farEnd.paths().front());
+        roundTrips(*line, farEnd, 50);
+        return job(*line, farEnd);
+    });
     pin(-1);
     return ratios;
 }

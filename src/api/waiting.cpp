@@ -46,6 +46,7 @@ BRISOLT_EXPORT int32_t ComPortGetEscapeChar(int32_t port) {
 BRISOLT_EXPORT int32_t ComSetYield(int32_t port, int32_t value) {
     return onPort(port, -1, [=](Port& open) {
         open.record->yield = value;
+        open.events.wakeAll(); // waits look at it again
         return 1;
     });
 }

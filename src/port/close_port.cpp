@@ -54,6 +54,7 @@ void turnOff(Port& port) {
 int32_t close(Port& port, const CloseStyle& style) {
     if (port.closing.exchange(1) != 0)
         return -1;
+    port.events.wakeAll(); // whoever waits on the port ends here
     trace(port, "%s", style.firstLine);
     stopThread(port, style);
     trace(port, "Thread shut down complete");

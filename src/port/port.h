@@ -63,6 +63,8 @@ struct Port {
     std::mutex lineMutex;            ///< lineState of the record
 
     bool isOpen() const noexcept { return open.load(std::memory_order_acquire) == 1; }
+    /// For waits: they end when a close begins, not when it has come to clearing `open`.
+    bool ending() const noexcept { return closing.load(std::memory_order_acquire) != 0 || !isOpen(); }
     bool threaded() const noexcept { return record->ioMode == ioThreaded; }
     bool hasDevice() const noexcept { return device.present(); }
     ComHostLineState lineStateCopy() noexcept {

@@ -26,7 +26,7 @@ int32_t flushReceived(Port& port, int32_t seconds) {
     if (ComPortFunc function = port.record->flushFunc)
         return function(port.number);
     yieldPause(port, static_cast<uint32_t>(std::clamp<int64_t>(seconds, 0, UINT32_MAX / 1000) * 1000));
-    if (!port.isOpen())
+    if (port.ending())
         return -1;
     HeldLock lock(port);
     trace(port, "ComFlush called HWM:%d LWM:%d", port.record->rxHead.load(), port.record->rxTail.load());

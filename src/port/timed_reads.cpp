@@ -51,7 +51,7 @@ int32_t readTimed(Port& port, void* buffer, int32_t count, int32_t hundredths) {
     while (!until.passed()) {
         uint32_t seen = port.events.count();
         int32_t waiting = bytesArrived(port);
-        if (!port.isOpen())
+        if (port.ending())
             return -1;
         if (waiting >= count) {
             int32_t got = read(port, buffer, count);
@@ -62,7 +62,7 @@ int32_t readTimed(Port& port, void* buffer, int32_t count, int32_t hundredths) {
         checkEscapeIfYielding(port); // lets messages through; neither escape nor quit ends this wait
         sleepForBytes(port, seen, false, port.record->yield != 0, until);
     }
-    return port.isOpen() ? readTimedOut(port, buffer, count, times) : -1;
+    return port.ending() ? -1 : readTimedOut(port, buffer, count, times);
 }
 
 namespace {
@@ -87,7 +87,7 @@ int32_t readBuffer(Port& port, uint8_t* buffer, int32_t terminator, int32_t maxi
     int32_t result = maximum == 0 ? 1 : 0;
     while (result == 0) {
         uint32_t seen = port.events.count();
-        if (!port.isOpen())
+        if (port.ending())
             return -1;
         if (cancelled(port))
             return 4;
@@ -103,7 +103,7 @@ int32_t readBuffer(Port& port, uint8_t* buffer, int32_t terminator, int32_t maxi
             sleepForBytes(port, seen, true, true, until);
         }
     }
-    if (result == 4 && !port.isOpen())
+    if (result == 4 && port.ending())
         return -1;
     buffer[n] = 0;
     port.workArea->matchLen = result == 4 ? n - 1 : n;
@@ -117,7 +117,7 @@ int32_t readToQuiet(Port& port, uint8_t* buffer, int32_t size, int32_t tenths) {
     clearCancel(port);
     for (int32_t last = 0;;) {
         uint32_t seen = port.events.count();
-        if (!port.isOpen())
+        if (port.ending())
             return -1;
         int32_t n = bytesArrived(port);
         if (n > last) {

@@ -84,21 +84,25 @@ int32_t pump(int32_t character, StillOpen stillOpen, int32_t whenClosed) {
     }
 }
 
-/// Waits for a moment; `checkMessages` is called whenever the thread may have one and ends the wait with
-/// -1. So does the close.
-template <class Check>
-int32_t waitUntil(Port& port, const clock::Deadline& until, bool messages, Check checkMessages) {
-    WaitFor what{.bytes = false, .messages = messages, .quit = messages};
+/// Waits for a moment. While `yielding` says so, `checkMessages` is called whenever the thread may have one,
+/// and ends the wait with -1. So does the close.
+template <class Yielding, class Check>
+int32_t waitUntil(Port& port, const clock::Deadline& until, Yielding yielding, Check checkMessages) {
     while (!until.passed()) {
         uint32_t seen = port.events.count();
+        bool messages = yielding();
         if (messages && checkMessages())
             return -1;
-        if (!port.isOpen())
+        if (port.ending())
             return -1;
+        WaitFor what{.bytes = false, .messages = messages, .quit = messages};
         sleepOnPort(port, seen, what, nextLook(port, what, until));
     }
     return 1;
 }
+
+constexpr auto never = [] { return false; };
+constexpr auto always = [] { return true; };
 
 } // namespace
 
@@ -109,8 +113,7 @@ void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline&
     {
         DeviceWatch watch(port, what.bytes);
         wake.prepare();
-        bool quiet = port.events.count() == seen && port.isOpen() &&
-                     !(what.messages && message::waiting()) && !(what.quit && message::quitPending());
+        bool quiet = port.events.count() == seen && !(what.messages && message::waiting()) && !(what.quit && message::quitPending());
         if (quiet)
             ready = sleepOnce(port, wake, watch.watching(), until.realMillisecondsLeft());
         wake.finish();
@@ -150,17 +153,17 @@ int32_t sleepMilliseconds(Port& port, int64_t milliseconds) {
     if (milliseconds < 1)
         return 1;
     auto time = static_cast<uint32_t>(std::min<int64_t>(milliseconds, UINT32_MAX));
-    bool yielding = port.record->yield != 0;
-    return waitUntil(port, clock::Deadline::in(time), yielding,
-                     [&port] { return checkEscape(port, port.record->escapeChar) == 1; });
+    return waitUntil(
+        port, clock::Deadline::in(time), [&port] { return port.record->yield != 0; },
+        [&port] { return checkEscape(port, port.record->escapeChar) == 1; });
 }
 
 void pause(Port& port, uint32_t milliseconds) noexcept {
-    waitUntil(port, clock::Deadline::in(milliseconds), false, [] { return false; });
+    waitUntil(port, clock::Deadline::in(milliseconds), never, never);
 }
 
 int32_t pumpPause(Port& port, uint32_t milliseconds) {
-    return waitUntil(port, clock::Deadline::in(milliseconds), true, [] { return pumpMessages() == 1; });
+    return waitUntil(port, clock::Deadline::in(milliseconds), always, [] { return pumpMessages() == 1; });
 }
 
 int32_t yieldPause(Port& port, uint32_t milliseconds) {

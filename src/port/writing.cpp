@@ -94,7 +94,7 @@ int32_t writeString(Port& port, const char* string) {
             yieldPause(port, 1000);
         else
             writeByte(port, *string == '|' ? '\r' : *string);
-        if (!port.isOpen())
+        if (port.ending())
             return -1;
     }
     return 1;

@@ -18,14 +18,13 @@
 
 #include <gtest/gtest.h>
 
-#include "api/brisolt.h"
-#include "api/brisolt_host.h"
-#include "platform/clock.h"
+#include "port/ports.h"
 #include "port/tracked_memory.h"
 #include "support/pty.h"
 #include "support/temp_dir.h"
 
 using namespace brisolt;
+using namespace brisolt::test;
 
 namespace {
 
@@ -33,7 +32,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int32_t portCount = 8;
 constexpr int32_t workerCount = 6;
-constexpr uint32_t timeScale = 50; ///< the 0.6 s of a close pass in 12 ms
 constexpr auto stormTime = std::chrono::seconds(3);
 constexpr int32_t ringSize = 4096;
 
@@ -60,7 +58,7 @@ public:
     }
 
 private:
-    test::Pty& ptyOf(int32_t port) { return ptys_[static_cast<std::size_t>(port - 5)]; }
+    Pty& ptyOf(int32_t port) { return ptys_[static_cast<std::size_t>(port - 5)]; }
 
     int32_t adoptOurs() {
         const int32_t handle = ComHostOpenDevice(ptyOf(7).slavePath().c_str());
@@ -99,7 +97,7 @@ private:
     }
 
     std::atomic<bool>& stop_;
-    std::array<test::Pty, 4> ptys_;
+    std::array<Pty, 4> ptys_;
     std::thread echo_;
 };
 
@@ -116,8 +114,9 @@ void expectIn(int64_t least, int64_t most, const char* what, int64_t result) {
     expect(result >= least && result <= most, what, result);
 }
 
+/// Port 8 closed by ComClose would close a descriptor number that has long been somebody else's.
 void closeEither(int32_t port, bool pre) {
-    const int32_t result = pre ? ComPreClose(port) : ComClose(port);
+    const int32_t result = pre || port == 8 ? ComPreClose(port) : ComClose(port);
     expect(result == 1 || result == -1, "close", result);
     closes += result == 1 ? 1 : 0;
 }
@@ -191,7 +190,9 @@ private:
         switch (pick(6)) {
         case 0: expectIn(-1, 255, "ComGetc", ComGetc(port)); break;
         case 1: expectIn(-1, 1, "ComPutc", ComPutc(port, 'x')); break;
-        case 2: expectIn(-1, count, "ComReadBufToEmpty", ComReadBufToEmpty(port, bytes.data(), 'y', count - 1)); break;
+        case 2:
+            expectIn(-1, count, "ComReadBufToEmpty", ComReadBufToEmpty(port, bytes.data(), 'y', count - 1));
+            break;
         case 3: expectIn(-1, count, "ComWrite", ComWrite(port, bytes.data(), count)); break;
         default: expectIn(-1, count, "ComRead", ComRead(port, bytes.data(), count)); break;
         }
@@ -265,23 +266,10 @@ int32_t ioThreads() {
     return count;
 }
 
-template <class Condition> bool eventually(Condition condition) {
-    const auto end = Clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (Clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
 /// Whether bytes written to one port can be read from another (or come back to the same).
 void expectLine(int32_t from, int32_t to) {
-    std::string sent = "still alive";
-    std::string got(sent.size(), '\0');
-    EXPECT_EQ(ComWrite(from, sent.data(), static_cast<int32_t>(sent.size())), static_cast<int32_t>(sent.size()));
-    ComReadTimed(to, got.data(), static_cast<int32_t>(got.size()), 100 * 5 * static_cast<int32_t>(timeScale));
-    EXPECT_EQ(got, sent) << "from port " << from << " to port " << to;
+    EXPECT_EQ(send(from, "still alive"), 11);
+    EXPECT_EQ(receive(to, 11), "still alive") << "from port " << from << " to port " << to;
 }
 
 void expectAllWork(Lines& lines) {
@@ -290,14 +278,14 @@ void expectAllWork(Lines& lines) {
     for (const auto& [from, to] : {std::pair{1, 2}, {2, 1}, {3, 4}, {4, 3}, {5, 5}, {6, 6}, {7, 7}, {8, 8}})
         expectLine(from, to);
     for (int32_t port = 1; port <= portCount; ++port)
-        EXPECT_EQ(ComClose(port), 1);
+        EXPECT_EQ(port == 8 ? ComPreClose(port) : ComClose(port), 1);
 }
 
 TEST(PortRaceAlone, EverythingAtOnceOnTheSamePorts) {
-    const test::TempDir directory;
+    const TempDir directory;
     std::atomic<bool> stop{false};
     std::atomic<bool> stopEcho{false};
-    clock::setTestScale(timeScale);
+    const FastClock fast;
     Lines lines(stopEcho);
     operations = opens = closes = 0;
     expectAllWork(lines);
@@ -318,14 +306,13 @@ TEST(PortRaceAlone, EverythingAtOnceOnTheSamePorts) {
     EXPECT_GT(closes, 5);
 
     for (int32_t port = 1; port <= portCount; ++port)
-        EXPECT_TRUE(eventually([&] { return ComClose(port) == 1 || ComOpenState(port) == 0; })) << port;
+        EXPECT_TRUE(eventually([&] { return closeEither(port, false), ComOpenState(port) == 0; })) << port;
     EXPECT_TRUE(eventually([] { return ioThreads() == 0; })) << ioThreads() << " I/O threads are left";
     EXPECT_TRUE(eventually([&] { return openDescriptors() <= descriptorsBefore; }))
         << openDescriptors() << " descriptors, before there were " << descriptorsBefore;
     for (int32_t port = 1; port <= portCount; ++port)
         EXPECT_EQ(tracked::outstanding(port), 0U) << port;
     expectAllWork(lines);
-    clock::setTestScale(1);
 }
 
 } // namespace

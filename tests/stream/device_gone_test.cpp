@@ -1,5 +1,6 @@
 // A device that is pulled out, in whatever the port is doing at that moment: nothing crashes, spins or
 // blocks, calls say what they always say, and the next device under the same name works.
+#include <cerrno>
 #include <csignal>
 #include <future>
 
@@ -48,6 +49,9 @@ struct Pull {
     const char* mode;
     bool killed;
 };
+void PrintTo(const Pull& pull, std::ostream* out) {
+    *out << pull.mode << (pull.killed ? ", killed" : ", hung up");
+}
 
 class DeviceGone : public testing::TestWithParam<Pull> {
 protected:
@@ -88,6 +92,7 @@ protected:
         open = std::make_unique<OpenPort>(port, name, OpenPort::Shape{.name = GetParam().mode});
         EXPECT_EQ(write(port, "back again"), 10);
         EXPECT_EQ(readTimed(port, 10, 60000), "back again");
+        EXPECT_EQ(open->close(), 1);
     }
 
     TempDir directory;
@@ -106,6 +111,14 @@ TEST_P(DeviceGone, WhileNothingHappens) {
     pull();
     expectQuiet();
     expectCallsAnswer();
+    LogFile trace;
+    ComSetPortDebugFile(port, trace.path().c_str());
+    EXPECT_EQ(write(port, "gone"), 0);
+    EXPECT_EQ(trace.entries({"Write error", "Writing to", "ERROR"}),
+              (std::vector<std::string>{"Write error: " + std::to_string(EIO),
+                                        "Writing to port Intended bytes: 4 Room:1024 Written:0",
+                                        "ERROR: bytes written=0 intended=4 wsuccess=0 LastError=" +
+                                            std::to_string(EIO)}));
     ComSetBackgroundTimeout(port, 0);
     ComHostSetLossless(port, 1);
     expectQuiet();

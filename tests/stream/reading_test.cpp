@@ -1,9 +1,7 @@
 // Reading without waiting: what comes out of the receive ring, in which pieces, and what the trace says.
-#include <cinttypes>
-#include <cstdio>
+#include <atomic>
 #include <fstream>
 
-#include "port/io_round.h"
 #include "stream/open_port.h"
 #include "support/bare_port.h"
 #include "support/digest.h"
@@ -194,7 +192,46 @@ TEST(DirectMode, CallsMoveTheBytes) {
         std::this_thread::sleep_for(100ms);
         far.write("awaited");
     });
+    EXPECT_EQ(write(port, "queued"), 6);
     EXPECT_EQ(readTimed(port, 7, 60000), "awaited");
+    EXPECT_EQ(far.read(6), "queued") << "a wait moves bytes both ways";
+    sender.join();
+}
+
+// ---- Driver functions: a port whose bytes come from elsewhere ----------------------------------------------
+
+std::atomic<int32_t> foreignBytes{0};
+
+TEST(StreamDrivers, FunctionsInTheRecordReplaceThePrimitives) {
+    BarePort bare(port);
+    PortRecord& record = *bare->record;
+    record.readFunc = [](int32_t, void* to, int32_t count) -> int32_t {
+        if (foreignBytes < 1)
+            return count;
+        *static_cast<char*>(to) = 'f';
+        return foreignBytes--;
+    };
+    record.writeFunc = [](int32_t number, const void*, int32_t count) { return number * 100 + count; };
+    record.statusFunc = [](int32_t) { return foreignBytes.load(); };
+    record.outBufStatusFunc = [](int32_t number) { return number + 2; };
+    record.flushFunc = [](int32_t number) { return number + 3; };
+    record.flushOutBufFunc = [](int32_t number) { return number + 4; };
+    char byte = 'x';
+    EXPECT_EQ(ComRead(port, nullptr, -8), -8) << "what a count means is the driver's business";
+    EXPECT_EQ(ComWrite(port, &byte, -1), port * 100 - 1);
+    EXPECT_EQ(ComPutc(port, 1), port * 100 + 1);
+    EXPECT_EQ(ComOutBufStatus(port), port + 2);
+    EXPECT_EQ(ComFlush(port), port + 3);
+    EXPECT_EQ(Com_Flush(port, 60), port + 3) << "at once";
+    EXPECT_EQ(ComFlushOutBuf(port), port + 4);
+    EXPECT_EQ(ComStatus(port), 0);
+    // Nobody is told when such bytes come.
+    std::thread sender([] {
+        std::this_thread::sleep_for(100ms);
+        foreignBytes = 1;
+    });
+    EXPECT_EQ(ComReadTimed(port, &byte, 1, 6000), 1);
+    EXPECT_EQ(byte, 'f');
     sender.join();
 }
 

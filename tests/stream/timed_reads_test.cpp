@@ -1,4 +1,5 @@
 // The reads that wait: for a count, a terminator, a quiet line, or for the time to be over.
+#include <random>
 #include <regex>
 
 #include "stream/open_port.h"
@@ -199,6 +200,33 @@ TEST_F(TimedReads, ToQuietEndsOnTheEscapeKeyOnly) {
     EXPECT_EQ(ComReadBufToQuiet(port, buffer, 100, 20), 0);
     ComHostPostChar(ComHostThreadId(), 27);
     EXPECT_EQ(ComReadBufToQuiet(port, buffer, 100, 36000), -1);
+}
+
+// ---- All of them ---------------------------------------------------------------------------------------------
+
+TEST_F(TimedReads, AnyMixOfReadsGivesTheSameBytes) {
+    const std::string sent = pattern(100000);
+    std::mt19937 random(11);
+    const auto upTo = [&random](int32_t most) { return static_cast<int32_t>(random() % static_cast<uint32_t>(most)) + 1; };
+    std::thread sender([&] { EXPECT_EQ(far.write(sent, 60s), sent.size()); });
+    std::string got;
+    for (int32_t idle = 0; got.size() < sent.size() && idle < 100; ++idle) {
+        const int32_t count = upTo(150);
+        int32_t taken = 0;
+        switch (random() % 5) {
+        case 0: taken = ComRead(port, buffer, count); break;
+        case 1: taken = ComReadTimed(port, buffer, count, 11); break;
+        case 2: taken = ComReadBuf(port, buffer, 'x', count, 1) > 0 ? workArea().matchLen.load() : 0; break;
+        case 3: taken = ComReadBufToQuiet(port, buffer, count, 1); break;
+        default: taken = ComReadBufToEmpty(port, buffer, 'y', count); break;
+        }
+        ComSetBackgroundTimeout(port, static_cast<uint32_t>(upTo(3) - 1) * 20);
+        ASSERT_GE(taken, 0);
+        got += textOf(buffer, taken);
+        idle = taken > 0 ? 0 : idle;
+    }
+    sender.join();
+    EXPECT_TRUE(got == sent) << "after " << got.size();
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <deque>
 #include <functional>
 #include <future>
+#include <random>
 
 #include "stream/open_port.h"
 #include "support/pty.h"
@@ -96,7 +97,8 @@ TEST_F(Waits, Cancel) {
 }
 
 class CloseDuringWaits : public Waits, public testing::WithParamInterface<const char*> {};
-INSTANTIATE_TEST_SUITE_P(Mode, CloseDuringWaits, testing::Values("threaded", "THUNK"));
+INSTANTIATE_TEST_SUITE_P(Mode, CloseDuringWaits, testing::Values("threaded", "THUNK"),
+                         [](const auto& test) { return std::string(test.param); });
 
 TEST_P(CloseDuringWaits, EndsThemAtOnce) {
     OpenPort open(port, far.slavePath(), {.name = GetParam()});
@@ -293,6 +295,31 @@ TEST_F(Waits, BytesEndAWaitWhateverThePace) {
                 ASSERT_EQ(waiting.result(), read.escaped);
             }
         }
+}
+
+// The port's thread and a caller pass the watch over the device to and fro; a byte must not fall in between.
+TEST_F(Waits, NoByteIsOverlookedBetweenThreadAndCaller) {
+    OpenPort open(port, far.slavePath());
+    std::mt19937 random(7);
+    const auto pauseNowAndThen = [&random] {
+        if (random() % 4 == 0)
+            std::this_thread::sleep_for(std::chrono::microseconds(random() % 45000));
+    };
+    for (uint32_t pace : {10000U, 50U, 0U}) {
+        ComSetBackgroundTimeout(port, pace);
+        auto echo = std::async(std::launch::async, [this] {
+            for (std::string byte = far.read(1); byte != "e"; byte = far.read(1))
+                far.write(byte);
+        });
+        for (int32_t turn = 0; turn < 150; ++turn) {
+            EXPECT_EQ(write(port, "x"), 1);
+            pauseNowAndThen();
+            ASSERT_EQ(readTimed(port, 1, 700), "x") << "pace " << pace << " turn " << turn;
+            pauseNowAndThen();
+        }
+        EXPECT_EQ(write(port, "e"), 1);
+        echo.get();
+    }
 }
 
 } // namespace

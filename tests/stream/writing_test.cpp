@@ -174,6 +174,18 @@ TEST_F(HeldOff, AWriteEndsWithTheTimeOutAndItsBytesNeverArrive) {
     EXPECT_EQ(arrivedUpTo("end"), "end");
 }
 
+TEST_F(HeldOff, ATimeOutOfNoneWaitsUntilTheFarEndTakesIt) {
+    ComSetWriteTimeout(port, 50);
+    ComSetWriteTimeout(port, 0);
+    std::thread reader([&] {
+        std::this_thread::sleep_for(400ms);
+        letThrough();
+    });
+    EXPECT_EQ(write(port, "patience"), 8);
+    EXPECT_EQ(arrived(), "patience");
+    reader.join();
+}
+
 TEST_F(HeldOff, ALosslessPortTakesAllAndDeliversItHoweverLate) {
     ComSetWriteTimeout(port, 100);
     ComHostSetLossless(port, 1);
