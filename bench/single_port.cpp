@@ -109,7 +109,7 @@ std::vector<Cost> compare(const std::vector<const Side*>& sides, const Options& 
     const Cores cores = chooseCores();
     pin(cores.ours);
     FarEnd farEnd(1, options.twoCores ? cores.other : cores.ours);
-    const std::vector<Cost> ratios = pair(options.rounds, sides, [&](const Side& side) {
+    std::vector<Cost> ratios = pair(options.rounds, sides, [&](const Side& side) {
         const std::unique_ptr<Line> line = side.open(farEnd.paths().front());
         roundTrips(*line, farEnd, 50);
         return job(*line, farEnd);

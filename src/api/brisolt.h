@@ -120,15 +120,19 @@ int32_t CPreOpen(int32_t port, int32_t baudRate, int32_t dataBits, int32_t parit
 
 /* Closes a port: stops its thread (at most some 5 s when it is held up), lowers DTR, closes the device,
  * restores the settings the device had, releases all memory of the port. Takes some 0.6 s, in direct mode
- * 5.6 s. A write or wait in progress ends at once. May be called from a notification function of the port.
- * 1; -1 not open, or another thread is closing it. */
+ * 5.6 s. A write or wait in progress ends at once. Of a port of ComPreOpen it closes the caller's handle too.
+ * May be called from a notification function of the port; then, and when some function of the caller's is
+ * still running inside the port, the device is closed when that function has returned, and can be opened
+ * again only after that. 1; -1 not open, or another thread is closing it. */
 int32_t ComClose(int32_t port);
-/* The same for a port of ComPreOpen: DTR and the device are left as they are. */
+/* The same for a port of ComPreOpen: DTR, the line settings and the caller's handle are left as they are. A
+ * port of ComOpen has its device closed all the same. */
 int32_t ComPreClose(int32_t port);
 
 /* 1 the port is open, else 0 (also for a bad port number). */
 int32_t ComOpenState(int32_t port);
-/* The device handle of an open port (on this host a descriptor; it belongs to the library), -1. */
+/* The device handle of an open port (on this host a descriptor), -1. That of a port of ComOpen belongs to the
+ * library. */
 int32_t ComPortdcb(int32_t port);
 
 /* ---- Control lines and flow control ------------------------------------------------------------------------ */
@@ -166,7 +170,7 @@ int32_t ComResumePortWriteThru(int32_t port);
 int32_t ComOutBufSize(int32_t port);
 
 /* Switches the port's trace file on (a path of at most 259 characters; a longer one is refused) or off
- * (null or empty). The trace tells every device read and write with its bytes in hex. An existing file is
+ * (null or empty). -1 for a longer path. The trace tells every device read and write with its bytes in hex. An existing file is
  * kept and gets a new header. 1, also when the file cannot be made (entries then appear once it exists); [port]. */
 int32_t ComSetPortDebugFile(int32_t port, const char *path);
 
@@ -254,7 +258,8 @@ void _chkerror(int32_t value);
 
 /* Tell on every round that brought data: message 0x800A (first parameter 0, second the port number) to a window or to a
  * thread (ComHostThreadId), or a call of a function on the port's I/O thread, which may call anything for its port, the close included (a wait in it holds up the port).
- * 0 or null switches it off. 1; [port]. */
+ * 0 or null switches it off. What finds no room in a full receive ring is not told of until the ring is read.
+ * 1; [port]. */
 int32_t ComSetNotifyMessageAnyChar(int32_t port, int32_t window);
 int32_t ComSetNotifyThreadMessageAnyChar(int32_t port, uint32_t thread);
 int32_t ComSetNotifyMessageOnAnyCharCallBackFunc(int32_t port, ComPortFunc function);

@@ -42,7 +42,8 @@ int32_t ComHostGetDevice(int32_t index, char *path, int32_t pathSize, char *desc
 int32_t ComHostGetErrorText(char *buffer, int32_t size);
 
 /* Opens a device by path or name ("COM3", "/dev/ttyUSB0", "null-modem:x") and hands out its handle for
- * ComPreOpen. On this host the handle of a tty is its file descriptor. Handle (0 or above), -1. */
+ * ComPreOpen, to one port at a time. On this host the handle of a tty is its file descriptor. Handle (0 or
+ * above), -1. */
 int32_t ComHostOpenDevice(const char *path);
 
 /* Closes a handle of ComHostOpenDevice. A port that has adopted it keeps working until that port is
@@ -162,7 +163,8 @@ enum {
 
 /*
  * A device driver. The library calls every function with the `device` that open or adopt stored; a null
- * function means that the device cannot do it (open, close, read and write must be there). Results are
+ * function means that the device cannot do it, a null setter that there is nothing to set (open, close, read
+ * and write must be there; ComPreOpen wants properties too). Results are
  * 1 for success and a negative host error number (-errno on this host) for failure unless said
  * otherwise. Several threads may be inside one device at the same time; close comes last, alone.
  */
@@ -173,9 +175,10 @@ typedef struct ComHostDriver {
     /* Opens `path` (whole, its scheme included) for the library alone. Stores the device and the handle
      * that ComPortdcb shows (0 or above). */
     int32_t (*open)(void *context, const char *path, void **device, int32_t *handle);
-    /* Takes over a handle that the caller opened elsewhere and keeps. */
+    /* Takes over a handle that the caller opened elsewhere and keeps, when it is one of this driver's. Asked
+     * for handles that are neither a terminal's nor of ComHostOpenDevice. */
     int32_t (*adopt)(void *context, int32_t handle, void **device);
-    /* The end of a device. An adopted handle is left open, as it was found. */
+    /* The end of a device. An adopted handle is left open. */
     void (*close)(void *device);
     int32_t (*properties)(void *device, ComHostProperties *properties);
     int32_t (*getLineState)(void *device, ComHostLineState *state);
@@ -198,7 +201,8 @@ typedef struct ComHostDriver {
     int32_t (*flush)(void *device);
     /* Waits until one of `events` (COM_HOST_WAIT_...) holds, the descriptor `wake` is readable, or
      * `milliseconds` of real time have passed (-1: no limit; 0: looks and returns). Returns the events
-     * that hold, 0 none. Without this function the library looks at the device at the port's pace. A
+     * that hold, 0 none. Without this function the library looks at the device again and
+     * again: its thread at the port's pace (5 ms at least), a caller that waits for bytes every millisecond. A
      * device that has gone away waits like one on which nothing happens. */
     int32_t (*wait)(void *device, uint32_t events, int32_t wake, int32_t milliseconds);
     /* on 1: from now on no write or flush of this device waits; those that wait return at once (a wait is

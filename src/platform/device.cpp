@@ -16,6 +16,12 @@ bool handOver(void* self, Function function, Arguments... arguments) noexcept {
     return self != nullptr && function != nullptr && function(self, arguments...) > 0;
 }
 
+/// The same for a setting: a driver without the function has nothing to set, which refuses nothing.
+template <typename Function, typename... Arguments>
+bool handOverSetting(void* self, Function function, Arguments... arguments) noexcept {
+    return self != nullptr && (function == nullptr || function(self, arguments...) > 0);
+}
+
 template <typename Record> Record emptyRecord() noexcept {
     Record record{};
     record.size = sizeof record;
@@ -46,22 +52,14 @@ int32_t Device::adopt(int32_t handle) noexcept try {
         setErrorText("cannot take over handle " + std::to_string(handle) + ": it is not open");
         return -EBADF;
     }
+    if (found == drivers::Kept::busy) {
+        setErrorText("cannot take over handle " + std::to_string(handle) + ": another port uses it");
+        return -EBUSY;
+    }
     shared_ = found == drivers::Kept::taken ? handle : -1;
-    // A tty is adopted on a descriptor of its own even when its handle is ours, so that of two ports on one
-    // handle the one that closes cancels its own waits alone.
-    const bool isTty = found == drivers::Kept::unknown || kept.driver.open == drivers::tty().open;
-    if (isTty) {
-        void* self = nullptr;
-        driver_ = drivers::tty();
-        const int32_t result = driver_.adopt(driver_.context, handle, &self);
-        if (result < 0) {
-            close();
-            return result;
-        }
-        self_ = self;
-    } else {
-        driver_ = kept.driver;
-        self_ = kept.self;
+    if (const int32_t result = takeOver(handle, found == drivers::Kept::taken, kept); result < 0) {
+        close();
+        return result;
     }
     handle_ = handle;
     adopted_ = true;
@@ -69,6 +67,33 @@ int32_t Device::adopt(int32_t handle) noexcept try {
     return 1;
 } catch (...) {
     return -ENOMEM;
+}
+
+// A tty is adopted on a descriptor of its own even when its handle is ours, so that a cancel or a close of the
+// port cannot reach the next one that adopts the same handle. A handle that is no tty's may be one of a
+// registered driver.
+int32_t Device::takeOver(int32_t handle, bool isKept, const drivers::Opened& kept) {
+    if (isKept && kept.driver.open != drivers::tty().open) {
+        driver_ = kept.driver;
+        self_ = kept.self;
+        return 1;
+    }
+    driver_ = drivers::tty();
+    void* self = nullptr;
+    int32_t result = driver_.adopt(driver_.context, handle, &self);
+    if (result == -ENOTTY && drivers::adoptForeign(handle, driver_, self))
+        result = 1;
+    self_ = result > 0 ? self : nullptr;
+    return result;
+}
+
+// Told before our own use of it ends: afterwards the handle's number may be somebody else's.
+void Device::closeWithHandle() noexcept {
+    if (shared_ >= 0)
+        drivers::closeHandle(shared_);
+    else if (adopted_ && driver_.open == drivers::tty().open)
+        drivers::closeAdoptedDescriptor(self_, handle_);
+    close();
 }
 
 void Device::close() noexcept {
@@ -100,7 +125,7 @@ bool Device::getLineState(ComHostLineState& state) const noexcept {
 bool Device::setLineState(const ComHostLineState& state) const noexcept {
     ComHostLineState wanted = state;
     wanted.size = sizeof wanted;
-    return handOver(self_, driver_.setLineState, &wanted);
+    return handOverSetting(self_, driver_.setLineState, &wanted);
 }
 
 bool Device::getTimeouts(ComHostTimeouts& timeouts) const noexcept {
@@ -114,15 +139,15 @@ bool Device::getTimeouts(ComHostTimeouts& timeouts) const noexcept {
 bool Device::setTimeouts(const ComHostTimeouts& timeouts) const noexcept {
     ComHostTimeouts wanted = timeouts;
     wanted.size = sizeof wanted;
-    return handOver(self_, driver_.setTimeouts, &wanted);
+    return handOverSetting(self_, driver_.setTimeouts, &wanted);
 }
 
 bool Device::setQueues(uint32_t inSize, uint32_t outSize) const noexcept {
-    return handOver(self_, driver_.setQueues, inSize, outSize);
+    return handOverSetting(self_, driver_.setQueues, inSize, outSize);
 }
 
 bool Device::setEventMask(uint32_t events) const noexcept {
-    return handOver(self_, driver_.setEventMask, events);
+    return handOverSetting(self_, driver_.setEventMask, events);
 }
 
 bool Device::purge(uint32_t what) const noexcept {

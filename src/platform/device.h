@@ -10,6 +10,10 @@
 
 namespace brisolt {
 
+namespace drivers {
+struct Opened;
+}
+
 /// An open device. Thin: each call checks that the driver has the function and hands over. Several
 /// threads may call into one Device; open, adopt and close are the owner's alone.
 class Device {
@@ -25,10 +29,12 @@ public:
     /// Takes a handle that the caller keeps: one of ComHostOpenDevice or any tty's descriptor.
     int32_t adopt(int32_t handle) noexcept;
     void close() noexcept;
+    /// Closes the device and, when it was adopted, the handle of whoever opened it.
+    void closeWithHandle() noexcept;
 
     bool present() const noexcept { return self_ != nullptr; }
     int32_t handle() const noexcept { return handle_; }
-    bool adopted() const noexcept { return adopted_; }
+    bool tellsStatus() const noexcept { return present() && driver_.status != nullptr; }
     bool canWait() const noexcept { return present() && driver_.wait != nullptr; }
 
     bool properties(ComHostProperties& properties) const noexcept;
@@ -51,6 +57,8 @@ public:
     void cancel(bool on) const noexcept;
 
 private:
+    int32_t takeOver(int32_t handle, bool isKept, const drivers::Opened& kept);
+
     ComHostDriver driver_{};
     void* self_ = nullptr;
     int32_t handle_ = -1;
@@ -63,8 +71,8 @@ namespace drivers {
 int32_t registerDriver(const char* scheme, const ComHostDriver* driver) noexcept;
 int32_t openHandle(const char* path) noexcept;
 int32_t closeHandle(int32_t handle) noexcept;
-/// Closes a handle that a port had adopted, whoever opened it.
-void closeForeignHandle(int32_t handle) noexcept;
+/// Closes the descriptor that a tty was adopted from, unless its owner has and the number is another's now.
+void closeAdoptedDescriptor(void* ttyDevice, int32_t handle) noexcept;
 /// The built-in drivers.
 const ComHostDriver& tty() noexcept;
 const ComHostDriver& nullModem() noexcept;

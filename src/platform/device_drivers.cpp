@@ -97,6 +97,23 @@ ComHostDriver forPath(const std::string& path) {
     return registration != nullptr ? registration->driver : tty();
 }
 
+bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self) {
+    std::vector<Registration> offered;
+    {
+        Registry& all = registry();
+        const std::scoped_lock guard(all.lock);
+        offered = all.registrations;
+    }
+    for (const Registration& registration : offered) {
+        const ComHostDriver& candidate = registration.driver;
+        if (candidate.adopt == nullptr || candidate.adopt(candidate.context, handle, &self) <= 0 || self == nullptr)
+            continue;
+        driver = candidate;
+        return true;
+    }
+    return false;
+}
+
 int32_t openPath(const std::string& path, Opened& opened) {
     opened.driver = forPath(path);
     // Drivers from outside may say nothing about a failure; the built-in ones say more in their turn.

@@ -21,9 +21,12 @@ ComHostDriver forPath(const std::string& path);
 /// Opens a path through its driver. 1, or a negative error number.
 int32_t openPath(const std::string& path, Opened& opened);
 
+/// Offers a handle that is no tty's to the registered drivers. True when one took it over.
+bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self);
+
 /// What a handle is among those of ComHostOpenDevice.
-enum class Kept { unknown, closed, taken };
-/// One user more of a kept handle's device; give it back with releaseHandle.
+enum class Kept { unknown, closed, busy, taken };
+/// Takes a kept handle's device for a port, one at a time; give it back with releaseHandle.
 Kept takeHandle(int32_t handle, Opened& opened);
 void releaseHandle(int32_t handle) noexcept;
 

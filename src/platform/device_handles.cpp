@@ -12,8 +12,8 @@ namespace {
 
 struct KeptDevice {
     Opened opened;
-    int32_t users = 0;   ///< ports that work on it
-    bool closed = false; ///< the program has closed the handle; the last user ends the device
+    bool inUse = false;  ///< a port works on it
+    bool closed = false; ///< the program has closed the handle; the port that uses it ends the device
 };
 
 struct Handles {
@@ -29,7 +29,7 @@ Handles& handles() {
 /// Takes the device out of the table when nothing needs it any more; its end then comes outside the lock,
 /// since a driver may take its time over it.
 bool removeIfUnused(Handles& all, std::map<int32_t, KeptDevice>::iterator entry, Opened& ending) {
-    if (!entry->second.closed || entry->second.users > 0)
+    if (!entry->second.closed || entry->second.inUse)
         return false;
     ending = entry->second.opened;
     all.devices.erase(entry);
@@ -88,7 +88,9 @@ Kept takeHandle(int32_t handle, Opened& opened) {
         return Kept::unknown;
     if (entry->second.closed)
         return Kept::closed;
-    entry->second.users++;
+    if (entry->second.inUse)
+        return Kept::busy;
+    entry->second.inUse = true;
     opened = entry->second.opened;
     return Kept::taken;
 }
@@ -101,7 +103,7 @@ void releaseHandle(int32_t handle) noexcept {
         const auto entry = all.devices.find(handle);
         if (entry == all.devices.end())
             return;
-        entry->second.users--;
+        entry->second.inUse = false;
         if (!removeIfUnused(all, entry, ending))
             return;
     }

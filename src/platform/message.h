@@ -14,6 +14,8 @@ bool quitPending() noexcept;
 bool waiting() noexcept;
 /// Removes the next message; never waits, never reports the quit request.
 bool take(ComHostMessage& message) noexcept;
+/// The message taken last will not be dispatched: its shared window is anybody's again.
+void letGo() noexcept;
 /// Runs the window's function; false when the message has no window.
 bool dispatch(const ComHostMessage& message) noexcept;
 /// ComHostGetMessage.

@@ -100,6 +100,15 @@ uint64_t NullModemCable::nextMoment() noexcept {
 
 // ---- Waiting -----------------------------------------------------------------------------------------
 
+namespace {
+
+/// A cancel concerns writes and flushes; a plain wait has its own descriptor to be ended by.
+constexpr bool endsOnCancel(uint32_t wanted) {
+    return (wanted & ~uint32_t{nullModemReadable | nullModemWritable}) != 0;
+}
+
+} // namespace
+
 /// Lets changes take effect and calls the waiting threads that they concern: those whose condition holds,
 /// and those that would sleep past the next character.
 void NullModemCable::settle() noexcept {
@@ -111,7 +120,8 @@ void NullModemCable::settle() noexcept {
     for (Waiter* waiter : waiters_) {
         if (waiter->wasCalled)
             continue;
-        if (waiter->end.holding(waiter->wanted) == 0 && !waiter->end.cancelled && next >= waiter->wakesAt)
+        const bool ended = waiter->end.cancelled && endsOnCancel(waiter->wanted);
+        if (waiter->end.holding(waiter->wanted) == 0 && !ended && next >= waiter->wakesAt)
             continue;
         waiter->wasCalled = true;
         waiter->called.set();
@@ -124,7 +134,8 @@ uint32_t NullModemCable::wait(Inside& inside, NullModemEnd& end, uint32_t wanted
     for (bool woken = false;;) {
         settle();
         const uint32_t held = end.holding(wanted);
-        if (held != 0 || woken || end.cancelledSince(cancels) || limit.passed())
+        const bool ended = endsOnCancel(wanted) && end.cancelledSince(cancels);
+        if (held != 0 || woken || ended || limit.passed())
             return held;
         woken = sleep(inside, end, wanted, wake, limit);
     }

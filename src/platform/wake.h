@@ -22,7 +22,7 @@ public:
     /// The calling thread's own. Shared, so that a thread may be woken while it ends.
     static const std::shared_ptr<Wake>& ofThisThread();
     /// One for a thread that is yet to start; null when the host has no descriptor for it.
-    static std::shared_ptr<Wake> make();
+    static std::shared_ptr<Wake> make() noexcept;
     /// Makes it the calling thread's own; for a new thread, before it has used one.
     static void giveThisThread(std::shared_ptr<Wake> wake);
 

@@ -144,7 +144,8 @@ int32_t setUpLine(Port& port, const OpenArguments& arguments, Opened opened,
         return -32;
     state.baudRate = baud;
     setFlag(state, COM_HOST_LINE_BINARY, true);
-    setFlag(state, COM_HOST_LINE_PARITY_CHECK, opened == Opened::own);
+    if (opened == Opened::own)
+        setFlag(state, COM_HOST_LINE_PARITY_CHECK, true);
     if (int32_t code = applyParity(port, arguments, opened, properties.provCapabilities, state); code < 0)
         return code;
     if (int32_t code = applyDataBits(port, arguments, opened, state); code < 0)

@@ -18,14 +18,19 @@ void replaceIn(std::span<uint8_t> bytes, uint8_t from, uint8_t to) noexcept {
     std::replace(bytes.begin(), bytes.end(), from, to);
 }
 
-// The trace names the count that a read is meant for, which costs a question to the device that the
-// read itself does not need.
+/// The trace names the count that a read is meant for, which costs a question to the device that the read
+/// itself does not need. Empty: the device holds nothing, or the ring takes nothing.
 std::span<uint8_t> tracedIntention(Port& port, std::span<uint8_t> room) noexcept {
+    if (!port.device.tellsStatus())
+        return room;
     std::size_t held = statusRead(port, COM_HOST_WANT_IN).inQueue;
-    bool atTheSize = port.record->rxHead >= port.rx.size;
     room = room.first(std::min(held, room.size()));
-    if (held > 0 && !atTheSize)
-        trace(port, "Reading %d characters", static_cast<int32_t>(room.size()));
+    bool atTheSize = port.record->rxHead >= port.rx.size;
+    if (held == 0 || atTheSize)
+        return room;
+    trace(port, "Reading %d characters", static_cast<int32_t>(room.size()));
+    if (room.empty())
+        deviceRead(port, room); // says so in the trace
     return room;
 }
 

@@ -97,18 +97,19 @@ struct Pace {
 
 /// The thread's own message queue is served like a caller's.
 void serviceMessages(Port& port) {
-    if (message::waiting() || port.record->escapeFunc.load() != nullptr)
+    if (messagesToPump(port) || port.record->escapeFunc.load() != nullptr)
         checkEscape(port, ownMessages);
 }
 
-/// Sleeps that many milliseconds or until somebody calls the thread.
-void sleepOff(Port& port, uint32_t milliseconds) noexcept {
-    auto until = clock::Deadline::in(milliseconds);
+/// Sleeps for as long as `left` says, or until somebody calls the thread. What it says is asked after the
+/// thread can be called, so that no change of it is missed.
+template <class Left> void sleepOff(Port& port, Left left) noexcept {
     Wake& wake = *port.threadWake;
     wake.prepare();
-    if (port.threadRun != 0 && port.isOpen()) {
+    uint32_t milliseconds = left();
+    if (milliseconds > 0 && port.threadRun != 0 && port.isOpen()) {
         Watch own{.descriptor = wake.descriptor(), .forRead = true};
-        waitAny({&own, 1}, until.realMillisecondsLeft());
+        waitAny({&own, 1}, clock::Deadline::in(milliseconds).realMillisecondsLeft());
     }
     wake.finish();
 }
@@ -150,7 +151,7 @@ bool waitForWork(Port& port, WatchShare& share) noexcept {
     bool watched = port.watchers.load() > 0;
     bool crossed = (watch == ThreadWatch::onDevice && watched && !hasNotifications(port)) ||
                    (watch == ThreadWatch::parked && !watched);
-    bool due = port.threadRun == 0 || !port.isOpen() || port.record->suspended == 1 || message::waiting();
+    bool due = port.threadRun == 0 || !port.isOpen() || port.record->suspended == 1 || messagesToPump(port);
     bool work = false;
     if (!crossed && !due) {
         Outlook outlook = lookAhead(port, watch == ThreadWatch::onDevice);
@@ -171,13 +172,13 @@ void run(Port& port) {
     Pace pace{.lastRound = clock::ticks() - port.record->threadSleep - 1};
     bool work = false;
     while (port.threadRun != 0 && port.isOpen()) {
-        if (uint32_t held = suspendedFor(port); held > 0) {
-            sleepOff(port, held);
+        if (suspendedFor(port) > 0) {
+            sleepOff(port, [&port] { return suspendedFor(port); });
         } else if (!work) {
             serviceMessages(port);
             work = waitForWork(port, share);
-        } else if (uint32_t left = pace.left(port); left > 0) {
-            sleepOff(port, left);
+        } else if (pace.left(port) > 0) {
+            sleepOff(port, [&port, &pace] { return pace.left(port); });
         } else {
             threadRound(port);
             work = false;

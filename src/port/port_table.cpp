@@ -75,11 +75,10 @@ void withdraw(Port& port) noexcept {
 }
 
 void freePort(Port& port) noexcept {
-    int32_t handle = port.device.handle();
-    bool theirsToo = port.device.adopted() && port.closeCallersHandle != 0;
-    port.device.close();
-    if (theirsToo)
-        drivers::closeForeignHandle(handle);
+    if (port.closeCallersHandle != 0)
+        port.device.closeWithHandle();
+    else
+        port.device.close();
     port.orphans.releaseAll();
     blocks::release(port);
     port.threadWake.reset();

@@ -54,6 +54,10 @@ private:
     bool registered_ = false;
 };
 
+bool quitToSee(const Port& port) noexcept {
+    return port.record->escapeFunc.load() == nullptr && message::quitPending();
+}
+
 /// Sleeps on the thread's own wake, and on the device when it watches. True when the device has bytes.
 bool sleepOnce(Port& port, const Wake& wake, bool watching, int32_t realMilliseconds) noexcept {
     int32_t time = wake.patience(realMilliseconds);
@@ -73,11 +77,12 @@ int32_t pump(int32_t character, StillOpen stillOpen, int32_t whenClosed) {
             return 1;
         if (!message::take(message))
             return 0;
-        if (!stillOpen())
-            return whenClosed;
         bool typed = message.message == COM_HOST_MESSAGE_CHAR;
-        if (typed && character >= 0 && (message.first & 0xFF) == static_cast<uintptr_t>(character & 0xFF))
-            return 1;
+        bool escape = typed && character >= 0 && (message.first & 0xFF) == static_cast<uintptr_t>(character);
+        if (escape || !stillOpen()) {
+            message::letGo();
+            return escape ? 1 : whenClosed;
+        }
         message::dispatch(message);
         if (!stillOpen())
             return whenClosed;
@@ -106,14 +111,19 @@ constexpr auto always = [] { return true; };
 
 } // namespace
 
-void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until) noexcept {
+bool messagesToPump(const Port& port) noexcept {
+    return port.record->escapeFunc.load() == nullptr && message::waiting() && !message::quitPending();
+}
+
+void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until) {
     Wake& wake = *Wake::ofThisThread();
     PortEvents::Waiter waiter(port.events, wake);
     bool ready = false;
     {
         DeviceWatch watch(port, what.bytes);
         wake.prepare();
-        bool quiet = port.events.count() == seen && !(what.messages && message::waiting()) && !(what.quit && message::quitPending());
+        bool quiet = port.events.count() == seen && !(what.messages && messagesToPump(port)) &&
+                     !(what.quit && quitToSee(port));
         if (quiet)
             ready = sleepOnce(port, wake, watch.watching(), until.realMillisecondsLeft());
         wake.finish();
@@ -158,7 +168,7 @@ int32_t sleepMilliseconds(Port& port, int64_t milliseconds) {
         [&port] { return checkEscape(port, port.record->escapeChar) == 1; });
 }
 
-void pause(Port& port, uint32_t milliseconds) noexcept {
+void pause(Port& port, uint32_t milliseconds) {
     waitUntil(port, clock::Deadline::in(milliseconds), never, never);
 }
 

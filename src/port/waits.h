@@ -19,7 +19,11 @@ struct WaitFor {
 
 /// Sleeps until there may be something to look at. `seen` is the port's event count from before the caller
 /// looked at its conditions. May return early.
-void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until) noexcept;
+void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until);
+
+/// Whether the calling thread has messages that a look at the port's escape would handle. A function in its
+/// place handles none, and a quit request holds them back: then nobody should be woken for them.
+bool messagesToPump(const Port& port) noexcept;
 
 /// ComEscape: 1 escape, quit or closed meanwhile, 0 no, -1 not open.
 int32_t checkEscape(Port& port, int32_t character);
@@ -32,7 +36,7 @@ int32_t pumpMessages();
 int32_t sleepMilliseconds(Port& port, int64_t milliseconds);
 
 /// A plain pause that only the port's close ends.
-void pause(Port& port, uint32_t milliseconds) noexcept;
+void pause(Port& port, uint32_t milliseconds);
 /// A pause that lets messages through. 1 time over, -1 quit requested or port closed.
 int32_t pumpPause(Port& port, uint32_t milliseconds);
 /// The pause that the port's yield asks for.

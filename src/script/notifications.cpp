@@ -16,6 +16,8 @@ void notify(Port& port) {
     int32_t number = port.number;
     if (ComPortFunc function = record.anyCharCallback)
         function(number);
+    if (!port.isOpen())
+        return; // the function has closed it
     if (int32_t window = record.anyCharWindow; window != 0)
         message::postToWindow(window, anyDataMessage, 0, number);
     if (uint32_t thread = record.anyCharThread; thread != 0)

@@ -87,20 +87,6 @@ TEST(Closing, EndsEveryWaitAtOnceWithTheResultOfAClosedPort) {
     }
 }
 
-// Waiting callers leave only once the port is off, some 0.2 s after the close has begun. They must not
-// spend that time asking a device that no longer waits.
-TEST(Closing, WaitersSleepUntilThePortIsOff) {
-    ScriptedDriver driver;
-    ASSERT_EQ(openOn(5, driver.path()), 5);
-    auto wait = std::async(async, waits[0].run, 5);
-    EXPECT_TRUE(eventually([&] { return driver.count(ScriptedDriver::Call::wait) > 1; }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    driver.forgetCalls();
-    EXPECT_EQ(ComClose(5), 1);
-    EXPECT_EQ(wait.get(), -1);
-    EXPECT_LT(driver.total(), 100);
-}
-
 TEST(Closing, TheNumberMayBeOpenedAgainWhileTheOldPortWindsUp) {
     const TempDir directory;
     const std::string trace = directory.file("trace");

@@ -89,6 +89,14 @@ bool take(ComHostMessage& message) noexcept {
     return queue && takeNext(*queue, message, Purpose::run);
 }
 
+void letGo() noexcept {
+    ThreadQueue* queue = ownQueue();
+    if (queue == nullptr || queue->claimed == 0)
+        return;
+    std::lock_guard lock(desk().mutex);
+    releaseClaim(*queue);
+}
+
 int32_t get(ComHostMessage* message, int32_t milliseconds) noexcept {
     ThreadQueue* queue = ownQueue();
     if (!message || !queue)

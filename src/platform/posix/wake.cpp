@@ -23,9 +23,11 @@ const std::shared_ptr<Wake>& Wake::ofThisThread() {
     return *own;
 }
 
-std::shared_ptr<Wake> Wake::make() {
+std::shared_ptr<Wake> Wake::make() noexcept try {
     auto made = std::make_shared<Wake>();
     return made->descriptor() < 0 ? nullptr : made;
+} catch (...) {
+    return nullptr;
 }
 
 void Wake::giveThisThread(std::shared_ptr<Wake> wake) {

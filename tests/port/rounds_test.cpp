@@ -1,0 +1,280 @@
+// What rounds move between the rings and the device, and what becomes of bytes that one of them does not take.
+#include <algorithm>
+#include <fstream>
+#include <future>
+#include <iterator>
+#include <numeric>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "port/port_table.h"
+#include "port/ports.h"
+#include "support/digest.h"
+#include "support/scripted_driver.h"
+#include "support/temp_dir.h"
+
+using namespace brisolt;
+using namespace brisolt::test;
+using Call = ScriptedDriver::Call;
+
+namespace {
+
+constexpr int32_t ringSize = 2048;
+
+/// Bytes of which no two neighbourhoods look alike.
+std::string pattern(std::size_t count) {
+    std::string bytes(count, '\0');
+    for (std::size_t i = 0; i < count; ++i)
+        bytes[i] = static_cast<char>(i * 7 + i / 256);
+    return bytes;
+}
+
+class Rounds : public testing::Test {
+protected:
+    void SetUp() override { reopen("COM"); }
+    void TearDown() override { ComClose(5); }
+    void reopen(const char* name) {
+        ComClose(5);
+        ASSERT_EQ(openOn(5, driver.path(), name), 5);
+        ComSetBackgroundTimeout(5, 0);
+        driver.forgetCalls();
+    }
+    static PortRecord& record() { return recordOf(5); }
+    static bool positions(const Shared<int32_t>& tail, int32_t t, const Shared<int32_t>& head, int32_t h) {
+        return tail == t && head == h;
+    }
+    /// No round is going on and nothing is left to send.
+    static bool allSent() {
+        const HeldPort port(5);
+        const HeldLock lock(*port);
+        return port->tx.empty();
+    }
+    /// Queues bytes with the thread held back, so that its rounds find all of them, and lets it send them.
+    void queueAll(const std::string& bytes) {
+        ComSuspendPortWriteThru(5);
+        EXPECT_TRUE(eventually([&] {
+            driver.forgetCalls();
+            EXPECT_EQ(ComSuspend(5), 1);
+            EXPECT_EQ(send(5, bytes), static_cast<int32_t>(bytes.size()));
+            // On a slow machine the suspension may have ended under the bytes.
+            const bool held = ComOutBufStatus(5) >= static_cast<int32_t>(bytes.size());
+            ComResume(5);
+            return eventually(allSent) && held;
+        }));
+    }
+    /// The port's trace so far.
+    std::string traced() const {
+        std::ifstream file(trace);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    const FastClock fast;
+    const TempDir directory;
+    const std::string trace = directory.file("trace");
+    ScriptedDriver driver;
+};
+
+// ---- Sending -----------------------------------------------------------------------------------------
+
+TEST_F(Rounds, SendOneBlockEach) {
+    ComClose(5);
+    ASSERT_EQ(ComOpen("COM", 5, 9600, 8, 1, 1, 2048, 4096), 5);
+    ComSetBackgroundTimeout(5, 0);
+    queueAll(pattern(3000));
+    EXPECT_EQ(driver.writeSizes(), (std::vector{1024, 1024, 952}));
+    EXPECT_EQ(driver.written(), pattern(3000));
+    EXPECT_TRUE(positions(record().txTail, 0, record().txHead, 0));
+
+    ComSetPortMaxWriteChars(5, 100);
+    queueAll(pattern(250));
+    EXPECT_EQ(driver.writeSizes(), (std::vector{100, 100, 50}));
+    EXPECT_EQ(driver.written(), pattern(250));
+}
+
+TEST_F(Rounds, SendTheEndOfAWrappedRingFirst) {
+    record().txTail = 1900;
+    record().txHead = 1900;
+    queueAll(pattern(500));
+    EXPECT_EQ(driver.writeSizes(), (std::vector{148, 352}));
+    EXPECT_EQ(driver.written(), pattern(500));
+}
+
+TEST_F(Rounds, InDirectModeEachCallRunsOne) {
+    reopen("THUNK");
+    ComSuspendPortWriteThru(5);
+    EXPECT_EQ(send(5, pattern(2000)), 2000);
+    EXPECT_EQ(driver.count(Call::write), 0);
+    driver.feed("ab");
+    EXPECT_EQ(ComStatus(5), 2);
+    EXPECT_EQ(driver.writeSizes(), (std::vector{1024}));
+    EXPECT_EQ(ComOutBufStatus(5), 976);
+    driver.setOutQueue(20);
+    EXPECT_EQ(ComOutBufStatus(5), 996);
+    EXPECT_EQ(receive(5, 2), "ab");
+    EXPECT_EQ(driver.writeSizes(), (std::vector{1024, 976}));
+    EXPECT_EQ(driver.written(), pattern(2000));
+}
+
+TEST_F(Rounds, BytesThatTheDeviceDoesNotTakeAreGoneAndLogged) {
+    ComSetPortDebugFile(5, trace.c_str());
+    driver.takeAtMost(10);
+    queueAll(pattern(100));
+    EXPECT_EQ(driver.written(), pattern(10));
+    EXPECT_NE(traced().find("ERROR: bytes written=10 intended=100 wsuccess=1 LastError=0"),
+              std::string::npos);
+
+    driver.refuse(Call::write, 1);
+    queueAll(pattern(50));
+    EXPECT_EQ(driver.written(), "");
+    EXPECT_NE(traced().find("Write error: 5"), std::string::npos);
+    EXPECT_NE(traced().find("ERROR: bytes written=0 intended=50 wsuccess=0 LastError=5"), std::string::npos);
+
+    ComResumePortWriteThru(5);
+    driver.forgetCalls();
+    EXPECT_EQ(send(5, "straight to the device"), 10);
+    EXPECT_EQ(driver.written(), "straight t");
+    EXPECT_EQ(ComOutBufStatus(5), 0);
+}
+
+TEST_F(Rounds, ABlockWithoutRoomInTheDeviceIsDroppedInSilence) {
+    ComSetPortDebugFile(5, trace.c_str());
+    driver.setOutQueue(1000);
+    queueAll(pattern(25));
+    EXPECT_EQ(driver.count(Call::write), 0);
+    EXPECT_NE(traced().find("Writing 25 characters"), std::string::npos);
+    EXPECT_EQ(traced().find("Writing to port"), std::string::npos) << traced();
+    queueAll(pattern(24));
+    EXPECT_EQ(driver.written(), pattern(24));
+}
+
+TEST_F(Rounds, LosslessPortsLoseNothingWhateverTheDeviceTakes) {
+    EXPECT_EQ(ComHostSetLossless(5, 1), 1);
+    driver.limitRoom(0);
+    const std::string sent = pattern(200'000);
+    std::atomic<bool> stop{false};
+    auto line = std::async(std::launch::async, [&] {
+        std::minstd_rand random(1);
+        while (!stop) {
+            driver.takeAtMost(1 + static_cast<int32_t>(random() % 700));
+            driver.grant(static_cast<int64_t>(random() % 3000));
+            std::this_thread::sleep_for(std::chrono::microseconds(random() % 300));
+        }
+    });
+    std::minstd_rand random(2);
+    std::size_t done = 0;
+    EXPECT_TRUE(eventually([&] {
+        for (int32_t taken = 1; taken > 0 && done < sent.size(); done += static_cast<std::size_t>(taken))
+            taken = send(5, sent.substr(done, 1 + random() % 3000));
+        return done == sent.size();
+    }));
+    EXPECT_TRUE(eventually([&] { return ComOutBufStatus(5) == 0; }));
+    stop = true;
+    line.wait();
+    EXPECT_EQ(driver.written().size(), sent.size());
+    EXPECT_EQ(digestOf(driver.written()), digestOf(sent));
+
+    // And nobody asks a device again and again that has no room.
+    driver.limitRoom(0);
+    EXPECT_EQ(send(5, "waiting"), 7);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    driver.forgetCalls();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_LT(driver.total(), 10);
+    driver.grant(100);
+    EXPECT_TRUE(eventually([&] { return driver.written() == "waiting"; }));
+}
+
+// ---- Receiving -----------------------------------------------------------------------------------------
+
+TEST_F(Rounds, ReceiveAcrossTheEndOfTheRing) {
+    record().rxTail = 2000;
+    record().rxHead = 2000;
+    driver.feed(pattern(100));
+    EXPECT_TRUE(eventually([&] { return positions(record().rxTail, 2000, record().rxHead, 52); }));
+    EXPECT_EQ(ComStatus(5), 100);
+    EXPECT_EQ(receive(5, 60), pattern(100).substr(0, 60));
+    EXPECT_TRUE(positions(record().rxTail, 12, record().rxHead, 52));
+    EXPECT_EQ(receive(5, 40), pattern(100).substr(60));
+    EXPECT_TRUE(positions(record().rxTail, 0, record().rxHead, 0));
+}
+
+TEST_F(Rounds, PositionsMoveByWhatWasDelivered) {
+    driver.readAtMost(7);
+    driver.feed(pattern(100));
+    EXPECT_TRUE(eventually([&] { return positions(record().rxTail, 0, record().rxHead, 100); }));
+    driver.refuse(Call::read, 3);
+    driver.feed(pattern(20));
+    EXPECT_TRUE(eventually([&] { return record().rxHead == 120; }));
+    EXPECT_EQ(receive(5, 120), pattern(100) + pattern(20));
+}
+
+TEST_F(Rounds, AFullRingLeavesTheRestInTheDeviceAndSleeps) {
+    const auto expectSleep = [&](std::size_t unread) {
+        EXPECT_TRUE(eventually([&] { return driver.unread() == unread; }));
+        // Nor does a caller who waits for more than the ring can hold keep anybody busy.
+        std::string bytes(4001, '\0');
+        auto wait = std::async(std::launch::async, ComReadBufToQuiet, 5, bytes.data(), 4001, 30'000);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        driver.forgetCalls();
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        EXPECT_LT(driver.total(), 10);
+        EXPECT_EQ(ComCancel(5), 1);
+        EXPECT_EQ(wait.get(), -1);
+    };
+    const std::string sent = pattern(5000);
+    driver.feed(sent);
+    expectSleep(5000 - ringSize);
+    EXPECT_TRUE(positions(record().rxTail, 0, record().rxHead, ringSize));
+    EXPECT_EQ(receive(5, 1000), sent.substr(0, 1000));
+    expectSleep(5000 - ringSize); // it goes on when all has been read
+    EXPECT_EQ(receive(5, 4000), sent.substr(1000));
+
+    record().rxTail = 1000;
+    record().rxHead = 1000;
+    driver.feed(sent);
+    expectSleep(5000 - (ringSize - 1)); // behind the reader one place stays free
+    EXPECT_TRUE(positions(record().rxTail, 1000, record().rxHead, 999));
+    EXPECT_EQ(receive(5, 5000), sent);
+}
+
+TEST_F(Rounds, WorkWithADriverThatCannotWait) {
+    ScriptedDriver blind("scripted-blind", ScriptedDriver::Waits::no);
+    ASSERT_EQ(openOn(6, blind.path()), 6);
+    blind.feed(pattern(3000));
+    EXPECT_EQ(receive(6, 3000), pattern(3000));
+    ComSuspendPortWriteThru(6);
+    EXPECT_EQ(send(6, pattern(1500)), 1500);
+    EXPECT_TRUE(eventually([&] { return blind.written() == pattern(1500); }));
+    std::string bytes(4, '\0');
+    auto wait = std::async(std::launch::async, ComReadTimed, 6, bytes.data(), 4, 100'000);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    blind.feed("late");
+    EXPECT_EQ(wait.get(), 4);
+    EXPECT_EQ(bytes, "late");
+    EXPECT_EQ(ComHostSetLossless(6, 1), 1);
+    blind.limitRoom(3);
+    EXPECT_EQ(send(6, "held"), 4);
+    blind.grant(10);
+    EXPECT_TRUE(eventually([&] { return blind.written().ends_with("held"); }));
+    EXPECT_EQ(ComClose(6), 1);
+}
+
+TEST_F(Rounds, CollectLineErrorsAndLatchABreak) {
+    driver.raiseErrors(COM_HOST_ERROR_PARITY);
+    driver.feed("x");
+    EXPECT_EQ(receive(5, 1), "x");
+    EXPECT_EQ(record().statusFlags & statusBreakSeen, 0);
+    driver.raiseErrors(COM_HOST_ERROR_FRAMING | COM_HOST_ERROR_BREAK);
+    EXPECT_EQ(ComStatus(5), 0);
+    EXPECT_EQ(record().statusFlags & 64, 64);
+    driver.raiseErrors(COM_HOST_ERROR_OVERRUN);
+    EXPECT_EQ(ComGetLineError(5), 2 | 4 | 8 | 16);
+    EXPECT_EQ(ComGetLineError(5), 0);
+    EXPECT_EQ(record().statusFlags & 64, 64) << "the break stays latched";
+    EXPECT_EQ(ComGetLineError(7), -1);
+}
+
+} // namespace

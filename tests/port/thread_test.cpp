@@ -1,0 +1,207 @@
+// When the I/O thread runs its rounds: suspension, pace, and the sleep of a port on which nothing happens.
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "port/ports.h"
+#include "support/pty.h"
+#include "support/scripted_driver.h"
+
+using namespace brisolt;
+using namespace brisolt::test;
+using Call = ScriptedDriver::Call;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+void sleepFor(int32_t time) {
+    std::this_thread::sleep_for(milliseconds(time));
+}
+
+/// Time measured against the clock, hence alone.
+class IoThreadAlone : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(openOn(5, driver.path()), 5);
+        ComSetBackgroundTimeout(5, 0);
+    }
+    void TearDown() override { ComClose(5); }
+    static PortRecord& record() { return recordOf(5); }
+    static bool waitForHead(int32_t head) {
+        return eventually([=] { return record().rxHead == head; });
+    }
+
+    ScriptedDriver driver;
+};
+
+TEST_F(IoThreadAlone, ASuspensionHoldsBothDirectionsAndEndsByItself) {
+    ComSuspendPortWriteThru(5);
+    const auto start = Clock::now();
+    EXPECT_EQ(ComSuspend(5), 1);
+    driver.feed("in");
+    EXPECT_EQ(send(5, "out"), 3);
+    sleepFor(200);
+    const bool moved = record().rxHead != 0 || !driver.written().empty();
+    if (Clock::now() - start < milliseconds(450)) {
+        EXPECT_FALSE(moved);
+    }
+    EXPECT_TRUE(waitForHead(2));
+    EXPECT_GE(Clock::now() - start, milliseconds(450));
+    EXPECT_TRUE(eventually([&] { return driver.written() == "out"; }));
+    EXPECT_EQ(record().suspended, 0);
+
+    // A suspension that is too far off to be real is none.
+    record().suspendUntil = clock::ticks() + 100'000;
+    record().suspended = 1;
+    driver.feed("more");
+    EXPECT_TRUE(waitForHead(6));
+}
+
+TEST_F(IoThreadAlone, ResumeEndsASuspensionAtOnce) {
+    bool quick = false;
+    for (int32_t attempt = 0; attempt < 10 && !quick; ++attempt) { // the machine may be slow now and then
+        const int32_t before = record().rxHead;
+        const auto start = Clock::now();
+        EXPECT_EQ(ComSuspend(5), 1);
+        driver.feed("x");
+        sleepFor(20);
+        const bool held = record().rxHead == before;
+        EXPECT_EQ(ComResume(5), 1);
+        EXPECT_TRUE(waitForHead(before + 1));
+        quick = held && Clock::now() - start < milliseconds(300);
+    }
+    EXPECT_TRUE(quick);
+    EXPECT_EQ(record().suspendUntil, 0U);
+}
+
+TEST_F(IoThreadAlone, ALongPaceHoldsBackRoundsButNoCallerAndNoClose) {
+    driver.feed("a");
+    EXPECT_TRUE(waitForHead(1));
+    ComSetBackgroundTimeout(5, 10'000);
+    driver.feed("b");
+    sleepFor(200);
+    EXPECT_EQ(record().rxHead, 1) << "the pace is the least pause between two rounds";
+    EXPECT_EQ(receive(5, 1), "a");
+    EXPECT_EQ(ComStatus(5), 1) << "on an empty ring the device itself is asked";
+
+    // A caller who waits for bytes takes them off the device as they come.
+    std::string bytes(2, '\0');
+    auto wait = std::async(std::launch::async, ComReadTimed, 5, bytes.data(), 2, 2000);
+    sleepFor(50);
+    const auto fed = Clock::now();
+    driver.feed("c");
+    EXPECT_EQ(wait.get(), 2);
+    EXPECT_LT(Clock::now() - fed, milliseconds(5000));
+    EXPECT_EQ(bytes, "bc");
+
+    driver.feed("d");
+    sleepFor(50);
+    const auto start = Clock::now();
+    ComSetBackgroundTimeout(5, 1);
+    EXPECT_TRUE(eventually([] { return record().rxHead != 0; }));
+    EXPECT_LT(Clock::now() - start, milliseconds(5000)) << "a new pace takes effect at once";
+
+    ComSetBackgroundTimeout(5, 10'000);
+    driver.feed("e");
+    sleepFor(50);
+    const auto closing = Clock::now();
+    EXPECT_EQ(ComClose(5), 1);
+    EXPECT_LT(Clock::now() - closing, milliseconds(4000));
+}
+
+TEST_F(IoThreadAlone, ThePaceIsThePauseBetweenRounds) {
+    ComSetBackgroundTimeout(5, 100);
+    const auto start = Clock::now();
+    int32_t rounds = 0;
+    for (int32_t before = record().rxHead; Clock::now() - start < milliseconds(1000);) {
+        driver.feed("x");
+        sleepFor(1);
+        const int32_t head = record().rxHead;
+        rounds += head != before ? 1 : 0;
+        before = head;
+    }
+    const auto elapsed = std::chrono::duration_cast<milliseconds>(Clock::now() - start).count();
+    EXPECT_LE(rounds, elapsed / 100 + 1);
+    EXPECT_GE(rounds, 2);
+}
+
+TEST_F(IoThreadAlone, AnIdlePortLeavesItsDeviceAlone) {
+    for (const uint32_t pace : {0U, 50U}) {
+        ComSetBackgroundTimeout(5, pace);
+        // Somebody has used the port before, and has left.
+        driver.feed("x");
+        std::string bytes(2, '\0');
+        EXPECT_EQ(ComReadTimed(5, bytes.data(), 2, 11), 1);
+        EXPECT_EQ(send(5, "y"), 1);
+        sleepFor(200);
+        driver.forgetCalls();
+        sleepFor(300);
+        EXPECT_EQ(driver.total(), 0) << "pace " << pace;
+    }
+    // It is awake for the next byte all the same.
+    driver.feed("z");
+    EXPECT_TRUE(waitForHead(1));
+}
+
+TEST_F(IoThreadAlone, WithoutAWaitTheDeviceIsLookedAtInItsPace) {
+    ScriptedDriver blind("scripted-blind", ScriptedDriver::Waits::no);
+    ASSERT_EQ(openOn(6, blind.path()), 6);
+    ComSetBackgroundTimeout(6, 100);
+    sleepFor(200);
+    blind.forgetCalls();
+    const auto start = Clock::now();
+    sleepFor(500);
+    const int64_t looks = blind.count(Call::read);
+    EXPECT_LE(looks, std::chrono::duration_cast<milliseconds>(Clock::now() - start).count() / 100 + 1);
+    EXPECT_TRUE(eventually([&] { return blind.count(Call::read) > 1; }));
+    EXPECT_EQ(ComClose(6), 1);
+}
+
+/// How often the I/O threads of this process have gone to sleep so far.
+int64_t sleepsOfIoThreads() {
+    int64_t sum = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        if (name != "brisolt-io")
+            continue;
+        std::ifstream status(task.path() / "status");
+        for (std::string word; status >> word;) {
+            int64_t count = 0;
+            if (word == "voluntary_ctxt_switches:" && status >> count)
+                sum += count;
+        }
+    }
+    return sum;
+}
+
+TEST_F(IoThreadAlone, ManyIdlePortsNeverWake) {
+    constexpr int32_t first = 100, count = 16;
+    std::vector<std::unique_ptr<Pty>> ptys;
+    for (int32_t i = 0; i < count; ++i) {
+        ptys.push_back(std::make_unique<Pty>());
+        ASSERT_EQ(openOn(first + i, ptys.back()->slavePath()), first + i);
+        ptys.back()->write("x");
+        EXPECT_EQ(receive(first + i, 1), "x");
+    }
+    sleepFor(500);
+    const int64_t before = sleepsOfIoThreads();
+    EXPECT_GE(before, count);
+    sleepFor(500);
+    EXPECT_LE(sleepsOfIoThreads() - before, 2); // 0; a thread may only now have come to rest
+
+    std::vector<std::future<int32_t>> closes;
+    for (int32_t i = 0; i < count; ++i)
+        closes.push_back(std::async(std::launch::async, ComClose, first + i));
+    for (auto& close : closes)
+        EXPECT_EQ(close.get(), 1);
+}
+
+} // namespace
