@@ -194,7 +194,8 @@ typedef struct ComHostDriver {
     /* Reads at most `count` bytes that are there now; never waits. Bytes read, 0 none. */
     int32_t (*read)(void *device, void *buffer, int32_t count);
     /* Writes as `how` says. Returns the bytes that went to the line or are sure to (0 or above); when
-     * fewer than `count`, *error holds why: a positive host error number, or 0 for no room or time over. What a complete write could not
+     * fewer than `count`, *error holds why: a positive host error number (that of a time-out when the time
+     * is over), or 0 when there was no room. What a complete write could not
      * deliver in time is not delivered later. */
     int32_t (*write)(void *device, const void *buffer, int32_t count, uint32_t how, int32_t *error);
     /* Waits until everything written has left, at most for the write time-out. */

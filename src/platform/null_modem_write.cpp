@@ -43,7 +43,7 @@ int32_t nullModemWriteComplete(NullModemEnd& end, const uint8_t* bytes, int32_t 
     const clock::Deadline limit = writeLimit(end, static_cast<uint64_t>(count));
     const uint32_t cancels = end.cancels;
     if (end.cable.wait(inside, end, nullModemTurn, -1, limit) == 0) {
-        error = end.cancelledSince(cancels) ? failure(std::errc::operation_canceled) : 0;
+        error = -failure(end.cancelledSince(cancels) ? std::errc::operation_canceled : std::errc::timed_out);
         return 0;
     }
 
@@ -58,7 +58,8 @@ int32_t nullModemWriteComplete(NullModemEnd& end, const uint8_t* bytes, int32_t 
     end.completing = 0;
     // A purge of the whole queue takes bytes before ours out too, so that `sent` may not even reach them.
     const uint64_t gone = end.sent > start ? end.sent - start : 0;
-    error = gone < static_cast<uint64_t>(count) && ended ? failure(std::errc::operation_canceled) : 0;
+    const bool all = gone >= static_cast<uint64_t>(count);
+    error = all ? 0 : -failure(ended ? std::errc::operation_canceled : std::errc::timed_out);
     return static_cast<int32_t>(gone);
 }
 

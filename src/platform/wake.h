@@ -5,7 +5,7 @@
 //     Wake& wake = Wake::ofThisThread();
 //     wake.prepare();                  // from here on wake() is remembered
 //     if (nothing to do yet)
-//         wait on wake.descriptor() and the device;
+//         wake.sleep(), or a wait on wake.descriptor() and the device;
 //     wake.finish();
 #pragma once
 
@@ -30,16 +30,19 @@ public:
     void prepare() noexcept;
     bool woken() const noexcept; ///< between prepare and finish: wake() was called
     void finish() noexcept;
+    /// Between prepare and finish: sleeps on nothing else, at most that long (real milliseconds, -1: no limit).
+    /// Cheaper than a wait on the descriptor, which is for threads that watch a device as well.
+    void sleep(int32_t realMilliseconds) noexcept;
     int32_t descriptor() const noexcept { return signal_.descriptor(); }
     /// The time-out for a wait on the descriptor: the one given, cut short on a host that had no descriptor
     /// left, where nobody can end the wait.
     int32_t patience(int32_t realMilliseconds) const noexcept;
 
 private:
-    enum State : int32_t { awake = 0, asleep = 1, called = 2 }; // bits
+    enum State : uint32_t { awake = 0, asleep = 1, called = 2, parked = 4 }; // bits
     void drain() noexcept;
 
-    std::atomic<int32_t> state_{awake};
+    std::atomic<uint32_t> state_{awake};
     int64_t owed_ = 0; ///< the sleeper's: wake-ups whose write it has not read yet
     Signal signal_;
 };

@@ -1,10 +1,14 @@
 #include "port/device_io.h"
 
+#include <system_error>
+
 #include "port/trace.h"
 
 namespace brisolt {
 
 namespace {
+
+constexpr auto timeOver = static_cast<int32_t>(std::errc::timed_out);
 
 constexpr int32_t all(std::span<const uint8_t> bytes) {
     return static_cast<int32_t>(bytes.size());
@@ -50,16 +54,16 @@ int32_t deviceWrite(Port& port, std::span<const uint8_t> block) noexcept {
 int32_t writeBlock(Port& port, std::span<const uint8_t> block, int32_t room) noexcept {
     int32_t error = 0;
     int32_t written = port.device.write(block.data(), all(block), COM_HOST_WRITE_COMPLETE, error);
-    if (error != 0) {
+    if (error != 0 && error != timeOver) {
         trace(port, "Write error: %u", static_cast<uint32_t>(error));
         statusRead(port);
     }
     if (tracing(port)) {
         trace(port, "Writing to port Intended bytes: %d Room:%d Written:%d", all(block), room, written);
         traceBytes(port, "Hex Characters Written:", block.first(static_cast<std::size_t>(written)));
-        if (written < all(block)) // a write that falls short has waited, so it never succeeded at once
-            trace(port, "ERROR: bytes written=%d intended=%d wsuccess=%d LastError=%d", written, all(block), 0,
-                  error);
+        if (written < all(block))
+            trace(port, "ERROR: bytes written=%d intended=%d wsuccess=%d LastError=%d", written, all(block),
+                  error == 0 ? 1 : 0, error);
     }
     return written;
 }

@@ -12,7 +12,7 @@ namespace brisolt {
 
 namespace {
 
-std::atomic<void (*)(Port&)> notificationStep{nullptr};
+std::atomic<void (*)(Port&, Outbox&)> notificationStep{nullptr};
 
 void replaceIn(std::span<uint8_t> bytes, uint8_t from, uint8_t to) noexcept {
     std::replace(bytes.begin(), bytes.end(), from, to);
@@ -57,6 +57,8 @@ void transmitLossless(Port& port) noexcept {
             return;
         trace(port, "Writing %d characters", taken);
         port.tx.sent(taken);
+        if (taken < static_cast<int32_t>(bytes.size()))
+            return; // the device is full
     }
 }
 
@@ -107,28 +109,47 @@ void directRound(Port& port) noexcept {
     statusRead(port);
 }
 
-void threadRound(Port& port) noexcept {
+namespace {
+
+/// The part of a thread's round under the lock. True when the device had bytes.
+bool lockedRound(Port& port, Outbox& outbox) noexcept {
     HeldLock lock(port);
-    if (receiveStep(port)) {
+    bool brought = receiveStep(port);
+    if (brought) {
         replacementStep(port);
-        port.events.wakeAll();
         if (auto* step = notificationStep.load(std::memory_order_acquire); step && hasNotifications(port))
-            step(port);
+            step(port, outbox);
     }
     if (port.isOpen())
         transmitStep(port);
+    return brought;
 }
 
-void takeFromDevice(Port& port) noexcept {
+bool lockedTake(Port& port) noexcept {
     HeldLock lock(port);
     statusRead(port);
     if (!receiveStep(port))
-        return;
+        return false;
     replacementStep(port);
-    port.events.wakeAll();
+    return true;
 }
 
-void setNotificationStep(void (*step)(Port&)) noexcept {
+} // namespace
+
+void threadRound(Port& port) noexcept {
+    Outbox outbox;
+    if (!lockedRound(port, outbox))
+        return;
+    port.events.wakeAll();
+    outbox.send(port.number);
+}
+
+void takeFromDevice(Port& port) noexcept {
+    if (lockedTake(port))
+        port.events.wakeAll();
+}
+
+void setNotificationStep(void (*step)(Port&, Outbox&)) noexcept {
     notificationStep.store(step, std::memory_order_release);
 }
 

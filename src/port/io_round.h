@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "port/outbox.h"
 #include "port/port.h"
 
 namespace brisolt {
@@ -27,8 +28,9 @@ void threadRound(Port& port) noexcept;
 /// Takes what the device holds for a caller that waits for bytes, as the I/O thread would have.
 void takeFromDevice(Port& port) noexcept;
 
-/// What the subsystem of notifications does when a round brought data; set once, on first use.
-void setNotificationStep(void (*step)(Port& port)) noexcept;
+/// What the subsystem of notifications does when a round brought data; set once, on first use. Callers'
+/// functions run at once, messages go into the outbox.
+void setNotificationStep(void (*step)(Port& port, Outbox& outbox)) noexcept;
 /// Whether anybody is to be told of received data on the port.
 bool hasNotifications(const Port& port) noexcept;
 

@@ -5,7 +5,6 @@
 
 #include "platform/error_text.h"
 #include "platform/message.h"
-#include "platform/signal.h"
 #include "platform/thread.h"
 #include "port/device_io.h"
 #include "port/io_round.h"
@@ -107,10 +106,8 @@ template <class Left> void sleepOff(Port& port, Left left) noexcept {
     Wake& wake = *port.threadWake;
     wake.prepare();
     uint32_t milliseconds = left();
-    if (milliseconds > 0 && port.threadRun != 0 && port.isOpen()) {
-        Watch own{.descriptor = wake.descriptor(), .forRead = true};
-        waitAny({&own, 1}, clock::Deadline::in(milliseconds).realMillisecondsLeft());
-    }
+    if (milliseconds > 0 && port.threadRun != 0 && port.isOpen())
+        wake.sleep(clock::Deadline::in(milliseconds).realMillisecondsLeft());
     wake.finish();
 }
 
@@ -136,9 +133,8 @@ Outlook lookAhead(Port& port, bool watching) noexcept {
 
 /// Without a wait of the driver's, the device is looked at again and again at the port's pace.
 uint32_t sleepBlind(const Port& port, uint32_t events) noexcept {
-    Watch own{.descriptor = port.threadWake->descriptor(), .forRead = true};
     uint32_t pace = std::max<uint32_t>(port.record->threadSleep, blindPace);
-    waitAny({&own, 1}, clock::Deadline::in(pace).realMillisecondsLeft());
+    port.threadWake->sleep(clock::Deadline::in(pace).realMillisecondsLeft());
     return events;
 }
 

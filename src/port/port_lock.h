@@ -5,6 +5,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "platform/parking.h"
+
 namespace brisolt {
 
 class PortLock {
@@ -16,8 +18,8 @@ public:
             return;
         }
         uint32_t ticket = next_.fetch_add(1);
-        for (uint32_t now = serving_.load(); now != ticket; now = serving_.load())
-            serving_.wait(now);
+        if (serving_.load() != ticket)
+            awaitTurn(ticket);
         owner_.store(me, std::memory_order_relaxed);
         depth_ = 1;
     }
@@ -28,11 +30,12 @@ public:
         uint32_t now = serving_.load(std::memory_order_relaxed) + 1;
         serving_.store(now); // sequentially consistent: a ticket drawn before this is seen below
         if (next_.load() != now)
-            serving_.notify_all();
+            parking::unparkAll(serving_);
     }
     bool heldByMe() const noexcept { return owner_.load(std::memory_order_relaxed) == &thisThread; }
 
 private:
+    void awaitTurn(uint32_t ticket) noexcept;
     // Initial-exec: found without a call into the dynamic loader, on every read and write.
     static thread_local char thisThread __attribute__((tls_model("initial-exec")));
     std::atomic<uint32_t> next_{0};

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "platform/message.h"
-#include "platform/signal.h"
 #include "platform/wake.h"
 #include "port/io_round.h"
 #include "port/io_thread.h"
@@ -59,12 +58,10 @@ bool quitToSee(const Port& port) noexcept {
 }
 
 /// Sleeps on the thread's own wake, and on the device when it watches. True when the device has bytes.
-bool sleepOnce(Port& port, const Wake& wake, bool watching, int32_t realMilliseconds) noexcept {
-    int32_t time = wake.patience(realMilliseconds);
+bool sleepOnce(Port& port, Wake& wake, bool watching, int32_t realMilliseconds) noexcept {
     if (watching)
-        return port.device.wait(COM_HOST_WAIT_READ, wake.descriptor(), time) != 0;
-    Watch own{.descriptor = wake.descriptor(), .forRead = true};
-    waitAny({&own, 1}, time);
+        return port.device.wait(COM_HOST_WAIT_READ, wake.descriptor(), wake.patience(realMilliseconds)) != 0;
+    wake.sleep(realMilliseconds);
     return false;
 }
 

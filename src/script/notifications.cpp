@@ -1,6 +1,5 @@
 #include "script/notifications.h"
 
-#include "platform/message.h"
 #include "port/io_round.h"
 
 namespace brisolt {
@@ -9,19 +8,17 @@ namespace {
 
 constexpr uint32_t anyDataMessage = 0x800A;
 
-/// Runs on the I/O thread, in a round, with portLock held. A failed post is nobody's business here: the
-/// receiver is gone, or does not look.
-void notify(Port& port) {
+/// Runs on the I/O thread, in a round, with portLock held.
+void notify(Port& port, Outbox& outbox) {
     const PortRecord& record = *port.record;
-    int32_t number = port.number;
     if (ComPortFunc function = record.anyCharCallback)
-        function(number);
+        function(port.number);
     if (!port.isOpen())
         return; // the function has closed it
     if (int32_t window = record.anyCharWindow; window != 0)
-        message::postToWindow(window, anyDataMessage, 0, number);
+        outbox.toWindow(window, anyDataMessage);
     if (uint32_t thread = record.anyCharThread; thread != 0)
-        message::postToThread(thread, anyDataMessage, 0, number);
+        outbox.toThread(thread, anyDataMessage);
 }
 
 /// A target has changed: the thread may have to watch the device itself now, or need not any more.

@@ -177,7 +177,7 @@ TEST(DeviceDrivers, RefusesBadRegistrations) {
     EXPECT_EQ(ComHostRegisterDriver("radio", &driver), -1);
 }
 
-TEST(DeviceHandles, LastUserEndsTheDevice) {
+TEST(DeviceHandles, OnePortAtATimeAndItsEndIsTheDevicesEnd) {
     Bench bench;
     const ComHostDriver driver = benchDriver(bench);
     ASSERT_EQ(ComHostRegisterDriver("bench", &driver), 1);
@@ -189,12 +189,13 @@ TEST(DeviceHandles, LastUserEndsTheDevice) {
     Device first;
     Device second;
     ASSERT_EQ(first.adopt(handle), 1);
+    EXPECT_EQ(second.adopt(handle), -EBUSY);
+    first.close();
     ASSERT_EQ(second.adopt(handle), 1);
     EXPECT_EQ(ComHostCloseDevice(handle), 1);
     EXPECT_EQ(ComHostCloseDevice(handle), -1);
     Device late;
     EXPECT_EQ(late.adopt(handle), -EBADF);
-    first.close();
     EXPECT_EQ(bench.closed, 1);
     second.close();
     EXPECT_EQ(bench.closed, 2);

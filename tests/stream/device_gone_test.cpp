@@ -80,7 +80,8 @@ protected:
         EXPECT_EQ(ComOutBufStatus(port), 0);
         EXPECT_EQ(ComSetFlow(port, 1), 1);
         EXPECT_EQ(ComGetLineError(port), 0);
-        EXPECT_LT(processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, [&] { EXPECT_EQ(ComReadTimed(port, buffer, 9, 50), 0); }),
+        EXPECT_LT(processorTimeOf(CLOCK_PROCESS_CPUTIME_ID,
+                                  [&] { EXPECT_EQ(ComReadTimed(port, buffer, 9, 50), 0); }),
                   quiet);
     }
     /// The end of every test: close, plug something in, and go on.
@@ -102,7 +103,8 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Mode, DeviceGone,
-                         testing::Values(Pull{"threaded", false}, Pull{"threaded", true}, Pull{"THUNK", false}),
+                         testing::Values(Pull{"threaded", false}, Pull{"threaded", true},
+                                         Pull{"THUNK", false}),
                          [](const auto& test) {
                              return std::string(test.param.mode) + (test.param.killed ? "Killed" : "HungUp");
                          });
@@ -114,11 +116,11 @@ TEST_P(DeviceGone, WhileNothingHappens) {
     LogFile trace;
     ComSetPortDebugFile(port, trace.path().c_str());
     EXPECT_EQ(write(port, "gone"), 0);
-    EXPECT_EQ(trace.entries({"Write error", "Writing to", "ERROR"}),
-              (std::vector<std::string>{"Write error: " + std::to_string(EIO),
-                                        "Writing to port Intended bytes: 4 Room:1024 Written:0",
-                                        "ERROR: bytes written=0 intended=4 wsuccess=0 LastError=" +
-                                            std::to_string(EIO)}));
+    EXPECT_EQ(
+        trace.entries({"Write error", "Writing to", "ERROR"}),
+        (std::vector<std::string>{
+            "Write error: " + std::to_string(EIO), "Writing to port Intended bytes: 4 Room:1024 Written:0",
+            "ERROR: bytes written=0 intended=4 wsuccess=0 LastError=" + std::to_string(EIO)}));
     ComSetBackgroundTimeout(port, 0);
     ComHostSetLossless(port, 1);
     expectQuiet();

@@ -89,7 +89,8 @@ public:
         // The first piece is the header.
         std::sregex_token_iterator piece(all.begin(), all.end(), stamp, -1);
         for (++piece; piece != std::sregex_token_iterator(); ++piece)
-            for (const std::string& beginning : beginnings.empty() ? std::vector<std::string>{""} : beginnings)
+            for (const std::string& beginning :
+                 beginnings.empty() ? std::vector<std::string>{""} : beginnings)
                 if (piece->str().starts_with(beginning)) {
                     found.push_back(piece->str());
                     break;

@@ -35,6 +35,10 @@ struct Shape {
     int32_t tailAfter, headAfter;
     std::vector<std::string> trace;
 };
+std::vector<std::string> bothPieces(int32_t count) {
+    const std::string length = " len:" + std::to_string(count);
+    return {"ComRead partial ++count:10" + length, "ComRead partial add count:5" + length};
+}
 const std::vector<Shape> shapes{
     {"empty", 0, 0, 5, 0, 0, {}},
     {"a part of one piece", 10, 20, 4, 14, 20, {"ComRead count:10 len:4"}},
@@ -43,12 +47,9 @@ const std::vector<Shape> shapes{
     {"full from the start", 0, 2048, 2048, 0, 0, {"ComRead count:2048 len:2048"}},
     {"before the end", 2038, 5, 4, 2042, 5, {"ComRead count:10 len:4"}},
     {"up to the end", 2038, 5, 10, 0, 5, {"ComRead count:10 len:10"}},
-    {"over the end", 2038, 5, 12, 2, 5,
-     {"ComRead partial ++count:10 len:12", "ComRead partial add count:5 len:12"}},
-    {"over the end, all", 2038, 5, 15, 0, 0,
-     {"ComRead partial ++count:10 len:15", "ComRead partial add count:5 len:15"}},
-    {"over the end, less than asked for", 2038, 5, 20, 0, 0,
-     {"ComRead partial ++count:10 len:20", "ComRead partial add count:5 len:20"}},
+    {"over the end", 2038, 5, 12, 2, 5, bothPieces(12)},
+    {"over the end, all", 2038, 5, 15, 0, 0, bothPieces(15)},
+    {"over the end, less than asked for", 2038, 5, 20, 0, 0, bothPieces(20)},
     {"over the end, where nothing is", 2038, 0, 12, 0, 0, {"ComRead partial ++count:10 len:12"}},
 };
 
@@ -91,9 +92,9 @@ TEST(Reading, StatusTakesFromTheDeviceItself) {
         EXPECT_EQ(open.inside().rx.count(), 0);
         EXPECT_EQ(ComStatus(port), 3);
     }
-    const std::vector<std::string> expected{
-        "3 characters in buffer to read", "Reading 3 characters",
-        "Reading from port Intended bytes: 3 Read:3 Success:1", "Hex Characters Read From Port:", " 68 69 f"};
+    const std::vector<std::string> expected{"3 characters in buffer to read", "Reading 3 characters",
+                                            "Reading from port Intended bytes: 3 Read:3 Success:1",
+                                            "Hex Characters Read From Port:", " 68 69 f"};
     EXPECT_EQ(log.entries(), expected);
 }
 

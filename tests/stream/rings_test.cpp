@@ -70,7 +70,8 @@ TEST(ReceiveRing, MatchesANaiveRing) {
         ReceiveRing& ring = port->rx;
         NaiveRing naive{.size = random.size, .wrapsLate = false};
         for (int32_t turn = 0; turn < turns; ++turn) {
-            SCOPED_TRACE(testing::Message() << "seed " << seed << " turn " << turn << " size " << random.size);
+            SCOPED_TRACE(testing::Message()
+                         << "seed " << seed << " turn " << turn << " size " << random.size);
             if (random.between(0, 1) == 0) {
                 // A device fills what room there is, in one piece.
                 auto room = ring.room();
@@ -83,7 +84,8 @@ TEST(ReceiveRing, MatchesANaiveRing) {
             } else {
                 const int32_t count = random.between(1, random.size + 3);
                 const std::string got = test::readUpTo(5, count);
-                ASSERT_EQ(got.size(), std::min<std::size_t>(naive.bytes.size(), static_cast<std::size_t>(count)));
+                ASSERT_EQ(got.size(),
+                          std::min<std::size_t>(naive.bytes.size(), static_cast<std::size_t>(count)));
                 for (const char byte : got)
                     ASSERT_EQ(static_cast<uint8_t>(byte), naive.take());
             }
@@ -102,7 +104,8 @@ TEST(TransmitRing, MatchesANaiveRing) {
         TransmitRing& ring = port->tx;
         NaiveRing naive{.size = random.size, .wrapsLate = true};
         for (int32_t turn = 0; turn < turns; ++turn) {
-            SCOPED_TRACE(testing::Message() << "seed " << seed << " turn " << turn << " size " << random.size);
+            SCOPED_TRACE(testing::Message()
+                         << "seed " << seed << " turn " << turn << " size " << random.size);
             if (random.between(0, 1) == 0) {
                 std::vector<uint8_t> bytes(static_cast<std::size_t>(random.between(0, random.size + 3)));
                 for (uint8_t& byte : bytes)
@@ -132,8 +135,8 @@ TEST(TransmitRing, PositionsFromOutsideAreBroughtBack) {
     struct Case {
         int32_t tail, head, tailAfter, headAfter;
     };
-    for (const Case& c : {Case{-5, 10, 0, 10}, Case{10, -1, 10, 0}, Case{2048, 7, 0, 7}, Case{3, 9999, 3, 2048},
-                          Case{-1, -1, 0, 0}, Case{5000, 5000, 0, 2048}}) {
+    for (const Case& c : {Case{-5, 10, 0, 10}, Case{10, -1, 10, 0}, Case{2048, 7, 0, 7},
+                          Case{3, 9999, 3, 2048}, Case{-1, -1, 0, 0}, Case{5000, 5000, 0, 2048}}) {
         test::BarePort port(5);
         port->record->txTail = c.tail;
         port->record->txHead = c.head;

@@ -23,7 +23,8 @@ protected:
     void arrive(const std::string& bytes) const {
         const int32_t before = ComStatus(port);
         send(bytes);
-        ASSERT_TRUE(eventually([&] { return ComStatus(port) == before + static_cast<int32_t>(bytes.size()); }));
+        ASSERT_TRUE(
+            eventually([&] { return ComStatus(port) == before + static_cast<int32_t>(bytes.size()); }));
     }
     std::string arrived() const {
         std::string bytes(4000, '\0');
@@ -150,7 +151,8 @@ TEST_F(StreamSettings, ErrorReplacementAndLineErrors) {
         const char* got;
     };
     ComGetLineError(port);
-    for (const Case& c : {Case{0, '?', "abc"}, Case{1, '?', "???"}, Case{7, '#' + 0x100, "###"}, Case{-1, '?', "abc"}}) {
+    for (const Case& c :
+         {Case{0, '?', "abc"}, Case{1, '?', "???"}, Case{7, '#' + 0x100, "###"}, Case{-1, '?', "abc"}}) {
         EXPECT_EQ(ComSetLineErrorReplacement(port, c.enable, c.replacement), 1);
         arrive("abc");
         EXPECT_EQ(readUpTo(port, 10), c.got);

@@ -18,7 +18,8 @@ protected:
     void arrive(const std::string& bytes) {
         const int32_t before = ComStatus(port);
         far.write(bytes);
-        ASSERT_TRUE(eventually([&] { return ComStatus(port) == before + static_cast<int32_t>(bytes.size()); }));
+        ASSERT_TRUE(
+            eventually([&] { return ComStatus(port) == before + static_cast<int32_t>(bytes.size()); }));
     }
     PortWorkArea& workArea() const { return *open.inside().workArea; }
 
@@ -207,7 +208,9 @@ TEST_F(TimedReads, ToQuietEndsOnTheEscapeKeyOnly) {
 TEST_F(TimedReads, AnyMixOfReadsGivesTheSameBytes) {
     const std::string sent = pattern(100000);
     std::mt19937 random(11);
-    const auto upTo = [&random](int32_t most) { return static_cast<int32_t>(random() % static_cast<uint32_t>(most)) + 1; };
+    const auto upTo = [&random](int32_t most) {
+        return static_cast<int32_t>(random() % static_cast<uint32_t>(most)) + 1;
+    };
     std::thread sender([&] { EXPECT_EQ(far.write(sent, 60s), sent.size()); });
     std::string got;
     for (int32_t idle = 0; got.size() < sent.size() && idle < 100; ++idle) {

@@ -63,7 +63,7 @@ protected:
         }
     }
     /// All waits at once on a port; what happens to each of them, and what it answers.
-    void expectAll(int32_t Wait::* expected, const std::function<void(Waiting&)>& happen) {
+    void expectAll(int32_t Wait::*expected, const std::function<void(Waiting&)>& happen) {
         OpenPort open(port, far.slavePath());
         ComPortSetEscapeChar(port, 27);
         std::deque<Waiting> waiting;
@@ -141,11 +141,10 @@ TEST_F(Waits, WithoutYieldASleepTakesNoNotice) {
 TEST_F(Waits, EscapeHandlesTheMessagesBeforeIt) {
     OpenPort open(port, far.slavePath());
     std::vector<uint32_t> handled;
-    const int32_t window = ComHostCreateWindow(
-        [](void* list, int32_t, uint32_t message, uintptr_t, intptr_t) {
-            static_cast<std::vector<uint32_t>*>(list)->push_back(message);
-        },
-        &handled);
+    const int32_t window =
+        ComHostCreateWindow([](void* list, int32_t, uint32_t message, uintptr_t,
+                               intptr_t) { static_cast<std::vector<uint32_t>*>(list)->push_back(message); },
+                            &handled);
     const auto postAll = [&] {
         ComHostPostMessage(window, 0x400, 0, 0);
         ComHostPostChar(ComHostThreadId(), 'a');
@@ -251,9 +250,9 @@ TEST_F(Waits, IdleWaitsUseNextToNoProcessorTime) {
 TEST_F(Waits, ATimedReadLetsMessagesThroughAndNothingElse) {
     OpenPort open(port, far.slavePath());
     std::atomic<int32_t> handled{0};
-    const int32_t window = ComHostCreateWindow(
-        [](void* count, int32_t, uint32_t, uintptr_t, intptr_t) { ++*static_cast<std::atomic<int32_t>*>(count); },
-        &handled);
+    const int32_t window = ComHostCreateWindow([](void* count, int32_t, uint32_t, uintptr_t,
+                                                  intptr_t) { ++*static_cast<std::atomic<int32_t>*>(count); },
+                                               &handled);
     const auto reader = ComHostThreadId();
     auto other = std::async(std::launch::async, [&] {
         std::this_thread::sleep_for(100ms);
@@ -267,7 +266,8 @@ TEST_F(Waits, ATimedReadLetsMessagesThroughAndNothingElse) {
         far.write("bytes");
     });
     // With the quit and the messages behind it pending, the wait must not turn into a busy one.
-    const auto used = processorTimeOf(CLOCK_THREAD_CPUTIME_ID, [] { EXPECT_EQ(readTimed(port, 5, 6000), "bytes"); });
+    const auto used =
+        processorTimeOf(CLOCK_THREAD_CPUTIME_ID, [] { EXPECT_EQ(readTimed(port, 5, 6000), "bytes"); });
     EXPECT_LT(used, 50ms);
     other.get();
     ComHostDestroyWindow(window);
@@ -286,7 +286,8 @@ TEST_F(Waits, BytesEndAWaitWhateverThePace) {
             ComSetBackgroundTimeout(port, pace);
             ComSetNotifyMessageOnAnyCharCallBackFunc(port, notifying ? +nobody : nullptr);
             for (const Wait& read : reads) {
-                SCOPED_TRACE(testing::Message() << read.what << " pace " << pace << " notifying " << notifying);
+                SCOPED_TRACE(testing::Message()
+                             << read.what << " pace " << pace << " notifying " << notifying);
                 Waiting waiting(read);
                 for (const char* byte : {"a", "b", "c"}) {
                     far.write(byte);

@@ -22,9 +22,9 @@ TEST(Writing, StraightThroughAndThroughTheRing) {
     ComSetPortDebugFile(port, trace.path().c_str());
     EXPECT_EQ(write(port, "Hi\x01\xFF"), 4);
     EXPECT_EQ(far.read(4), "Hi\x01\xFF");
-    EXPECT_EQ(trace.entries(),
-              (Lines{"Performing Write-Thru: Bytes: 4 Write-thru State:1",
-                     "Writing to port Intended bytes: 4 Room:1024 Written:4", "Hex Characters Written:", " 48 69 1 ff"}));
+    EXPECT_EQ(trace.entries(), (Lines{"Performing Write-Thru: Bytes: 4 Write-thru State:1",
+                                      "Writing to port Intended bytes: 4 Room:1024 Written:4",
+                                      "Hex Characters Written:", " 48 69 1 ff"}));
 
     ComSuspendPortWriteThru(port);
     ComSetPortMaxWriteChars(port, 3);
@@ -76,7 +76,8 @@ TEST(Writing, CharactersAndStrings) {
     // A pause lets messages through when waits may yield.
     int32_t handled = 0;
     const int32_t window = ComHostCreateWindow(
-        [](void* count, int32_t, uint32_t, uintptr_t, intptr_t) { ++*static_cast<int32_t*>(count); }, &handled);
+        [](void* count, int32_t, uint32_t, uintptr_t, intptr_t) { ++*static_cast<int32_t*>(count); },
+        &handled);
     for (int32_t yield : {0, 1}) {
         ComSetYield(port, yield);
         ComHostPostMessage(window, 0x400, 0, 0);
@@ -159,7 +160,8 @@ TEST_F(HeldOff, AWriteEndsWithTheTimeOutAndItsBytesNeverArrive) {
     // Nothing was refused, but it did not complete at once either.
     const Lines errors = trace.entries({"ERROR"});
     ASSERT_EQ(errors.size(), 1U);
-    EXPECT_TRUE(errors[0].starts_with("ERROR: bytes written=0 intended=10 wsuccess=0 LastError=")) << errors[0];
+    EXPECT_TRUE(errors[0].starts_with("ERROR: bytes written=0 intended=10 wsuccess=0 LastError="))
+        << errors[0];
     EXPECT_EQ(trace.entries({"Performing", "Writing"}),
               (Lines{"Performing Write-Thru: Bytes: 10 Write-thru State:1",
                      "Writing to port Intended bytes: 10 Room:1024 Written:0"}));

@@ -108,10 +108,8 @@ int32_t get(ComHostMessage* message, int32_t milliseconds) noexcept {
         wake.prepare();
         int32_t result = takeNext(*queue, *message, Purpose::give) ? 1 : takeQuit(*queue) ? -1 : 0;
         bool over = result != 0 || deadline.passed();
-        if (!over) {
-            Watch watch{.descriptor = wake.descriptor(), .forRead = true};
-            waitAny({&watch, 1}, wake.patience(deadline.realMillisecondsLeft()));
-        }
+        if (!over)
+            wake.sleep(deadline.realMillisecondsLeft());
         wake.finish();
         if (over)
             return result;

@@ -130,7 +130,7 @@ int32_t writeComplete(TtyDevice& tty, const uint8_t* bytes, int32_t count, int32
         outcome = drain(tty, deadline);
     if (outcome == goOn)
         return count;
-    error = outcome;
+    error = outcome == timeOver ? ETIMEDOUT : outcome;
     return handed - takeBack(tty, handed);
 }
 

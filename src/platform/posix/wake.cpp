@@ -4,6 +4,7 @@
 
 #include <sys/eventfd.h>
 
+#include "platform/parking.h"
 #include "platform/posix/thread_end.h"
 
 namespace brisolt {
@@ -39,8 +40,17 @@ void Wake::giveThisThread(std::shared_ptr<Wake> wake) {
 // exchange in prepare() has made its change before, so the sleeper sees it; a later one finds `asleep`
 // and writes the descriptor.
 void Wake::wake() noexcept {
-    if (state_.fetch_or(called, std::memory_order_acq_rel) == asleep)
+    uint32_t before = state_.fetch_or(called, std::memory_order_acq_rel);
+    if (before == asleep)
         signal_.set();
+    else if (before == parked)
+        parking::unparkAll(state_);
+}
+
+void Wake::sleep(int32_t realMilliseconds) noexcept {
+    uint32_t expected = asleep;
+    if (state_.compare_exchange_strong(expected, parked, std::memory_order_acq_rel))
+        parking::park(state_, parked, realMilliseconds);
 }
 
 void Wake::prepare() noexcept {

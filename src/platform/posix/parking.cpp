@@ -1,0 +1,22 @@
+#include "platform/parking.h"
+
+#include <climits>
+#include <ctime>
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace brisolt::parking {
+
+static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t) && std::atomic<uint32_t>::is_always_lock_free);
+
+void park(const std::atomic<uint32_t>& word, uint32_t value, int32_t realMilliseconds) noexcept {
+    timespec time{.tv_sec = realMilliseconds / 1000, .tv_nsec = (realMilliseconds % 1000) * 1'000'000L};
+    syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, value, realMilliseconds < 0 ? nullptr : &time, nullptr, 0);
+}
+
+void unparkAll(const std::atomic<uint32_t>& word) noexcept {
+    syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
+}
+
+} // namespace brisolt::parking
