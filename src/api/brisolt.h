@@ -170,8 +170,9 @@ int32_t ComResumePortWriteThru(int32_t port);
 int32_t ComOutBufSize(int32_t port);
 
 /* Switches the port's trace file on (a path of at most 259 characters; a longer one is refused) or off
- * (null or empty). -1 for a longer path. The trace tells every device read and write with its bytes in hex. An existing file is
- * kept and gets a new header. 1, also when the file cannot be made (entries then appear once it exists); [port]. */
+ * (null or empty). The trace tells every device read and write with its bytes in hex. An existing file is
+ * kept and gets a new header. 1, also when the file cannot be made (entries then
+ * appear once it exists); -1 also for a longer path. */
 int32_t ComSetPortDebugFile(int32_t port, const char *path);
 
 /* ---- Reading ------------------------------------------------------------------------------------------------- */
@@ -181,15 +182,17 @@ int32_t ComRead(int32_t port, void *buffer, int32_t count);
 /* One byte (0 to 255), -1 none or bad or closed port. */
 int32_t ComGetc(int32_t port);
 /* Waits until `count` bytes are there and reads them; when the time is over, reads what there is. `timeout`
- * in hundredths of a second; below 11: 1000 (10 s). Lets messages through; neither escape nor cancel ends it.
+ * in hundredths of a second; below 11: 1000 (10 s). Lets messages through; neither escape, quit nor cancel ends it.
  * A count above the ring's size waits for the whole time. Bytes read; -1 bad or closed port, also when it is closed meanwhile. */
 int32_t ComReadTimed(int32_t port, void *buffer, int32_t count, int32_t timeout);
 /* Reads until `maximum` bytes (result 1), the byte `terminator` (2; it is stored), or the time (3; seconds plus 0.1 s). `buffer` must
  * hold maximum + 1 bytes and is terminated with a zero byte. 4: escaped (terminated) or cancelled (not terminated).
- * -1: bad or closed port, also when closed meanwhile, terminator below 0, maximum below 0, time-out below 1. A terminator above 255 never comes. */
+ * -1: bad or closed port, also when closed meanwhile, terminator below 0, maximum below 0, time-out below 1. A
+ * terminator above 255 never comes. A maximum of 0 is full at once. Whatever yield is, messages are let
+ * through; a quit request counts as an escape. */
 int32_t ComReadBuf(int32_t port, void *buffer, int32_t terminator, int32_t maximum, int32_t timeout);
 /* Collects until nothing has come for `quiet` tenths of a second, or size - 1 bytes are there; puts a zero
- * byte behind them. Bytes read; -1 bad or closed port (also closed meanwhile), quiet below 1, size below 1, the escape key (27) or a cancel. */
+ * byte behind them. Bytes read; -1 bad or closed port (also closed meanwhile), quiet below 1, size below 1, the escape key (27), a quit request or a cancel. Messages are let through whatever yield is. */
 int32_t ComReadBufToQuiet(int32_t port, void *buffer, int32_t size, int32_t quiet);
 /* Reads what is there, up to and including the byte `terminator` (its low 8 bits) or maximum + 1 bytes. Not terminated. Never waits. Bytes read; [port]. */
 int32_t ComReadBufToEmpty(int32_t port, void *buffer, int32_t terminator, int32_t maximum);
@@ -206,13 +209,13 @@ int32_t ComWrite(int32_t port, void *buffer, int32_t count);
 /* Sends the low 8 bits of `value`. As ComWrite. */
 int32_t ComPutc(int32_t port, int32_t value);
 /* Sends a string; `|` sends a carriage return, `~` pauses one second (letting messages through when yield
- * is set). Bytes that find no room are lost. 1; [port]. */
+ * is set; a quit request cuts the pause short). Bytes that find no room are lost. 1; -1 bad or closed port, also when it is closed meanwhile, or null. */
 int32_t ComPuts(int32_t port, const char *string);
 /* Bytes not yet sent: in the transmit ring and in the device. Count; [port]. */
 int32_t ComOutBufStatus(int32_t port);
 
 /* Discards received data, in the ring and in the device, after a wait: of the port's flush delay (1 s after an
- * open), or of `seconds`. 1; -1 bad or closed port, also when it is closed meanwhile. */
+ * open), or of `seconds`. With yield on, the wait lets messages through and a quit request cuts it short. 1; -1 bad or closed port, also when it is closed meanwhile. */
 int32_t ComFlush(int32_t port);
 int32_t Com_Flush(int32_t port, int32_t seconds);
 /* Discards data not yet sent, in the ring and in the device. 1; [port]. */
@@ -258,7 +261,8 @@ void _chkerror(int32_t value);
 
 /* Tell on every round that brought data: message 0x800A (first parameter 0, second the port number) to a window or to a
  * thread (ComHostThreadId), or a call of a function on the port's I/O thread, which may call anything for its port, the close included (a wait in it holds up the port).
- * 0 or null switches it off. What finds no room in a full receive ring is not told of until the ring is read.
+ * 0 or null switches it off. While the ring is full and the device holds more, it is told again at the port's
+ * pace, every 5 ms at most.
  * 1; [port]. */
 int32_t ComSetNotifyMessageAnyChar(int32_t port, int32_t window);
 int32_t ComSetNotifyThreadMessageAnyChar(int32_t port, uint32_t thread);
@@ -273,8 +277,8 @@ int32_t ComSetDebugFile(int32_t port, const char *path, const char *title);
 int32_t ComSetProtocolDebugFile(int32_t port, const char *path, const char *protocolName);
 int32_t ComSetDebugVerifyFile(int32_t port, const char *path, const char *title);
 
-/* The writers add one stamped entry. 1 written; 0 that log is off; -1 bad or closed port, or a null text;
- * -2 the file cannot be opened. Formatted entries are cut at 1023 characters. */
+/* The writers add one stamped entry. 1 written; 0 that log is off; -1 bad or closed port, a null text, or null bytes;
+ * -2 the file cannot be opened or written. Formatted entries are cut at 1023 characters. */
 int32_t ComWriteDebugFile(int32_t port, const char *format, ...) BRISOLT_FORMAT(2, 3);
 int32_t ComWriteDebugFileString(int32_t port, const char *text);
 /* The text starts on a line of its own. */
@@ -283,10 +287,12 @@ int32_t ComWriteDebugFileStringLF(int32_t port, const char *text);
 int32_t ComWriteDebugFileStringNL(int32_t port, const char *text);
 /* Bytes in hex, at most 500. */
 int32_t ComWriteDebugFileStringHEX(int32_t port, const void *bytes, int32_t length);
-/* To the debug file (not the verify file): a text cut at 1023 characters; bytes as characters and hex, at most 750. */
+/* These two write to the debug file: a text cut at 1023 characters; bytes as characters and hex, at most 750. */
 int32_t ComWriteDebugVerifyFileString(int32_t port, const char *text);
 int32_t ComWriteDebugVerifyFileStringHEX(int32_t port, const void *bytes, int32_t length);
+/* To the verify file. */
 int32_t ComWriteDebugVerifyFile(int32_t port, const char *format, ...) BRISOLT_FORMAT(2, 3);
+/* To the protocol file. */
 int32_t ComWriteProtocolDebugFile(int32_t port, const char *format, ...) BRISOLT_FORMAT(2, 3);
 int32_t ComWriteProtocolDebugFileString(int32_t port, const char *text);
 /* Bytes in hex, at most 1600, the entry cut at 1023 characters. */
@@ -310,7 +316,8 @@ int32_t ComSystem(const char *program, const char *argument1, const char *argume
 /* Runs a command line through the command interpreter and waits; the result of the runtime library's
  * system function. */
 int32_t ComSys(const char *commandLine);
-/* Flushes every buffered output stream of the process. 1. */
+/* Flushes every buffered output stream of the process; one that another thread is reading from holds it up
+ * for a moment only. 1. */
 int32_t ComFlushAll(void);
 
 #ifdef __cplusplus

@@ -3,7 +3,8 @@
  *
  * Conventions
  *   1. Results are 32-bit signed: 1 (or a count, or a handle above 0) for success, 0 for nothing, -1
- *      for failure. A call that fails changes nothing; ComHostGetErrorText then tells why.
+ *      for failure. A call that fails changes nothing; ComHostGetErrorText tells why a device
+ *      or a file was refused.
  *   2. Strings are zero-terminated 8-bit strings. A text that does not fit the caller's buffer is cut
  *      and terminated. Null pointers are refused.
  *   3. Records that may grow begin with their own size, set by whoever makes them.
@@ -236,7 +237,7 @@ int32_t ComHostMapModule(const char *name, const char *path);
 
 /* Every thread has a queue. A queue holds at most COM_HOST_QUEUE_LIMIT messages; posting to a full one
  * fails. A notification (0x800A to 0x800C) equal to one that is still waiting is kept once. The quit request stands
- * outside the queue: it is seen by every wait at once, and ComHostGetMessage reports it after the
+ * outside the queue: the waits see it at once, and ComHostGetMessage reports it after the
  * messages. */
 enum { COM_HOST_QUEUE_LIMIT = 10000 };
 enum { COM_HOST_MESSAGE_QUIT = 0x0012, COM_HOST_MESSAGE_CHAR = 0x0102 };
@@ -267,7 +268,7 @@ int32_t ComHostPostMessage(int32_t window, uint32_t message, uintptr_t first, in
 int32_t ComHostPostThreadMessage(uint32_t thread, uint32_t message, uintptr_t first, intptr_t second);
 /* A typed character, for waits that watch for the escape character. */
 int32_t ComHostPostChar(uint32_t thread, int32_t character);
-/* Asks a thread to end: waits on it return. */
+/* Asks a thread to end: the waits on it that let messages through return, except ComReadTimed. */
 int32_t ComHostPostQuit(uint32_t thread);
 
 /* The calling thread's next message, waiting at most `milliseconds` (below 0: no limit). 1 a message, 0

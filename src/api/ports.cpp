@@ -105,6 +105,7 @@ BRISOLT_EXPORT int32_t ComSuspend(int32_t port) {
     return onPort(port, 0, [](Port& open) {
         open.record->suspendUntil = clock::ticks() + 500;
         open.record->suspended = 1;
+        open.events.wakeAll(); // who waits for bytes fetches them itself meanwhile
         return 1;
     });
 }

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "diag/capture_hook.h"
+#include "port/capture_hook.h"
 #include "platform/file.h"
 #include "platform/process.h"
 #include "util/time_strings.h"

@@ -25,6 +25,8 @@ public:
     bool append(std::string_view text) noexcept;
 
 private:
+    const char* enter(int32_t descriptor, Sharing sharing) noexcept;
+
     int32_t descriptor_ = -1;
     bool registered_ = false;
 };

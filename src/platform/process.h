@@ -12,7 +12,8 @@ void startDetached(const char* program, const char* argument1, const char* argum
 /// The runtime library's system facility, result unchanged.
 int32_t runCommand(const char* commandLine) noexcept;
 
-/// Flushes every buffered output stream of the process.
+/// Flushes every buffered output stream of the process. Waits a moment only for one that another thread is
+/// reading from.
 void flushStreams() noexcept;
 
 } // namespace brisolt::process

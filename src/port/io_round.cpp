@@ -12,7 +12,7 @@ namespace brisolt {
 
 namespace {
 
-std::atomic<void (*)(Port&, Outbox&)> notificationStep{nullptr};
+std::atomic<void (*)(Port&)> notificationStep{nullptr};
 
 void replaceIn(std::span<uint8_t> bytes, uint8_t from, uint8_t to) noexcept {
     std::replace(bytes.begin(), bytes.end(), from, to);
@@ -111,21 +111,25 @@ void directRound(Port& port) noexcept {
 
 namespace {
 
-/// The part of a thread's round under the lock. True when the device had bytes.
-bool lockedRound(Port& port, Outbox& outbox) noexcept {
+/// The receiving part of a thread's round. True when the device had bytes, also when the ring is full and took
+/// none: who is notified is told of them all the same.
+bool receiveLocked(Port& port) noexcept {
     HeldLock lock(port);
-    bool brought = receiveStep(port);
-    if (brought) {
+    bool had = receiveStep(port);
+    if (!had && hasNotifications(port) && port.rx.room().empty())
+        had = statusRead(port, COM_HOST_WANT_IN).inQueue > 0;
+    if (had)
         replacementStep(port);
-        if (auto* step = notificationStep.load(std::memory_order_acquire); step && hasNotifications(port))
-            step(port, outbox);
-    }
-    if (port.isOpen())
-        transmitStep(port);
-    return brought;
+    return had;
 }
 
-bool lockedTake(Port& port) noexcept {
+void transmitLocked(Port& port) noexcept {
+    HeldLock lock(port);
+    if (port.isOpen())
+        transmitStep(port);
+}
+
+bool takeLocked(Port& port) noexcept {
     HeldLock lock(port);
     statusRead(port);
     if (!receiveStep(port))
@@ -136,20 +140,27 @@ bool lockedTake(Port& port) noexcept {
 
 } // namespace
 
-void threadRound(Port& port) noexcept {
-    Outbox outbox;
-    if (!lockedRound(port, outbox))
-        return;
-    port.events.wakeAll();
-    outbox.send(port.number);
-}
-
-void takeFromDevice(Port& port) noexcept {
-    if (lockedTake(port))
+// Whoever is woken for the news wants portLock at once, so it is told after the lock is released.
+bool threadRound(Port& port, bool mayReceive) {
+    bool had = mayReceive && receiveLocked(port);
+    if (had) {
         port.events.wakeAll();
+        if (auto* step = notificationStep.load(std::memory_order_acquire); step && hasNotifications(port))
+            step(port);
+    }
+    if (!port.tx.empty())
+        transmitLocked(port);
+    return had;
 }
 
-void setNotificationStep(void (*step)(Port&, Outbox&)) noexcept {
+bool takeFromDevice(Port& port) noexcept {
+    bool took = takeLocked(port);
+    if (took)
+        port.events.wakeAll();
+    return took;
+}
+
+void setNotificationStep(void (*step)(Port&)) noexcept {
     notificationStep.store(step, std::memory_order_release);
 }
 

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 
-#include "port/outbox.h"
 #include "port/port.h"
 
 namespace brisolt {
@@ -22,15 +21,17 @@ void transmitStep(Port& port) noexcept;
 /// A round in the caller's thread: everything but notifications.
 void directRound(Port& port) noexcept;
 
-/// A round of the I/O thread, notifications included.
-void threadRound(Port& port) noexcept;
+/// A round of the I/O thread, notifications included. It takes portLock itself. `mayReceive` false: the
+/// device is known to hold nothing. True when the device had bytes.
+bool threadRound(Port& port, bool mayReceive);
 
-/// Takes what the device holds for a caller that waits for bytes, as the I/O thread would have.
-void takeFromDevice(Port& port) noexcept;
+/// Takes what the device holds for a caller that waits for bytes, as the I/O thread would have. True when
+/// it had bytes.
+bool takeFromDevice(Port& port) noexcept;
 
-/// What the subsystem of notifications does when a round brought data; set once, on first use. Callers'
-/// functions run at once, messages go into the outbox.
-void setNotificationStep(void (*step)(Port& port, Outbox& outbox)) noexcept;
+/// What the subsystem of notifications does when a round brought data; set once, on first use. It runs
+/// without portLock: a function of the caller's may use other ports, whose functions use this one.
+void setNotificationStep(void (*step)(Port& port)) noexcept;
 /// Whether anybody is to be told of received data on the port.
 bool hasNotifications(const Port& port) noexcept;
 

@@ -111,8 +111,16 @@ template <class Left> void sleepOff(Port& port, Left left) noexcept {
     wake.finish();
 }
 
+/// What a round is for.
+struct Work {
+    bool receive = false;
+    bool transmit = false;
+    bool any() const noexcept { return receive || transmit; }
+};
+
 struct Outlook {
     bool roundNow;   ///< bytes wait in the transmit ring
+    bool tellAgain;  ///< the ring is full, and somebody is notified as long as the device holds more
     uint32_t events; ///< what to wait for on the device
 };
 
@@ -128,18 +136,29 @@ Outlook lookAhead(Port& port, bool watching) noexcept {
         events |= COM_HOST_WAIT_READ;
     if (unsent && lossless)
         events |= COM_HOST_WAIT_WRITE;
-    return {.roundNow = unsent && !lossless, .events = events};
+    return {.roundNow = unsent && !lossless, .tellAgain = !room && hasNotifications(port), .events = events};
 }
 
-/// Without a wait of the driver's, the device is looked at again and again at the port's pace.
-uint32_t sleepBlind(const Port& port, uint32_t events) noexcept {
+/// Where the device cannot wake the thread, it is looked at again and again at the port's pace.
+void sleepBlind(const Port& port) noexcept {
     uint32_t pace = std::max<uint32_t>(port.record->threadSleep, blindPace);
     port.threadWake->sleep(clock::Deadline::in(pace).realMillisecondsLeft());
-    return events;
 }
 
-/// Sleeps until there may be work. True when a round would find some.
-bool waitForWork(Port& port, WatchShare& share) noexcept {
+/// Sleeps on the device, or on the clock where that is no use.
+Work sleepFor(Port& port, const Outlook& outlook, int32_t realMilliseconds) noexcept {
+    if (outlook.roundNow)
+        return {.receive = true, .transmit = true};
+    if (outlook.tellAgain || !port.device.canWait()) {
+        sleepBlind(port);
+        return {.receive = true, .transmit = true};
+    }
+    uint32_t held = port.device.wait(outlook.events, port.threadWake->descriptor(), realMilliseconds);
+    return {.receive = (held & COM_HOST_WAIT_READ) != 0, .transmit = (held & COM_HOST_WAIT_WRITE) != 0};
+}
+
+/// Sleeps until there may be work. What a round would find.
+Work waitForWork(Port& port, WatchShare& share) noexcept {
     Wake& wake = *port.threadWake;
     wake.prepare();
     ThreadWatch watch = port.device.canWait() ? share.choose(port) : ThreadWatch::onDevice;
@@ -148,38 +167,41 @@ bool waitForWork(Port& port, WatchShare& share) noexcept {
     bool crossed = (watch == ThreadWatch::onDevice && watched && !hasNotifications(port)) ||
                    (watch == ThreadWatch::parked && !watched);
     bool due = port.threadRun == 0 || !port.isOpen() || port.record->suspended == 1 || messagesToPump(port);
-    bool work = false;
+    Work work;
     if (!crossed && !due) {
         Outlook outlook = lookAhead(port, watch == ThreadWatch::onDevice);
-        work = outlook.roundNow;
         int32_t left = watch == ThreadWatch::aside ? share.asideUntil.realMillisecondsLeft() : -1;
-        if (!work && !port.device.canWait())
-            work = sleepBlind(port, outlook.events) != 0;
-        else if (!work)
-            work = port.device.wait(outlook.events, wake.descriptor(), left) != 0;
+        work = sleepFor(port, outlook, left);
     }
     port.threadWatch = ThreadWatch::away;
     wake.finish();
     return work;
 }
 
+void runRound(Port& port, const Work& work, Pace& pace) {
+    bool had = threadRound(port, work.receive);
+    pace.lastRound = clock::ticks();
+    statusRead(port);
+    bool promisedNothing = work.receive && !work.transmit && !had;
+    if (promisedNothing) // a device that says it has bytes and gives none must not keep us running
+        sleepOff(port, [] { return blindPace; });
+}
+
 void run(Port& port) {
     WatchShare share;
     Pace pace{.lastRound = clock::ticks() - port.record->threadSleep - 1};
-    bool work = false;
+    Work work;
     while (port.threadRun != 0 && port.isOpen()) {
         if (suspendedFor(port) > 0) {
             sleepOff(port, [&port] { return suspendedFor(port); });
-        } else if (!work) {
+        } else if (!work.any()) {
             serviceMessages(port);
             work = waitForWork(port, share);
         } else if (pace.left(port) > 0) {
             sleepOff(port, [&port, &pace] { return pace.left(port); });
         } else {
-            threadRound(port);
-            work = false;
-            pace.lastRound = clock::ticks();
-            statusRead(port);
+            runRound(port, work, pace);
+            work = {};
         }
     }
     stop(port);

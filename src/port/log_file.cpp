@@ -5,7 +5,7 @@
 #include <cstring>
 #include <mutex>
 
-#include "diag/capture_hook.h"
+#include "port/capture_hook.h"
 #include "platform/file.h"
 #include "platform/process.h"
 #include "util/time_strings.h"

@@ -19,7 +19,9 @@ uint32_t milliseconds(int64_t value, int64_t unit, int64_t more = 0) {
 /// Sleeps until bytes or something else to look at come; the caller looked at its conditions at `seen`.
 /// A quit that this wait does not end on stays pending: then messages are not handled, nor waited for.
 void sleepForBytes(Port& port, uint32_t seen, bool endsOnQuit, bool messages, const clock::Deadline& until) {
-    WaitFor what{.bytes = true, .messages = messages && !message::quitPending(), .quit = messages && endsOnQuit};
+    bool asked = port.record->escapeFunc.load() != nullptr; // a function in its place knows no quit
+    bool handled = messages && (asked || !message::quitPending());
+    WaitFor what{.bytes = true, .messages = handled, .quit = messages && endsOnQuit};
     sleepOnPort(port, seen, what, nextLook(port, what, until));
 }
 
@@ -126,7 +128,8 @@ int32_t readToQuiet(Port& port, uint8_t* buffer, int32_t size, int32_t tenths) {
         }
         bool full = n >= size - 1;
         if (full || deadline.passed()) {
-            int32_t got = read(port, buffer, full ? size - 1 : n);
+            int32_t wanted = full ? size - 1 : n;
+            int32_t got = std::min(read(port, buffer, wanted), wanted); // a driver function may say more
             if (got < 0)
                 return -1;
             buffer[got] = 0;

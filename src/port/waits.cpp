@@ -19,8 +19,9 @@ class DeviceWatch {
 public:
     DeviceWatch(Port& port, bool wanted) noexcept : port_(port) {
         bool notifying = hasNotifications(port);
-        bool threadIsQuick = notifying && port.record->threadSleep == 0 && !onIoThread(port);
-        if (!wanted || !port.device.canWait() || threadIsQuick || port.closing != 0 || !hasRoom())
+        bool threadIsQuick = notifying && port.record->threadSleep == 0 && port.record->suspended != 1;
+        bool leaveToThread = threadIsQuick && !onIoThread(port);
+        if (!wanted || !port.device.canWait() || leaveToThread || port.closing != 0 || !mayTake(notifying))
             return;
         watching_ = true;
         if (!port.threaded() || notifying)
@@ -43,10 +44,11 @@ public:
     bool watching() const noexcept { return watching_; }
 
 private:
-    // A full ring takes nothing; watching a device that has bytes for it would not be a sleep.
-    bool hasRoom() const noexcept {
+    // A full ring takes nothing; watching a device that has bytes for it would not be a sleep. What somebody
+    // is notified of is the thread's to fetch, but for the first bytes of an empty ring.
+    bool mayTake(bool notifying) const noexcept {
         HeldLock lock(port_);
-        return !port_.rx.room().empty();
+        return notifying ? port_.rx.count() == 0 : !port_.rx.room().empty();
     }
     Port& port_;
     bool watching_ = false;
@@ -125,8 +127,12 @@ void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline&
             ready = sleepOnce(port, wake, watch.watching(), until.realMillisecondsLeft());
         wake.finish();
     }
-    if (ready && port.threaded())
-        takeFromDevice(port);
+    bool promisedNothing = ready && port.threaded() && !takeFromDevice(port);
+    if (promisedNothing && port.events.count() == seen) { // nor may such a device keep a caller running
+        wake.prepare();
+        wake.sleep(static_cast<int32_t>(pollPace));
+        wake.finish();
+    }
 }
 
 clock::Deadline nextLook(const Port& port, WaitFor what, const clock::Deadline& until) noexcept {

@@ -1,5 +1,6 @@
 #include "script/notifications.h"
 
+#include "platform/message.h"
 #include "port/io_round.h"
 
 namespace brisolt {
@@ -8,17 +9,19 @@ namespace {
 
 constexpr uint32_t anyDataMessage = 0x800A;
 
-/// Runs on the I/O thread, in a round, with portLock held.
-void notify(Port& port, Outbox& outbox) {
+/// Runs on the I/O thread, between the receiving and the sending of a round. A failed post is nobody's business
+/// here: the receiver is gone, or does not look.
+void notify(Port& port) {
     const PortRecord& record = *port.record;
+    int32_t number = port.number;
     if (ComPortFunc function = record.anyCharCallback)
-        function(port.number);
+        function(number);
     if (!port.isOpen())
         return; // the function has closed it
     if (int32_t window = record.anyCharWindow; window != 0)
-        outbox.toWindow(window, anyDataMessage);
+        message::postToWindow(window, anyDataMessage, 0, number);
     if (uint32_t thread = record.anyCharThread; thread != 0)
-        outbox.toThread(thread, anyDataMessage);
+        message::postToThread(thread, anyDataMessage, 0, number);
 }
 
 /// A target has changed: the thread may have to watch the device itself now, or need not any more.

@@ -6,10 +6,13 @@
 #include <exception>
 #include <fcntl.h>
 #include <mutex>
+#include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
+
+#include "platform/error_text.h"
 
 namespace brisolt::file {
 namespace {
@@ -76,25 +79,50 @@ bool lockAgainstOthers(int32_t descriptor, Sharing sharing) noexcept {
     return ::flock(descriptor, operation | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
+/// For people. A file that need not be there may be missing without a word.
+void tellRefusal(const char* path, Missing missing, const char* reason) noexcept try {
+    if (missing == Missing::create)
+        setErrorText("cannot write to " + std::string(path) + ": " + reason);
+} catch (const std::exception&) {
+    return; // no memory for the text
+}
+
 } // namespace
 
 Appender::Appender(const char* path, Sharing sharing, Missing missing) noexcept {
     int32_t descriptor = openNamed(path, missing);
-    if (descriptor < 0)
+    if (descriptor < 0) {
+        tellRefusal(path, missing, std::strerror(errno));
         return;
-    struct stat status {};
-    bool usable = ::fstat(descriptor, &status) == 0 && (S_ISREG(status.st_mode) || S_ISCHR(status.st_mode));
-    // A device takes what everybody sends: there are no entries in it to protect.
-    if (usable && S_ISREG(status.st_mode)) {
-        registered_ = OpenFiles::instance().enter({descriptor, status.st_dev, status.st_ino, sharing});
-        usable = registered_ && lockAgainstOthers(descriptor, sharing);
     }
-    if (!usable && registered_)
-        OpenFiles::instance().leave(descriptor);
-    if (!usable)
+    const char* reason = enter(descriptor, sharing);
+    if (reason != nullptr) {
+        tellRefusal(path, missing, reason);
         ::close(descriptor);
-    else
-        descriptor_ = descriptor;
+        return;
+    }
+    descriptor_ = descriptor;
+}
+
+/// Null, or why the open file cannot be used.
+const char* Appender::enter(int32_t descriptor, Sharing sharing) noexcept {
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0 || !(S_ISREG(status.st_mode) || S_ISCHR(status.st_mode)))
+        return "it is no file to write to";
+    // A device takes what everybody sends: there are no entries in it to protect.
+    if (!S_ISREG(status.st_mode))
+        return nullptr;
+    constexpr mode_t anybodyWrites = S_IWUSR | S_IWGRP | S_IWOTH;
+    if ((status.st_mode & anybodyWrites) == 0)
+        return "it is read-only"; // for the superuser, too
+    registered_ = OpenFiles::instance().enter({descriptor, status.st_dev, status.st_ino, sharing});
+    if (!registered_)
+        return "this program is writing to it";
+    if (lockAgainstOthers(descriptor, sharing))
+        return nullptr;
+    OpenFiles::instance().leave(descriptor);
+    registered_ = false;
+    return "another program is writing to it";
 }
 
 Appender::~Appender() {

@@ -1,14 +1,20 @@
 #include "platform/process.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <initializer_list>
+#include <mutex>
 
 #include <pthread.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "platform/thread.h"
 
 namespace brisolt::process {
 
@@ -65,20 +71,65 @@ int32_t runCommand(const char* commandLine) noexcept {
     return std::system(commandLine);
 }
 
-// The runtime library locks every stream to flush all of them, the reading ones too, and a thread that waits
-// for a line from the terminal holds the lock of standard input. In that case only the two standard output
-// streams are flushed. Other streams that are being read from tell nobody; behind those we wait.
-void flushStreams() noexcept {
-    if (ftrylockfile(stdin) == 0) {
-        fflush(nullptr);
-        funlockfile(stdin);
-        return;
+namespace {
+
+/// Flushes for others, on a thread of its own: the runtime library locks every stream to flush all of them,
+/// and one that somebody reads from, say a pipe that is silent, is locked for as long as that takes.
+class Flusher {
+public:
+    /// Returns when all streams are flushed, or after a while when a reader is in the way.
+    void flush() {
+        std::unique_lock lock(mutex_);
+        if (owner_ != getpid() && !begin())
+            return;
+        uint64_t mine = ++asked_;
+        changed_.notify_all();
+        changed_.wait_for(lock, patience, [&] { return done_ >= mine; });
     }
-    for (FILE* stream : {stdout, stderr}) {
-        if (ftrylockfile(stream) == 0) {
-            fflush(stream);
-            funlockfile(stream);
+
+    static Flusher& instance() {
+        static Flusher& only = *new Flusher; // never destroyed: its thread lives to the end
+        return only;
+    }
+
+private:
+    static constexpr std::chrono::milliseconds patience{50};
+
+    /// The thread, also in a child process, which has none of its parent's.
+    bool begin() {
+        done_ = asked_;
+        owner_ = thread::start([](void* self) { static_cast<Flusher*>(self)->run(); }, this, "brisolt-flush")
+                     ? getpid()
+                     : 0;
+        return owner_ != 0;
+    }
+    void run() {
+        std::unique_lock lock(mutex_);
+        for (;;) {
+            changed_.wait(lock, [&] { return done_ < asked_; });
+            uint64_t upTo = asked_;
+            lock.unlock();
+            fflush(nullptr);
+            lock.lock();
+            done_ = std::max(done_, upTo);
+            changed_.notify_all();
         }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    pid_t owner_ = 0;
+    uint64_t asked_ = 0;
+    uint64_t done_ = 0;
+};
+
+} // namespace
+
+void flushStreams() noexcept {
+    try {
+        Flusher::instance().flush();
+    } catch (...) {
+        return; // nothing is lost: the streams are flushed another time
     }
 }
 
