@@ -142,7 +142,8 @@ bool takeLocked(Port& port) noexcept {
 
 // Whoever is woken for the news wants portLock at once, so it is told after the lock is released.
 bool threadRound(Port& port, bool mayReceive) {
-    bool had = mayReceive && receiveLocked(port);
+    bool untold = port.untold.exchange(0) != 0;
+    bool had = (mayReceive && receiveLocked(port)) || untold;
     if (had) {
         port.events.wakeAll();
         if (auto* step = notificationStep.load(std::memory_order_acquire); step && hasNotifications(port))
@@ -154,10 +155,14 @@ bool threadRound(Port& port, bool mayReceive) {
 }
 
 bool takeFromDevice(Port& port) noexcept {
-    bool took = takeLocked(port);
-    if (took)
-        port.events.wakeAll();
-    return took;
+    if (!takeLocked(port))
+        return false;
+    port.events.wakeAll();
+    if (hasNotifications(port)) {
+        port.untold = 1;
+        port.wakeThread();
+    }
+    return true;
 }
 
 void setNotificationStep(void (*step)(Port&)) noexcept {

@@ -25,8 +25,8 @@ void directRound(Port& port) noexcept;
 /// device is known to hold nothing. True when the device had bytes.
 bool threadRound(Port& port, bool mayReceive);
 
-/// Takes what the device holds for a caller that waits for bytes, as the I/O thread would have. True when
-/// it had bytes.
+/// Takes what the device holds for a caller that waits for bytes, as the I/O thread would have; who is notified
+/// of data hears of it from the thread. True when the device had bytes.
 bool takeFromDevice(Port& port) noexcept;
 
 /// What the subsystem of notifications does when a round brought data; set once, on first use. It runs

@@ -119,7 +119,7 @@ struct Work {
 };
 
 struct Outlook {
-    bool roundNow;   ///< bytes wait in the transmit ring
+    bool roundNow;   ///< bytes wait in the transmit ring, or news to be told
     bool tellAgain;  ///< the ring is full, and somebody is notified as long as the device holds more
     uint32_t events; ///< what to wait for on the device
 };
@@ -136,7 +136,7 @@ Outlook lookAhead(Port& port, bool watching) noexcept {
         events |= COM_HOST_WAIT_READ;
     if (unsent && lossless)
         events |= COM_HOST_WAIT_WRITE;
-    return {.roundNow = unsent && !lossless, .tellAgain = !room && hasNotifications(port), .events = events};
+    return {.roundNow = (unsent && !lossless) || port.untold != 0, .tellAgain = !room && hasNotifications(port), .events = events};
 }
 
 /// Where the device cannot wake the thread, it is looked at again and again at the port's pace.

@@ -57,6 +57,8 @@ struct Port {
     std::atomic<int32_t> watchers{0}; ///< callers that watch the device now
     std::atomic<uint32_t> watches{0}; ///< how often one began
 
+    std::atomic<int32_t> untold{0};    ///< a caller took bytes that the thread has yet to notify somebody of
+
     std::atomic<int32_t> lossless{0};
     std::atomic<int32_t> traceOn{0}; ///< the trace file has a name
     std::mutex logMutex;             ///< the log file names of the record

@@ -41,6 +41,7 @@ void reset(Port& port, int32_t number) noexcept {
     port.threadWatch = ThreadWatch::away;
     port.watchers = 0;
     port.watches = 0;
+    port.untold = 0;
     port.lossless = 0;
     port.traceOn = 0;
 }

@@ -21,7 +21,7 @@ public:
         bool notifying = hasNotifications(port);
         bool threadIsQuick = notifying && port.record->threadSleep == 0 && port.record->suspended != 1;
         bool leaveToThread = threadIsQuick && !onIoThread(port);
-        if (!wanted || !port.device.canWait() || leaveToThread || port.closing != 0 || !mayTake(notifying))
+        if (!wanted || !port.device.canWait() || leaveToThread || port.closing != 0 || !hasRoom())
             return;
         watching_ = true;
         if (!port.threaded() || notifying)
@@ -44,11 +44,10 @@ public:
     bool watching() const noexcept { return watching_; }
 
 private:
-    // A full ring takes nothing; watching a device that has bytes for it would not be a sleep. What somebody
-    // is notified of is the thread's to fetch, but for the first bytes of an empty ring.
-    bool mayTake(bool notifying) const noexcept {
+    // A full ring takes nothing; watching a device that has bytes for it would not be a sleep.
+    bool hasRoom() const noexcept {
         HeldLock lock(port_);
-        return notifying ? port_.rx.count() == 0 : !port_.rx.room().empty();
+        return !port_.rx.room().empty();
     }
     Port& port_;
     bool watching_ = false;

@@ -20,7 +20,7 @@
 #include <unistd.h>
 
 #include "api/brisolt.h"
-#include "diag/capture_hook.h"
+#include "port/capture_hook.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "port/log_file.h"
