@@ -12,7 +12,8 @@ namespace brisolt {
 
 /// f(port) with a hold on the open port of that number; `otherwise` for a bad or closed port, and when
 /// memory runs out inside.
-template <class F> auto onPort(int32_t number, decltype(std::declval<F>()(std::declval<Port&>())) otherwise, F&& f) noexcept {
+template <class F>
+auto onPort(int32_t number, decltype(std::declval<F>()(std::declval<Port&>())) otherwise, F&& f) noexcept {
     HeldPort port(number);
     if (!port)
         return otherwise;

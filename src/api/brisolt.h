@@ -34,7 +34,7 @@ extern "C" {
 #define BRISOLT_FORMAT(text, first)
 #endif
 
-/* ---- Functions that a caller supplies -------------------------------------------------------------- */
+/* ---- Functions that a caller supplies ------------------------------------------------------------ */
 
 typedef int32_t (*ComPortFunc)(int32_t port);
 typedef int32_t (*ComPortValueFunc)(int32_t port, int32_t value);
@@ -43,7 +43,7 @@ typedef int32_t (*ComReadFunc)(int32_t port, void *buffer, int32_t count);
 typedef int32_t (*ComWriteFunc)(int32_t port, const void *buffer, int32_t count);
 typedef int32_t (*ComEscapeFunc)(int32_t port, int32_t character);
 
-/* ---- Records ---------------------------------------------------------------------------------------- */
+/* ---- Records ------------------------------------------------------------------------------------- */
 
 #pragma pack(push, 1)
 /* Progress of a file transfer on a port; its address comes from ComGetShow. 572 bytes, no gaps. */
@@ -64,7 +64,7 @@ typedef struct ComShowRecord {
 } ComShowRecord;
 #pragma pack(pop)
 
-/* ---- Tracked memory ----------------------------------------------------------------------------------- */
+/* ---- Tracked memory ------------------------------------------------------------------------------ */
 
 /* The address of a port's record, or null for a bad port or a port that is not open. The record is the
  * library's own; it lives until the port is closed. */
@@ -84,7 +84,7 @@ int32_t ComFree(int32_t port, void *address);
 /* Releases every block of the port's pool. 1; -1 bad port. */
 int32_t ComFreeAll(int32_t port);
 
-/* ---- Opening and closing -------------------------------------------------------------------------------- */
+/* ---- Opening and closing ------------------------------------------------------------------------- */
 
 /*
  * Opens the serial device of `port`: the path given to ComHostMapDevice, else /dev/comN, else
@@ -107,10 +107,12 @@ int32_t ComOpen(const char *deviceName, int32_t port, int32_t baudRate, int32_t 
                 int32_t stopBits, uint32_t rxBufSize, uint32_t txBufSize);
 
 /* Opens a port on a device handle that the caller holds and keeps: a handle of ComHostOpenDevice or any
- * descriptor of a terminal device. Arguments as for ComOpen; the pace is 200 ms. Differences in results: -25 invalid handle (all ones), or a handle that is no
- * serial device; -26 properties unreadable; -32 baud rate above the device's maximum; -33 only on devices that check parity; -34 also
- * for 8 data bits with parity. After -33, -35 and a -34 for data bits outside 4 to 8 the handle is closed;
- * after all other failures it stays the caller's. "THUNK" gives direct mode only on hosts of platform identifier 1, which this is not. */
+ * descriptor of a terminal device. Arguments as for ComOpen; the pace is 200 ms. Differences in results:
+ * -25 invalid handle (all ones), or a handle that is no serial device; -26 properties unreadable; -32 baud
+ * rate above the device's maximum; -33 only on devices that check parity; -34 also for 8 data bits with
+ * parity. After -33, -35 and a -34 for data bits outside 4 to 8 the handle is closed; after all other
+ * failures it stays the caller's. "THUNK" gives direct mode only on hosts of platform identifier 1, which
+ * this is not. */
 int32_t ComPreOpen(const char *deviceName, int32_t port, int32_t baudRate, int32_t dataBits, int32_t parity,
                    int32_t stopBits, uint32_t rxBufSize, uint32_t txBufSize, int32_t deviceHandle);
 
@@ -120,10 +122,10 @@ int32_t CPreOpen(int32_t port, int32_t baudRate, int32_t dataBits, int32_t parit
 
 /* Closes a port: stops its thread (at most some 5 s when it is held up), lowers DTR, closes the device,
  * restores the settings the device had, releases all memory of the port. Takes some 0.6 s, in direct mode
- * 5.6 s. A write or wait in progress ends at once. Of a port of ComPreOpen it closes the caller's handle too.
- * May be called from a notification function of the port; then, and when some function of the caller's is
- * still running inside the port, the device is closed when that function has returned, and can be opened
- * again only after that. 1; -1 not open, or another thread is closing it. */
+ * 5.6 s. A write or wait in progress ends at once. Of a port of ComPreOpen it closes the caller's handle
+ * too. May be called from a notification function of the port; then, and when some function of the
+ * caller's is still running inside the port, the device is closed when that function has returned, and can
+ * be opened again only after that. 1; -1 not open, or another thread is closing it. */
 int32_t ComClose(int32_t port);
 /* The same for a port of ComPreOpen: DTR, the line settings and the caller's handle are left as they are. A
  * port of ComOpen has its device closed all the same. */
@@ -131,11 +133,11 @@ int32_t ComPreClose(int32_t port);
 
 /* 1 the port is open, else 0 (also for a bad port number). */
 int32_t ComOpenState(int32_t port);
-/* The device handle of an open port (on this host a descriptor), -1. That of a port of ComOpen belongs to the
- * library. */
+/* The device handle of an open port (on this host a descriptor), -1. That of a port of ComOpen belongs to
+ * the library. */
 int32_t ComPortdcb(int32_t port);
 
-/* ---- Control lines and flow control ------------------------------------------------------------------------ */
+/* ---- Control lines and flow control -------------------------------------------------------------- */
 
 /* Flow control: 0 RTS/CTS, 1 XON/XOFF, 2 none, 3 DTR/DSR, 4 RTS/CTS and DTR/DSR, 5 XON/XOFF and DTR/DSR.
  * Discards what the device's queues hold and raises DTR and RTS. 1 (whatever the device answers); -1 bad
@@ -148,7 +150,7 @@ int32_t ComSetRTS(int32_t port);
 int32_t ComClearDTR(int32_t port);
 int32_t ComClearRTS(int32_t port);
 
-/* ---- The I/O thread and the port trace ----------------------------------------------------------------------- */
+/* ---- The I/O thread and the port trace ----------------------------------------------------------- */
 
 /* These give 0 when the port is bad or not open, else 1 unless said otherwise. */
 
@@ -175,31 +177,35 @@ int32_t ComOutBufSize(int32_t port);
  * appear once it exists); -1 also for a longer path. */
 int32_t ComSetPortDebugFile(int32_t port, const char *path);
 
-/* ---- Reading ------------------------------------------------------------------------------------------------- */
+/* ---- Reading ------------------------------------------------------------------------------------- */
 
-/* Takes up to `count` bytes out of the receive ring; never waits. Bytes copied, 0 none (or count below 1); [port]. */
+/* Takes up to `count` bytes out of the receive ring; never waits. Bytes copied, 0 none (or count below 1);
+ * [port]. */
 int32_t ComRead(int32_t port, void *buffer, int32_t count);
 /* One byte (0 to 255), -1 none or bad or closed port. */
 int32_t ComGetc(int32_t port);
-/* Waits until `count` bytes are there and reads them; when the time is over, reads what there is. `timeout`
- * in hundredths of a second; below 11: 1000 (10 s). Lets messages through; neither escape, quit nor cancel ends it.
- * A count above the ring's size waits for the whole time. Bytes read; -1 bad or closed port, also when it is closed meanwhile. */
+/* Waits until `count` bytes are there and reads them; when the time is over, reads what there is.
+ * `timeout` in hundredths of a second; below 11: 1000 (10 s). Lets messages through; neither escape, quit
+ * nor cancel ends it. A count above the ring's size waits for the whole time. Bytes read; -1 bad or closed
+ * port, also when it is closed meanwhile. */
 int32_t ComReadTimed(int32_t port, void *buffer, int32_t count, int32_t timeout);
-/* Reads until `maximum` bytes (result 1), the byte `terminator` (2; it is stored), or the time (3; seconds plus 0.1 s). `buffer` must
- * hold maximum + 1 bytes and is terminated with a zero byte. 4: escaped (terminated) or cancelled (not terminated).
- * -1: bad or closed port, also when closed meanwhile, terminator below 0, maximum below 0, time-out below 1. A
- * terminator above 255 never comes. A maximum of 0 is full at once. Whatever yield is, messages are let
- * through; a quit request counts as an escape. */
+/* Reads until `maximum` bytes (result 1), the byte `terminator` (2; it is stored), or the time (3; seconds
+ * plus 0.1 s). `buffer` must hold maximum + 1 bytes and is terminated with a zero byte. 4: escaped
+ * (terminated) or cancelled (not terminated). -1: bad or closed port, also when closed meanwhile,
+ * terminator below 0, maximum below 0, time-out below 1. A terminator above 255 never comes. A maximum of
+ * 0 is full at once. Whatever yield is, messages are let through; a quit request counts as an escape. */
 int32_t ComReadBuf(int32_t port, void *buffer, int32_t terminator, int32_t maximum, int32_t timeout);
 /* Collects until nothing has come for `quiet` tenths of a second, or size - 1 bytes are there; puts a zero
- * byte behind them. Bytes read; -1 bad or closed port (also closed meanwhile), quiet below 1, size below 1, the escape key (27), a quit request or a cancel. Messages are let through whatever yield is. */
+ * byte behind them. Bytes read; -1 bad or closed port (also closed meanwhile), quiet below 1, size below
+ * 1, the escape key (27), a quit request or a cancel. Messages are let through whatever yield is. */
 int32_t ComReadBufToQuiet(int32_t port, void *buffer, int32_t size, int32_t quiet);
-/* Reads what is there, up to and including the byte `terminator` (its low 8 bits) or maximum + 1 bytes. Not terminated. Never waits. Bytes read; [port]. */
+/* Reads what is there, up to and including the byte `terminator` (its low 8 bits) or maximum + 1 bytes.
+ * Not terminated. Never waits. Bytes read; [port]. */
 int32_t ComReadBufToEmpty(int32_t port, void *buffer, int32_t terminator, int32_t maximum);
 /* Bytes waiting in the receive ring; on an empty ring takes what the device holds. Count; [port]. */
 int32_t ComStatus(int32_t port);
 
-/* ---- Writing -------------------------------------------------------------------------------------------------- */
+/* ---- Writing ------------------------------------------------------------------------------------- */
 
 /* Sends `count` bytes: straight to the device when nothing is queued and it has room, else into the
  * transmit ring. Never waits for room in the ring; straight to the device it waits until the line has
@@ -209,43 +215,49 @@ int32_t ComWrite(int32_t port, void *buffer, int32_t count);
 /* Sends the low 8 bits of `value`. As ComWrite. */
 int32_t ComPutc(int32_t port, int32_t value);
 /* Sends a string; `|` sends a carriage return, `~` pauses one second (letting messages through when yield
- * is set; a quit request cuts the pause short). Bytes that find no room are lost. 1; -1 bad or closed port, also when it is closed meanwhile, or null. */
+ * is set; a quit request cuts the pause short). Bytes that find no room are lost. 1; -1 bad or closed
+ * port, also when it is closed meanwhile, or null. */
 int32_t ComPuts(int32_t port, const char *string);
 /* Bytes not yet sent: in the transmit ring and in the device. Count; [port]. */
 int32_t ComOutBufStatus(int32_t port);
 
-/* Discards received data, in the ring and in the device, after a wait: of the port's flush delay (1 s after an
- * open), or of `seconds`. With yield on, the wait lets messages through and a quit request cuts it short. 1; -1 bad or closed port, also when it is closed meanwhile. */
+/* Discards received data, in the ring and in the device, after a wait: of the port's flush delay (1 s
+ * after an open), or of `seconds`. With yield on, the wait lets messages through and a quit request cuts
+ * it short. 1; -1 bad or closed port, also when it is closed meanwhile. */
 int32_t ComFlush(int32_t port);
 int32_t Com_Flush(int32_t port, int32_t seconds);
 /* Discards data not yet sent, in the ring and in the device. 1; [port]. */
 int32_t ComFlushOutBuf(int32_t port);
-/* Waits until the device has sent what it was given, at most for the write time-out. Nonzero success, 0 not all sent; [port]. */
+/* Waits until the device has sent what it was given, at most for the write time-out. Nonzero success, 0
+ * not all sent; [port]. */
 int32_t ComFlushImmediate(int32_t port);
-/* How long a device write may take, in milliseconds (2000 after ComOpen, no limit after ComPreOpen); 0 or all
- * ones: no limit. 1; [port]. */
+/* How long a device write may take, in milliseconds (2000 after ComOpen, no limit after ComPreOpen); 0 or
+ * all ones: no limit. 1; [port]. */
 int32_t ComSetWriteTimeout(int32_t port, uint32_t milliseconds);
 /* Largest block of one device write, clamped to 1 to 1200 (1024 after an open). 1; [port]. */
 int32_t ComSetPortMaxWriteChars(int32_t port, int32_t count);
-/* enable 1 or more: a byte with a parity error is replaced by `replacement` (its low 8 bits); below 1: off. Until the next change of the line settings. 1; -1 also when the device refuses. */
+/* enable 1 or more: a byte with a parity error is replaced by `replacement` (its low 8 bits); below 1:
+ * off. Until the next change of the line settings. 1; -1 also when the device refuses. */
 int32_t ComSetLineErrorReplacement(int32_t port, int32_t enable, int32_t replacement);
 /* Line errors since the last call (COM_HOST_ERROR_... of brisolt_host.h), then cleared; [port]. */
 int32_t ComGetLineError(int32_t port);
 
-/* ---- Waiting, escape and cancel --------------------------------------------------------------------------------- */
+/* ---- Waiting, escape and cancel ------------------------------------------------------------------ */
 
-/* Handles the calling thread's messages and tells whether the escape character `character` (low 8 bits) was typed. 1 escape, quit
- * requested, or the port closed while looking; 0 no; -1 bad or closed port. */
+/* Handles the calling thread's messages and tells whether the escape character `character` (low 8 bits)
+ * was typed. 1 escape, quit requested, or the port closed while looking; 0 no; -1 bad or closed port. */
 int32_t ComEscape(int32_t port, int32_t character);
 /* Handles the calling thread's messages. 1 quit requested, 0 queue empty. */
 int32_t ComServiceMessagePump(void);
-/* Sleep; with the port's yield on (the default) messages are let through. 1 slept; -1 escape or quit, bad or closed port, also when closed meanwhile. A time below 1 returns 1 at once. */
+/* Sleep; with the port's yield on (the default) messages are let through. 1 slept; -1 escape or quit, bad
+ * or closed port, also when closed meanwhile. A time below 1 returns 1 at once. */
 int32_t ComSleep(int32_t port, int32_t seconds);
 int32_t ComSleepMS(int32_t port, int32_t milliseconds);
-/* Ends the cancellable operation that runs on the port, with that operation's cancel result. Without one running it
- * is forgotten by the next that starts. 1; [port]. */
+/* Ends the cancellable operation that runs on the port, with that operation's cancel result. Without one
+ * running it is forgotten by the next that starts. 1; [port]. */
 int32_t ComCancel(int32_t port);
-/* The escape character that waits on the port watch for (low 8 bits; 0 after an open). 1; [port]. The character, 0 bad or closed port. */
+/* The escape character that waits on the port watch for (low 8 bits; 0 after an open). 1; [port]. The
+ * character, 0 bad or closed port. */
 int32_t ComPortSetEscapeChar(int32_t port, int32_t character);
 int32_t ComPortGetEscapeChar(int32_t port);
 /* Nonzero (the default): waits let messages through and watch for the escape character. 1; [port]. */
@@ -257,28 +269,29 @@ int32_t ComTiming(void);
 /* Does nothing. */
 void _chkerror(int32_t value);
 
-/* ---- Notifications on received data ------------------------------------------------------------------------------- */
+/* ---- Notifications on received data -------------------------------------------------------------- */
 
-/* Tell on every round that brought data: message 0x800A (first parameter 0, second the port number) to a window or to a
- * thread (ComHostThreadId), or a call of a function on the port's I/O thread, which may call anything for its port, the close included (a wait in it holds up the port).
- * 0 or null switches it off. While the ring is full and the device holds more, it is told again at the port's
- * pace, every 5 ms at most.
- * 1; [port]. */
+/* Tell on every round that brought data: message 0x800A (first parameter 0, second the port number) to a
+ * window or to a thread (ComHostThreadId), or a call of a function on the port's I/O thread, which may
+ * call anything for its port, the close included (a wait in it holds up the port). 0 or null switches it
+ * off. While the ring is full and the device holds more, it is told again at the port's pace, every 5 ms
+ * at most. 1; [port]. */
 int32_t ComSetNotifyMessageAnyChar(int32_t port, int32_t window);
 int32_t ComSetNotifyThreadMessageAnyChar(int32_t port, uint32_t thread);
 int32_t ComSetNotifyMessageOnAnyCharCallBackFunc(int32_t port, ComPortFunc function);
 
-/* ---- Debug, protocol and verify log files --------------------------------------------------------------------------- */
+/* ---- Debug, protocol and verify log files -------------------------------------------------------- */
 
 /* Each open port may carry three more log files. The setters switch a log on (a path of at most 259
  * characters; a longer one is refused with -1) or off (null or empty) and write a header with the title
- * (null: empty). 1; -1 bad or closed port; -2 the file cannot be opened (the log stays on and later entries try again). */
+ * (null: empty). 1; -1 bad or closed port; -2 the file cannot be opened (the log stays on and later
+ * entries try again). */
 int32_t ComSetDebugFile(int32_t port, const char *path, const char *title);
 int32_t ComSetProtocolDebugFile(int32_t port, const char *path, const char *protocolName);
 int32_t ComSetDebugVerifyFile(int32_t port, const char *path, const char *title);
 
-/* The writers add one stamped entry. 1 written; 0 that log is off; -1 bad or closed port, a null text, or null bytes;
- * -2 the file cannot be opened or written. Formatted entries are cut at 1023 characters. */
+/* The writers add one stamped entry. 1 written; 0 that log is off; -1 bad or closed port, a null text, or
+ * null bytes; -2 the file cannot be opened or written. Formatted entries are cut at 1023 characters. */
 int32_t ComWriteDebugFile(int32_t port, const char *format, ...) BRISOLT_FORMAT(2, 3);
 int32_t ComWriteDebugFileString(int32_t port, const char *text);
 /* The text starts on a line of its own. */
@@ -287,7 +300,8 @@ int32_t ComWriteDebugFileStringLF(int32_t port, const char *text);
 int32_t ComWriteDebugFileStringNL(int32_t port, const char *text);
 /* Bytes in hex, at most 500. */
 int32_t ComWriteDebugFileStringHEX(int32_t port, const void *bytes, int32_t length);
-/* These two write to the debug file: a text cut at 1023 characters; bytes as characters and hex, at most 750. */
+/* These two write to the debug file: a text cut at 1023 characters; bytes as characters and hex, at most
+ * 750. */
 int32_t ComWriteDebugVerifyFileString(int32_t port, const char *text);
 int32_t ComWriteDebugVerifyFileStringHEX(int32_t port, const void *bytes, int32_t length);
 /* To the verify file. */
@@ -298,7 +312,7 @@ int32_t ComWriteProtocolDebugFileString(int32_t port, const char *text);
 /* Bytes in hex, at most 1600, the entry cut at 1023 characters. */
 int32_t ComWriteProtocolDebugFileStringHEX(int32_t port, const void *bytes, int32_t length);
 
-/* ---- Time, hex and process helpers ------------------------------------------------------------------------------------ */
+/* ---- Time, hex and process helpers --------------------------------------------------------------- */
 
 /* Local time as hh:mm:ss and local date as mm/dd/yy into 9 bytes. 1; -1 null. */
 int32_t ComGetTime(char *buffer);

@@ -19,7 +19,7 @@
 extern "C" {
 #endif
 
-/* ---- Which device a port opens ------------------------------------------------------------------ */
+/* ---- Which device a port opens ------------------------------------------------------------------- */
 
 /* Sets the path that ComOpen of `port` (1 to 256) opens: a device file, or SCHEME:REST for a registered
  * driver, for example "null-modem:bench". Null or empty: the default again (/dev/comN where it exists,
@@ -51,7 +51,7 @@ int32_t ComHostOpenDevice(const char *path);
  * closed. 1; -1 when the handle is not one of ComHostOpenDevice or is closed already. */
 int32_t ComHostCloseDevice(int32_t handle);
 
-/* ---- Device drivers ----------------------------------------------------------------------------- */
+/* ---- Device drivers ------------------------------------------------------------------------------ */
 
 /* Line state: how the line is framed and how it is held off. */
 typedef struct ComHostLineState {
@@ -68,18 +68,18 @@ typedef struct ComHostLineState {
 enum {
     COM_HOST_LINE_BINARY = 0x0001,
     COM_HOST_LINE_PARITY_CHECK = 0x0002,
-    COM_HOST_LINE_CTS_OUTPUT = 0x0004,       /* CTS low holds output off */
-    COM_HOST_LINE_DSR_OUTPUT = 0x0008,       /* DSR low holds output off */
-    COM_HOST_LINE_DTR_ON = 0x0010,           /* DTR raised while the device is open */
-    COM_HOST_LINE_DTR_HANDSHAKE = 0x0020,    /* DTR holds the peer off when input fills up */
-    COM_HOST_LINE_DSR_SENSITIVITY = 0x0040,  /* bytes that arrive while DSR is low are ignored */
+    COM_HOST_LINE_CTS_OUTPUT = 0x0004,      /* CTS low holds output off */
+    COM_HOST_LINE_DSR_OUTPUT = 0x0008,      /* DSR low holds output off */
+    COM_HOST_LINE_DTR_ON = 0x0010,          /* DTR raised while the device is open */
+    COM_HOST_LINE_DTR_HANDSHAKE = 0x0020,   /* DTR holds the peer off when input fills up */
+    COM_HOST_LINE_DSR_SENSITIVITY = 0x0040, /* bytes that arrive while DSR is low are ignored */
     COM_HOST_LINE_SEND_AFTER_XOFF = 0x0080,
-    COM_HOST_LINE_XON_OUTPUT = 0x0100,       /* XOFF received holds output off */
-    COM_HOST_LINE_XON_INPUT = 0x0200,        /* XOFF is sent when input fills up */
-    COM_HOST_LINE_ERROR_REPLACE = 0x0400,    /* errorChar stands for a byte with a parity error */
+    COM_HOST_LINE_XON_OUTPUT = 0x0100,    /* XOFF received holds output off */
+    COM_HOST_LINE_XON_INPUT = 0x0200,     /* XOFF is sent when input fills up */
+    COM_HOST_LINE_ERROR_REPLACE = 0x0400, /* errorChar stands for a byte with a parity error */
     COM_HOST_LINE_NULL_STRIP = 0x0800,
-    COM_HOST_LINE_RTS_ON = 0x1000,           /* RTS raised while the device is open */
-    COM_HOST_LINE_RTS_HANDSHAKE = 0x2000,    /* RTS holds the peer off when input fills up */
+    COM_HOST_LINE_RTS_ON = 0x1000,        /* RTS raised while the device is open */
+    COM_HOST_LINE_RTS_HANDSHAKE = 0x2000, /* RTS holds the peer off when input fills up */
     COM_HOST_LINE_ABORT_ON_ERROR = 0x4000
 };
 enum {
@@ -141,7 +141,8 @@ enum {
     COM_HOST_PURGE_TX = 4,
     COM_HOST_PURGE_RX = 8
 };
-enum { /* functions of `line` */
+/* Functions of `line`. */
+enum {
     COM_HOST_LINE_RESUME = 2, /* send on as if XON had been received */
     COM_HOST_LINE_SET_RTS = 3,
     COM_HOST_LINE_CLEAR_RTS = 4,
@@ -150,7 +151,8 @@ enum { /* functions of `line` */
     COM_HOST_LINE_SET_BREAK = 8,
     COM_HOST_LINE_CLEAR_BREAK = 9
 };
-enum { /* modem-status lines */
+/* Modem-status lines. */
+enum {
     COM_HOST_MODEM_CTS = 0x10,
     COM_HOST_MODEM_DSR = 0x20,
     COM_HOST_MODEM_RING = 0x40,
@@ -236,8 +238,8 @@ int32_t ComHostMapModule(const char *name, const char *path);
 /* ---- Messages ------------------------------------------------------------------------------------ */
 
 /* Every thread has a queue. A queue holds at most COM_HOST_QUEUE_LIMIT messages; posting to a full one
- * fails. A notification (0x800A to 0x800C) equal to one that is still waiting is kept once. The quit request stands
- * outside the queue: the waits see it at once, and ComHostGetMessage reports it after the
+ * fails. A notification (0x800A to 0x800C) equal to one that is still waiting is kept once. The quit
+ * request stands outside the queue: the waits see it at once, and ComHostGetMessage reports it after the
  * messages. */
 enum { COM_HOST_QUEUE_LIMIT = 10000 };
 enum { COM_HOST_MESSAGE_QUIT = 0x0012, COM_HOST_MESSAGE_CHAR = 0x0102 };
@@ -258,7 +260,8 @@ uint32_t ComHostThreadId(void);
 /* A window that belongs to the calling thread: its messages are handled while that thread pumps (in
  * ComHostDispatchMessage or inside a wait). Window (above 0), -1. */
 int32_t ComHostCreateWindow(ComHostWindowFunc function, void *context);
-/* A window of no thread: whichever thread pumps next handles its messages, one at a time (a nested pump on that thread included). */
+/* A window of no thread: whichever thread pumps next handles its messages, one at a time (a nested pump on
+ * that thread included). */
 int32_t ComHostCreateSharedWindow(ComHostWindowFunc function, void *context);
 /* Ends a window from any thread; its waiting messages are dropped. When the call returns, the function
  * runs no more (unless the caller is that function). 1, -1 no such window. */
@@ -280,7 +283,7 @@ int32_t ComHostDispatchMessage(const ComHostMessage *message);
  * for the program's own event loop. It belongs to the library and lives as long as the thread. -1. */
 int32_t ComHostMessageDescriptor(void);
 
-/* ---- Functions and message boxes ------------------------------------------------------------------- */
+/* ---- Functions and message boxes ----------------------------------------------------------------- */
 
 /* The 32-bit word that stands for a function in a port-parameter record, and back. 0 is no function; a
  * word that was never issued gives null. */

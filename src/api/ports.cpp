@@ -39,8 +39,8 @@ BRISOLT_EXPORT int32_t ComPreOpen(const char* deviceName, int32_t port, int32_t 
     });
 }
 
-BRISOLT_EXPORT int32_t CPreOpen(int32_t port, int32_t baudRate, int32_t dataBits, int32_t parity, int32_t stopBits,
-                                int32_t deviceHandle) {
+BRISOLT_EXPORT int32_t CPreOpen(int32_t port, int32_t baudRate, int32_t dataBits, int32_t parity,
+                                int32_t stopBits, int32_t deviceHandle) {
     if (!validPort(port))
         return -1;
     return ComPreOpen("COM", port, baudRate, dataBits, parity, stopBits, 4096, 4096, deviceHandle);

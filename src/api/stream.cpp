@@ -22,7 +22,8 @@ BRISOLT_EXPORT int32_t ComReadTimed(int32_t port, void* buffer, int32_t count, i
     return onPort(port, -1, [=](Port& open) { return readTimed(open, buffer, count, timeout); });
 }
 
-BRISOLT_EXPORT int32_t ComReadBuf(int32_t port, void* buffer, int32_t terminator, int32_t maximum, int32_t timeout) {
+BRISOLT_EXPORT int32_t ComReadBuf(int32_t port, void* buffer, int32_t terminator, int32_t maximum,
+                                  int32_t timeout) {
     if (buffer == nullptr || terminator < 0 || maximum < 0 || timeout < 1)
         return -1;
     return onPort(port, -1, [=](Port& open) {

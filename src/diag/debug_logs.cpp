@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "port/capture_hook.h"
 #include "platform/file.h"
 #include "platform/process.h"
+#include "port/capture_hook.h"
 #include "util/time_strings.h"
 
 namespace brisolt::logs {

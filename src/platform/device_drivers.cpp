@@ -106,7 +106,8 @@ bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self) {
     }
     for (const Registration& registration : offered) {
         const ComHostDriver& candidate = registration.driver;
-        if (candidate.adopt == nullptr || candidate.adopt(candidate.context, handle, &self) <= 0 || self == nullptr)
+        if (candidate.adopt == nullptr || candidate.adopt(candidate.context, handle, &self) <= 0 ||
+            self == nullptr)
             continue;
         driver = candidate;
         return true;

@@ -8,8 +8,8 @@
 namespace brisolt::file {
 
 enum class Sharing {
-    all,       ///< others may read and write
-    readOnly,  ///< others may read but not write while it is open
+    all,      ///< others may read and write
+    readOnly, ///< others may read but not write while it is open
 };
 enum class Missing { create, refuse };
 

@@ -202,23 +202,14 @@ int32_t controlLine(void* device, uint32_t function) noexcept {
     NullModemEnd& end = endOf(device);
     const Inside inside(end);
     switch (function) {
-    case COM_HOST_LINE_RESUME:
-        end.resume();
-        return 1;
+    case COM_HOST_LINE_RESUME: end.resume(); return 1;
     case COM_HOST_LINE_SET_RTS:
-    case COM_HOST_LINE_CLEAR_RTS:
-        end.rts = function == COM_HOST_LINE_SET_RTS;
-        return 1;
+    case COM_HOST_LINE_CLEAR_RTS: end.rts = function == COM_HOST_LINE_SET_RTS; return 1;
     case COM_HOST_LINE_SET_DTR:
-    case COM_HOST_LINE_CLEAR_DTR:
-        end.dtr = function == COM_HOST_LINE_SET_DTR;
-        return 1;
+    case COM_HOST_LINE_CLEAR_DTR: end.dtr = function == COM_HOST_LINE_SET_DTR; return 1;
     case COM_HOST_LINE_SET_BREAK:
-    case COM_HOST_LINE_CLEAR_BREAK:
-        end.setBreak(function == COM_HOST_LINE_SET_BREAK);
-        return 1;
-    default:
-        return failure(std::errc::invalid_argument);
+    case COM_HOST_LINE_CLEAR_BREAK: end.setBreak(function == COM_HOST_LINE_SET_BREAK); return 1;
+    default: return failure(std::errc::invalid_argument);
     }
 }
 

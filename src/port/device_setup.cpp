@@ -51,7 +51,8 @@ int32_t applyParity(Port& port, const OpenArguments& arguments, Opened opened, u
     return 0;
 }
 
-int32_t applyDataBits(Port& port, const OpenArguments& arguments, Opened opened, ComHostLineState& state) noexcept {
+int32_t applyDataBits(Port& port, const OpenArguments& arguments, Opened opened,
+                      ComHostLineState& state) noexcept {
     if (arguments.dataBits < 4 || arguments.dataBits > 8)
         return refusedSetting(port, opened, -34, "data-bit", arguments.dataBits);
     if (opened == Opened::adopted && arguments.dataBits == 8 && arguments.parity != 1)
@@ -60,7 +61,8 @@ int32_t applyDataBits(Port& port, const OpenArguments& arguments, Opened opened,
     return 0;
 }
 
-int32_t applyStopBits(Port& port, const OpenArguments& arguments, Opened opened, ComHostLineState& state) noexcept {
+int32_t applyStopBits(Port& port, const OpenArguments& arguments, Opened opened,
+                      ComHostLineState& state) noexcept {
     switch (arguments.stopBits) {
     case 1: state.stopBits = COM_HOST_STOP_1; return 0;
     case 2: state.stopBits = COM_HOST_STOP_2; return 0;
@@ -71,9 +73,10 @@ int32_t applyStopBits(Port& port, const OpenArguments& arguments, Opened opened,
 
 void applyStartFlags(ComHostLineState& state, Opened opened) noexcept {
     constexpr uint32_t off = COM_HOST_LINE_XON_OUTPUT | COM_HOST_LINE_XON_INPUT | COM_HOST_LINE_CTS_OUTPUT |
-                             COM_HOST_LINE_DSR_OUTPUT | COM_HOST_LINE_DTR_HANDSHAKE | COM_HOST_LINE_RTS_HANDSHAKE |
-                             COM_HOST_LINE_DSR_SENSITIVITY | COM_HOST_LINE_SEND_AFTER_XOFF |
-                             COM_HOST_LINE_ERROR_REPLACE | COM_HOST_LINE_NULL_STRIP | COM_HOST_LINE_RTS_ON;
+                             COM_HOST_LINE_DSR_OUTPUT | COM_HOST_LINE_DTR_HANDSHAKE |
+                             COM_HOST_LINE_RTS_HANDSHAKE | COM_HOST_LINE_DSR_SENSITIVITY |
+                             COM_HOST_LINE_SEND_AFTER_XOFF | COM_HOST_LINE_ERROR_REPLACE |
+                             COM_HOST_LINE_NULL_STRIP | COM_HOST_LINE_RTS_ON;
     state.flags = (state.flags & ~off) | COM_HOST_LINE_DTR_ON;
     setFlag(state, COM_HOST_LINE_RTS_ON, opened == Opened::own);
     state.xoffLimit = startMaxWriteChars * 3 / 4;

@@ -22,11 +22,11 @@ struct FlowMode {
     int32_t xonXoffCode;
 };
 constexpr std::array<FlowMode, 6> modes{{
-    {cts | dtrOn | rtsShake, 0},          // RTS/CTS
-    {xonXoff | dtrOn | rtsOn, 1},         // XON/XOFF
-    {dtrOn | rtsOn, 0},                   // none
-    {dsr | dtrShake | rtsOn, 0},          // DTR/DSR
-    {cts | dsr | dtrShake | rtsShake, 0}, // both pairs
+    {cts | dtrOn | rtsShake, 0},           // RTS/CTS
+    {xonXoff | dtrOn | rtsOn, 1},          // XON/XOFF
+    {dtrOn | rtsOn, 0},                    // none
+    {dsr | dtrShake | rtsOn, 0},           // DTR/DSR
+    {cts | dsr | dtrShake | rtsShake, 0},  // both pairs
     {xonXoff | dsr | dtrShake | rtsOn, 1}, // XON/XOFF with DTR/DSR
 }};
 
@@ -52,7 +52,8 @@ int32_t setFlow(Port& port, int32_t mode) {
     const FlowMode& wanted = modes[static_cast<std::size_t>(mode)];
     state.flags = (state.flags & ~flowFlags) | wanted.flags;
     port.record->xonXoff = wanted.xonXoffCode;
-    port.device.purge(COM_HOST_PURGE_TX_ABORT | COM_HOST_PURGE_RX_ABORT | COM_HOST_PURGE_TX | COM_HOST_PURGE_RX);
+    port.device.purge(COM_HOST_PURGE_TX_ABORT | COM_HOST_PURGE_RX_ABORT | COM_HOST_PURGE_TX |
+                      COM_HOST_PURGE_RX);
     port.device.setLineState(state);
     setDtr(port);
     setRts(port);

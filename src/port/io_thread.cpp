@@ -90,7 +90,8 @@ struct Pace {
         if (pace == 0)
             return 0;
         uint32_t elapsed = clock::ticks() - lastRound;
-        return elapsed > pace ? 0 : pace + 1 - elapsed; // ticks are rounded down: one more is on the safe side
+        return elapsed > pace ? 0
+                              : pace + 1 - elapsed; // ticks are rounded down: one more is on the safe side
     }
 };
 
@@ -136,7 +137,9 @@ Outlook lookAhead(Port& port, bool watching) noexcept {
         events |= COM_HOST_WAIT_READ;
     if (unsent && lossless)
         events |= COM_HOST_WAIT_WRITE;
-    return {.roundNow = (unsent && !lossless) || port.untold != 0, .tellAgain = !room && hasNotifications(port), .events = events};
+    return {.roundNow = (unsent && !lossless) || port.untold != 0,
+            .tellAgain = !room && hasNotifications(port),
+            .events = events};
 }
 
 /// Where the device cannot wake the thread, it is looked at again and again at the port's pace.

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <mutex>
 
-#include "port/capture_hook.h"
 #include "platform/file.h"
 #include "platform/process.h"
+#include "port/capture_hook.h"
 #include "util/time_strings.h"
 
 namespace brisolt::logs {
@@ -17,14 +17,10 @@ using Name = char[nameSize];
 
 Name& nameOf(Port& port, Log log) noexcept {
     switch (log) {
-    case Log::trace:
-        return port.record->portDebugFileName;
-    case Log::protocol:
-        return port.record->protocolDebugFileName;
-    case Log::verify:
-        return port.record->verifyFileName;
-    case Log::debug:
-        break;
+    case Log::trace: return port.record->portDebugFileName;
+    case Log::protocol: return port.record->protocolDebugFileName;
+    case Log::verify: return port.record->verifyFileName;
+    case Log::debug: break;
     }
     return port.record->debugFileName;
 }

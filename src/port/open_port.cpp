@@ -57,7 +57,8 @@ private:
             return;
         }
         port_ = port;
-        code_ = blocks::allocate(*port, std::max(arguments.rxSize, leastRing), std::max(arguments.txSize, leastRing));
+        code_ = blocks::allocate(*port, std::max(arguments.rxSize, leastRing),
+                                 std::max(arguments.txSize, leastRing));
         if (code_ == 0)
             port->open = 1;
     }
@@ -90,7 +91,8 @@ int32_t openDevice(Port& port) {
     int32_t result = port.device.open(path);
     if (result > 0)
         return 0;
-    trace(port, "INVALID_HANDLE_VALUE return from CreateFile - GetLastError Code:%ld", -static_cast<long>(result));
+    trace(port, "INVALID_HANDLE_VALUE return from CreateFile - GetLastError Code:%ld",
+          -static_cast<long>(result));
     trace(port, "Trying alternative string %s", alternative.c_str());
     if (number < 10)
         result = port.device.open(alternative);
@@ -161,9 +163,9 @@ int32_t openPort(const OpenArguments& arguments) {
     if (opening.code() < 0)
         return opening.code();
     Port& port = opening.port();
-    trace(port, "Opening Port: %d DevName:%s Baudrate:%d Data Bits:%d Parity:%d Stop Bits:%d", arguments.number,
-          arguments.deviceName == nullptr ? "" : arguments.deviceName, arguments.baudRate, arguments.dataBits,
-          arguments.parity, arguments.stopBits);
+    trace(port, "Opening Port: %d DevName:%s Baudrate:%d Data Bits:%d Parity:%d Stop Bits:%d",
+          arguments.number, arguments.deviceName == nullptr ? "" : arguments.deviceName, arguments.baudRate,
+          arguments.dataBits, arguments.parity, arguments.stopBits);
     if (int32_t code = openDevice(port); code < 0)
         return code;
     return finishOpen(opening, arguments, Opened::own);

@@ -35,8 +35,8 @@ struct Port {
     Port* nextFree = nullptr;
 
     std::atomic<int32_t> number{0};
-    std::atomic<int32_t> open{0};    ///< exactly 1 while the port is open
-    std::atomic<int32_t> closing{0}; ///< 1 from the start of a close: there is one close a life
+    std::atomic<int32_t> open{0};               ///< exactly 1 while the port is open
+    std::atomic<int32_t> closing{0};            ///< 1 from the start of a close: there is one close a life
     std::atomic<int32_t> closeCallersHandle{0}; ///< the adopted handle goes with the device
     PortRecord* record = nullptr;
     PortWorkArea* workArea = nullptr;
@@ -52,12 +52,12 @@ struct Port {
     std::atomic<int32_t> threadDone{0};
     std::atomic<int32_t> threadStarted{0}; ///< it has said so in the trace
     std::atomic<int32_t> rxStalled{0};     ///< it leaves the device alone until a reader makes room
-    std::shared_ptr<Wake> threadWake; ///< set before the thread is announced; never changed afterwards
+    std::shared_ptr<Wake> threadWake;      ///< set before the thread is announced; never changed afterwards
     std::atomic<ThreadWatch> threadWatch{ThreadWatch::away};
     std::atomic<int32_t> watchers{0}; ///< callers that watch the device now
     std::atomic<uint32_t> watches{0}; ///< how often one began
 
-    std::atomic<int32_t> untold{0};    ///< a caller took bytes that the thread has yet to notify somebody of
+    std::atomic<int32_t> untold{0}; ///< a caller took bytes that the thread has yet to notify somebody of
 
     std::atomic<int32_t> lossless{0};
     std::atomic<int32_t> traceOn{0}; ///< the trace file has a name

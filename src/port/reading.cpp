@@ -92,7 +92,8 @@ int32_t read(Port& port, void* buffer, int32_t count) {
     auto* to = static_cast<uint8_t*>(buffer);
     bool wrapped = port.record->rxHead < port.record->rxTail;
     bool onePiece = !wrapped || static_cast<int32_t>(unread.first.size()) >= count;
-    int32_t result = onePiece ? readPiece(port, unread.first, to, count) : readWrapped(port, unread, to, count);
+    int32_t result =
+        onePiece ? readPiece(port, unread.first, to, count) : readWrapped(port, unread, to, count);
     resumeReceiving(port);
     return result;
 }

@@ -100,7 +100,7 @@ struct PortRecord {
     Shared<int32_t> lineDelay;
 
     // ---- the device
-    Shared<int32_t> device; ///< the handle shown to callers
+    Shared<int32_t> device;     ///< the handle shown to callers
     ComHostLineState lineState; ///< under lineMutex of the port
     DeviceStatus deviceStatus;
     Shared<uint32_t> lineErrors;

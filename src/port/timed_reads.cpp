@@ -35,9 +35,10 @@ int32_t readTimedOut(Port& port, void* buffer, int32_t count, const TimedRead& t
     auto start = static_cast<long>(times.start);
     trace(port, "ComReadTimed: Timed Out:  Starttime: %ld Endtime: %ld  Desired Endtime: %ld Endtimeparm: %d",
           start, static_cast<long>(now), static_cast<long>(times.end), times.parameter);
-    logs::entry(port, logs::Log::protocol,
-                "ComReadTimed: Timed Out:  Starttime: %ld Endtime: %ld  Desired Endtime: %ld Endtimeparm: %d ",
-                start, static_cast<long>(now), static_cast<long>(times.end), times.parameter);
+    logs::entry(
+        port, logs::Log::protocol,
+        "ComReadTimed: Timed Out:  Starttime: %ld Endtime: %ld  Desired Endtime: %ld Endtimeparm: %d ", start,
+        static_cast<long>(now), static_cast<long>(times.end), times.parameter);
     return read(port, buffer, count);
 }
 
@@ -57,7 +58,8 @@ int32_t readTimed(Port& port, void* buffer, int32_t count, int32_t hundredths) {
             return -1;
         if (waiting >= count) {
             int32_t got = read(port, buffer, count);
-            trace(port, "ComReadTimed: Got requested bytes Bytes: %d Starttime: %ld Endtime: %ld Endtimeparm: %d",
+            trace(port,
+                  "ComReadTimed: Got requested bytes Bytes: %d Starttime: %ld Endtime: %ld Endtimeparm: %d",
                   count, static_cast<long>(times.start), static_cast<long>(clock::ticks()), timeout);
             return got;
         }

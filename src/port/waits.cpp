@@ -67,8 +67,7 @@ bool sleepOnce(Port& port, Wake& wake, bool watching, int32_t realMilliseconds) 
 }
 
 /// Handles the calling thread's messages up to the escape character. The escape character is consumed.
-template <class StillOpen>
-int32_t pump(int32_t character, StillOpen stillOpen, int32_t whenClosed) {
+template <class StillOpen> int32_t pump(int32_t character, StillOpen stillOpen, int32_t whenClosed) {
     ComHostMessage message{};
     for (;;) {
         if (message::quitPending())
@@ -147,7 +146,8 @@ int32_t checkEscape(Port& port, int32_t character) {
         return -1;
     if (ComEscapeFunc function = port.record->escapeFunc)
         return function(port.number, character);
-    int32_t result = pump(character & 0xFF, [&port] { return port.isOpen(); }, -1);
+    int32_t result = pump(
+        character & 0xFF, [&port] { return port.isOpen(); }, -1);
     return result == 0 && !port.isOpen() ? 1 : result;
 }
 
@@ -156,7 +156,8 @@ int32_t checkEscapeIfYielding(Port& port) {
 }
 
 int32_t pumpMessages() {
-    return pump(-1, [] { return true; }, -1);
+    return pump(
+        -1, [] { return true; }, -1);
 }
 
 int32_t sleepMilliseconds(Port& port, int64_t milliseconds) {

@@ -38,8 +38,8 @@ int32_t writeLossless(Port& port, std::span<const uint8_t> bytes) noexcept {
     int32_t through = 0;
     if (mayWriteThrough(port)) {
         if (tracing(port))
-            trace(port, "Performing Write-Thru: Bytes: %d Write-thru State:%d", static_cast<int32_t>(bytes.size()),
-                  port.record->writeThru.load());
+            trace(port, "Performing Write-Thru: Bytes: %d Write-thru State:%d",
+                  static_cast<int32_t>(bytes.size()), port.record->writeThru.load());
         through = writeNow(port, bytes);
     }
     auto rest = bytes.subspan(static_cast<std::size_t>(through));
@@ -53,8 +53,8 @@ int32_t writeDefault(Port& port, std::span<const uint8_t> bytes) noexcept {
         auto held = static_cast<int32_t>(statusRead(port, COM_HOST_WANT_OUT).outQueue);
         int32_t room = port.record->maxWriteChars - held;
         if (room >= static_cast<int32_t>(bytes.size())) {
-            trace(port, "Performing Write-Thru: Bytes: %d Write-thru State:%d", static_cast<int32_t>(bytes.size()),
-                  port.record->writeThru.load());
+            trace(port, "Performing Write-Thru: Bytes: %d Write-thru State:%d",
+                  static_cast<int32_t>(bytes.size()), port.record->writeThru.load());
             return writeBlock(port, bytes, room);
         }
     }

@@ -20,9 +20,9 @@
 #include <unistd.h>
 
 #include "api/brisolt.h"
-#include "port/capture_hook.h"
 #include "platform/clock.h"
 #include "platform/file.h"
+#include "port/capture_hook.h"
 #include "port/log_file.h"
 #include "port/trace.h"
 #include "support/bare_port.h"

@@ -123,8 +123,7 @@ TEST_F(Rounds, BytesThatTheDeviceDoesNotTakeAreGoneAndLogged) {
     driver.takeAtMost(10);
     queueAll(pattern(100));
     EXPECT_EQ(driver.written(), pattern(10));
-    EXPECT_NE(traced().find("ERROR: bytes written=10 intended=100 "),
-              std::string::npos);
+    EXPECT_NE(traced().find("ERROR: bytes written=10 intended=100 "), std::string::npos);
 
     driver.refuse(Call::write, 1);
     queueAll(pattern(50));

@@ -8,7 +8,8 @@
 
 namespace brisolt::parking {
 
-static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t) && std::atomic<uint32_t>::is_always_lock_free);
+static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t) &&
+              std::atomic<uint32_t>::is_always_lock_free);
 
 void park(const std::atomic<uint32_t>& word, uint32_t value, int32_t realMilliseconds) noexcept {
     timespec time{.tv_sec = realMilliseconds / 1000, .tv_nsec = (realMilliseconds % 1000) * 1'000'000L};

@@ -151,7 +151,8 @@ void closeAdoptedDescriptor(void* ttyDevice, int32_t handle) noexcept {
     struct stat ours {};
     struct stat theirs {};
     bool same = fstat(tty::of(ttyDevice).descriptor, &ours) == 0 && fstat(handle, &theirs) == 0 &&
-                ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino && ours.st_rdev == theirs.st_rdev;
+                ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino &&
+                ours.st_rdev == theirs.st_rdev;
     if (same)
         ::close(handle);
 }

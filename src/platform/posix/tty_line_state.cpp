@@ -35,16 +35,11 @@ void makeRaw(termios2& settings) {
 
 tcflag_t parityBits(uint8_t parity) {
     switch (parity) {
-    case COM_HOST_PARITY_ODD:
-        return PARENB | PARODD;
-    case COM_HOST_PARITY_EVEN:
-        return PARENB;
-    case COM_HOST_PARITY_MARK:
-        return PARENB | PARODD | CMSPAR;
-    case COM_HOST_PARITY_SPACE:
-        return PARENB | CMSPAR;
-    default:
-        return 0;
+    case COM_HOST_PARITY_ODD: return PARENB | PARODD;
+    case COM_HOST_PARITY_EVEN: return PARENB;
+    case COM_HOST_PARITY_MARK: return PARENB | PARODD | CMSPAR;
+    case COM_HOST_PARITY_SPACE: return PARENB | CMSPAR;
+    default: return 0;
     }
 }
 
@@ -62,14 +57,10 @@ tcflag_t sizeBits(uint8_t dataBits) {
 
 uint8_t sizeOf(tcflag_t control) {
     switch (control & CSIZE) {
-    case CS5:
-        return 5;
-    case CS6:
-        return 6;
-    case CS7:
-        return 7;
-    default:
-        return 8;
+    case CS5: return 5;
+    case CS6: return 6;
+    case CS7: return 7;
+    default: return 8;
     }
 }
 

@@ -92,22 +92,14 @@ int32_t properties(void* device, ComHostProperties* properties) noexcept {
 int32_t line(void* device, uint32_t function) noexcept {
     const TtyDevice& tty = of(device);
     switch (function) {
-    case COM_HOST_LINE_RESUME:
-        return resume(tty);
-    case COM_HOST_LINE_SET_RTS:
-        return setLine(tty, TIOCMBIS, TIOCM_RTS);
-    case COM_HOST_LINE_CLEAR_RTS:
-        return setLine(tty, TIOCMBIC, TIOCM_RTS);
-    case COM_HOST_LINE_SET_DTR:
-        return setLine(tty, TIOCMBIS, TIOCM_DTR);
-    case COM_HOST_LINE_CLEAR_DTR:
-        return setLine(tty, TIOCMBIC, TIOCM_DTR);
-    case COM_HOST_LINE_SET_BREAK:
-        return request(tty, TIOCSBRK, 0);
-    case COM_HOST_LINE_CLEAR_BREAK:
-        return request(tty, TIOCCBRK, 0);
-    default:
-        return -EINVAL;
+    case COM_HOST_LINE_RESUME: return resume(tty);
+    case COM_HOST_LINE_SET_RTS: return setLine(tty, TIOCMBIS, TIOCM_RTS);
+    case COM_HOST_LINE_CLEAR_RTS: return setLine(tty, TIOCMBIC, TIOCM_RTS);
+    case COM_HOST_LINE_SET_DTR: return setLine(tty, TIOCMBIS, TIOCM_DTR);
+    case COM_HOST_LINE_CLEAR_DTR: return setLine(tty, TIOCMBIC, TIOCM_DTR);
+    case COM_HOST_LINE_SET_BREAK: return request(tty, TIOCSBRK, 0);
+    case COM_HOST_LINE_CLEAR_BREAK: return request(tty, TIOCCBRK, 0);
+    default: return -EINVAL;
     }
 }
 
