@@ -97,7 +97,7 @@ TEST_F(Notifications, AFloodToAThreadThatNeverLooksStaysBounded) {
     awaitRound(301);
 }
 
-// ---- Functions: they run on the port's own thread, inside its round ------------------------------------------
+// ---- Functions: they run on the port's own thread, inside its round ---------------------------------------
 
 std::atomic<int32_t> calls{0};
 std::promise<std::string> told;

@@ -199,7 +199,7 @@ TEST(DirectMode, CallsMoveTheBytes) {
     sender.join();
 }
 
-// ---- Driver functions: a port whose bytes come from elsewhere ----------------------------------------------
+// ---- Driver functions: a port whose bytes come from elsewhere ---------------------------------------------
 
 std::atomic<int32_t> foreignBytes{0};
 

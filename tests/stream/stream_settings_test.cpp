@@ -37,7 +37,7 @@ protected:
     LogFile trace;
 };
 
-// ---- Discarding --------------------------------------------------------------------------------------------
+// ---- Discarding -------------------------------------------------------------------------------------------
 
 TEST_F(StreamSettings, FlushDiscardsWhatHasComeAfterItsDelay) {
     FastClock fast(10);
@@ -124,7 +124,7 @@ TEST_F(StreamSettings, FlushesResumeWhatAnXoffHasStopped) {
         }
 }
 
-// ---- Settings ----------------------------------------------------------------------------------------------
+// ---- Settings ---------------------------------------------------------------------------------------------
 
 TEST_F(StreamSettings, MaxWriteCharsIsClampedAndLimitsBlocks) {
     for (const auto& [asked, applied] : std::vector<std::pair<int32_t, int32_t>>{

@@ -45,7 +45,7 @@ std::string withoutNumbers(const std::string& text) {
     return std::regex_replace(text, std::regex("-?[0-9]+"), "#");
 }
 
-// ---- ComReadTimed ------------------------------------------------------------------------------------------
+// ---- ComReadTimed -----------------------------------------------------------------------------------------
 
 TEST_F(TimedReads, TimeIsWhatWasAskedForOrTenSeconds) {
     LogFile trace, protocol;
@@ -93,7 +93,7 @@ TEST_F(TimedReads, GivesTheCountAtOnceAndWhatHasComeAtTheEnd) {
     EXPECT_EQ(readTimed(port, 10, 20), "de");
 }
 
-// ---- ComReadBuf --------------------------------------------------------------------------------------------
+// ---- ComReadBuf -------------------------------------------------------------------------------------------
 
 TEST_F(TimedReads, ReadBufEndsOnCountTerminatorOrTime) {
     FastClock fast(20);
@@ -165,7 +165,7 @@ TEST_F(TimedReads, ReadBufThatIsCancelledLeavesTheBufferAsItIs) {
     canceller.join();
 }
 
-// ---- ComReadBufToQuiet -------------------------------------------------------------------------------------
+// ---- ComReadBufToQuiet ------------------------------------------------------------------------------------
 
 TEST_F(TimedReads, ToQuietIsFullAtOnce) {
     arrive(pattern(150));
@@ -203,7 +203,7 @@ TEST_F(TimedReads, ToQuietEndsOnTheEscapeKeyOnly) {
     EXPECT_EQ(ComReadBufToQuiet(port, buffer, 100, 36000), -1);
 }
 
-// ---- All of them ---------------------------------------------------------------------------------------------
+// ---- All of them ------------------------------------------------------------------------------------------
 
 TEST_F(TimedReads, AnyMixOfReadsGivesTheSameBytes) {
     const std::string sent = pattern(100000);

@@ -121,7 +121,7 @@ TEST_F(Waits, CloseEndsThePausesOfAString) {
     EXPECT_EQ(waiting.result(), -1);
 }
 
-// ---- Single rules --------------------------------------------------------------------------------------------
+// ---- Single rules -----------------------------------------------------------------------------------------
 
 TEST_F(Waits, WithoutYieldASleepTakesNoNotice) {
     OpenPort open(port, far.slavePath());
@@ -222,7 +222,7 @@ TEST_F(Waits, AnEscapeFunctionIsAsked) {
     }
 }
 
-// ---- Processor time and latency ------------------------------------------------------------------------------
+// ---- Processor time and latency ---------------------------------------------------------------------------
 
 TEST_F(Waits, IdleWaitsUseNextToNoProcessorTime) {
     OpenPort open(port, far.slavePath());

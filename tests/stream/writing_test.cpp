@@ -123,7 +123,7 @@ TEST(Writing, SixtyFourKilobytesToAnotherProcess) {
     EXPECT_EQ(peer.readLine(), digest);
 }
 
-// ---- A far end that holds us off ---------------------------------------------------------------------------
+// ---- A far end that holds us off --------------------------------------------------------------------------
 
 /// A port whose far end lets nothing through until it says so.
 class HeldOff : public testing::Test {
