@@ -1,16 +1,17 @@
 // What the tests of the byte stream share: an open port, its trace, and what is measured of a call.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <regex>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <time.h>
@@ -83,18 +84,17 @@ public:
     }
     /// The texts of the entries that begin with one of `beginnings` (all of them when there are none).
     std::vector<std::string> entries(const std::vector<std::string>& beginnings = {}) const {
-        static const std::regex stamp("\r\n\\[../../.. ..:..:..[ :][0-9]{1,3} p[0-9]+\\]");
+        // Each stands behind a stamp such as "[11/19/26 04:51:58 7 p3]", on a line of its own.
         const std::string all = text();
         std::vector<std::string> found;
-        // The first piece is the header.
-        std::sregex_token_iterator piece(all.begin(), all.end(), stamp, -1);
-        for (++piece; piece != std::sregex_token_iterator(); ++piece)
-            for (const std::string& beginning :
-                 beginnings.empty() ? std::vector<std::string>{""} : beginnings)
-                if (piece->str().starts_with(beginning)) {
-                    found.push_back(piece->str());
-                    break;
-                }
+        for (std::size_t stamp = all.find("\r\n["); stamp != std::string::npos;) {
+            const std::size_t start = all.find(']', stamp) + 1;
+            stamp = all.find("\r\n[", start);
+            std::string entry = all.substr(start, stamp - start);
+            const auto begins = [&entry](const std::string& text) { return entry.starts_with(text); };
+            if (beginnings.empty() || std::any_of(beginnings.begin(), beginnings.end(), begins))
+                found.push_back(std::move(entry));
+        }
         return found;
     }
 

@@ -1,6 +1,6 @@
 // The reads that wait: for a count, a terminator, a quiet line, or for the time to be over.
+#include <cctype>
 #include <random>
-#include <regex>
 
 #include "stream/open_port.h"
 #include "support/bare_port.h"
@@ -32,18 +32,23 @@ std::string textOf(const uint8_t* bytes, int32_t count) {
     return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count)};
 }
 
-/// The numbers in a text.
-std::vector<int64_t> numbersIn(const std::string& text) {
-    static const std::regex number("-?[0-9]+");
-    std::vector<int64_t> found;
-    for (std::sregex_iterator at(text.begin(), text.end(), number); at != std::sregex_iterator(); ++at)
-        found.push_back(std::stoll(at->str()));
-    return found;
-}
-
-std::string withoutNumbers(const std::string& text) {
-    return std::regex_replace(text, std::regex("-?[0-9]+"), "#");
-}
+/// A text taken apart: its numbers, and what it is with a # for each of them.
+struct Parts {
+    explicit Parts(const std::string& text) {
+        for (std::size_t at = 0; at < text.size(); ++at) {
+            std::size_t end = at;
+            while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])) != 0)
+                ++end;
+            form += end > at ? '#' : text[at];
+            if (end > at) {
+                numbers.push_back(std::stoll(text.substr(at, end - at)));
+                at = end - 1;
+            }
+        }
+    }
+    std::string form;
+    std::vector<int64_t> numbers;
+};
 
 // ---- ComReadTimed -----------------------------------------------------------------------------------------
 
@@ -64,10 +69,10 @@ TEST_F(TimedReads, TimeIsWhatWasAskedForOrTenSeconds) {
         EXPECT_GE(clock::ticks() - start, static_cast<uint32_t>(length));
 
         const std::string line = trace.entries({"ComReadTimed"}).at(i);
-        EXPECT_EQ(withoutNumbers(line),
+        const auto [form, numbers] = Parts(line);
+        EXPECT_EQ(form,
                   "ComReadTimed: Timed Out:  Starttime: # Endtime: #  Desired Endtime: # Endtimeparm: #");
         EXPECT_EQ(protocol.entries().at(i), line + " ");
-        const auto numbers = numbersIn(line);
         ASSERT_EQ(numbers.size(), 4U);
         EXPECT_GE(numbers[0], static_cast<int64_t>(start));
         EXPECT_EQ(numbers[2] - numbers[0], length);
@@ -86,10 +91,10 @@ TEST_F(TimedReads, GivesTheCountAtOnceAndWhatHasComeAtTheEnd) {
     EXPECT_LT(SteadyClock::now() - start, 60s);
     EXPECT_EQ(open.record().cancelFlag, 0);
     const std::string line = trace.entries({"ComReadTimed"}).at(0);
-    EXPECT_EQ(withoutNumbers(line),
-              "ComReadTimed: Got requested bytes Bytes: # Starttime: # Endtime: # Endtimeparm: #");
-    EXPECT_EQ(numbersIn(line).front(), 3);
-    EXPECT_EQ(numbersIn(line).back(), 60000);
+    const auto [form, numbers] = Parts(line);
+    EXPECT_EQ(form, "ComReadTimed: Got requested bytes Bytes: # Starttime: # Endtime: # Endtimeparm: #");
+    EXPECT_EQ(numbers.front(), 3);
+    EXPECT_EQ(numbers.back(), 60000);
     EXPECT_EQ(readTimed(port, 10, 20), "de");
 }
 

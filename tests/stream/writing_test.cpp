@@ -207,7 +207,8 @@ TEST_F(HeldOff, ALosslessPortTakesAllAndDeliversItHoweverLate) {
     std::string got;
     ASSERT_TRUE(eventually([&] { return (got += arrived()).size() >= taken; }));
     EXPECT_TRUE(got == sent.substr(0, taken));
-    EXPECT_EQ(ComOutBufStatus(port), 0);
+    // The ring gives bytes up once the device has them, a moment after they may have arrived.
+    EXPECT_TRUE(eventually([] { return ComOutBufStatus(port) == 0; }));
 }
 
 TEST_F(HeldOff, ACloseEndsAWriteAtOnce) {
