@@ -71,6 +71,8 @@ void TransmitRing::normalise() noexcept {
 }
 
 int32_t TransmitRing::queue(std::span<const uint8_t> bytes) noexcept {
+    if (bytes.empty())
+        return 0;
     normalise();
     int32_t write = *head;
     int32_t read = *tail;
