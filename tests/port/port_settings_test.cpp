@@ -11,6 +11,7 @@
 
 #include "platform/error_text.h"
 #include "port/ports.h"
+#include "port/tracked_memory.h"
 #include "support/scripted_driver.h"
 
 using namespace brisolt;
@@ -28,7 +29,7 @@ protected:
     ScriptedDriver driver;
 };
 
-// ---- What an open leaves in the record -------------------------------------------------------------------
+// ---- What an open leaves in the record --------------------------------------------------------------
 
 void expectCommonDefaults(const PortRecord& record) {
     const std::vector<std::pair<int64_t, int64_t>> numbers{
@@ -106,7 +107,7 @@ TEST_F(Settings, DefaultsOfBothOpens) {
     EXPECT_EQ(ComClose(6), 1);
 }
 
-// ---- Flow control and lines ------------------------------------------------------------------------------
+// ---- Flow control and lines -------------------------------------------------------------------------
 
 TEST_F(Settings, FlowModesAsTheDeviceSeesThem) {
     constexpr uint32_t flow = 0x333C; // every flag that a mode decides on
@@ -179,7 +180,7 @@ TEST_F(Settings, LineFunctionsAndTheirCodes) {
     }
 }
 
-// ---- The I/O thread ----------------------------------------------------------------------------------------
+// ---- The I/O thread ---------------------------------------------------------------------------------
 
 TEST_F(Settings, ThreadSettingsGiveNothingOnBadPorts) {
     for (const int32_t port : {0, -1, 257, 7}) {
@@ -215,7 +216,7 @@ TEST_F(Settings, TheDebuggerIsToldOfEachThread) {
     EXPECT_EQ(ComClose(6), 1);
 }
 
-// ---- Tracked memory ------------------------------------------------------------------------------------------
+// ---- Tracked memory ---------------------------------------------------------------------------------
 
 TEST_F(Settings, TrackedMemoryBelongsToItsPort) {
     void* const blocks[] = {ComMalloc(5, 10), ComMalloc(5, 70'000), ComMalloc(5, 0)};
@@ -233,6 +234,7 @@ TEST_F(Settings, TrackedMemoryBelongsToItsPort) {
     EXPECT_EQ(ComFree(5, blocks[0]), 0);
     EXPECT_EQ(ComFree(5, blocks[2]), 0);
     EXPECT_EQ(ComFree(5, blocks[2]), -1) << "empty pool";
+    EXPECT_EQ(tracked::outstanding(5), 0U);
 
     void* const closedPorts = ComMalloc(7, 10); // a port need not be open to have memory
     ASSERT_NE(closedPorts, nullptr);

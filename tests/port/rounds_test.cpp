@@ -1,4 +1,5 @@
-// What rounds move between the rings and the device, and what becomes of bytes that one of them does not take.
+// What rounds move between the rings and the device, and what becomes of bytes that one of them does not
+// take.
 #include <algorithm>
 #include <fstream>
 #include <future>

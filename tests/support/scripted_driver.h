@@ -81,7 +81,8 @@ public:
     void raiseErrors(uint32_t errors) { store(errors_, errors); }
 
     // ---- what happened
-    /// The calls that set something up, a line each with their arguments: all but status, read, write and wait.
+    /// The calls that set something up, a line each with their arguments: all but status, read, write and
+    /// wait.
     std::string settings() const { return load(settings_); }
     int64_t count(Call call) const { return load(counts_[static_cast<std::size_t>(call)]); }
     int64_t total() const; ///< calls of every kind
