@@ -2,6 +2,7 @@
 include(CMakePackageConfigHelpers)
 
 install(FILES src/api/brisolt.h src/api/brisolt_host.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(DIRECTORY src/api/brisolt DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 install(TARGETS brisolt EXPORT brisolt)
 if(TARGET brisolt-command)
     install(TARGETS brisolt-command)

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "api/brisolt.h"
+#include "api/brisolt/progress.h"
 #include "api/brisolt_host.h"
 #include "port/shared.h"
 
