@@ -46,8 +46,7 @@ public:
     void receive(char* to, std::size_t total, std::size_t call) override {
         for (std::size_t got = 0; got < total;) {
             const auto wanted = static_cast<int32_t>(std::min(call, total - got));
-            if (ComReadTimed(port, to + got, wanted, hundredths) != wanted)
-                throw std::runtime_error("brisolt: bytes did not come");
+            receiveExactly(to + got, wanted);
             got += static_cast<std::size_t>(wanted);
         }
     }
@@ -62,20 +61,17 @@ public:
         }
     }
 
+    /// The ring is kept full and empties itself while this thread waits for what comes.
     void exchange(char* to, char* from, std::size_t total, std::size_t call) override {
         int waits = 0;
-        ComHostMessage message{};
-        ComSetNotifyThreadMessageAnyChar(port, ComHostThreadId());
         for (std::size_t got = 0, sent = 0; got < total || sent < total;) {
-            const int32_t read = ComRead(port, to + got, static_cast<int32_t>(std::min(call, total - got)));
-            got += static_cast<std::size_t>(read);
-            if (read + write(from, sent, total, call) == 0) {
+            const int32_t taken = sent < total ? write(from, sent, total, call) : 0;
+            if (got < total) {
+                got += readSome(to + got, std::min(call, total - got));
+            } else if (taken == 0) {
                 countWait(waits);
-                ComHostGetMessage(&message, 1);
+                ComSleepMS(port, 1);
             }
-        }
-        ComSetNotifyThreadMessageAnyChar(port, 0);
-        while (ComHostGetMessage(&message, 0) == 1) {
         }
     }
 
@@ -88,6 +84,18 @@ public:
 
 private:
     static constexpr int32_t port = 1;
+
+    /// Waits for a byte and takes what else is there.
+    static std::size_t readSome(char* to, std::size_t most) {
+        receiveExactly(to, 1);
+        const int32_t more = ComRead(port, to + 1, static_cast<int32_t>(most) - 1);
+        return 1 + static_cast<std::size_t>(more);
+    }
+
+    static void receiveExactly(char* to, int32_t count) {
+        if (ComReadTimed(port, to, count, hundredths) != count)
+            throw std::runtime_error("brisolt: bytes did not come");
+    }
 
     static int32_t write(char* from, std::size_t& sent, std::size_t total, std::size_t call) {
         const int32_t taken = ComWrite(port, from + sent, static_cast<int32_t>(std::min(call, total - sent)));

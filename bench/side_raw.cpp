@@ -21,9 +21,15 @@ std::size_t checked(ssize_t count) {
     return static_cast<std::size_t>(count);
 }
 
+/// Waits as everybody must who does not want to wait for ever: a blocking read has no time limit.
+void await(int descriptor, short events) {
+    pollfd entry{descriptor, events, 0};
+    checked(poll(&entry, 1, 10000));
+}
+
 class Descriptor {
 public:
-    explicit Descriptor(const std::string& path) : fd_(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+    explicit Descriptor(const std::string& path) : fd_(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
         termios settings{};
         if (fd_ < 0 || tcgetattr(fd_, &settings) != 0)
             throw std::system_error(errno, std::generic_category(), path);
@@ -47,21 +53,27 @@ public:
     void roundTrip() override {
         char byte = 'x';
         checked(write(fd_, &byte, 1));
-        checked(read(fd_, &byte, 1));
+        receive(&byte, 1, 1);
     }
 
     void receive(char* to, std::size_t total, std::size_t call) override {
-        for (std::size_t got = 0; got < total;)
+        for (std::size_t got = 0; got < total;) {
+            await(fd_, POLLIN);
             got += checked(read(fd_, to + got, std::min(call, total - got)));
+        }
     }
 
     void send(char* from, std::size_t total, std::size_t call) override {
-        for (std::size_t sent = 0; sent < total;)
-            sent += checked(write(fd_, from + sent, std::min(call, total - sent)));
+        for (std::size_t sent = 0; sent < total;) {
+            const ssize_t count = write(fd_, from + sent, std::min(call, total - sent));
+            if (count < 0 && errno == EAGAIN)
+                await(fd_, POLLOUT);
+            else
+                sent += checked(count);
+        }
     }
 
     void exchange(char* to, char* from, std::size_t total, std::size_t call) override {
-        fcntl(fd_, F_SETFL, O_RDWR | O_NONBLOCK);
         for (std::size_t got = 0, sent = 0; got < total || sent < total;) {
             pollfd entry{fd_, static_cast<short>(sent < total ? POLLIN | POLLOUT : POLLIN), 0};
             checked(poll(&entry, 1, 10000));
@@ -70,7 +82,6 @@ public:
             if ((entry.revents & POLLOUT) != 0)
                 sent += checked(write(fd_, from + sent, std::min(call, total - sent)));
         }
-        fcntl(fd_, F_SETFL, O_RDWR);
     }
 
     std::size_t waiting() override {

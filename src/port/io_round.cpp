@@ -46,22 +46,6 @@ void transmitBlock(Port& port) noexcept {
     deviceWrite(port, {port.record->txStage, block.size()});
 }
 
-// The ring gives up what the device took, no more.
-void transmitLossless(Port& port) noexcept {
-    for (;;) {
-        auto bytes = port.tx.next();
-        if (bytes.empty())
-            return;
-        int32_t taken = writeNow(port, bytes);
-        if (taken < 1)
-            return;
-        trace(port, "Writing %d characters", taken);
-        port.tx.sent(taken);
-        if (taken < static_cast<int32_t>(bytes.size()))
-            return; // the device is full
-    }
-}
-
 } // namespace
 
 bool receiveStep(Port& port) noexcept {
@@ -84,6 +68,23 @@ void replacementStep(Port& port) noexcept {
     auto unread = port.rx.unread();
     replaceIn(unread.first, record.replaceFrom, record.replaceTo);
     replaceIn(unread.second, record.replaceFrom, record.replaceTo);
+}
+
+void transmitLossless(Port& port) noexcept {
+    for (;;) {
+        auto bytes = port.tx.next();
+        if (bytes.empty())
+            return;
+        int32_t taken = writeNow(port, bytes);
+        bool full = taken < static_cast<int32_t>(bytes.size());
+        port.sendingFull = full ? 1 : 0;
+        if (taken < 1)
+            return;
+        trace(port, "Writing %d characters", taken);
+        port.tx.sent(taken);
+        if (full)
+            return;
+    }
 }
 
 void transmitStep(Port& port) noexcept {
@@ -163,6 +164,19 @@ bool takeFromDevice(Port& port) noexcept {
         port.wakeThread();
     }
     return true;
+}
+
+bool sendToDevice(Port& port) noexcept {
+    HeldLock lock(port);
+    int32_t before = port.tx.count();
+    if (before == 0 || !port.isOpen())
+        return true;
+    transmitLossless(port);
+    return port.tx.count() < before;
+}
+
+bool hasUnsent(const Port& port) noexcept {
+    return port.lossless != 0 && !port.tx.empty() && port.record->suspended != 1;
 }
 
 void setNotificationStep(void (*step)(Port&)) noexcept {

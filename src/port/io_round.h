@@ -29,6 +29,16 @@ bool threadRound(Port& port, bool mayReceive);
 /// of data hears of it from the thread. True when the device had bytes.
 bool takeFromDevice(Port& port) noexcept;
 
+/// Hands the device what a lossless port has queued, for a caller that waits. False when the device took
+/// nothing although there is something to send.
+bool sendToDevice(Port& port) noexcept;
+
+/// Whether a lossless port has queued bytes that may go as soon as the device has room.
+bool hasUnsent(const Port& port) noexcept;
+
+/// The ring gives up what the device takes now, no more: the sending of a lossless port.
+void transmitLossless(Port& port) noexcept;
+
 /// What the subsystem of notifications does when a round brought data; set once, on first use. It runs
 /// without portLock: a function of the caller's may use other ports, whose functions use this one.
 void setNotificationStep(void (*step)(Port& port)) noexcept;

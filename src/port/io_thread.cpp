@@ -18,35 +18,85 @@ namespace {
 
 constexpr uint32_t suspendLimit = 500; ///< milliseconds
 /// How long the thread leaves the device to callers after the last has watched it. Their own calls take
-/// what comes meanwhile.
-constexpr uint32_t standAside = 20;
+/// what comes meanwhile; what is to be sent must not wait for long.
+constexpr uint32_t receivingLease = 20;
+constexpr uint32_t sendingLease = 1;
 constexpr uint32_t blindPace = 5; ///< least pause between looks at a device that cannot be waited for
 constexpr int32_t ownMessages = 255;
 
-/// The thread's side of the watch over the device.
-struct WatchShare {
-    uint32_t seenWatches = 0;
-    bool wasParked = false;
-    clock::Deadline asideUntil = clock::Deadline::in(0);
+/// The thread's side of the watch over one direction of the device.
+class WatchShare {
+public:
+    explicit WatchShare(uint32_t lease) noexcept : lease_(lease) {}
 
     /// Who watches while the thread sleeps.
-    ThreadWatch choose(const Port& port) noexcept {
-        if (hasNotifications(port))
-            return ThreadWatch::onDevice;
-        uint32_t watches = port.watches.load();
-        bool watched = port.watchers.load() > 0;
-        bool justLeft = wasParked && !watched;
-        wasParked = false;
-        if (watches != seenWatches || justLeft) {
-            seenWatches = watches;
-            asideUntil = clock::Deadline::in(standAside);
+    ThreadWatch choose(const SharedWatch& shared) noexcept {
+        uint32_t begun = shared.begun.load();
+        bool watched = shared.watchers.load() > 0;
+        bool justLeft = wasParked_ && !watched;
+        wasParked_ = false;
+        if (begun != seen_ || justLeft) {
+            seen_ = begun;
+            asideUntil_ = clock::Deadline::in(lease_);
             return ThreadWatch::aside;
         }
         if (watched) {
-            wasParked = true;
+            wasParked_ = true;
             return ThreadWatch::parked;
         }
-        return asideUntil.passed() ? ThreadWatch::onDevice : ThreadWatch::aside;
+        return asideUntil_.passed() ? ThreadWatch::onDevice : ThreadWatch::aside;
+    }
+    const clock::Deadline& asideUntil() const noexcept { return asideUntil_; }
+
+private:
+    uint32_t lease_;
+    uint32_t seen_ = 0;
+    bool wasParked_ = false;
+    clock::Deadline asideUntil_ = clock::Deadline::in(0);
+};
+
+/// Both directions, and the choice made for the next sleep.
+struct Shares {
+    WatchShare receivingShare{receivingLease};
+    WatchShare sendingShare{sendingLease};
+    ThreadWatch receiving = ThreadWatch::onDevice;
+    ThreadWatch sending = ThreadWatch::onDevice;
+
+    void choose(Port& port) noexcept {
+        receiving = sending = ThreadWatch::onDevice;
+        if (port.device.canWait()) {
+            if (!hasNotifications(port))
+                receiving = receivingShare.choose(port.receiving);
+            sending = sendingShare.choose(port.sending);
+        }
+        port.receiving.thread = receiving;
+        port.sending.thread = sending;
+    }
+    /// A caller has come or gone while the choice was made, and did not see it yet.
+    bool crossed(const Port& port) const noexcept {
+        return (!hasNotifications(port) && crossed(receiving, port.receiving)) ||
+               crossed(sending, port.sending);
+    }
+    /// -1: until something happens.
+    int32_t realMillisecondsLeft() const noexcept {
+        int32_t left = -1;
+        if (receiving == ThreadWatch::aside)
+            left = receivingShare.asideUntil().realMillisecondsLeft();
+        if (sending == ThreadWatch::aside) {
+            int32_t other = sendingShare.asideUntil().realMillisecondsLeft();
+            left = left < 0 ? other : std::min(left, other);
+        }
+        return left;
+    }
+    static void awake(Port& port) noexcept {
+        port.receiving.thread = ThreadWatch::away;
+        port.sending.thread = ThreadWatch::away;
+    }
+
+private:
+    static bool crossed(ThreadWatch choice, const SharedWatch& shared) noexcept {
+        bool watched = shared.watchers.load() > 0;
+        return (choice == ThreadWatch::onDevice && watched) || (choice == ThreadWatch::parked && !watched);
     }
 };
 
@@ -126,16 +176,16 @@ struct Outlook {
 };
 
 /// What there is to do, looked at under the lock so that no writer's bytes and no reader's room are missed.
-Outlook lookAhead(Port& port, bool watching) noexcept {
+Outlook lookAhead(Port& port, const Shares& shares) noexcept {
     HeldLock lock(port);
     bool room = !port.rx.room().empty();
     port.rxStalled = room ? 0 : 1;
     bool unsent = !port.tx.empty();
     bool lossless = port.lossless != 0;
     uint32_t events = 0;
-    if (watching && room)
+    if (room && shares.receiving == ThreadWatch::onDevice)
         events |= COM_HOST_WAIT_READ;
-    if (unsent && lossless)
+    if (unsent && lossless && shares.sending == ThreadWatch::onDevice)
         events |= COM_HOST_WAIT_WRITE;
     return {.roundNow = (unsent && !lossless) || port.untold != 0,
             .tellAgain = !room && hasNotifications(port),
@@ -161,22 +211,15 @@ Work sleepFor(Port& port, const Outlook& outlook, int32_t realMilliseconds) noex
 }
 
 /// Sleeps until there may be work. What a round would find.
-Work waitForWork(Port& port, WatchShare& share) noexcept {
+Work waitForWork(Port& port, Shares& shares) noexcept {
     Wake& wake = *port.threadWake;
     wake.prepare();
-    ThreadWatch watch = port.device.canWait() ? share.choose(port) : ThreadWatch::onDevice;
-    port.threadWatch = watch;
-    bool watched = port.watchers.load() > 0;
-    bool crossed = (watch == ThreadWatch::onDevice && watched && !hasNotifications(port)) ||
-                   (watch == ThreadWatch::parked && !watched);
+    shares.choose(port);
     bool due = port.threadRun == 0 || !port.isOpen() || port.record->suspended == 1 || messagesToPump(port);
     Work work;
-    if (!crossed && !due) {
-        Outlook outlook = lookAhead(port, watch == ThreadWatch::onDevice);
-        int32_t left = watch == ThreadWatch::aside ? share.asideUntil.realMillisecondsLeft() : -1;
-        work = sleepFor(port, outlook, left);
-    }
-    port.threadWatch = ThreadWatch::away;
+    if (!shares.crossed(port) && !due)
+        work = sleepFor(port, lookAhead(port, shares), shares.realMillisecondsLeft());
+    Shares::awake(port);
     wake.finish();
     return work;
 }
@@ -191,7 +234,7 @@ void runRound(Port& port, const Work& work, Pace& pace) {
 }
 
 void run(Port& port) {
-    WatchShare share;
+    Shares shares;
     Pace pace{.lastRound = clock::ticks() - port.record->threadSleep - 1};
     Work work;
     while (port.threadRun != 0 && port.isOpen()) {
@@ -199,7 +242,7 @@ void run(Port& port) {
             sleepOff(port, [&port] { return suspendedFor(port); });
         } else if (!work.any()) {
             serviceMessages(port);
-            work = waitForWork(port, share);
+            work = waitForWork(port, shares);
         } else if (pace.left(port) > 0) {
             sleepOff(port, [&port, &pace] { return pace.left(port); });
         } else {

@@ -21,13 +21,25 @@
 
 namespace brisolt {
 
-/// How the I/O thread shares the watch over the device with callers that wait for bytes. A caller that
-/// waits looks at the device itself, so that a byte reaches it without a detour through another thread.
+/// How the I/O thread shares the watch over the device with callers that wait on the port. A caller that
+/// waits serves the device itself, so that a byte reaches it without a detour through another thread.
 enum class ThreadWatch : int32_t {
     away,     ///< in a round, or waiting for its pace: it will look again by itself
     onDevice, ///< it sleeps on the device
     aside,    ///< callers watch now and then; it takes over when none has for a while
     parked,   ///< a caller is watching right now; that caller calls it when it leaves
+};
+
+/// The watch over one direction of the device.
+struct SharedWatch {
+    std::atomic<ThreadWatch> thread{ThreadWatch::away};
+    std::atomic<int32_t> watchers{0}; ///< callers that watch it now
+    std::atomic<uint32_t> begun{0};   ///< how often one began
+
+    bool threadStandsAside() const noexcept {
+        ThreadWatch watch = thread.load(std::memory_order_relaxed);
+        return watch == ThreadWatch::aside || watch == ThreadWatch::parked;
+    }
 };
 
 struct Port {
@@ -53,9 +65,10 @@ struct Port {
     std::atomic<int32_t> threadStarted{0}; ///< it has said so in the trace
     std::atomic<int32_t> rxStalled{0};     ///< it leaves the device alone until a reader makes room
     std::shared_ptr<Wake> threadWake;      ///< set before the thread is announced; never changed afterwards
-    std::atomic<ThreadWatch> threadWatch{ThreadWatch::away};
-    std::atomic<int32_t> watchers{0}; ///< callers that watch the device now
-    std::atomic<uint32_t> watches{0}; ///< how often one began
+    SharedWatch receiving;                 ///< for bytes that come
+    SharedWatch sending;                   ///< for room for what a lossless port has queued
+    std::atomic<int32_t> sendingFull{
+        0}; ///< the device took less than it was offered, and no room was seen since
 
     std::atomic<int32_t> untold{0}; ///< a caller took bytes that the thread has yet to notify somebody of
 

@@ -38,9 +38,12 @@ void reset(Port& port, int32_t number) noexcept {
     port.threadStarted = 0;
     port.rxStalled = 0;
     port.threadWake.reset();
-    port.threadWatch = ThreadWatch::away;
-    port.watchers = 0;
-    port.watches = 0;
+    for (SharedWatch* watch : {&port.receiving, &port.sending}) {
+        watch->thread = ThreadWatch::away;
+        watch->watchers = 0;
+        watch->begun = 0;
+    }
+    port.sendingFull = 0;
     port.untold = 0;
     port.lossless = 0;
     port.traceOn = 0;

@@ -33,10 +33,13 @@ int32_t readPiece(Port& port, std::span<const uint8_t> piece, uint8_t* buffer, i
     copyOut(port, piece.first(static_cast<std::size_t>(taken)), buffer);
     int32_t tail = port.record->rxTail + taken;
     bool emptied = tail == port.record->rxHead;
-    if (emptied)
+    if (emptied) {
         port.rx.clear();
-    else
-        port.record->rxTail = tail == port.rx.size ? 0 : tail;
+        return taken;
+    }
+    port.record->rxTail = tail == port.rx.size ? 0 : tail;
+    if (port.lossless != 0)
+        port.rx.wrapFull();
     return taken;
 }
 
@@ -65,12 +68,6 @@ void resumeReceiving(Port& port) noexcept {
     port.wakeThread();
 }
 
-/// While callers watch the device, a read of the empty ring takes what the thread would have.
-bool threadStandsAside(const Port& port) noexcept {
-    ThreadWatch watch = port.threadWatch.load(std::memory_order_relaxed);
-    return watch == ThreadWatch::aside || watch == ThreadWatch::parked;
-}
-
 } // namespace
 
 int32_t read(Port& port, void* buffer, int32_t count) {
@@ -85,8 +82,8 @@ int32_t read(Port& port, void* buffer, int32_t count) {
     HeldLock lock(port);
     if (!port.threaded())
         directRound(port);
-    else if (port.rx.count() == 0 && threadStandsAside(port))
-        takeFromDevice(port);
+    else if (port.rx.count() == 0 && port.receiving.threadStandsAside())
+        takeFromDevice(port); // while callers watch the device, that is for them to do
     statusRead(port);
     auto unread = port.rx.unread();
     auto* to = static_cast<uint8_t*>(buffer);

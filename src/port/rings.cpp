@@ -50,6 +50,11 @@ ReceiveRing::Pieces ReceiveRing::unread() const noexcept {
     return {piece(storage, read, size), piece(storage, 0, write)};
 }
 
+void ReceiveRing::wrapFull() noexcept {
+    if (*head == size && *tail > 0)
+        *head = 0;
+}
+
 void ReceiveRing::clear() noexcept {
     if (storage == nullptr)
         return;

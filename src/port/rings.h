@@ -24,6 +24,9 @@ struct ReceiveRing {
         std::span<uint8_t> first, second;
     };
     Pieces unread() const noexcept;
+    /// A ring that was filled from 0 to its end takes nothing until it is emptied; with this it goes on at
+    /// its start as soon as the reader has moved on.
+    void wrapFull() noexcept;
     void clear() noexcept;
 };
 

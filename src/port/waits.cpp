@@ -14,56 +14,87 @@ namespace {
 
 constexpr uint32_t pollPace = 1; ///< milliseconds, where nothing can wake a wait
 
-/// A caller's watch over the device while it waits for bytes, which relieves the I/O thread of its own.
-class DeviceWatch {
+/// A caller's watch over one direction of the device, for which the I/O thread stands aside meanwhile.
+class Watch {
 public:
-    DeviceWatch(Port& port, bool wanted) noexcept : port_(port) {
-        bool notifying = hasNotifications(port);
-        bool threadIsQuick = notifying && port.record->threadSleep == 0 && port.record->suspended != 1;
-        bool leaveToThread = threadIsQuick && !onIoThread(port);
-        if (!wanted || !port.device.canWait() || leaveToThread || port.closing != 0 || !hasRoom())
-            return;
-        watching_ = true;
-        if (!port.threaded() || notifying)
-            return; // the thread goes on watching, for its notifications
-        registered_ = true;
-        port.watches.fetch_add(1);
-        port.watchers.fetch_add(1);
-        if (port.threadWatch.load() == ThreadWatch::onDevice)
+    Watch() = default;
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+    void begin(Port& port, SharedWatch& shared) noexcept {
+        port_ = &port;
+        shared_ = &shared;
+        shared.begun.fetch_add(1);
+        shared.watchers.fetch_add(1);
+        if (shared.thread.load() == ThreadWatch::onDevice)
             port.wakeThread();
     }
-    ~DeviceWatch() {
-        if (!registered_)
+    ~Watch() {
+        if (shared_ == nullptr)
             return;
-        bool last = port_.watchers.fetch_sub(1) == 1;
-        if (last && port_.threadWatch.load() == ThreadWatch::parked)
-            port_.wakeThread();
+        bool last = shared_->watchers.fetch_sub(1) == 1;
+        if (last && shared_->thread.load() == ThreadWatch::parked)
+            port_->wakeThread();
     }
-    DeviceWatch(const DeviceWatch&) = delete;
-    DeviceWatch& operator=(const DeviceWatch&) = delete;
-    bool watching() const noexcept { return watching_; }
 
 private:
-    // A full ring takes nothing; watching a device that has bytes for it would not be a sleep.
-    bool hasRoom() const noexcept {
-        HeldLock lock(port_);
-        return !port_.rx.room().empty();
+    Port* port_ = nullptr;
+    SharedWatch* shared_ = nullptr;
+};
+
+/// A caller's watch over the device while it waits: for bytes if it waits for them, for room if a lossless
+/// port has something to send.
+class DeviceWatch {
+public:
+    DeviceWatch(Port& port, bool bytes) noexcept {
+        if (!port.device.canWait() || port.closing != 0)
+            return;
+        bool notifying = hasNotifications(port);
+        if (bytes && !leftToThread(port, notifying) && hasRoom(port)) {
+            events_ |= COM_HOST_WAIT_READ;
+            if (port.threaded() && !notifying) // else the thread goes on watching, for its notifications
+                receiving_.begin(port, port.receiving);
+        }
+        if (port.threaded() && hasUnsent(port)) {
+            events_ |= COM_HOST_WAIT_WRITE;
+            sending_.begin(port, port.sending);
+        }
     }
-    Port& port_;
-    bool watching_ = false;
-    bool registered_ = false;
+    uint32_t events() const noexcept { return events_; }
+
+private:
+    static bool leftToThread(const Port& port, bool notifying) noexcept {
+        bool threadIsQuick = notifying && port.record->threadSleep == 0 && port.record->suspended != 1;
+        return threadIsQuick && !onIoThread(port);
+    }
+    // A full ring takes nothing; watching a device that has bytes for it would not be a sleep.
+    static bool hasRoom(Port& port) noexcept {
+        HeldLock lock(port);
+        return !port.rx.room().empty();
+    }
+    Watch receiving_, sending_;
+    uint32_t events_ = 0;
 };
 
 bool quitToSee(const Port& port) noexcept {
     return port.record->escapeFunc.load() == nullptr && message::quitPending();
 }
 
-/// Sleeps on the thread's own wake, and on the device when it watches. True when the device has bytes.
-bool sleepOnce(Port& port, Wake& wake, bool watching, int32_t realMilliseconds) noexcept {
-    if (watching)
-        return port.device.wait(COM_HOST_WAIT_READ, wake.descriptor(), wake.patience(realMilliseconds)) != 0;
+/// Sleeps on the thread's own wake, and on the device when it watches for something. What the device holds.
+uint32_t sleepOnce(Port& port, Wake& wake, uint32_t events, int32_t realMilliseconds) noexcept {
+    if (events != 0)
+        return port.device.wait(events, wake.descriptor(), wake.patience(realMilliseconds));
     wake.sleep(realMilliseconds);
-    return false;
+    return 0;
+}
+
+/// Does what the I/O thread would have done. False when the device has not kept its promise.
+bool serveDevice(Port& port, uint32_t held) noexcept {
+    bool kept = true;
+    if ((held & COM_HOST_WAIT_READ) != 0 && port.threaded())
+        kept = takeFromDevice(port);
+    if ((held & COM_HOST_WAIT_WRITE) != 0)
+        kept = sendToDevice(port) && kept;
+    return kept;
 }
 
 /// Handles the calling thread's messages up to the escape character. The escape character is consumed.
@@ -115,18 +146,18 @@ bool messagesToPump(const Port& port) noexcept {
 void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until) {
     Wake& wake = *Wake::ofThisThread();
     PortEvents::Waiter waiter(port.events, wake);
-    bool ready = false;
+    uint32_t held = 0;
     {
         DeviceWatch watch(port, what.bytes);
         wake.prepare();
         bool quiet = port.events.count() == seen && !(what.messages && messagesToPump(port)) &&
                      !(what.quit && quitToSee(port));
         if (quiet)
-            ready = sleepOnce(port, wake, watch.watching(), until.realMillisecondsLeft());
+            held = sleepOnce(port, wake, watch.events(), until.realMillisecondsLeft());
         wake.finish();
     }
-    bool promisedNothing = ready && port.threaded() && !takeFromDevice(port);
-    if (promisedNothing && port.events.count() == seen) { // nor may such a device keep a caller running
+    bool kept = serveDevice(port, held);
+    if (!kept && port.events.count() == seen) { // nor may such a device keep a caller running
         wake.prepare();
         wake.sleep(static_cast<int32_t>(pollPace));
         wake.finish();

@@ -33,17 +33,31 @@ int32_t queue(Port& port, std::span<const uint8_t> bytes) noexcept {
     return taken;
 }
 
+/// A lossless port's ring takes the bytes. The thread is called for the first of them only: while there are
+/// any it looks after them, or stands aside for a moment for callers that do.
+int32_t queueLossless(Port& port, std::span<const uint8_t> bytes) noexcept {
+    bool first = port.tx.empty();
+    int32_t taken = port.tx.queue(bytes);
+    if (first && taken > 0 && port.threaded() && port.sending.thread != ThreadWatch::aside)
+        port.wakeThread();
+    return taken;
+}
+
 /// The device takes what it has room for now, the ring the rest: nothing waits, nothing is dropped.
 int32_t writeLossless(Port& port, std::span<const uint8_t> bytes) noexcept {
+    bool deviceMayTake = port.threaded() && port.record->writeThru == 1 && port.sendingFull == 0;
+    if (deviceMayTake && hasUnsent(port))
+        transmitLossless(port);
     int32_t through = 0;
     if (mayWriteThrough(port)) {
         if (tracing(port))
             trace(port, "Performing Write-Thru: Bytes: %d Write-thru State:%d",
                   static_cast<int32_t>(bytes.size()), port.record->writeThru.load());
         through = writeNow(port, bytes);
+        port.sendingFull = through < static_cast<int32_t>(bytes.size()) ? 1 : 0;
     }
     auto rest = bytes.subspan(static_cast<std::size_t>(through));
-    return rest.empty() ? through : through + queue(port, rest);
+    return rest.empty() ? through : through + queueLossless(port, rest);
 }
 
 /// The whole block goes to the device when nothing is queued before it and the device has room for all of
