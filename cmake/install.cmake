@@ -7,6 +7,7 @@ install(TARGETS brisolt EXPORT brisolt)
 if(TARGET brisolt-command)
     install(TARGETS brisolt-command)
 endif()
+install(FILES share/modems.txt DESTINATION "${CMAKE_INSTALL_DATADIR}/brisolt")
 install(FILES LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 
 # A pkg-config file that finds its prefix from its own place serves a tree that was moved or installed

@@ -24,8 +24,12 @@
 
 #include "brisolt/ports.h"
 #include "brisolt/stream.h"
+#include "brisolt/lines.h"
 #include "brisolt/waits.h"
+#include "brisolt/scripting.h"
 #include "brisolt/notifications.h"
+#include "brisolt/drivers.h"
+#include "brisolt/modem.h"
 #include "brisolt/logs.h"
 #include "brisolt/progress.h"
 #include "brisolt/conversions.h"

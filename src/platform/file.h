@@ -1,4 +1,4 @@
-// Files of the logs: opened for one operation, with the sharing rules the logs promise. Inside the process
+// Files that are opened for one operation, with the sharing rules that the logs and readers promise. Inside the process
 // the rules are kept by a table of open files, against other processes by an advisory lock.
 #pragma once
 
@@ -29,6 +29,22 @@ private:
 
     int32_t descriptor_ = -1;
     bool registered_ = false;
+};
+
+/// A file open for reading from its start. Null-like when it could not be opened.
+class Reader {
+public:
+    /// With Sharing::readOnly a file that somebody has open for writing is refused.
+    Reader(const char* path, Sharing sharing) noexcept;
+    Reader(Reader&& other) noexcept;
+    Reader& operator=(const Reader&) = delete;
+    ~Reader();
+    explicit operator bool() const noexcept { return descriptor_ >= 0; }
+    /// Bytes read, 0 at the end, below 0 when it failed.
+    int32_t read(void* buffer, int32_t count) noexcept;
+
+private:
+    int32_t descriptor_ = -1;
 };
 
 } // namespace brisolt::file

@@ -7,15 +7,6 @@ namespace brisolt::blocks {
 
 namespace {
 
-void tieRings(Port& port, uint32_t rxSize, uint32_t txSize) noexcept {
-    port.rx.size = static_cast<int32_t>(rxSize);
-    port.rx.tail = &port.record->rxTail;
-    port.rx.head = &port.record->rxHead;
-    port.tx.size = static_cast<int32_t>(txSize);
-    port.tx.tail = &port.record->txTail;
-    port.tx.head = &port.record->txHead;
-}
-
 template <class T> void releaseBlock(T*& block, std::size_t size) noexcept {
     if (block != nullptr)
         memory::release(block, size);
@@ -24,29 +15,41 @@ template <class T> void releaseBlock(T*& block, std::size_t size) noexcept {
 
 } // namespace
 
-int32_t allocate(Port& port, uint32_t rxSize, uint32_t txSize) noexcept {
+int32_t allocateRecords(Port& port) noexcept {
     port.rx = {};
     port.tx = {};
-    auto failed = [&port](int32_t code) {
-        release(port);
-        return code;
-    };
-    // Positions are signed: a ring above their range cannot be had.
     port.record = static_cast<PortRecord*>(memory::allocateZeroed(sizeof(PortRecord)));
     if (port.record == nullptr)
-        return failed(-20);
+        return -20;
     port.workArea = static_cast<PortWorkArea*>(memory::allocateZeroed(sizeof(PortWorkArea)));
-    if (port.workArea == nullptr)
-        return failed(-21);
-    port.rx.storage = rxSize > INT32_MAX ? nullptr : static_cast<uint8_t*>(memory::allocateZeroed(rxSize));
-    if (port.rx.storage == nullptr)
-        return failed(-22);
-    port.rx.size = static_cast<int32_t>(rxSize);
-    port.tx.storage = txSize > INT32_MAX ? nullptr : static_cast<uint8_t*>(memory::allocateZeroed(txSize));
-    if (port.tx.storage == nullptr)
-        return failed(-23);
-    tieRings(port, rxSize, txSize);
+    if (port.workArea == nullptr) {
+        release(port);
+        return -21;
+    }
+    port.rx.tail = &port.record->rxTail;
+    port.rx.head = &port.record->rxHead;
+    port.tx.tail = &port.record->txTail;
+    port.tx.head = &port.record->txHead;
     return 0;
+}
+
+int32_t allocate(Port& port, uint32_t rxSize, uint32_t txSize) noexcept {
+    if (int32_t failure = allocateRecords(port); failure != 0)
+        return failure;
+    // Positions are signed: a ring above their range cannot be had.
+    auto storageOf = [](uint32_t size) {
+        return size > INT32_MAX ? nullptr : static_cast<uint8_t*>(memory::allocateZeroed(size));
+    };
+    port.rx.storage = storageOf(rxSize);
+    port.rx.size = static_cast<int32_t>(rxSize);
+    if (port.rx.storage != nullptr)
+        port.tx.storage = storageOf(txSize);
+    port.tx.size = static_cast<int32_t>(txSize);
+    if (port.tx.storage != nullptr)
+        return 0;
+    int32_t failure = port.rx.storage == nullptr ? -22 : -23;
+    release(port);
+    return failure;
 }
 
 void release(Port& port) noexcept {

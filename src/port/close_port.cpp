@@ -8,6 +8,14 @@
 
 namespace brisolt {
 
+void turnOff(Port& port) {
+    port.open = 0;
+    port.orphans = tracked::detach(port.number);
+    table::withdraw(port);
+    port.events.wakeAll();
+    port.wakeThread();
+}
+
 namespace {
 
 struct CloseStyle {
@@ -40,15 +48,6 @@ void stopThread(Port& port, const CloseStyle& style) {
     clock::sleep(settle);
     awaitThread(port, style.threadWait);
     clock::sleep(settle);
-}
-
-/// From here on the port is gone for everybody; those inside leave, the last of them takes the blocks along.
-void turnOff(Port& port) {
-    port.open = 0;
-    port.orphans = tracked::detach(port.number);
-    table::withdraw(port);
-    port.events.wakeAll();
-    port.wakeThread();
 }
 
 int32_t close(Port& port, const CloseStyle& style) {

@@ -33,6 +33,8 @@ constexpr std::array<FlowMode, 6> modes{{
 int32_t controlLine(Port& port, ComPortFunc driverFunction, uint32_t function) {
     if (driverFunction != nullptr)
         return driverFunction(port.number);
+    if (!port.hasDevice())
+        return -1;
     return port.device.line(function) ? 1 : -2;
 }
 

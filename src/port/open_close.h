@@ -23,6 +23,10 @@ int32_t openPort(const OpenArguments& arguments);
 /// ComPreOpen: a device handle that the caller keeps.
 int32_t openPortOn(const OpenArguments& arguments, int32_t handle);
 
+/// What every close comes to: the port is gone for everybody; those inside leave, and the last of them takes
+/// the blocks along.
+void turnOff(Port& port);
+
 /// ComClose and ComPreClose.
 int32_t closePort(Port& port);
 int32_t preClosePort(Port& port);

@@ -160,6 +160,19 @@ struct PortRecord {
     uint8_t bufWriteData[64000];
 };
 
+/// Where the port's modem initialisation stands; the step flags are as its caller gave them.
+struct ModemInit {
+    Shared<int32_t> state; ///< 0: there was none yet
+    Shared<int32_t> retryCount;
+    Shared<uint32_t> deadline; ///< a tick count
+    Shared<int32_t> resetFlags;
+    Shared<int32_t> initFlags;
+    Shared<int32_t> compressionFlags;
+    Shared<int32_t> flowFlags;
+    Shared<int32_t> errorControlFlags;
+    Shared<int32_t> autoAnswerFlags;
+};
+
 struct PortWorkArea {
     Shared<uint32_t> transferThread;
     int32_t rxQuietTimeout;
@@ -181,6 +194,7 @@ struct PortWorkArea {
     char respList[20][40];
     int32_t stimCount;
     int32_t respCount;
+    ModemInit modemInit;
 };
 
 } // namespace brisolt

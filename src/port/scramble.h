@@ -3,8 +3,20 @@
 
 #include <bit>
 #include <cstdint>
+#include <numeric>
+#include <string_view>
+
+#include "port/record.h"
 
 namespace brisolt {
+
+/// The key that both ends make of a code: the sum of its bytes, or the default key when that is 0.
+constexpr uint8_t scrambleKeyOf(std::string_view code) noexcept {
+    auto sum = std::accumulate(code.begin(), code.end(), uint8_t{0}, [](uint8_t key, char byte) {
+        return static_cast<uint8_t>(key + static_cast<uint8_t>(byte));
+    });
+    return sum == 0 ? defaultScrambleKey : sum;
+}
 
 /// How far a key turns a byte: 1 to 7 bits.
 constexpr int32_t scrambleTurn(uint8_t key) noexcept {

@@ -25,6 +25,8 @@ int32_t flushReceived(Port& port, int32_t seconds) {
         return -1;
     if (ComPortFunc function = port.record->flushFunc)
         return function(port.number);
+    if (port.rx.storage == nullptr)
+        return -1;
     yieldPause(port, static_cast<uint32_t>(std::clamp<int64_t>(seconds, 0, UINT32_MAX / 1000) * 1000));
     if (port.ending())
         return -1;
@@ -43,6 +45,8 @@ int32_t flushUnsent(Port& port) {
         return -1;
     if (ComPortFunc function = port.record->flushOutBufFunc)
         return function(port.number);
+    if (port.tx.storage == nullptr)
+        return -1;
     HeldLock lock(port);
     port.tx.clear();
     port.device.purge(COM_HOST_PURGE_TX);

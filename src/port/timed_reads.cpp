@@ -16,15 +16,6 @@ uint32_t milliseconds(int64_t value, int64_t unit, int64_t more = 0) {
     return static_cast<uint32_t>(std::min<int64_t>(value * unit + more, UINT32_MAX));
 }
 
-/// Sleeps until bytes or something else to look at come; the caller looked at its conditions at `seen`.
-/// A quit that this wait does not end on stays pending: then messages are not handled, nor waited for.
-void sleepForBytes(Port& port, uint32_t seen, bool endsOnQuit, bool messages, const clock::Deadline& until) {
-    bool asked = port.record->escapeFunc.load() != nullptr; // a function in its place knows no quit
-    bool handled = messages && (asked || !message::quitPending());
-    WaitFor what{.bytes = true, .messages = handled, .quit = messages && endsOnQuit};
-    sleepOnPort(port, seen, what, nextLook(port, what, until));
-}
-
 struct TimedRead {
     uint32_t start, end;
     int32_t parameter;
@@ -43,6 +34,13 @@ int32_t readTimedOut(Port& port, void* buffer, int32_t count, const TimedRead& t
 }
 
 } // namespace
+
+void sleepForBytes(Port& port, uint32_t seen, bool endsOnQuit, bool messages, const clock::Deadline& until) {
+    bool asked = port.record->escapeFunc.load() != nullptr; // a function in its place knows no quit
+    bool handled = messages && (asked || !message::quitPending());
+    WaitFor what{.bytes = true, .messages = handled, .quit = messages && endsOnQuit};
+    sleepOnPort(port, seen, what, nextLook(port, what, until));
+}
 
 int32_t readTimed(Port& port, void* buffer, int32_t count, int32_t hundredths) {
     int32_t timeout = hundredths < 11 ? 1000 : hundredths;

@@ -226,6 +226,7 @@ bool cancelled(const Port& port) noexcept {
 }
 
 void cancel(Port& port) noexcept {
+    port.cancels.fetch_add(1); // first: who sees the flag finds it counted
     port.record->cancelFlag = 1;
     port.events.wakeAll();
 }

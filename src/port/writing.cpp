@@ -119,6 +119,8 @@ int32_t bytesUnsent(Port& port) {
         return -1;
     if (ComPortFunc function = port.record->outBufStatusFunc)
         return function(port.number);
+    if (port.tx.storage == nullptr)
+        return -1;
     auto held = static_cast<int32_t>(statusRead(port, COM_HOST_WANT_OUT).outQueue);
     return port.tx.count() + held;
 }

@@ -2,50 +2,96 @@
 
 #include "platform/message.h"
 #include "port/io_round.h"
+#include "port/port_table.h"
+#include "port/trace.h"
+#include "script/peek.h"
+#include "script/wildcard.h"
 
 namespace brisolt {
 
 namespace {
 
 constexpr uint32_t anyDataMessage = 0x800A;
+constexpr uint32_t characterMessage = 0x800B;
+constexpr uint32_t stringMessage = 0x800C;
 
-/// Runs on the I/O thread, between the receiving and the sending of a round. A failed post is nobody's business
-/// here: the receiver is gone, or does not look.
-void notify(Port& port) {
+bool always(Port&) {
+    return true;
+}
+
+bool characterIsThere(Port& port) {
+    int32_t offset = findUnread(port, port.record->notifyChar);
+    bool wrapped = port.record->rxHead < port.record->rxTail;
+    if (offset >= 0 && !wrapped)
+        trace(port, "ComPeekChar found position at %d", offset);
+    return offset >= 0;
+}
+
+bool stringIsThere(Port& port) {
+    char pattern[sizeof(PortRecord::notifyString)];
+    {
+        HeldLock lock(port);
+        std::memcpy(pattern, port.record->notifyString, sizeof pattern);
+    }
+    UnreadText unread(port);
+    return unread.text() != nullptr && wildSearch(unread.text(), pattern).has_value();
+}
+
+/// What callers can be told of, and who is.
+struct Kind {
+    uint32_t message;
+    bool (*test)(Port& port);
+    TargetField<ComPortFunc> function;
+    TargetField<int32_t> window;
+    TargetField<uint32_t> thread;
+};
+constexpr Kind kinds[] = {
+    {anyDataMessage, always, &PortRecord::anyCharCallback, &PortRecord::anyCharWindow,
+     &PortRecord::anyCharThread},
+    {characterMessage, characterIsThere, &PortRecord::onCharCallback, &PortRecord::onCharWindow,
+     &PortRecord::onCharThread},
+    {stringMessage, stringIsThere, &PortRecord::onStringCallback, &PortRecord::onStringWindow,
+     &PortRecord::onStringThread},
+};
+
+/// Each target has its own test, as a function before it may have read what was found. A failed post is
+/// nobody's business here: the receiver is gone, or does not look.
+void tell(Port& port, const Kind& kind) {
     const PortRecord& record = *port.record;
     int32_t number = port.number;
-    if (ComPortFunc function = record.anyCharCallback)
+    if (ComPortFunc function = record.*kind.function; function != nullptr && kind.test(port))
         function(number);
     if (!port.isOpen())
         return; // the function has closed it
-    if (int32_t window = record.anyCharWindow; window != 0)
-        message::postToWindow(window, anyDataMessage, 0, number);
-    if (uint32_t thread = record.anyCharThread; thread != 0)
-        message::postToThread(thread, anyDataMessage, 0, number);
+    if (int32_t window = record.*kind.window; window != 0 && kind.test(port))
+        message::postToWindow(window, kind.message, 0, number);
+    if (uint32_t thread = record.*kind.thread; thread != 0 && kind.test(port))
+        message::postToThread(thread, kind.message, 0, number);
 }
 
-/// A target has changed: the thread may have to watch the device itself now, or need not any more.
-int32_t targetSet(Port& port) noexcept {
+/// Runs on the I/O thread, between the receiving and the sending of a round.
+void notify(Port& port) {
+    for (const Kind& kind : kinds)
+        if (port.isOpen())
+            tell(port, kind);
+}
+
+} // namespace
+
+// The thread may have to watch the device itself now, or need not any more.
+int32_t targetsChanged(Port& port) noexcept {
     setNotificationStep(notify);
     port.wakeThread();
     return 1;
 }
 
-} // namespace
-
-int32_t notifyWindow(Port& port, int32_t window) {
-    port.record->anyCharWindow = window;
-    return targetSet(port);
-}
-
-int32_t notifyThread(Port& port, uint32_t thread) {
-    port.record->anyCharThread = thread;
-    return targetSet(port);
-}
-
-int32_t notifyFunction(Port& port, ComPortFunc function) {
-    port.record->anyCharCallback = function;
-    return targetSet(port);
+void setNotifyString(Port& port, const char* string) noexcept {
+    HeldLock lock(port);
+    char* field = port.record->notifyString;
+    constexpr std::size_t longest = sizeof(PortRecord::notifyString) - 1;
+    std::size_t length = strnlen(string, longest);
+    std::memcpy(field, string, length);
+    std::memset(field + length, 0, longest + 1 - length);
 }
 
 } // namespace brisolt

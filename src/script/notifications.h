@@ -1,14 +1,62 @@
-// Telling callers that data has arrived on a port.
+// Telling callers what has arrived on a port: any data, a character, a string.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "port/port.h"
 
 namespace brisolt {
 
-int32_t notifyWindow(Port& port, int32_t window);
-int32_t notifyThread(Port& port, uint32_t thread);
-int32_t notifyFunction(Port& port, ComPortFunc function);
+/// Who is told: a window, a thread, or a function; 0 or null for nobody.
+template <class Target> using TargetField = Shared<Target> PortRecord::*;
+
+/// The target is to be told of any data.
+template <class Target> int32_t notifyAny(Port& port, TargetField<Target> field, Target target) noexcept;
+/// The target is to be told of a character. All three share the one that was set last.
+template <class Target>
+int32_t notifyOnChar(Port& port, TargetField<Target> field, Target target, uint8_t character) noexcept;
+
+/// What a caller gets for a string that cannot be watched for.
+struct ShortString {
+    std::size_t least; ///< characters
+    int32_t result;
+};
+/// The same of a string. One that is too short switches the target off when it is 0, and changes nothing
+/// else.
+template <class Target>
+int32_t notifyOnString(Port& port, TargetField<Target> field, Target target, const char* string,
+                       ShortString tooShort) noexcept;
+
+/// The port looks anew at who is to be told.
+int32_t targetsChanged(Port& port) noexcept;
+void setNotifyString(Port& port, const char* string) noexcept;
+
+// ---- the same steps for each kind of target
+
+template <class Target> int32_t notifyAny(Port& port, TargetField<Target> field, Target target) noexcept {
+    port.record->*field = target;
+    return targetsChanged(port);
+}
+
+template <class Target>
+int32_t notifyOnChar(Port& port, TargetField<Target> field, Target target, uint8_t character) noexcept {
+    port.record->notifyChar = character;
+    return notifyAny(port, field, target);
+}
+
+template <class Target>
+int32_t notifyOnString(Port& port, TargetField<Target> field, Target target, const char* string,
+                       ShortString tooShort) noexcept {
+    std::size_t length = string == nullptr ? 0 : std::strlen(string);
+    if (length < tooShort.least) {
+        if (target == Target{})
+            notifyAny(port, field, target);
+        return tooShort.result;
+    }
+    setNotifyString(port, string);
+    return notifyAny(port, field, target);
+}
 
 } // namespace brisolt

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/error_text.h"
+#include "platform/posix/file_names.h"
 
 namespace brisolt::file {
 namespace {
@@ -58,19 +59,9 @@ struct OpenFiles {
 
 /// A pipe without a reader or a silent terminal must not hold up whoever logs, hence O_NONBLOCK. Reading
 /// is asked for because network file systems grant a shared lock to readers only.
-int32_t openNamed(const char* path, Missing missing) noexcept {
+int32_t openForAppending(const char* path, Missing missing) noexcept {
     int flags = O_RDWR | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    if (std::strchr(path, '\\') != nullptr) {
-        int32_t descriptor = ::open(path, flags);
-        if (descriptor >= 0 || (errno != ENOENT && errno != ENOTDIR))
-            return descriptor;
-    }
-    char translated[4096];
-    std::size_t length = std::strlen(path);
-    if (length >= sizeof translated)
-        return -1;
-    std::replace_copy(path, path + length + 1, translated, '\\', '/');
-    return ::open(translated, missing == Missing::create ? flags | O_CREAT : flags, 0666);
+    return openByName(path, flags, missing == Missing::create ? O_CREAT : 0);
 }
 
 /// False only when another process is in the way.
@@ -90,7 +81,7 @@ void tellRefusal(const char* path, Missing missing, const char* reason) noexcept
 } // namespace
 
 Appender::Appender(const char* path, Sharing sharing, Missing missing) noexcept {
-    int32_t descriptor = openNamed(path, missing);
+    int32_t descriptor = openForAppending(path, missing);
     if (descriptor < 0) {
         tellRefusal(path, missing, std::strerror(errno));
         return;

@@ -1,0 +1,98 @@
+/* brisolt/scripting.h: looking into received bytes, waiting for strings and answering them. */
+#ifndef BRISOLT_SCRIPTING_H
+#define BRISOLT_SCRIPTING_H
+
+#include "types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Peeks --------------------------------------------------------------------------------------- */
+
+/* These look at bytes that have come and nobody has read; a read still returns them. Positions are
+ * offsets into the unread bytes, 0 being the next that ComRead returns. On a virtual port there is nothing
+ * to see. Where nothing is found the position is left as it is. With scrambling on they see scrambled
+ * bytes. */
+
+/* The first place of a byte value (0 to 255). 1 found; 0 not there; -1 bad or closed port, or no byte
+ * value. ComPkChar does without the position, ComPeekChar with a null position, too. */
+int32_t ComPeekChar(int32_t port, int32_t character, int32_t *position);
+int32_t ComPkChar(int32_t port, int32_t character);
+/* Copies the next `count` bytes, as far as they are there. Bytes copied; [port], also null. */
+int32_t ComPeekBuf(int32_t port, void *buffer, int32_t count);
+/*
+ * Searches the unread bytes up to the first NUL for a pattern. 1 found; 0 not; -2 no memory; [port], also
+ * null. In a pattern `?` is any byte, and a character with a `*` behind it stands for as many of that
+ * character as there are, none included; `?*` leaves open what comes before the rest of the pattern. A `?`
+ * behind a `?` stands for itself, and so does a `*` at the start or behind `?*`. The matcher never goes
+ * back. With wildcards the position may lie before the match: it is the first place at which an attempt
+ * met a wildcard and failed. A pattern with more than 200 `?*` is not found.
+ */
+int32_t ComPeekString(int32_t port, const char *pattern, int32_t *position);
+/* The same for a plain string; an empty one is found at 0 when anything is unread. */
+int32_t ComPeekString_NoWildCard(int32_t port, const char *string, int32_t *position);
+/* The same search in a text of the caller's. 1, position set; 0 not found, or null. */
+int32_t ComStrStr(const char *text, const char *pattern, int32_t *position);
+
+/* ---- Stimulus and response ----------------------------------------------------------------------- */
+
+/*
+ * A stimulus call takes bytes from the port until a string that it waits for occurs in them, sends the
+ * answer (as ComPuts does: `|` a carriage return, `~` a pause of a second) and tells which string it was.
+ * The bytes stay in the port's match buffer of 10000 bytes, zero-terminated. Letter case counts, there are
+ * no wildcards, and a string may come in several pieces. Of several strings the first in the list wins.
+ *
+ * A call wakes when bytes come and sleeps otherwise, letting messages through. The port's escape character,
+ * a request to quit and ComCancel end it. Times are seconds; 0.1 s is added (a whole second in
+ * ComStimulusFast). A maximum above 9999 (9900 in the two Fast calls) counts as that. One call a port at a
+ * time: two would share the match buffer.
+ */
+
+/* Waits for `stimulus` and sends `response`, which may be empty. NUL and 255 are dropped. The Fast call
+ * takes up to 100 bytes between two tests. 1 seen and answered; 2 time over; 3 `maximum` bytes have come;
+ * -4 escaped or cancelled; [port], also null or closed meanwhile. */
+int32_t ComStimulus(int32_t port, const char *stimulus, const char *response, int32_t maximum,
+                    int32_t seconds);
+int32_t ComStimulusFast(int32_t port, const char *stimulus, const char *response, int32_t maximum,
+                        int32_t seconds);
+/* Takes what is there now, at most `maximum` bytes, each NUL as a blank, and never waits. 1; 2 nothing
+ * there or the stimulus is not in it; [port], also null. */
+int32_t ComStimulusImmediate(int32_t port, const char *stimulus, const char *response, int32_t maximum);
+/* Waits for one of `count` strings; an empty answer sends nothing. Every byte is kept, and a NUL ends the
+ * text that is searched. The index of the string + 1; -1 bad or closed port or a null among the strings or
+ * answers; -2 time over; -3 `maximum` bytes have come; -4 escaped or cancelled; -14 closed meanwhile. */
+int32_t ComStimulusArray(int32_t port, const char *const *stimuli, const char *const *responses,
+                         int32_t count, int32_t maximum, int32_t seconds);
+/* The same with up to 100 bytes between two tests; NUL and 255 are dropped. -11 port not open, -12 bad
+ * port number, -13 a null; else as ComStimulusArray. */
+int32_t ComStimulusArrayFast(int32_t port, const char *const *stimuli, const char *const *responses,
+                             int32_t count, int32_t maximum, int32_t seconds);
+/* The same with the first `count` strings of the port's own list (20 at most) and their answers. NUL is
+ * dropped. The index + 1; -1 bad port number or closed meanwhile; -10 there are not so many strings; -11
+ * not open; -2, -3, -4 as above. Both names are the same call. */
+int32_t ComStimulusArray2(int32_t port, int32_t count, int32_t maximum, int32_t seconds);
+int32_t ComStimulusArray2Fast(int32_t port, int32_t count, int32_t maximum, int32_t seconds);
+/* Adds `length` bytes of a string (39 at most) to the list of strings, or of answers. 1; -1 bad or closed
+ * port, null, 20 already, or (not for answers) an empty string. */
+int32_t ComAddStimList(int32_t port, const char *string, int32_t length);
+int32_t ComAddRespList(int32_t port, const char *string, int32_t length);
+/* Empties the list. 1; [port]. */
+int32_t ComFreeStimList(int32_t port);
+int32_t ComFreeRespList(int32_t port);
+
+/* The match buffer, valid until the port is closed; null: not open; all ones: bad port number. */
+char *ComGettestbuffer(int32_t port);
+/* Its text into `count` bytes, filled up with zero bytes; not terminated when it is that long. 1; [port],
+ * also null. */
+int32_t ComGetteststring(int32_t port, char *buffer, int32_t count);
+/* Bytes in the match buffer; [port]. */
+int32_t ComGetBufLen(int32_t port);
+/* The value itself: an address for languages that cannot take one. */
+intptr_t ComGetStringPtr(intptr_t string);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

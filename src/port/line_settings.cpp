@@ -1,0 +1,120 @@
+#include "port/line_settings.h"
+
+#include <algorithm>
+#include <mutex>
+
+#include "platform/clock.h"
+#include "port/device_io.h"
+#include "port/device_setup.h"
+#include "port/waits.h"
+
+namespace brisolt {
+
+namespace {
+
+constexpr int32_t drainSteps = 10;
+constexpr uint32_t drainStep = 51; ///< milliseconds
+
+/// Messages are let through when the port's yield is on, but a request to quit does not cut short what is
+/// happening on the line. The close does.
+void holdLine(Port& port, uint32_t milliseconds) {
+    uint32_t start = clock::ticks();
+    bool whole = yieldPause(port, milliseconds) > 0;
+    uint32_t passed = clock::ticks() - start;
+    if (!whole && passed < milliseconds)
+        pause(port, milliseconds - passed);
+}
+
+uint32_t lengthOf(int32_t hundredths) noexcept {
+    return static_cast<uint32_t>(std::clamp<int64_t>(int64_t{hundredths} * 10 + 1, 0, UINT32_MAX));
+}
+
+/// Changes the copy of the line state and hands the device all of it. Two threads that change different
+/// settings at once both end up in the copy, and the later of them applies both.
+template <class Change> int32_t applyLine(Port& port, Change change) {
+    {
+        std::scoped_lock guard(port.lineMutex);
+        change(port.record->lineState);
+    }
+    drainWait(port);
+    port.device.purge(purgeAll);
+    port.device.setLineState(port.lineStateCopy());
+    return 1;
+}
+
+constexpr uint8_t deviceStopBits[] = {COM_HOST_STOP_1, COM_HOST_STOP_2, COM_HOST_STOP_1_5};
+
+} // namespace
+
+void drainWait(Port& port) {
+    for (int32_t step = 0; step < drainSteps && !port.ending(); ++step) {
+        if (statusRead(port, COM_HOST_WANT_OUT).outQueue == 0)
+            return;
+        holdLine(port, drainStep);
+    }
+}
+
+int32_t setBaud(Port& port, int32_t baud) {
+    if (!port.isOpen())
+        return -1;
+    port.record->baudRate = baud;
+    if (ComPortValueFunc function = port.record->setBaudFunc)
+        return function(port.number, baud);
+    if (!port.hasDevice())
+        return -1;
+    return applyLine(port, [baud](ComHostLineState& state) { state.baudRate = static_cast<uint32_t>(baud); });
+}
+
+int32_t setParms(Port& port, int32_t parity, int32_t dataBits, int32_t stopBits) {
+    if (!port.isOpen())
+        return -1;
+    PortRecord& record = *port.record;
+    if (ComSetParmsFunc function = record.setParmsFunc)
+        return function(port.number, parity, dataBits, stopBits);
+    bool known =
+        parity >= 1 && parity <= 5 && dataBits >= 4 && dataBits <= 8 && stopBits >= 1 && stopBits <= 3;
+    if (!known || !port.hasDevice())
+        return -1;
+    record.parityCode = parity;
+    record.dataBits = dataBits;
+    record.stopCode = stopBits;
+    return applyLine(port, [=](ComHostLineState& state) {
+        state.parity = static_cast<uint8_t>(parity - 1);
+        state.dataBits = static_cast<uint8_t>(dataBits);
+        state.stopBits = deviceStopBits[stopBits - 1];
+    });
+}
+
+int32_t setBreak(Port& port, bool on) {
+    if (!port.hasDevice())
+        return -1;
+    port.device.line(on ? COM_HOST_LINE_SET_BREAK : COM_HOST_LINE_CLEAR_BREAK);
+    return 1;
+}
+
+int32_t sendBreak(Port& port) {
+    if (!port.isOpen())
+        return -1;
+    if (ComPortFunc function = port.record->breakFunc)
+        return function(port.number);
+    if (setBreak(port, true) < 0)
+        return -1;
+    holdLine(port, lengthOf(port.record->breakTime));
+    return setBreak(port, false);
+}
+
+int32_t pulseDtr(Port& port) {
+    if (!port.isOpen() || port.record->portNumber == 0)
+        return -1;
+    if (ComPortFunc function = port.record->dtrFunc)
+        return function(port.number);
+    if (!port.hasDevice())
+        return -1;
+    port.device.line(COM_HOST_LINE_CLEAR_DTR);
+    holdLine(port, lengthOf(port.record->dtrPulseTime));
+    if (!port.ending()) // a close leaves DTR low
+        port.device.line(COM_HOST_LINE_SET_DTR);
+    return 1;
+}
+
+} // namespace brisolt

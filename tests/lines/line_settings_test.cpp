@@ -1,0 +1,234 @@
+// Line settings and status on the built-in null modem, whose lines really cross, and on devices that lack them.
+#include <array>
+#include <future>
+
+#include "stream/open_port.h"
+#include "support/pty.h"
+#include "support/scripted_driver.h"
+
+namespace brisolt::test {
+namespace {
+
+/// Two ports that are joined by a null modem.
+struct Pair {
+    explicit Pair(const std::string& name, const std::string& options = {})
+        : here(1, "null-modem:" + name + options), there(2, "null-modem:" + name + options) {
+        ComSetBackgroundTimeout(here, 0);
+        ComSetBackgroundTimeout(there, 0);
+    }
+    OpenPort here, there;
+};
+
+ComHostLineState lineOf(const OpenPort& port) {
+    ComHostLineState state{};
+    state.size = sizeof state;
+    EXPECT_TRUE(port.inside().device.getLineState(state));
+    return state;
+}
+
+TEST(Lines, LinesCrossToTheOtherEnd) {
+    Pair pair("lines-cross");
+    EXPECT_EQ(ComCarrier(pair.there), 1);
+    EXPECT_EQ(ComGetDSRStatus(pair.there), 1);
+    EXPECT_EQ(ComGetCTSStatus(pair.there), 1);
+    ComClearDTR(pair.here);
+    EXPECT_EQ(ComCarrier(pair.there), 0);
+    EXPECT_EQ(ComGetDSRStatus(pair.there), 0);
+    EXPECT_EQ(ComGetCTSStatus(pair.there), 1);
+    ComSetDTR(pair.here);
+    ComClearRTS(pair.here);
+    EXPECT_EQ(ComCarrier(pair.there), 1);
+    EXPECT_EQ(ComGetCTSStatus(pair.there), 0);
+}
+
+TEST(Lines, EveryFlowModeHoldsTheOtherEndByItsOwnMeans) {
+    struct Case {
+        int32_t mode;
+        bool cts, dsr; ///< what holds output off when it is low
+    };
+    for (const Case& flow : {Case{0, true, false}, Case{1, false, false}, Case{2, false, false},
+                             Case{3, false, true}, Case{4, true, true}, Case{5, false, true}}) {
+        SCOPED_TRACE(flow.mode);
+        Pair pair("lines-flow" + std::to_string(flow.mode));
+        ComHostSetLossless(pair.here, 1);
+        ASSERT_EQ(ComSetFlow(pair.here, flow.mode), 1);
+        const auto heldBy = [&](int32_t (*lower)(int32_t), int32_t (*raise)(int32_t)) {
+            lower(pair.there);
+            write(pair.here, "x");
+            std::this_thread::sleep_for(30ms);
+            const bool held = ComStatus(pair.there) == 0;
+            raise(pair.there);
+            EXPECT_EQ(readTimed(pair.there, 1), "x");
+            return held;
+        };
+        EXPECT_EQ(heldBy(ComClearRTS, ComSetRTS), flow.cts);
+        EXPECT_EQ(heldBy(ComClearDTR, ComSetDTR), flow.dsr);
+    }
+}
+
+TEST(Lines, BreaksAndDtrPulsesAreSeenAtTheOtherEnd) {
+    Pair pair("lines-break");
+    EXPECT_EQ(ComGetBreakStatus(pair.there), 0);
+    EXPECT_EQ(ComBreak(pair.here), 1);
+    EXPECT_TRUE(eventually([&] { return ComGetBreakStatus(pair.there) == 1; }));
+    EXPECT_EQ(ComGetBreakStatus(pair.there), 0) << "once";
+
+    EXPECT_EQ(ComSetBreak_ON(pair.here), 1);
+    EXPECT_TRUE(eventually([&] { return ComGetBreakStatus(pair.there) == 1; }));
+    EXPECT_EQ(ComSetBreak_OFF(pair.here), 1);
+
+    pair.here.record().dtrPulseTime = 20;
+    auto pulse = std::async(std::launch::async, [&] { return ComDTR(pair.here); });
+    EXPECT_TRUE(eventually([&] { return ComCarrier(pair.there) == 0; }));
+    EXPECT_EQ(pulse.get(), 1);
+    EXPECT_EQ(ComCarrier(pair.there), 1);
+    pair.here.record().portNumber = 0;
+    EXPECT_EQ(ComDTR(pair.here), -1);
+    pair.here.record().portNumber = 1;
+}
+
+TEST(Lines, ACloseEndsABreakAtOnce) {
+    Pair pair("lines-close");
+    pair.here.record().breakTime = 360'000; // an hour
+    auto sent = std::async(std::launch::async, [] { return ComBreak(1); });
+    EXPECT_TRUE(eventually([&] { return ComGetBreakStatus(pair.there) == 1; }));
+    EXPECT_EQ(pair.here.close(), 1);
+    EXPECT_EQ(sent.wait_for(10s), std::future_status::ready);
+}
+
+TEST(Lines, ChangesReachTheDeviceAndFramingErrorsTheOtherEnd) {
+    Pair pair("lines-baud");
+    EXPECT_EQ(ComSetBaud(pair.here, 123456), 1);
+    EXPECT_EQ(lineOf(pair.here).baudRate, 123456U);
+    EXPECT_EQ(pair.here.record().baudRate, 123456);
+    write(pair.here, "x");
+    EXPECT_TRUE(eventually([&] { return (ComGetLineError(pair.there) & COM_HOST_ERROR_FRAMING) != 0; }));
+
+    EXPECT_EQ(ComSetParms(pair.here, 3, 7, 2), 1);
+    EXPECT_EQ(lineOf(pair.here).parity, COM_HOST_PARITY_EVEN);
+    EXPECT_EQ(lineOf(pair.here).dataBits, 7);
+    EXPECT_EQ(lineOf(pair.here).stopBits, COM_HOST_STOP_2);
+    EXPECT_EQ(lineOf(pair.here).baudRate, 123456U);
+    EXPECT_EQ(ComSetStop(pair.here, 3), 1);
+    EXPECT_EQ(lineOf(pair.here).stopBits, COM_HOST_STOP_1_5);
+    EXPECT_EQ(ComSetPar(pair.here, 2), 1);
+    EXPECT_EQ(ComSetBits(pair.here, 8), 1);
+    EXPECT_EQ(lineOf(pair.here).parity, COM_HOST_PARITY_ODD);
+
+    for (const std::array<int32_t, 3>& bad : {std::array{0, 8, 1}, std::array{6, 8, 1}, std::array{1, 3, 1},
+                                              std::array{1, 9, 1}, std::array{1, 8, 0}, std::array{1, 8, 4}})
+        EXPECT_EQ(ComSetParms(pair.here, bad[0], bad[1], bad[2]), -1);
+    EXPECT_EQ(pair.here.record().parityCode, 2);
+    EXPECT_EQ(pair.here.record().stopCode, 3);
+}
+
+TEST(Lines, ATerminalWithoutModemLinesSaysSo) {
+    Pty pty;
+    const OpenPort port(3, pty.slavePath());
+    EXPECT_EQ(ComCarrier(port), -1);
+    EXPECT_EQ(ComGetCTSStatus(port), 0);
+    EXPECT_EQ(ComGetDSRStatus(port), 0);
+    EXPECT_EQ(ComSetBaud(port, 4'000'000), 1);
+    EXPECT_EQ(lineOf(port).baudRate, 4'000'000U);
+    EXPECT_EQ(ComBreak(port), 1);
+}
+
+TEST(Lines, ADeviceThatHoldsBytesIsAwaitedForHalfASecondAtMost) {
+    const FastClock fast(20);
+    ScriptedDriver driver("drain");
+    const OpenPort port(4, driver.path());
+    driver.setOutQueue(100);
+    const auto looks = driver.count(ScriptedDriver::Call::status);
+    EXPECT_EQ(ComSetBaud(port, 300), 1);
+    EXPECT_GE(driver.count(ScriptedDriver::Call::status) - looks, 10);
+    EXPECT_EQ(driver.lineState().baudRate, 300U);
+
+    driver.refuse(ScriptedDriver::Call::setLineState);
+    EXPECT_EQ(ComSetBaud(port, 600), 1) << "a refusal is not told";
+}
+
+TEST(Lines, TwoThreadsThatChangeDifferentSettingsLoseNone) {
+    const FastClock fast(50);
+    ScriptedDriver driver("both");
+    const OpenPort port(5, driver.path());
+    for (int32_t turn = 0; turn < 20; ++turn) {
+        auto baud = std::async(std::launch::async, [&] { return ComSetBaud(port, 1000 + turn); });
+        EXPECT_EQ(ComSetParms(port, 1 + turn % 5, 8, 1), 1);
+        EXPECT_EQ(baud.get(), 1);
+        EXPECT_EQ(driver.lineState().baudRate, static_cast<uint32_t>(1000 + turn));
+        EXPECT_EQ(driver.lineState().parity, turn % 5);
+    }
+}
+
+TEST(Lines, TheLatchIsNotTheLine) {
+    Pair pair("lines-latch");
+    EXPECT_EQ(ComCarrierTx(pair.here), 0);
+    EXPECT_EQ(ComSetCarrier(pair.here, 7), 1);
+    ComClearDTR(pair.there);
+    EXPECT_EQ(ComCarrierTx(pair.here), 1);
+    EXPECT_EQ(ComSetCarrier(pair.here, 0), 1);
+    EXPECT_EQ(ComCarrierTx(pair.here), 0);
+}
+
+TEST(Lines, ClosedPortsAndNullsAreRefused) {
+    for (const int32_t port : {-1, 0, 77, 257}) {
+        for (auto* function : {ComBreak, ComSetBreak_ON, ComSetBreak_OFF, ComDTR, ComCarrier, ComCarrierTx,
+                               ComGetCTSStatus, ComGetDSRStatus, ComGetBreakStatus})
+            EXPECT_EQ(function(port), -1);
+        for (auto* function : {ComSetBaud, ComSetPar, ComSetBits, ComSetStop, ComSetCarrier, ComSetSecurity})
+            EXPECT_EQ(function(port, 1), -1);
+        EXPECT_EQ(ComSetParms(port, 1, 8, 1), -1);
+        EXPECT_EQ(ComSetCode(port, "code"), -1);
+    }
+    std::array<char, 5> version{};
+    EXPECT_EQ(ComGetVersionNumber(version.data()), 1);
+    EXPECT_STREQ(version.data(), "5.30");
+    EXPECT_EQ(ComGetVersionNumber(nullptr), -1);
+}
+
+// ---- Scrambling ------------------------------------------------------------------------------------
+
+/// The key from a code whose only byte it is.
+std::string codeOf(int32_t key) {
+    return {static_cast<char>(key)};
+}
+
+TEST(Scrambling, EveryByteUnderEveryKeyComesBack) {
+    Pair pair("scramble");
+    ASSERT_EQ(ComSetSecurity(pair.here, 1), 1);
+    ASSERT_EQ(ComSetSecurity(pair.there, 1), 1);
+    std::string all(256, '\0');
+    for (std::size_t i = 0; i < all.size(); ++i)
+        all[i] = static_cast<char>(i);
+    for (int32_t key = 1; key < 256; ++key) {
+        ASSERT_EQ(ComSetCode(pair.here, codeOf(key).c_str()), 1);
+        ASSERT_EQ(ComSetCode(pair.there, codeOf(key).c_str()), 1);
+        std::string sent = all;
+        ASSERT_EQ(ComWrite(pair.here, sent.data(), 256), 256);
+        EXPECT_NE(sent, all) << "the caller's buffer is scrambled in its place";
+        ASSERT_EQ(readTimed(pair.there, 256), all) << key;
+    }
+}
+
+TEST(Scrambling, TheLineCarriesTheTransformOfTheKeyInForce) {
+    Pair pair("scramble-line");
+    const auto onTheLine = [&](const char* code) {
+        EXPECT_EQ(ComSetCode(pair.here, code), 1);
+        write(pair.here, "A");
+        return readTimed(pair.there, 1);
+    };
+    EXPECT_EQ(onTheLine("x"), "A") << "off";
+    ComSetSecurity(pair.here, 1);
+    // 0x41 and the default key 0x3D give 0x7C, turned right by 5 bits.
+    EXPECT_EQ(onTheLine(""), "\xE3");
+    EXPECT_EQ(onTheLine("\x80\x80"), "\xE3") << "a sum of 256";
+    // 0x41 and 0x08 give 0x49, turned by 4 bits since the low three of the key are 0.
+    EXPECT_EQ(onTheLine("\x08"), "\x94");
+    EXPECT_EQ(onTheLine("\x04\x04"), "\x94");
+    ComSetSecurity(pair.here, 2);
+    EXPECT_EQ(onTheLine("x"), "A") << "2 is off";
+    EXPECT_EQ(ComSetCode(pair.here, nullptr), -1);
+}
+
+} // namespace
+} // namespace brisolt::test

@@ -1,0 +1,442 @@
+// The initialisation of a modem: what it sends, what its log says word for word, when it tries again and when it
+// gives up, and what ends it.
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "modem_control/far_modem.h"
+#include "stream/open_port.h"
+
+namespace brisolt::test {
+namespace {
+
+constexpr int32_t port = 23;
+using Lines = std::vector<std::string>;
+
+/// The arguments of a sequence. The default sends everything and keeps the port's strings.
+struct Request {
+    std::string database = "unread";
+    std::string modem = "any";
+    int32_t reset = 1, init = 1, compression = 1, flow = 1, errorControl = 1, autoAnswer = 1;
+    int32_t kept = 4;
+
+    template <class Call> int32_t with(Call call, const LogFile& log) const {
+        return call(port, database.c_str(), modem.c_str(), reset | kept, init | kept, compression | kept,
+                    flow | kept, errorControl | kept, autoAnswer, log.path().c_str());
+    }
+};
+
+class Initialisation : public testing::Test {
+protected:
+    int32_t start(const Request& request = {}) { return request.with(ComSetModem_Start, log); }
+    int32_t run(const Request& request = {}) { return request.with(ComSetModem, log); }
+    static bool awaitsAnswer() { return ComGetModem_State(port) % 100 == 1; }
+    /// Steps until it is over. `beforeLook` runs before each step that may look at an answer.
+    template <class Look> int32_t steps(Look beforeLook) {
+        for (int32_t i = 0; i < 1000000; ++i) {
+            if (awaitsAnswer())
+                beforeLook();
+            if (const int32_t result = ComSetModem_Next(port); result != 5)
+                return result;
+        }
+        return 0;
+    }
+    /// Steps in which every answer is there before it is looked at.
+    int32_t stepsInTime() {
+        return steps([] { EXPECT_TRUE(eventually([] { return ComStatus(port) >= 2; })); });
+    }
+    void passTime(uint32_t milliseconds) {
+        FastClock fast(100);
+        clock::sleep(milliseconds);
+    }
+    Lines entries() const { return log.entries(); }
+    /// Those behind the first `count`.
+    Lines entriesAfter(std::size_t count) const {
+        Lines all = entries();
+        all.erase(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(std::min(count, all.size())));
+        return all;
+    }
+
+    LogFile log;
+    FarModem modem;
+    OpenPort open{port, modem.path()};
+};
+
+const Lines allCommands{"ATZ", "AT&F&C1&D2", "AT&K3", "ATS46=138", "AT&Q5S36=7S48=7", "ATS0=1"};
+const std::string kept = " All Modem Parameters set for override - no need for DataBase lookup";
+
+// ---- the way through --------------------------------------------------------------------------------------
+
+TEST_F(Initialisation, InOneCallWithAModemThatAnswers) {
+    EXPECT_EQ(run(), 1);
+    EXPECT_EQ(modem.commands(), allCommands);
+    EXPECT_EQ(ComGetModem_State(port), 100);
+    EXPECT_EQ(
+        entries(),
+        (Lines{kept, " Sending Reset to Modem - String:ATZ|", "Got OK from Reset starting INIT",
+               " Sending Init to Modem - String:AT&F&C1&D2|", "Got OK from INIT starting Flow Control",
+               " Sending HDWR Flow to Modem - String:AT&K3|", "Got OK from Flow starting Compression Control",
+               " Sending Compression ON to Modem - String:ATS46=138|",
+               "Got OK from COMPRESSION starting ERROR Control",
+               " Sending Error Control ON to Modem - String:AT&Q5S36=7S48=7|", "Got OK from ERROR CONTROL",
+               " Sending AutoAnswer ON to Modem - String:ATS0=1|", "Got OK from AA Setting - We Are Done"}));
+    EXPECT_NE(log.text().find("Protocol:MODEM SETTINGS"), std::string::npos);
+}
+
+TEST_F(Initialisation, StepByStepWithAnswersThatComeLate) {
+    modem.answerAll("O"); // one character is not worth a look before the time is over
+    EXPECT_EQ(ComGetModem_State(port), 100);
+    ASSERT_EQ(start(), 5);
+    std::vector<int32_t> states;
+    const int32_t result = steps([&] {
+        states.push_back(ComGetModem_State(port));
+        ASSERT_TRUE(eventually([] { return ComStatus(port) == 1; }));
+        EXPECT_EQ(ComSetModem_Next(port), 5);
+        EXPECT_EQ(ComGetModem_State(port), states.back());
+        passTime(3001);
+        std::thread([this] {
+            eventually([] { return ComStatus(port) == 0; }); // it has begun to look
+            modem.say("K\r\n");
+        }).detach();
+    });
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(states, (std::vector<int32_t>{101, 201, 401, 301, 501, 601}));
+    EXPECT_EQ(modem.commands(), allCommands);
+    EXPECT_EQ(log.entries({"Got", "Did"}),
+              (Lines{"Got OK from Reset starting INIT", "Got OK from INIT starting FLOW CONTROL",
+                     "Got OK from FLOW starting CONPRESSION CONTROL",
+                     "Got OK from COMPRESSION starting ERROR CONTROL", "Got OK from ERROR CONTROL",
+                     "Got OK from AA - We Are Done"}));
+}
+
+TEST_F(Initialisation, FlagsChooseWhatIsSent) {
+    struct Case {
+        Request request;
+        Lines commands;
+        std::string line; ///< of the log
+    };
+    const std::vector<Case> cases{
+        {{.reset = 0, .init = 0, .compression = 0, .flow = 2, .errorControl = 2, .autoAnswer = 0},
+         {"AT&K4", "ATS46=136", "AT&Q5S36=4S48=7", "ATS0=0"},
+         " Skipping Reset Per User Request"},
+        {{.reset = 2, .init = 0, .compression = 2, .flow = 3, .errorControl = 3, .autoAnswer = 2},
+         {"AT&K0", "ATS46=136", "AT&Q6S36=3S48=128", "ATS0=0"},
+         " Skipping INIT Per User Request"},
+        {{.reset = -1, .init = 3, .compression = 3, .flow = 0, .errorControl = 0, .autoAnswer = 3},
+         {"ATZ", "AT&F&C1&D2", "AT&K0", "ATS46=138", "AT&Q6S36=3S48=128", "ATS0=1"},
+         " Sending No Flow to Modem - String:AT&K0|"},
+    };
+    std::size_t before = 0;
+    for (const Case& each : cases) {
+        ASSERT_EQ(start(each.request), 5);
+        if ((each.request.reset & 1) == 0) {
+            EXPECT_EQ(ComSetModem_Next(port), 5);
+            EXPECT_EQ(ComGetModem_State(port), 200);
+            EXPECT_EQ(ComSetModem_Next(port), 5);
+            EXPECT_EQ(ComGetModem_State(port), 400);
+            EXPECT_EQ(modem.commands().size(), before);
+        }
+        EXPECT_EQ(stepsInTime(), 1);
+        Lines sent = modem.commands();
+        sent.erase(sent.begin(), sent.begin() + static_cast<std::ptrdiff_t>(before));
+        EXPECT_EQ(sent, each.commands);
+        before += sent.size();
+        EXPECT_FALSE(log.entries({each.line}).empty()) << each.line;
+    }
+    EXPECT_EQ(log.entries({" Sending SOFT", " Sending Compression OFF", " Sending Error Control FORCED",
+                           " Sending AutoAnswer OFF"}),
+              (Lines{" Sending SOFT Flow to Modem - String:AT&K4|",
+                     " Sending Compression OFF to Modem - String:ATS46=136|",
+                     " Sending Error Control FORCED to Modem - String:AT&Q5S36=4S48=7|",
+                     " Sending AutoAnswer OFF to Modem - String:ATS0=0|",
+                     " Sending Compression OFF to Modem - String:ATS46=136|",
+                     " Sending AutoAnswer OFF to Modem - String:ATS0=0|"}));
+}
+
+// ---- modems that do not answer ----------------------------------------------------------------------------
+
+Lines repeated(const Lines& lines, std::size_t times) {
+    Lines all;
+    for (std::size_t i = 0; i < times; ++i)
+        all.insert(all.end(), lines.begin(), lines.end());
+    return all;
+}
+
+TEST_F(Initialisation, ASilentModemIsResetSevenTimes) {
+    modem.answerAll("");
+    FastClock fast(100);
+    const uint32_t begin = clock::ticks();
+    EXPECT_EQ(run(), -5);
+    EXPECT_GE(clock::ticks() - begin, 7U * 6100 + 6 * 2000);
+    EXPECT_EQ(modem.commands(), Lines(7, "ATZ"));
+    EXPECT_EQ(modem.received(), "ATZ\r+++ATZ\r+++ATZ\r+++ATZ\r+++ATZ\r+++ATZ\r+++ATZ\r");
+    EXPECT_EQ(ComGetModem_State(port), 101);
+    const Lines once{" Sending Reset to Modem - String:ATZ|", "Did not get OK from RESET - Got:"};
+    Lines expected = repeated(once, 7);
+    const std::string last = "Failed to get response from RESET command for 5 tries - check modem";
+    expected.push_back(last);
+    EXPECT_EQ(entriesAfter(1), expected);
+
+    EXPECT_EQ(ComSetModem_Next(port), -5); // looks for the answer once more
+    EXPECT_EQ(entries().back(), last);
+    modem.say("OK\r\n");
+    ASSERT_TRUE(eventually([] { return ComStatus(port) >= 2; }));
+    EXPECT_EQ(ComSetModem_Next(port), 5);
+    EXPECT_EQ(ComGetModem_State(port), 200);
+}
+
+TEST_F(Initialisation, AWrongAnswerToTheInitialisationCountsAsNone) {
+    modem.answer("AT&F&C1&D2", "\r\nERROR\r\n");
+    ASSERT_EQ(start(), 5);
+    FastClock fast(100);
+    EXPECT_EQ(stepsInTime(), -6);
+    EXPECT_EQ(ComGetModem_State(port), 201);
+    EXPECT_EQ(modem.commands().size(), 8U);
+    Lines expected = repeated(
+        {" Sending Init to Modem - String:AT&F&C1&D2|", "Did not get OK from INIT - Got:\r\nERROR\r\n"}, 7);
+    expected.emplace_back("Failed to get response from INIT command for 5 tries - check modem");
+    EXPECT_EQ(entriesAfter(3), expected);
+}
+
+TEST_F(Initialisation, TheOtherCommandsAreSentThreeTimesAndLeft) {
+    struct Case {
+        const char* what;
+        std::string answer;
+        Lines misses; ///< what the log says of flow control, compression, error control, auto-answer
+    };
+    const std::vector<Case> cases{
+        {"wrong",
+         "NO",
+         {"Did not get OK from Flow - Got:NO", "Did not get OK from COMPRESSION - Got:NO",
+          "Did not get OK from ERROR CONTROL - Got:NO", "Did not get OK from AA Setting - Got:NO"}},
+        {"silent",
+         "",
+         {"Did not get OK from Flow Setting - Got:", "Did not get OK from COMPRESSION - Got:",
+          "Did not get OK from ERROR CONTROL - Got:", "Did not get OK from aa - Got:"}},
+    };
+    const Lines sends{" Sending HDWR Flow to Modem - String:AT&K3|",
+                      " Sending Compression ON to Modem - String:ATS46=138|",
+                      " Sending Error Control ON to Modem - String:AT&Q5S36=7S48=7|",
+                      " Sending AutoAnswer ON to Modem - String:ATS0=1|"};
+    const Lines again{"Try flow setting again", "Try compression setting again", "Try error setting again",
+                      "Try Auto-Answer setting again"};
+    const Lines givenUp{"Proceeding with COMPRESSION CONTROL", "Proceeding with ERROR CONTROL",
+                        "Proceeding with AutoAnswer", "We Are Done"};
+    FastClock fast(100);
+    std::size_t before = 0;
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.what);
+        modem.answerAll(each.answer);
+        ASSERT_EQ(start({.reset = 0, .init = 0}), 5);
+        EXPECT_EQ(each.answer.empty() ? steps([] {}) : stepsInTime(), 1);
+        EXPECT_EQ(ComGetModem_State(port), 100);
+        Lines expected{kept, " Skipping Reset Per User Request", " Skipping INIT Per User Request"};
+        for (std::size_t i = 0; i < 4; ++i)
+            for (const std::string& last : {again[i], again[i], givenUp[i]}) {
+                const Lines one{sends[i], each.misses[i], last};
+                expected.insert(expected.end(), one.begin(), one.end());
+            }
+        EXPECT_EQ(entriesAfter(before), expected);
+        before += expected.size();
+    }
+    EXPECT_EQ(modem.commands().size(), 2U * 4 * 3);
+}
+
+TEST_F(Initialisation, ALongWrongAnswerIsCutInTheLog) {
+    modem.answerAll(std::string(2000, 'x'));
+    ASSERT_EQ(start({.reset = 0, .init = 0}), 5);
+    FastClock fast(100);
+    EXPECT_EQ(stepsInTime(), 1);
+    for (const std::string& line : log.entries({"Did not get OK from Flow"}))
+        EXPECT_EQ(line, "Did not get OK from Flow - Got:" + std::string(99, 'x'));
+}
+
+// ---- what ends it -----------------------------------------------------------------------------------------
+
+TEST_F(Initialisation, ACancelOrTheCloseEndsTheOneCall) {
+    modem.answerAll("");
+    const auto runAnd = [this](auto meanwhile) {
+        std::thread other([&] {
+            std::this_thread::sleep_for(300ms);
+            meanwhile();
+        });
+        const auto begin = SteadyClock::now();
+        EXPECT_EQ(run(), -1);
+        EXPECT_LT(SteadyClock::now() - begin, 2500ms); // before the first answer is given up
+        other.join();
+    };
+    ComCancel(port); // nothing runs: forgotten
+    runAnd([] { ComCancel(port); });
+    runAnd([this] { open.close(); });
+    EXPECT_EQ(ComSetModem_Next(port), -1);
+    EXPECT_EQ(ComGetModem_State(port), -1);
+    EXPECT_EQ(start(), -1);
+    EXPECT_EQ(run(), -1);
+}
+
+// The call that looks for an answer forgets the cancels before it; this one comes just before it.
+TEST_F(Initialisation, ACancelBetweenTheStatusAndTheLookEndsIt) {
+    modem.answerAll("");
+    static int32_t asked;
+    asked = 0;
+    open.record().statusFunc = +[](int32_t number) -> int32_t {
+        if (ComGetModem_State(number) == 101 && ++asked == 1)
+            ComCancel(number);
+        return asked > 0 ? 2 : 0;
+    };
+    FastClock fast(20);
+    EXPECT_EQ(run(), -1);
+    EXPECT_EQ(modem.commands(), Lines(1, "ATZ"));
+}
+
+TEST_F(Initialisation, MessagesPassAndTheEscapeKeyDoesNotEndIt) {
+    modem.answer("ATZ", "");
+    static std::atomic<int32_t> handled;
+    handled = 0;
+    const int32_t window =
+        ComHostCreateWindow([](void*, int32_t, uint32_t, uintptr_t, intptr_t) { ++handled; }, nullptr);
+    const uint32_t self = ComHostThreadId();
+    std::thread other([&] {
+        EXPECT_TRUE(eventually([] { return ComGetModem_State(port) == 101; }));
+        ComHostPostMessage(window, 0x400, 0, 0);
+        ComHostPostChar(self, 27);
+        EXPECT_TRUE(eventually([] { return handled == 1; }, 2s)); // at once, not when the answer is late
+        modem.say("OK\r\n");
+    });
+    EXPECT_EQ(run(), 1);
+    other.join();
+    ComHostMessage message;
+    EXPECT_EQ(ComHostGetMessage(&message, 0), 0) << "the escape key is handled";
+    ComHostDestroyWindow(window);
+}
+
+TEST_F(Initialisation, WaitingForAnAnswerCostsNextToNothing) {
+    modem.answerAll("");
+    std::thread other([] {
+        std::this_thread::sleep_for(2s);
+        ComCancel(port);
+    });
+    const auto used = processorTimeOf(CLOCK_THREAD_CPUTIME_ID, [this] { EXPECT_EQ(run(), -1); });
+    other.join();
+    EXPECT_LT(used, 50ms);
+}
+
+// ---- strings of the database ------------------------------------------------------------------------------
+
+class InitialisationStrings : public Initialisation {
+protected:
+    Request request(const std::string& name, int32_t keptStrings = 0) const {
+        return {.database = path, .modem = name, .kept = keptStrings};
+    }
+    void write(const std::string& text) const { std::ofstream(path, std::ios::binary) << text; }
+    TempDir directory;
+    std::string path = directory.file("modems.txt");
+};
+
+TEST_F(InitialisationStrings, AreThoseOfTheModemCutToTheirFields) {
+    const std::string longInit(100, 'I'), longReset(60, 'R');
+    write("other!i1!3!r1!c1!d1!o1!h1!s1!e1!f1!g1\r\n"
+          "wanted!" +
+          longInit.substr(1) + "!3!" + longReset + "!c2!d2!o2!h2!s2!e2!f2!g2\r\n");
+    ASSERT_EQ(start(request("wanted")), 5);
+    EXPECT_EQ(entries(),
+              (Lines{" Searching through modem database:" + path + " for modem type:wanted",
+                     "Modem Name Match: wanted", "Setting Compres_On=c2 ; Compres_Off=d2",
+                     "Setting Flow_Off=o2 ; Flow_HDWR=h2 ; Flow_SOFT=s2 ",
+                     "Setting ErrorControl_Off=f2 ; ErrorControl_On=e2 ; ErrorControl_Forced=g2 ",
+                     "Setting Init_String=" + longInit.substr(1), "Setting Reset_String=" + longReset}));
+    const PortRecord& record = open.record();
+    EXPECT_EQ(record.initStr, longInit.substr(1));
+    EXPECT_EQ(record.resetStr, longReset.substr(0, 31));
+    EXPECT_STREQ(record.compressionOnStr, "c2");
+    EXPECT_STREQ(record.compressionOffStr, "d2");
+    EXPECT_STREQ(record.flowControlOffStr, "o2");
+    EXPECT_STREQ(record.flowControlHdwrStr, "h2");
+    EXPECT_STREQ(record.flowControlSoftStr, "s2");
+    EXPECT_STREQ(record.errorControlOnStr, "e2");
+    EXPECT_STREQ(record.errorControlOffStr, "f2");
+    EXPECT_STREQ(record.errorControlForcedStr, "g2");
+    EXPECT_STREQ(record.setAAStr, "ATS0=1|");
+}
+
+TEST_F(InitialisationStrings, KeptOnesAndThoseTheLineLacksStayThePorts) {
+    write("other!i1!3!r1!c1!d1!o1!h1!s1!e1!f1!g1\r\nshort!i2!3!r2!c2\r\n");
+    Request keepsInit = request("short");
+    keepsInit.init |= 4;
+    ASSERT_EQ(start(keepsInit), 5);
+    const PortRecord& record = open.record();
+    EXPECT_STREQ(record.initStr, "AT&F&C1&D2|");
+    EXPECT_STREQ(record.resetStr, "r2");
+    EXPECT_STREQ(record.compressionOnStr, "c2");
+    EXPECT_STREQ(record.compressionOffStr, "ATS46=136|");
+    EXPECT_STREQ(record.errorControlForcedStr, "AT&Q5S36=4S48=7|");
+    EXPECT_TRUE(log.entries({"Setting Init"}).empty());
+
+    Request keepsTheRest = request("other", 4);
+    keepsTheRest.kept = 0;
+    for (int32_t* flags :
+         {&keepsTheRest.reset, &keepsTheRest.compression, &keepsTheRest.flow, &keepsTheRest.errorControl})
+        *flags |= 4;
+    ASSERT_EQ(start(keepsTheRest), 5);
+    EXPECT_STREQ(record.initStr, "i1");
+    EXPECT_STREQ(record.resetStr, "r2");
+    EXPECT_EQ(log.entries({"Modem Name"}), (Lines{"Modem Name Match: short", "Modem Name Match"}));
+}
+
+TEST_F(InitialisationStrings, ProblemsWithTheDatabase) {
+    write("a!i!3!r\r\nb!i!3!r\r\nc!i!3!r");
+    EXPECT_EQ(start(request("B\xE9")), -2);
+    EXPECT_EQ(entries().back(),
+              " Modem name:B\xE9 Not found in Modem DBMS file: total entries: 3 last character "
+              "of modem name: e9");
+    EXPECT_EQ(run(request("d")), -2);
+    EXPECT_EQ(run(request(std::string(5000, 'n'))), -2);
+    EXPECT_EQ(start(request("c")), 5); // the last line, without its end
+
+    Request missing = request("a");
+    missing.database = directory.file("none");
+    EXPECT_EQ(start(missing), -1);
+    EXPECT_EQ(entries().back(), " ComGetModem_Start fail return:-2");
+    EXPECT_EQ(run(missing), -2);
+
+    for (const std::string& name : {std::string(), std::string(260, 'p')}) {
+        Request bad = request("a", 4);
+        bad.database = name;
+        EXPECT_EQ(start(bad), -1);
+        EXPECT_EQ(run(bad), -1);
+    }
+    EXPECT_EQ(ComSetModem(port, nullptr, "a", 4, 4, 4, 4, 4, 0, nullptr), -1);
+    EXPECT_EQ(ComSetModem_Start(port, path.c_str(), nullptr, 4, 4, 4, 4, 4, 0, nullptr), -1);
+    EXPECT_EQ(ComSetModem_Start(port, path.c_str(), "a", 4, 4, 4, 4, 4, 0, std::string(260, 'p').c_str()),
+              -1);
+    EXPECT_TRUE(modem.commands().empty());
+}
+
+// A listing that the program has begun goes on beside it.
+TEST_F(InitialisationStrings, DoNotDisturbAListing) {
+    write("a!i!3!r\r\nb!i!3!r\r\n");
+    char texts[12][101];
+    ASSERT_EQ(ComGetModem_Start(port, path.c_str(), texts[0], texts[1], texts[2], texts[3], texts[4],
+                                texts[5], texts[6], texts[7], texts[8], texts[9], texts[10], texts[11]),
+              5);
+    EXPECT_EQ(start(request("b")), 5);
+    EXPECT_EQ(ComGetModem_Next(port, texts[0], texts[1], texts[2], texts[3], texts[4], texts[5], texts[6],
+                               texts[7], texts[8], texts[9], texts[10], texts[11]),
+              5);
+    EXPECT_STREQ(texts[0], "b");
+    ComGetModem_End(port);
+}
+
+TEST_F(Initialisation, AReopenedPortStartsAfresh) {
+    modem.answerAll("");
+    ASSERT_EQ(start(), 5);
+    ASSERT_EQ(ComSetModem_Next(port), 5);
+    EXPECT_EQ(ComGetModem_State(port), 101);
+    ASSERT_EQ(open.close(), 1);
+    OpenPort again{port, modem.path()};
+    EXPECT_EQ(ComGetModem_State(port), 100);
+}
+
+} // namespace
+} // namespace brisolt::test

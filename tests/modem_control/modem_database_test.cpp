@@ -1,0 +1,247 @@
+// The modem database byte for byte, and the one that comes with the library.
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "api/brisolt.h"
+#include "platform/file.h"
+#include "platform/memory.h"
+#include "support/temp_dir.h"
+
+namespace brisolt::test {
+namespace {
+
+constexpr int32_t port = 31; ///< never open here
+
+/// The twelve buffers, each exactly as long as it has to be, between bytes that nobody may touch.
+struct Record {
+    struct Buffer {
+        std::array<char, 103> bytes;
+        std::size_t size;
+    };
+    std::array<Buffer, 12> buffers{};
+
+    Record() {
+        for (std::size_t i = 0; i < buffers.size(); ++i) {
+            buffers[i].size = i == 1 ? 101 : 76;
+            buffers[i].bytes.fill('#');
+            at(i)[0] = 0;
+        }
+    }
+    char* at(std::size_t i) { return buffers[i].bytes.data() + 1; }
+    void expectUntouchedAround() {
+        for (const Buffer& buffer : buffers) {
+            EXPECT_EQ(buffer.bytes[0], '#');
+            EXPECT_EQ(buffer.bytes[buffer.size + 1], '#');
+        }
+    }
+    /// Without the empty fields at the end.
+    std::vector<std::string> fields() {
+        std::vector<std::string> texts;
+        for (std::size_t i = 0; i < buffers.size(); ++i)
+            texts.emplace_back(at(i));
+        while (!texts.empty() && texts.back().empty())
+            texts.pop_back();
+        return texts;
+    }
+    template <class Call> int32_t with(Call call) {
+        return [&]<std::size_t... I>(std::index_sequence<I...>) {
+            return call(at(I)...);
+        }
+        (std::make_index_sequence<12>());
+    }
+    int32_t start(const std::string& path, int32_t number = port) {
+        return with([&](auto... buffer) { return ComGetModem_Start(number, path.c_str(), buffer...); });
+    }
+    int32_t next(int32_t number = port) {
+        return with([&](auto... buffer) { return ComGetModem_Next(number, buffer...); });
+    }
+};
+
+class ModemDatabase : public testing::Test {
+protected:
+    std::string fileWith(const std::string& text) {
+        std::ofstream(path, std::ios::binary) << text;
+        return path;
+    }
+    void TearDown() override { ComGetModem_End(port); }
+    TempDir directory;
+    std::string path = directory.file("modems.txt");
+};
+
+using Texts = std::vector<std::string>;
+const Texts complete{"N", "I", "3", "R", "c", "d", "o", "h", "s", "e", "f", "g"};
+
+std::string line(const Texts& fields, const std::string& end = "\r\n") {
+    std::string text;
+    for (std::size_t i = 0; i < fields.size(); ++i)
+        text += (i == 0 ? "" : "!") + fields[i];
+    return text + end;
+}
+
+std::string times(std::size_t count, char character) {
+    return std::string(count, character);
+}
+
+TEST_F(ModemDatabase, EachRecordEndsByItsBytes) {
+    struct Read {
+        int32_t result;
+        Texts fields; ///< the buffers start empty for every record
+    };
+    struct Case {
+        const char* what;
+        std::string file;
+        std::vector<Read> reads;
+    };
+    const Read nothing{1, {}};
+    const std::vector<Case> cases{
+        {"well formed",
+         line(complete) + line(complete) + line({"third"}),
+         {{5, complete}, {5, complete}, {5, {"third"}}, nothing, nothing}},
+        {"empty file", "", {nothing, nothing}},
+        {"empty line and empty fields", "\r\n!!x\r\n", {{5, {}}, {5, {"", "", "x"}}, nothing}},
+        {"last line without its end", "a!b", {{1, {"a", "b"}}, nothing}},
+        {"last line ends behind a separator", "a!", {{1, {"a"}}, nothing}},
+        {"a single line feed takes the next byte along", "a\nbc\n", {{5, {"a"}}, {5, {"c"}}, nothing}},
+        {"a line feed at the very end", "a\n", {{5, {"a"}}, nothing}},
+        {"carriage return between two lines", "a\rbc\r\n", {{5, {"a"}}, {5, {"c"}}, nothing}},
+        {"more than twelve fields",
+         line(complete, "!more!fields\r\n"),
+         {{5, complete}, {5, {"more", "fields"}}}},
+        {"an over-long name goes on in the next field",
+         line({times(80, 'n'), "i"}),
+         {{5, {times(75, 'n'), times(5, 'n'), "i"}}}},
+        {"a name of exactly its maximum leaves the separator, and the record shifts",
+         line({times(75, 'n'), "i", "3"}),
+         {{5, {times(75, 'n'), "", "i", "3"}}}},
+        {"an initialisation command of exactly its maximum",
+         line({"n", times(100, 'i'), "3"}),
+         {{5, {"n", times(100, 'i'), "", "3"}}}},
+        {"a last field of its maximum leaves the line end to the next record",
+         line({"", "", "", "", "", "", "", "", "", "", "", times(75, 'g')}) + line({"next"}),
+         {{5, {"", "", "", "", "", "", "", "", "", "", "", times(75, 'g')}}, {5, {}}, {5, {"next"}}}},
+        {"a line that never ends",
+         times(2000, 'x'),
+         {{5,
+           [] {
+               Texts all(12, times(75, 'x'));
+               all[1] = times(100, 'x');
+               return all;
+           }()}}},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.what);
+        fileWith(each.file);
+        for (std::size_t i = 0; i < each.reads.size(); ++i) {
+            Record record;
+            EXPECT_EQ(i == 0 ? record.start(path) : record.next(), each.reads[i].result) << i;
+            EXPECT_EQ(record.fields(), each.reads[i].fields) << i;
+            record.expectUntouchedAround();
+        }
+    }
+}
+
+TEST_F(ModemDatabase, AShortLineLeavesTheOtherBuffersAsTheyWere) {
+    fileWith(line(complete) + "name!init\r\n");
+    Record record;
+    ASSERT_EQ(record.start(path), 5);
+    EXPECT_EQ(record.next(), 5);
+    Texts expected = complete;
+    expected[0] = "name";
+    expected[1] = "init";
+    EXPECT_EQ(record.fields(), expected);
+    EXPECT_EQ(record.next(), 1);
+    EXPECT_EQ(record.fields()[1], "init"); // at the end only the name is emptied
+}
+
+TEST_F(ModemDatabase, RecordsMayLieAcrossBlocks) {
+    std::string text;
+    constexpr int32_t count = 400; // some four blocks
+    for (int32_t i = 0; i < count; ++i)
+        text +=
+            line({"modem " + std::to_string(i), times(static_cast<std::size_t>(i % 100), 'i'), "3", "ATZ|"});
+    ASSERT_GT(text.size(), 20000U);
+    fileWith(text);
+    Record record;
+    for (int32_t i = 0; i < count; ++i) {
+        ASSERT_EQ(i == 0 ? record.start(path) : record.next(), 5);
+        ASSERT_EQ(record.at(0), "modem " + std::to_string(i));
+        ASSERT_EQ(record.at(1), times(static_cast<std::size_t>(i % 100), 'i'));
+        ASSERT_STREQ(record.at(3), "ATZ|");
+    }
+    EXPECT_EQ(record.next(), 1);
+}
+
+TEST_F(ModemDatabase, EveryNumberHasItsOwnReaderUntilItsEnd) {
+    fileWith("a\r\nb\r\nc\r\n");
+    Record one, other;
+    ASSERT_EQ(one.start(path, 1), 5);
+    ASSERT_EQ(other.start(path, 256), 5);
+    EXPECT_EQ(one.next(1), 5);
+    EXPECT_STREQ(one.at(0), "b");
+    EXPECT_EQ(other.next(256), 5);
+    EXPECT_STREQ(other.at(0), "b");
+    EXPECT_EQ(ComGetModem_End(1), 1);
+    EXPECT_EQ(one.next(1), 1);
+    EXPECT_STREQ(one.at(0), "");
+    EXPECT_EQ(other.next(256), 5);
+    EXPECT_STREQ(other.at(0), "c");
+    ASSERT_EQ(other.start(path, 256), 5); // from the start again
+    EXPECT_STREQ(other.at(0), "a");
+    EXPECT_EQ(ComGetModem_End(256), 1);
+    EXPECT_EQ(ComGetModem_End(256), 1);
+}
+
+TEST_F(ModemDatabase, RefusalsSayWhatIsWrongAndKeepWhatIsOpen) {
+    fileWith("a\r\nb\r\n");
+    Record record;
+    for (const int32_t number : {0, -1, 257, 300}) {
+        EXPECT_EQ(record.start(path, number), -1);
+        EXPECT_EQ(record.next(number), -1);
+        EXPECT_EQ(ComGetModem_End(number), -1);
+    }
+    ASSERT_EQ(record.start(path), 5);
+    EXPECT_EQ(record.start(directory.file("none")), -2);
+    EXPECT_EQ(record.start(directory.path().string()), -2);
+    memory::failAllocations(0, 1);
+    EXPECT_EQ(record.start(path), -4);
+    memory::failAllocations(0, 0);
+    EXPECT_EQ(record.with([&](auto... buffer) { return ComGetModem_Start(port, nullptr, buffer...); }), -1);
+    EXPECT_EQ(ComGetModem_Next(port, record.at(0), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                               nullptr, nullptr, nullptr, nullptr, nullptr),
+              -1);
+    EXPECT_EQ(record.next(), 5);
+    EXPECT_STREQ(record.at(0), "b");
+}
+
+TEST_F(ModemDatabase, TheInstalledOneIsWellFormed) {
+    const auto shipped = std::filesystem::path(__FILE__).parent_path() / "../../share/modems.txt";
+    Record record;
+    std::set<std::string> names;
+    int32_t result = record.start(shipped.string());
+    for (; result == 5; result = record.next()) {
+        const std::string name = record.at(0);
+        SCOPED_TRACE(name);
+        EXPECT_TRUE(names.insert(name).second);
+        EXPECT_LT(name.size(), 75U);
+        for (std::size_t i = 1; i < 12; ++i) {
+            const std::string text = record.at(i);
+            if (i == 2)
+                continue; // remarks
+            EXPECT_TRUE(text.starts_with("AT") && text.ends_with("|")) << text;
+            EXPECT_LT(text.size(), i == 1 ? 100U : 32U) << text; // or it would be cut
+        }
+    }
+    EXPECT_EQ(result, 1);
+    EXPECT_STREQ(record.at(0), "");
+    EXPECT_EQ(names.count("Hayes Compatible Standard"), 1U); // every port's first modem name
+    EXPECT_GE(names.size(), 5U);
+}
+
+} // namespace
+} // namespace brisolt::test
