@@ -29,7 +29,8 @@ void await(int descriptor, short events) {
 
 class Descriptor {
 public:
-    explicit Descriptor(const std::string& path) : fd_(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
+    explicit Descriptor(const std::string& path)
+        : fd_(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
         termios settings{};
         if (fd_ < 0 || tcgetattr(fd_, &settings) != 0)
             throw std::system_error(errno, std::generic_category(), path);

@@ -22,16 +22,16 @@
 #ifndef BRISOLT_H
 #define BRISOLT_H
 
-#include "brisolt/ports.h"
-#include "brisolt/stream.h"
-#include "brisolt/lines.h"
-#include "brisolt/waits.h"
-#include "brisolt/scripting.h"
-#include "brisolt/notifications.h"
-#include "brisolt/drivers.h"
-#include "brisolt/modem.h"
-#include "brisolt/logs.h"
-#include "brisolt/progress.h"
 #include "brisolt/conversions.h"
+#include "brisolt/drivers.h"
+#include "brisolt/lines.h"
+#include "brisolt/logs.h"
+#include "brisolt/modem.h"
+#include "brisolt/notifications.h"
+#include "brisolt/ports.h"
+#include "brisolt/progress.h"
+#include "brisolt/scripting.h"
+#include "brisolt/stream.h"
+#include "brisolt/waits.h"
 
 #endif

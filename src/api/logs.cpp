@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "api/border.h"
-#include "api/brisolt/logs.h"
 #include "api/brisolt/conversions.h"
+#include "api/brisolt/logs.h"
 #include "api/export.h"
 #include "diag/debug_logs.h"
 #include "platform/process.h"

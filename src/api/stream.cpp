@@ -1,6 +1,6 @@
 // Reading and writing.
-#include "api/border.h"
 #include "api/brisolt/stream.h"
+#include "api/border.h"
 #include "port/reading.h"
 #include "port/stream_settings.h"
 #include "port/timed_reads.h"

@@ -1,7 +1,7 @@
 // Waiting, escape and cancel.
 #include "api/border.h"
-#include "api/brisolt/waits.h"
 #include "api/brisolt/progress.h"
+#include "api/brisolt/waits.h"
 #include "port/waits.h"
 
 using namespace brisolt;
