@@ -6,6 +6,7 @@
 #include "modem/initialisation.h"
 #include "modem/modem_commands.h"
 #include "modem/modem_database.h"
+#include "port/waits.h"
 
 using namespace brisolt;
 using modem::command;
@@ -117,7 +118,10 @@ BRISOLT_EXPORT int32_t ComSetModem_Start(int32_t port, const char* databaseFile,
                       modem::startInit);
 }
 BRISOLT_EXPORT int32_t ComSetModem_Next(int32_t port) {
-    return onPort(port, -1, modem::stepInit);
+    return onPort(port, -1, [](Port& open) {
+        clearCancel(open); // of a cancel given before this call
+        return modem::stepInit(open);
+    });
 }
 BRISOLT_EXPORT int32_t ComGetModem_State(int32_t port) {
     return onPort(port, -1, modem::initState);

@@ -1,5 +1,6 @@
 #include "modem/initialisation.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "diag/debug_logs.h"
@@ -84,7 +85,7 @@ int32_t missed(Port& port, const Step& step) {
 }
 
 int32_t examine(Port& port, const Step& step, const Answer& answer) {
-    int32_t result = stimulus(port, "OK", "", answer.length, answer.seconds);
+    int32_t result = stimulusWithin(port, "OK", "", answer.length, answer.seconds);
     if (port.ending())
         return -1;
     if (result == 1) {
@@ -167,7 +168,7 @@ int32_t initState(const Port& port) noexcept {
     return state == 0 ? firstStep : state; // a fresh work area is zero
 }
 
-// Each answer is awaited with a call that forgets the cancels before it, so they are counted here.
+// The flag alone would not do: a message handled meanwhile may call what clears it.
 int32_t runInit(Port& port, const InitRequest& request) {
     uint32_t cancels = port.cancels;
     if (startInit(port, request) != inProgress)

@@ -72,7 +72,7 @@ struct Port {
 
     std::atomic<int32_t> untold{0}; ///< a caller took bytes that the thread has yet to notify somebody of
 
-    /// How often a cancel was given: for a call made of others that each forget the cancels before them.
+    /// How often a cancel was given: for a long call in the middle of which others may clear the flag.
     std::atomic<uint32_t> cancels{0};
     std::atomic<int32_t> lossless{0};
     std::atomic<int32_t> traceOn{0}; ///< the trace file has a name

@@ -156,7 +156,6 @@ void emptyMatch(Port& port) noexcept {
 
 int32_t awaitOne(Port& port, const char* awaited, const char* response, int32_t maximum, uint32_t patience,
                  const Rules& rules) {
-    clearCancel(port);
     emptyMatch(port);
     return await(port, {&awaited, &response, 1}, maximum, patience, rules);
 }
@@ -171,11 +170,18 @@ void setEntry(char* entry, const char* string, int32_t length) noexcept {
 } // namespace
 
 int32_t stimulus(Port& port, const char* awaited, const char* response, int32_t maximum, int32_t seconds) {
+    clearCancel(port);
+    return stimulusWithin(port, awaited, response, maximum, seconds);
+}
+
+int32_t stimulusWithin(Port& port, const char* awaited, const char* response, int32_t maximum,
+                       int32_t seconds) {
     return awaitOne(port, awaited, response, maximum, milliseconds(seconds, 100), single);
 }
 
 int32_t stimulusFast(Port& port, const char* awaited, const char* response, int32_t maximum,
                      int32_t seconds) {
+    clearCancel(port);
     return awaitOne(port, awaited, response, maximum, milliseconds(seconds, 1000), singleFast);
 }
 

@@ -16,6 +16,9 @@ struct StimulusList {
 };
 
 int32_t stimulus(Port& port, const char* awaited, const char* response, int32_t maximum, int32_t seconds);
+/// The same as a part of a longer call: a cancel given before it ends it, too.
+int32_t stimulusWithin(Port& port, const char* awaited, const char* response, int32_t maximum,
+                       int32_t seconds);
 int32_t stimulusFast(Port& port, const char* awaited, const char* response, int32_t maximum, int32_t seconds);
 int32_t stimulusImmediate(Port& port, const char* awaited, const char* response, int32_t maximum);
 int32_t stimulusArray(Port& port, const StimulusList& list, int32_t maximum, int32_t seconds);

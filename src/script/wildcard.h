@@ -13,7 +13,7 @@
 namespace brisolt {
 
 /// Where the pattern was found: the first place at which an attempt met a wildcard and failed, if there was
-/// one before the match itself. Nothing for an empty text or pattern.
+/// one before the match itself. Nothing for an empty text or pattern, nor for one with more than 150 ?*.
 std::optional<std::size_t> wildSearch(const char* text, const char* pattern) noexcept;
 
 } // namespace brisolt

@@ -1,5 +1,7 @@
 // The single modem commands: what they send, how dialling waits for carrier and how it ends.
+#include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <string>
@@ -156,7 +158,7 @@ TEST_F(Commands, ACancelInTheNumberEndsBehindTheLine) {
 TEST_F(Commands, WaitingForCarrierCostsNextToNothing) {
     open.record().dialTimeout = 3;
     const auto used = processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, [] { EXPECT_EQ(ComDial(port, "1"), -1); });
-    EXPECT_LT(used, 300ms);
+    EXPECT_LT(used, 300ms); // of 3 s, on a machine that others use too
 }
 
 TEST_F(Commands, RingOfALineThatCannotTell) {
@@ -190,6 +192,39 @@ TEST_F(CommandsOnModemLines, DialEndsWithCarrierAndLatchesIt) {
     EXPECT_EQ(ComCarrierTx(port), 1); // no live line
     ComDisc(port);
     EXPECT_EQ(ComCarrierTx(port), 0);
+}
+
+TEST_F(CommandsOnModemLines, AWholeSession) {
+    ComClearDTR(farPort);
+    std::atomic<bool> over = false;
+    std::vector<std::string> commands;
+    std::thread modem([&] {
+        std::string command;
+        while (!over) {
+            command += readUpTo(farPort, 1);
+            if (!command.ends_with('\r')) {
+                ComSleepMS(farPort, ComStatus(farPort) > 0 ? 0 : 1);
+                continue;
+            }
+            command.pop_back();
+            if (command.starts_with("ATDT"))
+                ComSetDTR(farPort);
+            if (command == "ATH0")
+                ComClearDTR(farPort);
+            commands.push_back(std::exchange(command, {}));
+            ComPuts(farPort, commands.back().starts_with("ATDT") ? "|\nCONNECT|\n" : "|\nOK|\n");
+        }
+    });
+    const auto database = std::filesystem::path(__FILE__).parent_path() / "../../share/modems.txt";
+    EXPECT_EQ(ComSetModem(port, database.c_str(), "Rockwell/Conexant", 1, 1, 1, 1, 1, 0, nullptr), 1);
+    EXPECT_EQ(ComDial(port, "5551234"), 1);
+    EXPECT_EQ(ComCarrier(port), 1);
+    EXPECT_EQ(ComDisc(port), 1);
+    EXPECT_EQ(ComCarrier(port), 0);
+    over = true;
+    modem.join();
+    EXPECT_EQ(commands, (std::vector<std::string>{"ATZ", "AT&F&C1&D2", "AT&K3", "AT%C3", "AT\\N3", "ATS0=0",
+                                                  "ATDT5551234", "ATH0"}));
 }
 
 TEST_F(CommandsOnModemLines, RingFollowsTheLine) {

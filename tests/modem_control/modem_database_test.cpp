@@ -219,6 +219,16 @@ TEST_F(ModemDatabase, RefusalsSayWhatIsWrongAndKeepWhatIsOpen) {
     EXPECT_STREQ(record.at(0), "b");
 }
 
+TEST_F(ModemDatabase, AFileThatSomebodyWritesIsRefused) {
+    fileWith("a\r\n");
+    Record record;
+    {
+        const std::ofstream writer(path, std::ios::app);
+        EXPECT_EQ(record.start(path), -3);
+    }
+    EXPECT_EQ(record.start(path), 5);
+}
+
 TEST_F(ModemDatabase, TheInstalledOneIsWellFormed) {
     const auto shipped = std::filesystem::path(__FILE__).parent_path() / "../../share/modems.txt";
     Record record;
