@@ -13,8 +13,12 @@ using modem::command;
 
 namespace {
 
+/// Whether the line took the command is not told.
 template <auto Field> int32_t sendCommand(int32_t port) noexcept {
-    return onPort(port, -1, [](Port& open) { return modem::send(open, command<Field>); });
+    return onPort(port, -1, [](Port& open) {
+        modem::send(open, command<Field>);
+        return open.ending() ? -1 : 1;
+    });
 }
 
 int32_t initialise(int32_t port, const modem::InitRequest& request,
@@ -44,7 +48,7 @@ BRISOLT_EXPORT int32_t ComRing(int32_t port) {
     return onPort(port, -1, modem::ringing);
 }
 BRISOLT_EXPORT int32_t ComReset(int32_t port) {
-    return sendCommand<&PortRecord::resetStr>(port);
+    return onPort(port, -1, [](Port& open) { return modem::send(open, command<&PortRecord::resetStr>); });
 }
 BRISOLT_EXPORT int32_t ComModemInit(int32_t port) {
     return sendCommand<&PortRecord::initStr>(port);

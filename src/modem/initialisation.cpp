@@ -146,21 +146,31 @@ int32_t startInit(Port& port, const InitRequest& request) {
     return takeStrings(port, request.databaseFile, request.modemName);
 }
 
-int32_t stepInit(Port& port) {
+namespace {
+
+int32_t step(Port& port) {
     int32_t state = initState(port);
-    const Step* step = stepOf(state);
+    const Step* at = stepOf(state);
     int32_t result = inProgress;
-    switch (step == nullptr ? -1 : state - step->number) {
-    case sending: result = sendStep(port, *step); break;
-    case awaitingAnswer: result = lookForAnswer(port, *step); break;
-    case retrying: result = retry(port, *step); break;
+    switch (at == nullptr ? -1 : state - at->number) {
+    case sending: result = sendStep(port, *at); break;
+    case awaitingAnswer: result = lookForAnswer(port, *at); break;
+    case retrying: result = retry(port, *at); break;
     case pausing:
         if (timeLeft(contextOf(port)) <= 0)
-            result = sendStep(port, *step);
+            result = sendStep(port, *at);
         break;
     default: break;
     }
     return port.ending() ? -1 : result;
+}
+
+} // namespace
+
+// Else a cancel that was meant for something else would make every answer of the sequence count as missing.
+int32_t stepInit(Port& port) {
+    clearCancel(port);
+    return step(port);
 }
 
 int32_t initState(const Port& port) noexcept {
@@ -176,7 +186,7 @@ int32_t runInit(Port& port, const InitRequest& request) {
     clearCancel(port);
     for (;;) {
         uint32_t seen = port.events.count();
-        int32_t result = stepInit(port);
+        int32_t result = step(port);
         checkEscape(port, escapeKey); // lets messages through; neither the key nor quit ends the sequence
         if (port.cancels != cancels || port.ending())
             return -1;

@@ -1,5 +1,5 @@
-// Files that are opened for one operation, with the sharing rules that the logs and readers promise. Inside the process
-// the rules are kept by a table of open files, against other processes by an advisory lock.
+// Files that are opened for one operation, with the sharing rules that the logs and readers promise. Inside
+// the process the rules are kept by a table of open files, against other processes by an advisory lock.
 #pragma once
 
 #include <cstdint>

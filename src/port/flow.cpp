@@ -1,6 +1,7 @@
 #include "port/flow.h"
 
 #include <array>
+#include <mutex>
 
 namespace brisolt {
 
@@ -38,6 +39,25 @@ int32_t controlLine(Port& port, ComPortFunc driverFunction, uint32_t function) {
     return port.device.line(function) ? 1 : -2;
 }
 
+/// From the state that the device really has; under one lock, so that no other change of the line is undone.
+bool applyMode(Port& port, int32_t mode) noexcept {
+    std::scoped_lock guard(port.lineMutex);
+    ComHostLineState state{};
+    bool readable = port.device.getLineState(state);
+    if (mode < 0 || mode >= static_cast<int32_t>(modes.size()) || !port.hasDevice())
+        return false;
+    if (!readable)
+        state = port.record->lineState;
+    const FlowMode& wanted = modes[static_cast<std::size_t>(mode)];
+    state.flags = (state.flags & ~flowFlags) | wanted.flags;
+    port.record->xonXoff = wanted.xonXoffCode;
+    port.device.purge(COM_HOST_PURGE_TX_ABORT | COM_HOST_PURGE_RX_ABORT | COM_HOST_PURGE_TX |
+                      COM_HOST_PURGE_RX);
+    port.device.setLineState(state);
+    port.record->lineState = state;
+    return true;
+}
+
 } // namespace
 
 int32_t setFlow(Port& port, int32_t mode) {
@@ -45,21 +65,10 @@ int32_t setFlow(Port& port, int32_t mode) {
         return -1;
     if (ComPortValueFunc function = port.record->setFlowFunc)
         return function(port.number, mode);
-    ComHostLineState state{};
-    bool readable = port.device.getLineState(state);
-    if (mode < 0 || mode >= static_cast<int32_t>(modes.size()) || !port.hasDevice())
+    if (!applyMode(port, mode))
         return -1;
-    if (!readable)
-        state = port.lineStateCopy();
-    const FlowMode& wanted = modes[static_cast<std::size_t>(mode)];
-    state.flags = (state.flags & ~flowFlags) | wanted.flags;
-    port.record->xonXoff = wanted.xonXoffCode;
-    port.device.purge(COM_HOST_PURGE_TX_ABORT | COM_HOST_PURGE_RX_ABORT | COM_HOST_PURGE_TX |
-                      COM_HOST_PURGE_RX);
-    port.device.setLineState(state);
     setDtr(port);
     setRts(port);
-    port.setLineStateCopy(state);
     return 1;
 }
 

@@ -29,16 +29,14 @@ uint32_t lengthOf(int32_t hundredths) noexcept {
     return static_cast<uint32_t>(std::clamp<int64_t>(int64_t{hundredths} * 10 + 1, 0, UINT32_MAX));
 }
 
-/// Changes the copy of the line state and hands the device all of it. Two threads that change different
-/// settings at once both end up in the copy, and the later of them applies both.
+/// Changes the copy of the line state and hands the device all of it, in one go: of two threads that change
+/// different settings at once neither undoes what the other has done.
 template <class Change> int32_t applyLine(Port& port, Change change) {
-    {
-        std::scoped_lock guard(port.lineMutex);
-        change(port.record->lineState);
-    }
     drainWait(port);
     port.device.purge(purgeAll);
-    port.device.setLineState(port.lineStateCopy());
+    std::scoped_lock guard(port.lineMutex);
+    change(port.record->lineState);
+    port.device.setLineState(port.record->lineState);
     return 1;
 }
 

@@ -67,8 +67,7 @@ struct Port {
     std::shared_ptr<Wake> threadWake;      ///< set before the thread is announced; never changed afterwards
     SharedWatch receiving;                 ///< for bytes that come
     SharedWatch sending;                   ///< for room for what a lossless port has queued
-    std::atomic<int32_t> sendingFull{
-        0}; ///< the device took less than it was offered, and no room was seen since
+    std::atomic<int32_t> sendingFull{0};   ///< the device took less than offered; no room was seen since
 
     std::atomic<int32_t> untold{0}; ///< a caller took bytes that the thread has yet to notify somebody of
 

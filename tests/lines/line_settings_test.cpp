@@ -153,8 +153,11 @@ TEST(Lines, TwoThreadsThatChangeDifferentSettingsLoseNone) {
     const OpenPort port(5, driver.path());
     for (int32_t turn = 0; turn < 20; ++turn) {
         auto baud = std::async(std::launch::async, [&] { return ComSetBaud(port, 1000 + turn); });
+        auto flow = std::async(std::launch::async, [&] { return ComSetFlow(port, turn % 2); });
         EXPECT_EQ(ComSetParms(port, 1 + turn % 5, 8, 1), 1);
         EXPECT_EQ(baud.get(), 1);
+        EXPECT_EQ(flow.get(), 1);
+        EXPECT_EQ((driver.lineState().flags & COM_HOST_LINE_XON_OUTPUT) != 0, turn % 2 == 1);
         EXPECT_EQ(driver.lineState().baudRate, static_cast<uint32_t>(1000 + turn));
         EXPECT_EQ(driver.lineState().parity, turn % 5);
     }

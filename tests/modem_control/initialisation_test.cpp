@@ -71,6 +71,13 @@ const std::string kept = " All Modem Parameters set for override - no need for D
 
 // ---- the way through --------------------------------------------------------------------------------------
 
+TEST_F(Initialisation, StepsForgetACancelThatWasGivenBefore) {
+    ComCancel(port);
+    ASSERT_EQ(start(), 5);
+    EXPECT_EQ(stepsInTime(), 1);
+    EXPECT_EQ(modem.commands(), allCommands);
+}
+
 TEST_F(Initialisation, InOneCallWithAModemThatAnswers) {
     EXPECT_EQ(run(), 1);
     EXPECT_EQ(modem.commands(), allCommands);

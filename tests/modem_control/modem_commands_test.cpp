@@ -67,6 +67,16 @@ TEST_F(Commands, EachSendsItsString) {
             EXPECT_EQ(call(number), -1) << sent;
 }
 
+// A port that a parameter record has made number 0 takes no strings, and only the reset tells so.
+TEST_F(Commands, OnlyTheResetTellsThatNothingWasSent) {
+    open.record().portNumber = 0;
+    EXPECT_EQ(ComModemInit(port), 1);
+    EXPECT_EQ(ComSetAns(port, 1), 1);
+    EXPECT_EQ(ComModemSetCompression_ON(port), 1);
+    EXPECT_EQ(ComReset(port), -1);
+    open.record().portNumber = port;
+}
+
 // A field that is full to its last byte must not run into the one behind it.
 TEST_F(Commands, AFullFieldEndsAtItsEnd) {
     std::memset(open.record().resetStr, 'R', sizeof open.record().resetStr);

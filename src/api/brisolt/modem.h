@@ -31,7 +31,8 @@ int32_t ComDisc(int32_t port);
 /* 1 while the device reports the ring indicator, else 0, also when its lines cannot be read; [port]. */
 int32_t ComRing(int32_t port);
 
-/* Send the command that the name says. 1; -1 bad or closed port, also when closed meanwhile. */
+/* Send the command that the name says. 1; -1 bad or closed port, also when closed meanwhile. ComReset alone
+ * gives -1 also when ComPuts would. */
 int32_t ComReset(int32_t port);
 int32_t ComModemInit(int32_t port);
 int32_t ComSetAns(int32_t port, int32_t on); /* auto-answer: nonzero on, 0 off */

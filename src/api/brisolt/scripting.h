@@ -27,7 +27,7 @@ int32_t ComPeekBuf(int32_t port, void *buffer, int32_t count);
  * character as there are, none included; `?*` leaves open what comes before the rest of the pattern. A `?`
  * behind a `?` stands for itself, and so does a `*` at the start or behind `?*`. The matcher never goes
  * back. With wildcards the position may lie before the match: it is the first place at which an attempt
- * met a wildcard and failed. A pattern with more than 200 `?*` is not found.
+ * met a wildcard and failed. A pattern with more than 150 `?*` is not found.
  */
 int32_t ComPeekString(int32_t port, const char *pattern, int32_t *position);
 /* The same for a plain string; an empty one is found at 0 when anything is unread. */
