@@ -64,8 +64,9 @@ void printRow(const Row& row, const std::vector<Cost>& ratios) {
 
 int runTable(const Options& options, const std::string& only) {
     std::vector<Row> rows = singlePortRows(options);
-    for (Row& row : manyPortRows(options))
-        rows.push_back(std::move(row));
+    for (auto* more : {transferRows, manyPortRows})
+        for (Row& row : more(options))
+            rows.push_back(std::move(row));
     if (only == "?") {
         for (const Row& row : rows)
             std::printf("%-12s %s\n", row.name.c_str(), row.title.c_str());

@@ -29,6 +29,9 @@ std::vector<Row> singlePortRows(const Options& options);
 /// Many lines on all processors, and what lines cost that are only open.
 std::vector<Row> manyPortRows(const Options& options);
 
+/// Text files, step by step; beside the bare calls only.
+std::vector<Row> transferRows(const Options& options);
+
 /// The work of a child process of ours, which prints one number: `idle` or `memory`, for so many lines.
 int measureInChild(const std::string& what, const Side& side, std::size_t lines);
 

@@ -29,6 +29,7 @@
 #include "brisolt/modem.h"
 #include "brisolt/notifications.h"
 #include "brisolt/ports.h"
+#include "brisolt/transfer.h"
 #include "brisolt/progress.h"
 #include "brisolt/scripting.h"
 #include "brisolt/stream.h"

@@ -1,6 +1,5 @@
 // Waiting, escape and cancel.
 #include "api/border.h"
-#include "api/brisolt/progress.h"
 #include "api/brisolt/waits.h"
 #include "port/waits.h"
 
@@ -50,10 +49,6 @@ BRISOLT_EXPORT int32_t ComSetYield(int32_t port, int32_t value) {
         open.events.wakeAll(); // waits look at it again
         return 1;
     });
-}
-
-BRISOLT_EXPORT ComShowRecord* ComGetShow(int32_t port) {
-    return onPort(port, nullptr, [](Port& open) { return &open.record->show; });
 }
 
 BRISOLT_EXPORT int32_t ComTiming(void) {

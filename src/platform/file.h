@@ -23,6 +23,8 @@ public:
     explicit operator bool() const noexcept { return descriptor_ >= 0; }
     /// One write call at the file's end; false when not all of it went in.
     bool append(std::string_view text) noexcept;
+    /// Takes out what it holds; false when that cannot be done. A device holds nothing.
+    bool empty() noexcept;
 
 private:
     const char* enter(int32_t descriptor, Sharing sharing) noexcept;
@@ -42,6 +44,8 @@ public:
     explicit operator bool() const noexcept { return descriptor_ >= 0; }
     /// Bytes read, 0 at the end, below 0 when it failed.
     int32_t read(void* buffer, int32_t count) noexcept;
+    /// Its size in bytes, -1 for one that could not be opened.
+    int64_t size() const noexcept;
 
 private:
     int32_t descriptor_ = -1;

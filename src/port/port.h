@@ -21,6 +21,8 @@
 
 namespace brisolt {
 
+struct TextTransfer;
+
 /// How the I/O thread shares the watch over the device with callers that wait on the port. A caller that
 /// waits serves the device itself, so that a byte reaches it without a detour through another thread.
 enum class ThreadWatch : int32_t {
@@ -77,6 +79,10 @@ struct Port {
     std::atomic<int32_t> traceOn{0}; ///< the trace file has a name
     std::mutex logMutex;             ///< the log file names of the record
     std::mutex lineMutex;            ///< lineState of the record
+    std::mutex showMutex;            ///< show of the record
+
+    /// The transfer that goes on the port step by step, if there is one; under portLock.
+    std::shared_ptr<TextTransfer> transfer;
 
     bool isOpen() const noexcept { return open.load(std::memory_order_acquire) == 1; }
     /// For waits: they end when a close begins, not when it has come to clearing `open`.

@@ -83,6 +83,7 @@ void freePort(Port& port) noexcept {
         port.device.closeWithHandle();
     else
         port.device.close();
+    port.transfer.reset();
     port.orphans.releaseAll();
     blocks::release(port);
     port.threadWake.reset();

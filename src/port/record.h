@@ -1,6 +1,6 @@
 // The two blocks of an open port: its record (configuration, positions, settings of every subsystem) and
-// its work area (buffers of scripting and transfer). Both start zero-filled; what is not set by an open is
-// zero. Fields that are read without the port's lock are Shared.
+// its work area (buffers of scripting and of the file utilities). Both start zero-filled; what is not set by
+// an open is zero. Fields that are read without the port's lock are Shared.
 #pragma once
 
 #include <cstdint>
@@ -174,16 +174,6 @@ struct ModemInit {
 };
 
 struct PortWorkArea {
-    Shared<uint32_t> transferThread;
-    int32_t rxQuietTimeout;
-    Shared<int32_t> transferFile;
-    uint8_t sendChar;
-    uint8_t sendPrevChar;
-    uint32_t rxLastData;
-    int32_t sendChunkSize;
-    int32_t rxEndChar;
-    int32_t rxEscapeArg;
-    int32_t transferCount;
     int32_t verifyExpect1;
     int32_t verifyExpect2;
     int32_t verifyState;

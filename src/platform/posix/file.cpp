@@ -127,6 +127,10 @@ Appender::~Appender() {
     ::close(descriptor_);
 }
 
+bool Appender::empty() noexcept {
+    return !registered_ || ::ftruncate(descriptor_, 0) == 0;
+}
+
 bool Appender::append(std::string_view text) noexcept {
     return ::write(descriptor_, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }

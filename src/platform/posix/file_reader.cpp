@@ -54,4 +54,9 @@ int32_t Reader::read(void* buffer, int32_t count) noexcept {
     return static_cast<int32_t>(got);
 }
 
+int64_t Reader::size() const noexcept {
+    struct stat status {};
+    return descriptor_ < 0 || ::fstat(descriptor_, &status) != 0 ? -1 : int64_t{status.st_size};
+}
+
 } // namespace brisolt::file

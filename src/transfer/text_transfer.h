@@ -1,0 +1,145 @@
+// A text transfer that goes step by step: what it keeps from one step to the next, who may work on it, and
+// how it ends. A port has at most one. It belongs to its port from the start call until a step has finished
+// it, somebody ends it early or the port is gone; whoever takes it out of the port tells how it went.
+//
+// Steps come from callers, from a thread of the transfer's own, and from functions that a step lets run:
+// one of them has the turn, for the others the transfer just goes on.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "platform/clock.h"
+#include "platform/file.h"
+#include "port/port.h"
+#include "port/waits.h"
+
+namespace brisolt {
+
+/// Results of a step.
+inline constexpr int32_t stepGoesOn = 5;
+inline constexpr int32_t stepFailed = -1;
+
+/// A file that is read byte by byte.
+class TextSource {
+public:
+    static constexpr int32_t atEnd = -1, unreadable = -2;
+
+    explicit TextSource(const char* path) noexcept : file_(path, file::Sharing::all) {}
+    explicit operator bool() const noexcept { return static_cast<bool>(file_); }
+    /// 0 to 255, or one of the two.
+    int32_t next() noexcept {
+        if (at_ == count_) {
+            count_ = file_.read(ahead_.data(), static_cast<int32_t>(ahead_.size()));
+            at_ = 0;
+        }
+        if (count_ < 1)
+            return count_ == 0 ? atEnd : unreadable;
+        return ahead_[static_cast<std::size_t>(at_++)];
+    }
+
+private:
+    file::Reader file_;
+    std::array<uint8_t, 4096> ahead_;
+    int32_t at_ = 0, count_ = 0;
+};
+
+/// A file that is received: others may read it meanwhile, not write. What it held is gone.
+class TextTarget {
+public:
+    explicit TextTarget(const char* path) noexcept
+        : file_(path, file::Sharing::readOnly, file::Missing::create), usable_(file_ && file_.empty()) {}
+    explicit operator bool() const noexcept { return usable_; }
+    bool write(const uint8_t* bytes, int32_t count) noexcept {
+        return count < 1 ||
+               file_.append({reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count)});
+    }
+
+private:
+    file::Appender file_;
+    bool usable_;
+};
+
+struct TextTransfer {
+    enum class Direction { send, receive };
+    static constexpr int32_t largestChunk = 9999;
+    static constexpr int32_t blockSize = 10000;
+
+    explicit TextTransfer(Direction which) noexcept : direction(which) {}
+
+    const Direction direction;
+    std::atomic<int32_t> inStep{1};         ///< somebody has the turn: the rest below is his
+    std::atomic<int32_t> over{0};           ///< it is no longer the port's
+    std::atomic<int32_t> threaded{0};       ///< a thread of its own makes the steps
+    std::atomic<int32_t> asciiThreadRun{0}; ///< that thread is to go on
+    std::atomic<uint32_t> transferThread{0};
+
+    // ---- send
+    std::optional<TextSource> source;
+    uint8_t sendPrevChar = 0; ///< the byte of the file before the next one
+    int32_t sendChunkSize = 0;
+    int32_t sent = 0;    ///< bytes of the block that the port has taken
+    bool ending = false; ///< the block is the last one
+
+    // ---- receive
+    std::optional<TextTarget> target;
+    int32_t rxQuietTimeout = 20000; ///< milliseconds
+    uint32_t rxLastData = 0;        ///< a tick count
+    int32_t rxEndChar = 0;
+
+    int32_t transferCount = 0;                ///< bytes in the block, or written to the file so far
+    std::array<uint8_t, blockSize + 1> block; ///< a chunk may come out one longer, and the end marker follows
+};
+
+/// What the port's carrier-loss protocol tells of transfers.
+enum class CarrierLoss : int32_t { over = 100, sending = 101, receiving = 102, onThread = 201 };
+void setCarrierLoss(Port& port, CarrierLoss protocol) noexcept;
+
+/// A new transfer of the port, with the turn; null: the port has one already, or closes.
+std::shared_ptr<TextTransfer> enterTransfer(Port& port, TextTransfer::Direction direction);
+/// The start has come to its end: the first step may be made. False: somebody has ended it meanwhile.
+bool beginSteps(Port& port, TextTransfer& transfer, CarrierLoss protocol);
+/// The port's transfer in that direction; null: there is none.
+std::shared_ptr<TextTransfer> transferOf(Port& port, TextTransfer::Direction direction) noexcept;
+/// False when somebody else has done so before. `outcome` is told when a thread makes the steps.
+bool takeOut(Port& port, TextTransfer& transfer, uint32_t outcome);
+
+/// One step of the transfer.
+int32_t nextStep(Port& port, TextTransfer& transfer);
+/// Ends a transfer early, if there is one. 1, -1 when the port closed meanwhile.
+int32_t endEarly(Port& port, std::shared_ptr<TextTransfer> transfer);
+/// The same for whatever transfer the port has.
+int32_t endEarly(Port& port);
+
+/// The length of a pause given in hundredths of a second: the tick counter moves on after it, even when it
+/// is none. Less than none is none.
+uint32_t pauseLength(int32_t hundredths) noexcept;
+
+inline bool gone(const Port& port, const TextTransfer& transfer) noexcept {
+    return transfer.over != 0 || port.ending();
+}
+
+enum class Messages { handled, left };
+
+/// A wait within a step. It ends early when the transfer or the port does, when enough() says so, and, with
+/// messages handled, at the port's escape: then the result is false.
+template <class Enough>
+bool waitInStep(Port& port, const TextTransfer& transfer, uint32_t milliseconds, Messages messages,
+                Enough enough) {
+    auto until = clock::Deadline::in(milliseconds);
+    for (;;) {
+        uint32_t seen = port.events.count();
+        bool handled = messages == Messages::handled && port.record->yield != 0;
+        if (handled && checkEscape(port, port.record->escapeChar) == 1)
+            return false;
+        if (gone(port, transfer) || until.passed() || enough())
+            return true;
+        WaitFor what{.bytes = false, .messages = handled, .quit = handled};
+        sleepOnPort(port, seen, what, nextLook(port, what, until));
+    }
+}
+
+} // namespace brisolt

@@ -1,0 +1,308 @@
+// Text files on their way out: in one call and step by step.
+#include <future>
+
+#include "api/brisolt_host.h"
+#include "port/scramble.h"
+#include "support/pty.h"
+#include "support/scripted_driver.h"
+#include "transfer/files.h"
+
+namespace brisolt::test {
+namespace {
+
+constexpr int32_t number = 6;
+
+class TextSend : public testing::Test {
+protected:
+    ~TextSend() override {
+        for (ComHostMessage left; ComHostGetMessage(&left, 0) != 0;) {
+        }
+    }
+    Pty far;
+    Files files;
+};
+
+struct LineEnds {
+    int32_t stripLF, addCR;
+    std::string file, line;
+    int32_t uncounted; ///< carriage returns that the call in one piece does not count
+};
+
+TEST_F(TextSend, LineEndsAreShapedAlikeInBothStyles) {
+    const std::string every = pattern(3000); // all byte values
+    const std::vector<LineEnds> cases{
+        {0, 1, "\nA\r\nB\n\nC\r", "\r\nA\r\nB\r\n\r\nC\r", 3},
+        {0, 0, "\nA\r\nB\n", "\nA\r\nB\n", 0},
+        {1, 1, "\nA\r\nB\n\n", "A\rB", 0},
+        {1, 0, "\n\n", "", 0},
+        {0, 1, "", "", 0},
+        {0, 0, every, every, 0},
+    };
+    const QuickPort port(number, far.slavePath());
+    for (const LineEnds& each : cases) {
+        port.record().stripLF = each.stripLF;
+        port.record().addCR = each.addCR;
+        const std::string path = files.make("text", each.file);
+        const auto size = static_cast<int32_t>(each.line.size());
+        for (const int32_t chunk : {1, 25, 9999, 100000}) {
+            ComHostSetLossless(port, chunk % 2); // with or without
+            EXPECT_EQ(send(port, path, chunk).result, 1);
+            EXPECT_EQ(ComGetBytes(port), size);
+            EXPECT_EQ(far.read(each.line.size() + 1), each.line + endMarker);
+        }
+        const FastClock fast(10);
+        ComShowClear(port);
+        EXPECT_EQ(ComSendA(port, path.c_str()), 1);
+        EXPECT_EQ(ComGetBytes(port), size - each.uncounted);
+        EXPECT_EQ(far.read(each.line.size()), each.line);
+    }
+    EXPECT_EQ(far.readToQuiet(), "") << "no end marker after a send in one call";
+}
+
+TEST_F(TextSend, AStepQueuesAChunkOrOneByteMore) {
+    const QuickPort port(number, far.slavePath());
+    const std::string path = files.make("text", std::string(24, 'x') + "\n" + std::string(24, 'y') + "z\n\n");
+    ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 25), 1);
+    EXPECT_EQ(ComGetCarrierLossProtocol(port), 101);
+    int32_t before = 0;
+    std::vector<int32_t> chunks;
+    for (int32_t result = 5; result == 5;) {
+        result = CSendAPkt(port);
+        chunks.push_back(ComGetBytes(port) - before);
+        before = ComGetBytes(port);
+    }
+    EXPECT_EQ(chunks, (std::vector<int32_t>{26, 25, 4}));
+    EXPECT_EQ(ComGetCarrierLossProtocol(port), 100);
+    EXPECT_EQ(ComGetCarrierLossProtocolState(port), 1);
+    for (const int32_t chunk : {0, -7})
+        EXPECT_EQ(send(port, files.make("text", "ab\n"), chunk).count, 4)
+            << "a byte of the file, then the end";
+    far.readToQuiet();
+    ASSERT_EQ(CInitSndAPkt(port, files.make("text", std::string(12000, 'x')).c_str(), INT32_MAX), 1);
+    EXPECT_EQ(CSendAPkt(port), 5);
+    EXPECT_EQ(ComGetBytes(port), 9999) << "the largest chunk";
+}
+
+TEST_F(TextSend, WhatIsReceivedMeanwhileIsThrownAway) {
+    const QuickPort port(number, far.slavePath());
+    for (const bool steps : {true, false}) {
+        far.write("nobody wants this");
+        ASSERT_TRUE(eventually([&] { return ComStatus(port) == 17; }));
+        const std::string path = files.make("text", "x");
+        EXPECT_EQ(steps ? send(port, path, 25).result : ComSendA(port, path.c_str()), 1);
+        EXPECT_EQ(ComStatus(port), 0);
+    }
+}
+
+TEST_F(TextSend, NoByteIsLostWhenThePeerHoldsUsOff) {
+    ScriptedDriver line;
+    const QuickPort port(number, line.path(), 2048);
+    port.record().addCR = 0;
+    const std::string text = pattern(40000), path = files.make("text", text);
+    for (const int32_t scrambled : {0, 1}) {
+        ComSetSecurity(port, scrambled);
+        const std::size_t before = line.written().size();
+        line.limitRoom(500);
+        ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 9999), 1);
+        for (int32_t i = 0; i < 10; ++i)
+            ASSERT_EQ(CSendAPkt(port), 5);
+        EXPECT_EQ(ComGetBytes(port), 9999) << "no second chunk before the first has gone";
+        line.limitRoom(ScriptedDriver::unlimited);
+        EXPECT_EQ(allSteps(CSendAPkt, port).result, 1);
+        ASSERT_TRUE(eventually([&] { return ComOutBufStatus(port) == 0; }));
+        std::string sent = line.written().substr(before);
+        for (char& byte : sent)
+            if (scrambled == 1)
+                byte =
+                    static_cast<char>(unscrambleByte(port.record().scrambleKey, static_cast<uint8_t>(byte)));
+        EXPECT_TRUE(sent == text + endMarker);
+    }
+}
+
+TEST_F(TextSend, EscapesEndAStepThatThePeerHoldsOff) {
+    ScriptedDriver line;
+    const QuickPort port(number, line.path(), 2048);
+    ComPortSetEscapeChar(port, 27);
+    line.limitRoom(0);
+    const std::string path = files.make("text", std::string(20000, 'x'));
+    ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 9999), 1);
+    EXPECT_EQ(CSendAPkt(port), 5);
+    ComHostPostChar(ComHostThreadId(), 27);
+    EXPECT_EQ(CSendAPkt(port), 5) << "the end marker has to wait, too";
+    ComHostPostChar(ComHostThreadId(), 27);
+    EXPECT_EQ(CSendAPkt(port), 1);
+    EXPECT_FALSE(files.isOpen("text"));
+    ComFlushOutBuf(port);
+    ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 9999), 1);
+    EXPECT_EQ(CSendAPkt(port), 5);
+    ComHostPostChar(ComHostThreadId(), 27);
+    EXPECT_EQ(CSendAPkt(port), 5);
+    line.limitRoom(ScriptedDriver::unlimited);
+    EXPECT_EQ(allSteps(CSendAPkt, port).result, 1);
+    ASSERT_TRUE(eventually([&] { return ComOutBufStatus(port) == 0; }));
+    EXPECT_EQ(line.written(), std::string(9999, 'x') + endMarker);
+}
+
+TEST_F(TextSend, InOneCallItWaitsForRoomUntilItIsCancelled) {
+    const FastClock fast(50);
+    ScriptedDriver line;
+    const QuickPort port(number, line.path(), 2048);
+    port.record().addCR = 0;
+    const std::string text = pattern(3500), path = files.make("text", text);
+    line.limitRoom(100);
+    auto sending = std::async(std::launch::async, [&] { return ComSendA(port, path.c_str()); });
+    EXPECT_TRUE(eventually([&] { return ComOutBufStatus(port) == 2048; }));
+    EXPECT_EQ(sending.wait_for(100ms), std::future_status::timeout);
+    line.limitRoom(ScriptedDriver::unlimited);
+    EXPECT_EQ(sending.get(), 1);
+    EXPECT_TRUE(eventually([&] { return line.written() == text; }));
+    line.limitRoom(0);
+    sending = std::async(std::launch::async, [&] { return ComSendA(port, path.c_str()); });
+    EXPECT_TRUE(eventually([&] { return ComOutBufStatus(port) == 2048; }));
+    EXPECT_EQ(ComCancel(port), 1);
+    EXPECT_EQ(sending.get(), -1);
+    EXPECT_FALSE(files.isOpen("text"));
+}
+
+TEST_F(TextSend, PausesOfLessThanNothingAreNoneAndLongOnesAreEnded) {
+    QuickPort port(number, far.slavePath());
+    const std::string path = files.make("text", "a\nb\n");
+    port.record().charDelay = -1;
+    port.record().lineDelay = INT32_MIN;
+    EXPECT_EQ(ComSendA(port, path.c_str()), 1);
+    EXPECT_EQ(send(port, path, 2).result, 1);
+    EXPECT_EQ(CTermAPkt(port), 1);
+
+    for (const auto pause : {&PortRecord::charDelay, &PortRecord::lineDelay}) {
+        port.record().charDelay = 0;
+        port.record().lineDelay = 0;
+        (port.record().*pause) = INT32_MAX;
+        auto sending = std::async(std::launch::async, [&] { return ComSendA(port, path.c_str()); });
+        EXPECT_EQ(sending.wait_for(100ms), std::future_status::timeout);
+        ComCancel(port);
+        EXPECT_EQ(sending.get(), -1);
+        ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 2), 1);
+        auto stepping = std::async(std::launch::async, [&] { return allSteps(CSendAPkt, port).result; });
+        EXPECT_EQ(stepping.wait_for(100ms), std::future_status::timeout);
+        EXPECT_EQ(CSendAPkt(port), 5) << "it is somebody else's turn";
+        port.record().lineDelay = 0; // the abort's own pause
+        EXPECT_EQ(CTermAPkt(port), 1);
+        EXPECT_EQ(stepping.get(), -1);
+        EXPECT_FALSE(files.isOpen("text"));
+    }
+    port.record().charDelay = INT32_MAX;
+    ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 2), 1);
+    auto stepping = std::async(std::launch::async, [] { return CSendAPkt(number); });
+    auto sending = std::async(std::launch::async, [&] { return ComSendA(number, path.c_str()); });
+    EXPECT_EQ(sending.wait_for(100ms), std::future_status::timeout);
+    EXPECT_EQ(port.close(), 1);
+    EXPECT_EQ(stepping.get(), -1);
+    EXPECT_EQ(sending.get(), -1);
+    EXPECT_FALSE(files.isOpen("text"));
+}
+
+TEST_F(TextSend, EscapeAndQuitEndAStepInGoodOrder) {
+    const QuickPort port(number, far.slavePath());
+    ComPortSetEscapeChar(port, 27);
+    const std::string path = files.make("text", std::string(100, 'x'));
+    for (const int32_t delay : {0, 60000}) { // seen between two bytes, and within a pause
+        port.record().charDelay = delay;
+        ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 25), 1);
+        ComHostPostChar(ComHostThreadId(), 'a');
+        ComHostPostChar(ComHostThreadId(), 27);
+        EXPECT_EQ(CSendAPkt(port), 1);
+        EXPECT_EQ(far.read(2), std::string("x") + endMarker);
+        EXPECT_EQ(ComGetCarrierLossProtocol(port), 100);
+        EXPECT_EQ(CSendAPkt(port), -1) << "it is over";
+    }
+    port.record().charDelay = 0;
+    ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 25), 1);
+    ComHostPostQuit(ComHostThreadId());
+    EXPECT_EQ(CSendAPkt(port), 1);
+    EXPECT_EQ(ComServiceMessagePump(), 1) << "the request stays pending";
+}
+
+TEST_F(TextSend, AFunctionWithinAStepMayAbortOrStep) {
+    const QuickPort port(number, far.slavePath());
+    const std::string path = files.make("text", std::string(100, 'x'));
+    static std::vector<int32_t> results;
+    results.clear();
+    const int32_t window = ComHostCreateWindow(
+        [](void*, int32_t, uint32_t message, uintptr_t, intptr_t) {
+            results.push_back(message == 0x500 ? CSendAPkt(number) : CTermAPkt(number));
+        },
+        nullptr);
+    ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 25), 1);
+    ComHostPostMessage(window, 0x500, 0, 0);
+    EXPECT_EQ(CSendAPkt(port), 5);
+    EXPECT_EQ(results, std::vector<int32_t>{5});
+    EXPECT_EQ(far.read(25), std::string(25, 'x'));
+    ComHostPostMessage(window, 0x501, 0, 0);
+    EXPECT_EQ(CSendAPkt(port), -1);
+    EXPECT_EQ(results, (std::vector<int32_t>{5, 1}));
+    EXPECT_EQ(far.readToQuiet(), "") << "neither the rest of the chunk nor an end marker";
+    EXPECT_FALSE(files.isOpen("text"));
+    EXPECT_EQ(CInitSndAPkt(port, path.c_str(), 25), 1) << "the port is free for the next";
+    ComHostDestroyWindow(window);
+}
+
+TEST_F(TextSend, WhatCannotBeSentIsAFailure) {
+    const std::string path = files.make("text", "abc"), missing = files.path("missing");
+    const QuickPort port(number, far.slavePath());
+    for (const char* bad : {static_cast<const char*>(nullptr), "", missing.c_str(), "/tmp"}) {
+        EXPECT_EQ(ComSendA(port, bad), -1);
+        EXPECT_EQ(CInitSndAPkt(port, bad, 25), -1);
+        EXPECT_EQ(ComSA_Thread(port, bad), -1);
+    }
+    ComShowClear(port);
+    for (const int32_t bad : {0, 257, number + 1}) {
+        EXPECT_EQ(ComSendA(bad, path.c_str()), -1);
+        EXPECT_EQ(CInitSndAPkt(bad, path.c_str(), 25), -1);
+        EXPECT_EQ(CSendAPkt(bad), -1);
+        EXPECT_EQ(CTermAPkt(bad), -1);
+        EXPECT_EQ(ComSA_Thread(bad, path.c_str()), -1);
+        EXPECT_EQ(ComA_Thread_Abort(bad), 1);
+    }
+    EXPECT_EQ(CSendAPkt(port), -1) << "none is open";
+    ASSERT_EQ(ComSA_Start(port, path.c_str(), 1), 1);
+    EXPECT_EQ(ComSA_Next(port), 5);
+    EXPECT_EQ(CRecvAPkt(port), -1) << "none in that direction";
+    EXPECT_EQ(CInitSndAPkt(port, path.c_str(), 2), -1);
+    EXPECT_EQ(CInitRcvAPkt(port, files.path("new").c_str(), 27, 26, 25), -1);
+    EXPECT_FALSE(std::filesystem::exists(files.path("new")));
+    EXPECT_EQ(ComGetBytes(port), 1) << "the one that is open is left alone";
+    EXPECT_EQ(ComSA_Next(port), 5);
+    EXPECT_EQ(ComSA_Abort(port), 1);
+    EXPECT_EQ(far.read(2), "ab");
+
+    const char* unreadable = "/proc/self/mem"; // its first byte cannot be read
+    EXPECT_EQ(ComSendA(port, unreadable), -1);
+    EXPECT_EQ(send(port, unreadable, 25).result, -1);
+    EXPECT_EQ(far.readToQuiet(), "") << "what is not whole is not marked as ended";
+}
+
+std::string transported;
+
+int32_t takeAtMostThree(int32_t, const void* bytes, int32_t count) {
+    const int32_t taken = std::min(count, 3);
+    transported.append(static_cast<const char*>(bytes), static_cast<std::size_t>(taken));
+    return taken;
+}
+
+TEST_F(TextSend, GoesOverAVirtualPort) {
+    ASSERT_EQ(ComVirtualOpen(number), number);
+    const std::string path = files.make("text", "one two three");
+    EXPECT_EQ(ComSendA(number, path.c_str()), -1) << "it has no way to write";
+    EXPECT_EQ(send(number, path, 25).result, -1);
+    ComSetComWriteFunc(number, takeAtMostThree);
+    ComSetComFlushFunc(number, [](int32_t) { return 1; });
+    EXPECT_EQ(ComSendA(number, path.c_str()), 1);
+    EXPECT_EQ(transported, "one two three");
+    transported.clear();
+    EXPECT_EQ(send(number, path, 8).result, 1);
+    EXPECT_EQ(transported, std::string("one two three") + endMarker);
+    EXPECT_EQ(ComVirtualClose(number), 1);
+}
+
+} // namespace
+} // namespace brisolt::test
