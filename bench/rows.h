@@ -28,6 +28,8 @@ struct Row {
 std::vector<Row> singlePortRows(const Options& options);
 /// Many lines on all processors, and what lines cost that are only open.
 std::vector<Row> manyPortRows(const Options& options);
+/// Waiting for strings, to searching everything again and again; the sides have no part in it.
+std::vector<Row> matchingRows(const Options& options);
 
 /// Text files, step by step; beside the bare calls only.
 std::vector<Row> transferRows(const Options& options);

@@ -28,11 +28,12 @@
 #include "brisolt/logs.h"
 #include "brisolt/modem.h"
 #include "brisolt/notifications.h"
+#include "brisolt/parameters.h"
 #include "brisolt/ports.h"
-#include "brisolt/transfer.h"
 #include "brisolt/progress.h"
 #include "brisolt/scripting.h"
 #include "brisolt/stream.h"
+#include "brisolt/transfer.h"
 #include "brisolt/waits.h"
 
 #endif

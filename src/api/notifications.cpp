@@ -57,10 +57,5 @@ BRISOLT_EXPORT int32_t ComSetNotifyMessageOnStringCallBackFunc(int32_t port, Com
 }
 
 BRISOLT_EXPORT int32_t ComReplace_Incoming_Char(int32_t port, int32_t enable, uint8_t from, uint8_t to) {
-    return onPort(port, -1, [=](Port& open) {
-        open.record->replaceFrom = from;
-        open.record->replaceTo = to;
-        open.record->replaceEnabled = enable;
-        return 1;
-    });
+    return onPort(port, -1, [=](Port& open) { return setReplacement(open, enable, from, to); });
 }

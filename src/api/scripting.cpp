@@ -5,6 +5,7 @@
 #include "api/brisolt/scripting.h"
 #include "script/peek.h"
 #include "script/stimulus.h"
+#include "script/stimulus_lists.h"
 #include "script/wildcard.h"
 
 using namespace brisolt;
@@ -26,14 +27,15 @@ bool complete(const StimulusList& list) noexcept {
 // ---- peeks
 
 BRISOLT_EXPORT int32_t ComPeekChar(int32_t port, int32_t character, int32_t* position) {
+    if (position == nullptr)
+        return -1;
     return onPort(port, -1, [=](Port& open) { return peekChar(open, character, position, "ComPeekChar"); });
 }
 BRISOLT_EXPORT int32_t ComPkChar(int32_t port, int32_t character) {
-    return onPort(port, -1, [=](Port& open) { return peekChar(open, character, nullptr, "ComPkChar"); });
+    int32_t position = 0;
+    return onPort(port, -1, [&](Port& open) { return peekChar(open, character, &position, "ComPkChar"); });
 }
 BRISOLT_EXPORT int32_t ComPeekBuf(int32_t port, void* buffer, int32_t count) {
-    if (buffer == nullptr)
-        return -1;
     return onPort(port, -1, [=](Port& open) { return peekBuffer(open, buffer, count); });
 }
 BRISOLT_EXPORT int32_t ComPeekString(int32_t port, const char* pattern, int32_t* position) {

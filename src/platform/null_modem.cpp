@@ -1,5 +1,5 @@
-// The driver behind "null-modem:NAME" and "null-modem:NAME?paced": the first open of a name gets one end of a
-// cable, the second the other, so that a program can be tried without hardware.
+// The driver behind "null-modem:NAME", "null-modem:NAME?paced" and "null-modem:NAME?autobaud": the first open
+// of a name gets one end of a cable, the second the other, so that a program can be tried without hardware.
 //
 //   queues       An end holds at least 4096 bytes of input and 1024 of output, more when setQueues asks for
 //                more. Input that finds its queue full is lost and counts as an overflow.
@@ -7,6 +7,7 @@
 //                line holds it off.
 //   mismatch     A peer with another baud rate, data size or stop bits reads each byte with all its bits
 //                turned over, as a framing error; one with another parity alone reads it as a parity error.
+//   autobaud     An end opened with it is framed as its peer is, like a modem that looks at what it is sent.
 //   break        is told to the peer once; bytes whose time falls into it are lost.
 //   paced        A cable is paced as long as an end that asked for it is open. No thread moves its bytes:
 //                a poll of the handle alone sees them only once some call has looked at the cable.
@@ -53,6 +54,7 @@ constexpr std::string_view scheme = "null-modem:";
 struct Address {
     std::string name; ///< of the cable, the scheme included
     bool paced = false;
+    bool autobaud = false;
 };
 
 /// Takes a path apart. What is wrong with it, empty when nothing is.
@@ -62,9 +64,11 @@ std::string_view parse(std::string_view path, Address& address) {
         return "no null-modem: path";
     std::string_view name = path.substr(scheme.size());
     const size_t option = name.find('?');
-    if (option != std::string_view::npos && name.substr(option) != "?paced")
-        return "the only option is ?paced";
-    address.paced = option != std::string_view::npos;
+    const std::string_view options = option == std::string_view::npos ? "" : name.substr(option);
+    address.paced = options == "?paced";
+    address.autobaud = options == "?autobaud";
+    if (!options.empty() && !address.paced && !address.autobaud)
+        return "the only options are ?paced and ?autobaud";
     name = name.substr(0, option);
     if (name.empty())
         return "a null modem needs a name";
@@ -97,7 +101,7 @@ int32_t openEnd(void*, const char* path, void** device, int32_t* handle) noexcep
     auto& cable = all.cables[address.name];
     if (!cable)
         cable = std::make_unique<NullModemCable>(address.name);
-    NullModemEnd* const end = cable->join(address.paced);
+    NullModemEnd* const end = cable->join(address.paced, address.autobaud);
     if (end == nullptr) {
         setErrorText(address.name + ": both ends are open");
         return failure(std::errc::device_or_resource_busy);

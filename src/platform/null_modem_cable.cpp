@@ -17,12 +17,12 @@ NullModemCable::NullModemCable(std::string name) noexcept : name_(std::move(name
 
 // ---- The ends ----------------------------------------------------------------------------------------
 
-NullModemEnd* NullModemCable::join(bool paced) noexcept {
+NullModemEnd* NullModemCable::join(bool paced, bool autobaud) noexcept {
     Inside inside(*this);
     auto& place = ends_[0] ? ends_[1] : ends_[0];
     if (place)
         return nullptr;
-    place = std::make_unique<NullModemEnd>(*this, paced);
+    place = std::make_unique<NullModemEnd>(*this, paced, autobaud);
     NullModemEnd& end = *place;
     if (const auto& other = ends_[0].get() == &end ? ends_[1] : ends_[0]) {
         end.ring = other->ring;

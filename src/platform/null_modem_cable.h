@@ -36,7 +36,7 @@ public:
     };
 
     /// A free end, connected; null when both are taken.
-    NullModemEnd* join(bool paced) noexcept;
+    NullModemEnd* join(bool paced, bool autobaud) noexcept;
     /// Gives the end back. False when it was the last: nobody knows the cable any more.
     bool leave(NullModemEnd& end) noexcept;
     void ring(bool on) noexcept;

@@ -24,8 +24,9 @@ bool framingDiffers(const ComHostLineState& a, const ComHostLineState& b) noexce
 
 } // namespace
 
-NullModemEnd::NullModemEnd(NullModemCable& itsCable, bool takesLineTime) noexcept
-    : cable(itsCable), paced(takesLineTime), inLimit_(smallestInput), outLimit_(smallestOutput) {
+NullModemEnd::NullModemEnd(NullModemCable& itsCable, bool takesLineTime, bool adaptsToPeer) noexcept
+    : cable(itsCable), paced(takesLineTime), autobaud(adaptsToPeer), inLimit_(smallestInput),
+      outLimit_(smallestOutput) {
     state.size = sizeof state;
     state.baudRate = 9600;
     state.flags = COM_HOST_LINE_BINARY | COM_HOST_LINE_DTR_ON | COM_HOST_LINE_RTS_ON;
@@ -71,11 +72,16 @@ void NullModemEnd::setQueues(uint32_t inSize, uint32_t outSize) noexcept {
     inputChanged();
 }
 
+const ComHostLineState& NullModemEnd::framing() const noexcept {
+    return autobaud && peer != nullptr && !peer->autobaud ? peer->state : state;
+}
+
 uint64_t NullModemEnd::characterNanoseconds() const noexcept {
     constexpr uint64_t stopHalfBits[] = {2, 3, 4};
-    const uint64_t parityBits = state.parity == COM_HOST_PARITY_NONE ? 0 : 1;
-    const uint64_t halfBits = 2 * (1 + state.dataBits + parityBits) + stopHalfBits[state.stopBits];
-    return halfBits * 500'000'000 / state.baudRate;
+    const ComHostLineState& framed = framing();
+    const uint64_t parityBits = framed.parity == COM_HOST_PARITY_NONE ? 0 : 1;
+    const uint64_t halfBits = 2 * (1 + framed.dataBits + parityBits) + stopHalfBits[framed.stopBits];
+    return halfBits * 500'000'000 / framed.baudRate;
 }
 
 uint32_t NullModemEnd::writeMilliseconds(uint64_t count) const noexcept {
@@ -153,11 +159,13 @@ std::optional<NullModemEnd::Flight> NullModemEnd::nextCharacter() noexcept {
 void NullModemEnd::arrive(uint8_t value) noexcept {
     if (has(COM_HOST_LINE_DSR_SENSITIVITY) && !peer->dtrPin())
         return;
-    value &= dataMask(peer->state);
-    if (framingDiffers(state, peer->state)) {
+    const ComHostLineState& ours = framing();
+    const ComHostLineState& theirs = peer->framing();
+    value &= dataMask(theirs);
+    if (framingDiffers(ours, theirs)) {
         errors |= COM_HOST_ERROR_FRAMING;
-        value = static_cast<uint8_t>(~value) & dataMask(state);
-    } else if (state.parity != peer->state.parity) {
+        value = static_cast<uint8_t>(~value) & dataMask(ours);
+    } else if (ours.parity != theirs.parity) {
         errors |= COM_HOST_ERROR_PARITY;
         if (has(COM_HOST_LINE_PARITY_CHECK) && has(COM_HOST_LINE_ERROR_REPLACE))
             value = state.errorChar;

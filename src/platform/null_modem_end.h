@@ -31,12 +31,14 @@ struct NullModemEnd {
         uint64_t due;
     };
 
-    NullModemEnd(NullModemCable& itsCable, bool takesLineTime) noexcept;
+    NullModemEnd(NullModemCable& itsCable, bool takesLineTime, bool adaptsToPeer) noexcept;
 
     // Settings
     /// 1, or a negative host error number when no line can be framed like that; nothing has changed then.
     int32_t setState(const ComHostLineState& wanted) noexcept;
     void setQueues(uint32_t inSize, uint32_t outSize) noexcept;
+    /// How characters are framed: as set, or for an end that adapts itself, as its peer has set it.
+    const ComHostLineState& framing() const noexcept;
     uint64_t characterNanoseconds() const noexcept;
     /// Milliseconds that a complete write of `count` bytes may take; all ones: no limit.
     uint32_t writeMilliseconds(uint64_t count) const noexcept;
@@ -75,6 +77,7 @@ struct NullModemEnd {
     NullModemCable& cable;
     NullModemEnd* peer = nullptr;
     const bool paced;
+    const bool autobaud;
 
     ComHostLineState state{};
     ComHostTimeouts timeouts{};

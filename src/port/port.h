@@ -78,7 +78,7 @@ struct Port {
     std::atomic<int32_t> lossless{0};
     std::atomic<int32_t> traceOn{0}; ///< the trace file has a name
     std::mutex logMutex;             ///< the log file names of the record
-    std::mutex lineMutex;            ///< lineState of the record
+    std::mutex lineMutex;            ///< lineState and deviceName of the record
     std::mutex showMutex;            ///< show of the record
 
     /// The transfer that goes on the port step by step, if there is one; under portLock.

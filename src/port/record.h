@@ -30,12 +30,13 @@ struct PortRecord {
 
     // ---- the port's parameters
     Shared<int32_t> portNumber;
-    char deviceName[32];
+    char deviceName[32]; ///< under lineMutex of the port
     Shared<int32_t> baudRate;
     Shared<int32_t> parityCode;
     Shared<int32_t> dataBits;
     Shared<int32_t> stopCode;
     Shared<int32_t> xonXoff;
+    Shared<int32_t> reserved;  ///< the caller's own
     Shared<int32_t> rxBufSize; ///< what a caller sees; the rings know their own size
     Shared<int32_t> txBufSize;
     Shared<int32_t> flushDelay;   ///< seconds

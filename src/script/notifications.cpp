@@ -20,6 +20,7 @@ bool always(Port&) {
 }
 
 bool characterIsThere(Port& port) {
+    HeldLock lock(port);
     int32_t offset = findUnread(port, port.record->notifyChar);
     bool wrapped = port.record->rxHead < port.record->rxTail;
     if (offset >= 0 && !wrapped)
@@ -54,8 +55,8 @@ constexpr Kind kinds[] = {
      &PortRecord::onStringThread},
 };
 
-/// Each target has its own test, as a function before it may have read what was found. A failed post is
-/// nobody's business here: the receiver is gone, or does not look.
+/// Each target has its own test: the function told before it may have read what was found. A failed post is
+/// nobody's business here: the receiver is gone, or its queue is full because it does not look.
 void tell(Port& port, const Kind& kind) {
     const PortRecord& record = *port.record;
     int32_t number = port.number;
@@ -69,7 +70,8 @@ void tell(Port& port, const Kind& kind) {
         message::postToThread(thread, kind.message, 0, number);
 }
 
-/// Runs on the I/O thread, between the receiving and the sending of a round.
+/// Runs on the I/O thread without the port's lock, between the receiving and the sending of a round: so a
+/// function may do anything with its port, and what is unread may be less than the round has brought.
 void notify(Port& port) {
     for (const Kind& kind : kinds)
         if (port.isOpen())
@@ -77,6 +79,14 @@ void notify(Port& port) {
 }
 
 } // namespace
+
+int32_t setReplacement(Port& port, int32_t enable, uint8_t from, uint8_t to) noexcept {
+    HeldLock lock(port); // no round replaces the old value by the new
+    port.record->replaceFrom = from;
+    port.record->replaceTo = to;
+    port.record->replaceEnabled = enable;
+    return 1;
+}
 
 // The thread may have to watch the device itself now, or need not any more.
 int32_t targetsChanged(Port& port) noexcept {

@@ -29,6 +29,9 @@ template <class Target>
 int32_t notifyOnString(Port& port, TargetField<Target> field, Target target, const char* string,
                        ShortString tooShort) noexcept;
 
+/// Received bytes of value `from` become `to`; 0 in `enable` switches that off.
+int32_t setReplacement(Port& port, int32_t enable, uint8_t from, uint8_t to) noexcept;
+
 /// The port looks anew at who is to be told.
 int32_t targetsChanged(Port& port) noexcept;
 void setNotifyString(Port& port, const char* string) noexcept;

@@ -65,14 +65,15 @@ int32_t peekChar(Port& port, int32_t character, int32_t* position, const char* n
     if (offset < 0)
         return 0;
     trace(port, "%s found position at %d", name, offset);
-    if (position != nullptr)
-        *position = offset;
+    *position = offset;
     return 1;
 }
 
 int32_t peekBuffer(Port& port, void* destination, int32_t count) {
     if (count < 1)
         return 0;
+    if (destination == nullptr)
+        return -1;
     int32_t want = std::min(count, bytesWaiting(port));
     if (want < 1)
         return 0;

@@ -2,169 +2,179 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string_view>
-#include <utility>
-#include <vector>
+#include <span>
 
 #include "port/port_table.h"
 #include "port/reading.h"
 #include "port/timed_reads.h"
 #include "port/waits.h"
 #include "port/writing.h"
+#include "script/stimulus_lists.h"
+#include "script/stimulus_match.h"
 
 namespace brisolt {
 
 namespace {
 
-/// How the calls differ.
-struct Rules {
-    int32_t look;     ///< bytes taken before time, escape and close are looked at again
-    bool once;        ///< the stimuli are tested once for all of a look's bytes, not after each
-    bool keepsNul;    ///< else dropped; kept, it ends the text that is searched
-    bool keeps255;    ///< else dropped: ComGetc does not tell it from no byte
-    bool withStatus;  ///< bytes are counted before they are taken
-    bool testsAlways; ///< also when a look has brought nothing
-    bool escapeFirst; ///< escape and cancel go before bytes that have come
-    int32_t longest;  ///< the match buffer is never filled beyond
-    int32_t timeOver, full, closed;
+constexpr std::size_t batchSize = 100;
+constexpr int32_t longestText = sizeof(PortWorkArea::matchBuf) - 1; ///< without its terminator
+
+/// How a call takes its bytes off the port.
+enum class Taking {
+    countedFirst, ///< asks how many there are; as ComGetc it cannot tell 255 from no byte, and drops it
+    blindly,      ///< reads, and gets every value
 };
-constexpr Rules single{25, false, false, false, true, false, true, 9999, 2, 3, -1};
-constexpr Rules singleFast{100, true, false, false, true, true, true, 9900, 2, 3, -1};
-constexpr Rules array{1, false, true, true, false, false, false, 9999, -2, -3, -14};
-constexpr Rules arrayFast{100, true, false, false, true, false, false, 9900, -2, -3, -14};
-constexpr Rules lists{25, false, false, true, false, true, false, 9999, -2, -3, -1};
+
+/// What is different about the calls; everything else is `await`.
+struct Rules {
+    Taking taking;
+    int32_t reads;     ///< in one go, before time, escape and close are looked at again
+    std::size_t bytes; ///< of one read. The strings are looked for once after each
+    bool dropsNul;     ///< else it ends the text that is searched, for the rest of the call
+    bool emptiesFirst; ///< so the strings can be looked for before anything has come
+    bool escapeFirst;  ///< the escape and a cancel are looked for before bytes, else behind them
+    int32_t timeOver, full, closed;
+
+    bool drops255() const noexcept { return taking == Taking::countedFirst; }
+    /// Of the collected text: a read in full must still fit.
+    int32_t longest() const noexcept { return longestText + 1 - static_cast<int32_t>(bytes); }
+};
+constexpr Rules single{.taking = Taking::countedFirst,
+                       .reads = 25,
+                       .bytes = 1,
+                       .dropsNul = true,
+                       .emptiesFirst = true,
+                       .escapeFirst = true,
+                       .timeOver = 2,
+                       .full = 3,
+                       .closed = -1};
+constexpr Rules singleFast{.taking = Taking::countedFirst,
+                           .reads = 1,
+                           .bytes = batchSize,
+                           .dropsNul = true,
+                           .emptiesFirst = true,
+                           .escapeFirst = true,
+                           .timeOver = 2,
+                           .full = 3,
+                           .closed = -1};
+/// Keeps all that comes, for callers who look at the match buffer for bytes that are no text.
+constexpr Rules array{.taking = Taking::blindly,
+                      .reads = 1,
+                      .bytes = 1,
+                      .dropsNul = false,
+                      .emptiesFirst = false,
+                      .escapeFirst = false,
+                      .timeOver = -2,
+                      .full = -3,
+                      .closed = -14};
+constexpr Rules arrayFast{.taking = Taking::countedFirst,
+                          .reads = 1,
+                          .bytes = batchSize,
+                          .dropsNul = true,
+                          .emptiesFirst = false,
+                          .escapeFirst = false,
+                          .timeOver = -2,
+                          .full = -3,
+                          .closed = -14};
+constexpr Rules lists{.taking = Taking::blindly,
+                      .reads = 25,
+                      .bytes = 1,
+                      .dropsNul = true,
+                      .emptiesFirst = true,
+                      .escapeFirst = false,
+                      .timeOver = -2,
+                      .full = -3,
+                      .closed = -1};
 
 constexpr int32_t stopped = -4;
 constexpr int32_t goOn = 0;
-constexpr int32_t listSize = 20;
-constexpr std::size_t entrySize = sizeof(PortWorkArea::stimList[0]);
 
-/// The collected bytes, and the search in them. A stimulus that was not there before can only end in the new
-/// bytes, so each test looks at those and as many before them as the stimulus is long.
-class Match {
-public:
-    Match(Port& port, const StimulusList& list, const Rules& rules)
-        : work_(*port.workArea), keepsNul_(rules.keepsNul), keeps255_(rules.keeps255) {
-        for (int32_t i = 0; i < list.count; ++i)
-            stimuli_.emplace_back(list.stimuli[i]);
-    }
-    int32_t length() const noexcept { return length_; }
-
-    void add(uint8_t byte) noexcept {
-        bool kept = (byte != 0 || keepsNul_) && (byte != 255 || keeps255_);
-        work_.matchBuf[length_] = kept ? static_cast<char>(byte) : '\0';
-        if (kept)
-            ++length_;
-        if (byte != 0 && textEnd_ == length_ - 1 && kept)
-            textEnd_ = length_;
-        work_.matchBuf[length_] = 0;
-        work_.matchLen = length_;
-    }
-    /// The first stimulus that has come, below 0: none.
-    int32_t test() noexcept {
-        auto tested = static_cast<std::size_t>(std::exchange(tested_, textEnd_));
-        for (std::size_t i = 0; i < stimuli_.size(); ++i) {
-            std::size_t before = std::min(tested, stimuli_[i].empty() ? 0 : stimuli_[i].size() - 1);
-            std::size_t from = tested - before;
-            std::string_view news(work_.matchBuf + from, static_cast<std::size_t>(textEnd_) - from);
-            if (news.find(stimuli_[i]) != std::string_view::npos)
-                return static_cast<int32_t>(i);
-        }
-        return -1;
-    }
-
-private:
-    PortWorkArea& work_;
-    bool keepsNul_, keeps255_;
-    std::vector<std::string_view> stimuli_;
-    int32_t length_ = 0;
-    int32_t textEnd_ = 0; ///< a NUL ends the text
-    int32_t tested_ = 0;
+/// One call.
+struct Call {
+    Port& port;
+    const Rules& rules;
+    const StimulusList& list;
+    int32_t maximum;
+    StimulusMatch match;
 };
 
-uint32_t milliseconds(int32_t seconds, uint32_t more) noexcept {
-    return static_cast<uint32_t>(std::clamp<int64_t>(int64_t{seconds} * 1000, 0, UINT32_MAX / 2)) + more;
+uint32_t milliseconds(int32_t seconds, int64_t more) noexcept {
+    return static_cast<uint32_t>(std::min<int64_t>(int64_t{std::max(seconds, 0)} * 1000 + more, UINT32_MAX));
 }
 
-bool escaped(Port& port) {
-    return cancelled(port) || checkEscape(port, port.record->escapeChar) != 0;
+int32_t take(Port& port, Taking taking, std::span<uint8_t> to) {
+    auto count = static_cast<int32_t>(to.size());
+    if (taking == Taking::countedFirst)
+        count = std::min(count, bytesArrived(port));
+    if (count < 1)
+        return 0;
+    return std::clamp(read(port, to.data(), count), 0, count); // a driver function may say anything
 }
 
-int32_t test(Port& port, Match& match, const StimulusList& list, int32_t maximum, const Rules& rules) {
-    int32_t found = match.test();
+/// Looks at bytes that have come. The call's result, or goOn.
+int32_t consider(Call& call, std::span<const uint8_t> bytes) {
+    int32_t found = call.match.add(bytes);
     if (found >= 0) {
-        const char* response = list.responses[found];
-        if (response != nullptr && *response != 0)
-            writeString(port, response);
-        return found + 1;
+        bool sent = writeString(call.port, call.list.responses[found]) == 1;
+        return sent || !call.port.ending() ? found + 1 : call.rules.closed;
     }
-    return match.length() >= std::min(maximum, rules.longest) ? rules.full : goOn;
+    bool full = call.match.length() >= std::min(call.maximum, call.rules.longest());
+    return full ? call.rules.full : goOn;
 }
 
-/// Takes what has come, up to a look's bytes. `came` tells whether there was any.
-int32_t look(Port& port, Match& match, const StimulusList& list, int32_t maximum, const Rules& rules,
-             bool& came) {
-    came = false;
-    for (int32_t i = 0; i < rules.look; ++i) {
-        uint8_t byte = 0;
-        bool waiting = !rules.withStatus || bytesArrived(port) > 0;
-        if (!waiting || read(port, &byte, 1) != 1)
-            break;
-        came = true;
-        match.add(byte);
-        if (rules.once)
-            continue;
-        if (int32_t result = test(port, match, list, maximum, rules); result != goOn)
+/// Takes what has come. `came` tells whether there was anything.
+int32_t lookAtBytes(Call& call, bool& came) {
+    uint8_t batch[batchSize];
+    std::span<uint8_t> room(batch, call.rules.bytes);
+    for (int32_t i = 0; i < call.rules.reads; ++i) {
+        int32_t got = take(call.port, call.rules.taking, room);
+        came = came || got > 0;
+        bool nothingNew = got < 1 && !(call.rules.emptiesFirst && i == 0);
+        if (nothingNew)
+            return goOn;
+        int32_t result = consider(call, room.first(static_cast<std::size_t>(got)));
+        if (result != goOn || got < 1)
             return result;
     }
-    bool tests = rules.testsAlways || (rules.once && came);
-    return tests ? test(port, match, list, maximum, rules) : goOn;
+    return goOn;
+}
+
+/// A close shows as an escape, too, but is told as what it is.
+int32_t lookAtEscape(Call& call) {
+    bool ended = cancelled(call.port) || checkEscape(call.port, call.port.record->escapeChar) != 0;
+    if (!ended)
+        return goOn;
+    return call.port.ending() ? call.rules.closed : stopped;
 }
 
 int32_t await(Port& port, const StimulusList& list, int32_t maximum, uint32_t patience, const Rules& rules) {
     auto until = clock::Deadline::in(patience);
-    Match match(port, list, rules);
+    if (rules.emptiesFirst)
+        clearMatch(port);
+    std::span<const char* const> awaited(list.stimuli, static_cast<std::size_t>(list.count));
+    Call call{port, rules, list, maximum, {port, awaited, {rules.dropsNul, rules.drops255()}}};
     for (;;) {
         uint32_t seen = port.events.count();
         if (port.ending())
             return rules.closed;
-        if (rules.escapeFirst && escaped(port))
-            return port.ending() ? rules.closed : stopped;
-        if (until.passed())
-            return rules.timeOver;
+        int32_t result = rules.escapeFirst ? lookAtEscape(call) : goOn;
+        if (result == goOn && until.passed())
+            result = rules.timeOver;
         bool came = false;
-        int32_t result = look(port, match, list, maximum, rules, came);
+        if (result == goOn)
+            result = lookAtBytes(call, came);
+        if (result == goOn && !rules.escapeFirst)
+            result = lookAtEscape(call);
         if (result != goOn)
-            return port.ending() && result != rules.full ? rules.closed : result;
-        if (!rules.escapeFirst && escaped(port))
-            return port.ending() ? rules.closed : stopped;
+            return result;
         if (!came)
             sleepForBytes(port, seen, true, true, until);
     }
 }
 
-void clearMatch(Port& port) noexcept {
-    PortWorkArea& work = *port.workArea;
-    std::memset(work.matchBuf, 0, sizeof work.matchBuf);
-    work.matchLen = 0;
-}
-
-void emptyMatch(Port& port) noexcept {
-    port.workArea->matchBuf[0] = 0;
-    port.workArea->matchLen = 0;
-}
-
 int32_t awaitOne(Port& port, const char* awaited, const char* response, int32_t maximum, uint32_t patience,
                  const Rules& rules) {
-    emptyMatch(port);
     return await(port, {&awaited, &response, 1}, maximum, patience, rules);
-}
-
-/// A bounded copy that is always terminated.
-void setEntry(char* entry, const char* string, int32_t length) noexcept {
-    std::memset(entry, 0, entrySize);
-    auto most = static_cast<std::size_t>(std::clamp<int32_t>(length, 0, entrySize - 1));
-    std::memcpy(entry, string, strnlen(string, most));
 }
 
 } // namespace
@@ -186,14 +196,15 @@ int32_t stimulusFast(Port& port, const char* awaited, const char* response, int3
 }
 
 int32_t stimulusImmediate(Port& port, const char* awaited, const char* response, int32_t maximum) {
-    std::memset(port.workArea->matchBuf, 0, sizeof port.workArea->matchBuf);
-    int32_t most = std::min(std::min(bytesWaiting(port), maximum), single.longest);
-    if (most < 1)
-        return 2;
-    char* text = port.workArea->matchBuf;
-    int32_t got = std::clamp(read(port, text, most), 0, most); // a driver function may say anything
+    char text[longestText + 1] = {};
+    int32_t most = std::min({bytesWaiting(port), maximum, longestText});
+    int32_t got = most < 1 ? 0 : std::clamp(read(port, text, most), 0, most);
     std::replace(text, text + got, '\0', ' ');
-    if (std::strstr(text, awaited) == nullptr)
+    {
+        HeldLock lock(port);
+        std::memcpy(port.workArea->matchBuf, text, sizeof text);
+    }
+    if (got < 1 || std::strstr(text, awaited) == nullptr)
         return 2;
     writeString(port, response);
     return 1;
@@ -211,59 +222,18 @@ int32_t stimulusArrayFast(Port& port, const StimulusList& list, int32_t maximum,
 }
 
 int32_t stimulusOfLists(Port& port, int32_t count, int32_t maximum, int32_t seconds) {
-    // A copy: whoever changes the lists meanwhile changes those of the next call.
-    char stimuli[listSize][entrySize], responses[listSize][entrySize];
-    {
-        HeldLock lock(port);
-        std::memcpy(stimuli, port.workArea->stimList, sizeof stimuli);
-        std::memcpy(responses, port.workArea->respList, sizeof responses);
-    }
-    const char* awaited[listSize];
-    const char* answers[listSize];
-    for (int32_t i = 0; i < count; ++i) {
-        if (i == listSize || stimuli[i][0] == 0)
-            return -10;
-        awaited[i] = stimuli[i];
-        answers[i] = responses[i];
-    }
-    clearMatch(port);
+    ListedStimuli listed(port);
+    if (!listed.has(count))
+        return -10;
     clearCancel(port);
-    return await(port, {awaited, answers, count}, maximum, milliseconds(seconds, 100), lists);
-}
-
-int32_t addStimulus(Port& port, const char* string, int32_t length) {
-    HeldLock lock(port);
-    PortWorkArea& work = *port.workArea;
-    if (*string == 0 || length < 1 || work.stimCount >= listSize)
-        return -1;
-    setEntry(work.stimList[work.stimCount++], string, length);
-    return 1;
-}
-
-int32_t addResponse(Port& port, const char* string, int32_t length) {
-    HeldLock lock(port);
-    PortWorkArea& work = *port.workArea;
-    if (work.respCount >= listSize)
-        return -1;
-    setEntry(work.respList[work.respCount++], string, length);
-    return 1;
-}
-
-void freeStimuli(Port& port) noexcept {
-    HeldLock lock(port);
-    std::memset(port.workArea->stimList, 0, sizeof port.workArea->stimList);
-    port.workArea->stimCount = 0;
-}
-
-void freeResponses(Port& port) noexcept {
-    HeldLock lock(port);
-    std::memset(port.workArea->respList, 0, sizeof port.workArea->respList);
-    port.workArea->respCount = 0;
+    StimulusList list{listed.stimuli, listed.responses, count};
+    return await(port, list, maximum, milliseconds(seconds, 100), lists);
 }
 
 void copyMatched(Port& port, char* destination, int32_t count) noexcept {
     if (count < 1)
         return;
+    HeldLock lock(port);
     auto size = static_cast<std::size_t>(count);
     const char* text = port.workArea->matchBuf;
     std::size_t length = strnlen(text, std::min(size, sizeof port.workArea->matchBuf));

@@ -8,7 +8,7 @@
 
 namespace brisolt {
 
-/// The stimuli and their answers, of the same index; a null or empty answer sends nothing.
+/// The strings to wait for and their answers, of the same index. An empty answer sends nothing.
 struct StimulusList {
     const char* const* stimuli;
     const char* const* responses;
@@ -25,11 +25,6 @@ int32_t stimulusArray(Port& port, const StimulusList& list, int32_t maximum, int
 int32_t stimulusArrayFast(Port& port, const StimulusList& list, int32_t maximum, int32_t seconds);
 /// With the lists that the port keeps.
 int32_t stimulusOfLists(Port& port, int32_t count, int32_t maximum, int32_t seconds);
-
-int32_t addStimulus(Port& port, const char* string, int32_t length);
-int32_t addResponse(Port& port, const char* string, int32_t length);
-void freeStimuli(Port& port) noexcept;
-void freeResponses(Port& port) noexcept;
 
 /// The match buffer's text into `count` bytes, filled up with zero bytes; not terminated when it has more.
 void copyMatched(Port& port, char* destination, int32_t count) noexcept;

@@ -75,6 +75,7 @@ TEST(Peeks, RefuseWhatTheyMust) {
     EXPECT_EQ(ComPeekBuf(number, copy, 0), 0);
     EXPECT_EQ(ComPeekBuf(number, copy, -5), 0);
     EXPECT_EQ(ComPeekBuf(number, nullptr, 3), -1);
+    EXPECT_EQ(ComPeekChar(number, 'a', nullptr), -1);
     EXPECT_EQ(ComPeekString(number, nullptr, &position), -1);
     EXPECT_EQ(ComPeekString(number, "a", nullptr), -1);
     EXPECT_EQ(position, 9);

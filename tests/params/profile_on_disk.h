@@ -1,0 +1,44 @@
+// A profile file of a test's own.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "api/brisolt.h"
+#include "support/temp_dir.h"
+
+namespace brisolt::test {
+
+class ProfileOnDisk {
+public:
+    explicit ProfileOnDisk(const std::string& text) { put(text); }
+    ProfileOnDisk() = default;
+
+    const char* path() const { return path_.c_str(); }
+    std::string directory() const { return directory_.path().string(); }
+    std::string sibling(const std::string& name) const { return directory_.file(name); }
+    void put(const std::string& text) const { std::ofstream(path_, std::ios::binary) << text; }
+    std::string text() const {
+        std::ifstream in(path_, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    bool exists() const { return std::filesystem::exists(path_); }
+    /// Files in the directory: one, unless something was left behind.
+    int files() const {
+        return static_cast<int>(std::distance(std::filesystem::directory_iterator(directory_.path()), {}));
+    }
+
+    std::string value(const char* section, const char* key, const char* absent = "<absent>") const {
+        char buffer[300];
+        ComGetProfString(section, key, absent, buffer, sizeof buffer, path());
+        return buffer;
+    }
+
+private:
+    TempDir directory_;
+    std::string path_ = directory_.file("settings.ini");
+};
+
+} // namespace brisolt::test

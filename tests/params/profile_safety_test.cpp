@@ -1,0 +1,213 @@
+// Profiles under others' hands: writers at the same time, writers that die, links, permissions, full disks.
+#include <chrono>
+#include <csignal>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "params/profile_on_disk.h"
+#include "platform/clock.h"
+#include "platform/error_text.h"
+#include "support/peer_process.h"
+
+using namespace brisolt;
+using namespace brisolt::test;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr uid_t somebody = 65534;
+
+/// Runs in a process of its own.
+template <class Work> pid_t child(Work work) {
+    const pid_t id = fork();
+    if (id == 0) {
+        work();
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    return id;
+}
+int exitOf(pid_t id) {
+    int status = -1;
+    waitpid(id, &status, 0);
+    return status;
+}
+
+void addKeys(const ProfileOnDisk& profile, const std::string& who, int32_t count) {
+    for (int32_t number = 0; number < count; ++number)
+        EXPECT_EQ(ComWriteProfInt("Shared", (who + std::to_string(number)).c_str(), number, profile.path()),
+                  1)
+            << errorText();
+}
+
+TEST(ProfileSafety, WritersAtOnceLoseNothing) {
+    constexpr int32_t keys = 30;
+    const ProfileOnDisk profile; // nor is the making of it lost
+    std::vector<std::string> names;
+    std::vector<pid_t> processes;
+    for (int32_t number = 0; number < 4; ++number) {
+        names.push_back("process" + std::to_string(number) + "-");
+        processes.push_back(child([&] { addKeys(profile, names.back(), keys); }));
+    }
+    std::vector<std::thread> threads;
+    for (int32_t number = 0; number < 3; ++number) {
+        names.push_back("thread" + std::to_string(number) + "-");
+        threads.emplace_back(addKeys, std::cref(profile), names.back(), keys);
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    for (const pid_t process : processes)
+        EXPECT_EQ(exitOf(process), 0);
+    for (const std::string& name : names)
+        for (int32_t number = 0; number < keys; ++number)
+            EXPECT_EQ(ComGetProfInt("Shared", (name + std::to_string(number)).c_str(), -1, profile.path()),
+                      number);
+    EXPECT_EQ(profile.files(), 1);
+}
+
+TEST(ProfileSafety, AWriterThatDiesLeavesTheOldOrTheNew) {
+    const std::string rest(200'000, '#'); // long enough to be caught in the middle of
+    const std::vector<std::string> values{"short", "x" + std::string(50'000, 'y') + "z"};
+    const ProfileOnDisk profile("[s]\nk=short\n" + rest);
+    const auto whole = [&](const std::string& text) {
+        return text == "[s]\nk=" + values[0] + "\n" + rest || text == "[s]\nk=" + values[1] + "\n" + rest;
+    };
+    std::mt19937 random(7);
+    for (int32_t round = 0; round < 60; ++round) {
+        const pid_t writer = child([&] {
+            for (std::size_t turn = 0;; ++turn)
+                ComWriteProfString("s", "k", values[turn % 2].c_str(), profile.path());
+        });
+        const auto end =
+            std::chrono::steady_clock::now() + std::chrono::microseconds(500 + random() % 20'000);
+        while (std::chrono::steady_clock::now() < end)
+            ASSERT_TRUE(whole(profile.text())) << "while it is written";
+        kill(writer, SIGKILL);
+        exitOf(writer);
+        ASSERT_TRUE(whole(profile.text()));
+    }
+    EXPECT_EQ(ComWriteProfString("s", "k", "after", profile.path()), 1) << errorText();
+    EXPECT_EQ(profile.value("s", "k"), "after");
+    EXPECT_EQ(profile.files(), 1) << "what the dead left was of use";
+}
+
+TEST(ProfileSafety, AWriterThatHangsHoldsNobodyForEver) {
+    const ProfileOnDisk profile("[s]\nk=1\n");
+    const std::string beside = profile.sibling(".settings.ini.new");
+    std::ofstream(beside) << "half";
+    {
+        PeerProcess holder(BRISOLT_TEST_PEER, {"hold", beside});
+        ASSERT_EQ(holder.readLine(), "held");
+        clock::setTestScale(50);
+        EXPECT_EQ(ComWriteProfInt("s", "k", 2, profile.path()), 0);
+        clock::setTestScale(1);
+        EXPECT_NE(errorText().find(beside), std::string::npos) << errorText();
+        EXPECT_EQ(ComWriteProfInt("s", "k", 1, profile.path()), 1) << "nothing to change";
+        EXPECT_EQ(ComGetProfInt("s", "k", 0, profile.path()), 1) << "readers need not wait";
+    }
+    EXPECT_EQ(ComWriteProfInt("s", "k", 2, profile.path()), 1);
+    EXPECT_EQ(profile.text(), "[s]\nk=2\n");
+}
+
+TEST(ProfileSafety, PermissionsOwnerAndLinksAreKept) {
+    const ProfileOnDisk profile("[s]\n");
+    const std::string link = profile.sibling("link.ini");
+    const std::string second = profile.sibling("second.ini");
+    fs::create_directory(profile.sibling("elsewhere"));
+    fs::create_symlink("settings.ini", link);
+    fs::create_symlink(link, second);
+    ASSERT_EQ(chmod(profile.path(), 0640), 0);
+    const bool superuser = geteuid() == 0;
+    if (superuser) {
+        ASSERT_EQ(chown(profile.path(), somebody, somebody), 0);
+    }
+    EXPECT_EQ(ComWriteProfInt("s", "k", 1, second.c_str()), 1);
+    EXPECT_TRUE(fs::is_symlink(link) && fs::is_symlink(second));
+    struct stat status {};
+    ASSERT_EQ(stat(profile.path(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640U);
+    if (superuser) {
+        EXPECT_EQ(status.st_uid + status.st_gid, somebody * 2);
+    }
+    EXPECT_EQ(profile.text(), "[s]\nk=1\n");
+
+    const std::string dangling = profile.sibling("dangling.ini");
+    const std::string target = profile.sibling("elsewhere/new.ini");
+    fs::create_symlink("elsewhere/new.ini", dangling);
+    umask(027);
+    EXPECT_EQ(ComWriteProfInt("s", "k", 2, dangling.c_str()), 1) << errorText();
+    EXPECT_TRUE(fs::is_symlink(dangling));
+    ASSERT_EQ(stat(target.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640U) << "of a new file the umask decides";
+    const std::string loop = profile.sibling("loop.ini");
+    fs::create_symlink("loop.ini", loop);
+    EXPECT_EQ(ComWriteProfInt("s", "k", 2, loop.c_str()), 0);
+}
+
+TEST(ProfileSafety, WhatCannotBeWrittenStaysAsItIs) {
+    const ProfileOnDisk profile("[s]\nk=1\n");
+    const char* const path = profile.path();
+    ASSERT_EQ(chmod(path, 0444), 0);
+    EXPECT_EQ(ComWriteProfInt("s", "k", 2, path), 0);
+    EXPECT_NE(errorText().find("read-only"), std::string::npos) << errorText();
+    ASSERT_EQ(chmod(path, 0666), 0);
+    const std::string fifo = profile.sibling("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
+    const std::string nowhere = profile.sibling("no/such/directory.ini");
+    for (const std::string& none : {fifo, nowhere, profile.directory(), std::string(5000, 'n')}) {
+        EXPECT_EQ(ComWriteProfInt("s", "k", 2, none.c_str()), 0) << none;
+        EXPECT_EQ(ComGetProfInt("s", "k", 3, none.c_str()), 3);
+    }
+    EXPECT_EQ(ComWriteProfString("s", "k", nullptr, nowhere.c_str()), 1)
+        << "it is not there, as was asked for";
+
+    // A full disk.
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit small{20, limit.rlim_max};
+    signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    EXPECT_EQ(ComWriteProfString("s", "k", std::string(100, 'v').c_str(), path), 0);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_EQ(profile.text(), "[s]\nk=1\n");
+    EXPECT_EQ(profile.files(), 2) << "nothing is left beside it";
+
+    // A directory that may not be written, which holds back everybody but the superuser.
+    ASSERT_EQ(chmod(profile.directory().c_str(), 0555), 0);
+    if (geteuid() == 0) {
+        ASSERT_EQ(seteuid(somebody), 0);
+    }
+    ComPortParms parms{};
+    ComGetProfPortParms("s", &parms, path);
+    EXPECT_EQ(ComWriteProfPortParms("s", &parms, path, 0), 0);
+    EXPECT_EQ(ComWriteProfPortParms("s", &parms, profile.sibling("new.ini").c_str(), 0), 0);
+    EXPECT_EQ(seteuid(getuid()), 0);
+    EXPECT_EQ(profile.text(), "[s]\nk=1\n");
+    EXPECT_EQ(chmod(profile.directory().c_str(), 0755), 0);
+}
+
+TEST(ProfileSafety, NamesOfOtherHosts) {
+    const ProfileOnDisk profile("[s]\nk=1\n");
+    const std::string written = profile.directory() + "\\settings.ini";
+    EXPECT_EQ(ComWriteProfInt("s", "k", 2, written.c_str()), 1);
+    EXPECT_EQ(profile.text(), "[s]\nk=2\n");
+    const std::string odd = profile.sibling("odd\\name.ini"); // a file of that very name
+    std::ofstream(odd) << "[s]\nk=7\n";
+    EXPECT_EQ(ComGetProfInt("s", "k", 0, odd.c_str()), 7);
+    EXPECT_EQ(ComWriteProfInt("s", "k", 8, odd.c_str()), 1);
+    EXPECT_EQ(ComGetProfInt("s", "k", 0, odd.c_str()), 8);
+    EXPECT_EQ(profile.files(), 2);
+    fs::current_path(profile.directory());
+    EXPECT_EQ(ComWriteProfInt("s", "k", 9, "settings.ini"), 1);
+    EXPECT_EQ(profile.text(), "[s]\nk=9\n");
+}
+
+} // namespace

@@ -1,0 +1,220 @@
+// Single keys of a profile: how text is read, what a write leaves as it was, and values in all their notations.
+#include <cstdint>
+#include <random>
+#include <sstream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "params/profile_on_disk.h"
+#include "platform/profile.h"
+
+using namespace brisolt;
+using namespace brisolt::test;
+
+namespace {
+
+using Key = std::tuple<const char*, const char*, const char*>; // section, key, text
+
+TEST(ProfileText, ReadsAsPeopleWriteIt) {
+    const ProfileOnDisk profile("\xEF\xBB\xBF[Line]\r\n"
+                                "PortDelayInterval=33\n"
+                                "  port \t=  COM7 ; not a comment \r\n"
+                                ";Speed=1\n"
+                                "no equals sign\n"
+                                "quoted=\"  two words \"\n"
+                                "single='x'\n"
+                                "half=\"x\n"
+                                "empty=\n"
+                                "equal=a=b\n"
+                                "twice=1\n"
+                                "twice=2\n"
+                                " [ Other ] ; with a remark\n"
+                                "Speed=2\n"
+                                "[unfinished\n"
+                                "Speed=3\n"
+                                "[LINE]\n"
+                                "last=\tend");
+    for (const auto& [section, key, expected] : std::vector<Key>{{" line ", " PORT", "COM7 ; not a comment"},
+                                                                 {"Line", "portdelayinterval", "33"},
+                                                                 {"Line", "Speed", "<absent>"},
+                                                                 {"Line", "quoted", "  two words "},
+                                                                 {"Line", "single", "x"},
+                                                                 {"Line", "half", "\"x"},
+                                                                 {"Line", "empty", ""},
+                                                                 {"Line", "equal", "a=b"},
+                                                                 {"Line", "twice", "1"},
+                                                                 {"Other", "speed", "2"},
+                                                                 {"Line", "last", "end"},
+                                                                 {"Line", "", "<absent>"},
+                                                                 {"unfinished", "Speed", "<absent>"}})
+        EXPECT_EQ(profile.value(section, key), expected) << section << " " << key;
+
+    char buffer[8] = "0123456";
+    const char* const path = profile.path();
+    EXPECT_EQ(ComGetProfString("Line", "equal", "", buffer, 3, path), 2);
+    EXPECT_STREQ(buffer, "a=");
+    EXPECT_EQ(buffer[3], '3') << "nothing behind the terminator";
+    EXPECT_EQ(ComGetProfString("Line", "none", "default", buffer, sizeof buffer, path), 7);
+    EXPECT_EQ(ComGetProfString("Line", "equal", "", buffer, 1, path), 0);
+    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(ComGetProfString("Line", "equal", "", buffer, 0, path), 0);
+    EXPECT_EQ(ComGetProfString("Line", "equal", "", nullptr, 9, path), 0);
+    EXPECT_EQ(ComGetProfString(nullptr, "equal", nullptr, buffer, sizeof buffer, path), 0);
+    EXPECT_EQ(ComGetProfInt("Line", nullptr, 4, path) + ComGetProfInt("Line", "twice", 4, nullptr), 8);
+}
+
+TEST(ProfileText, WritesChangeNothingElse) {
+    const ProfileOnDisk profile("; my settings\r\n\r\n"
+                                "[Modem] ; the old one\r\n"
+                                "Speed = 2400   \r\n"
+                                "  ; about the port\r\n"
+                                "PORT=COM1\r\n"
+                                "gone=1\r\n"
+                                "\tname\t=\t\"old\"\r\n"
+                                "Gone=2\r\n"
+                                "\r\n; of the next\r\n"
+                                "[Foreign]\r\n"
+                                "Speed=1\n"
+                                "without an end");
+    const char* const path = profile.path();
+    EXPECT_EQ(ComWriteProfLong("modem", "speed", 19200, path), 1);
+    EXPECT_EQ(ComWriteProfString("Modem", "Name", "new", path), 1);
+    EXPECT_EQ(ComWriteProfString("Modem", "GONE", nullptr, path), 1);
+    EXPECT_EQ(ComWriteProfString("Modem", "never there", nullptr, path), 1);
+    EXPECT_EQ(ComWriteProfBool("Modem", "Added", 7, path), 1);
+    EXPECT_EQ(ComWriteProfChar("Fresh", "Escape", 27, path), 1);
+    EXPECT_EQ(ComWriteProfInt("Fresh", "Least", INT32_MIN, path), 1);
+    EXPECT_EQ(profile.text(), "; my settings\r\n\r\n"
+                              "[Modem] ; the old one\r\n"
+                              "Speed = 19200   \r\n"
+                              "  ; about the port\r\n"
+                              "PORT=COM1\r\n"
+                              "\tname\t=\tnew\r\n"
+                              "Added=1\r\n"
+                              "\r\n; of the next\r\n"
+                              "[Foreign]\r\n"
+                              "Speed=1\n"
+                              "without an end\n"
+                              "\n[Fresh]\n"
+                              "Escape=0x1b\n"
+                              "Least=-2147483648\n");
+    profile.put("[Modem]"); // its only line lacks its end
+    EXPECT_EQ(ComWriteProfInt("MODEM", "a", 1, path), 1);
+    EXPECT_EQ(profile.text(), "[Modem]\na=1\n");
+}
+
+TEST(ProfileText, WhatIsStoredReadsBackOrIsRefused) {
+    const ProfileOnDisk profile("[s]\nk=kept\n");
+    for (const char* text :
+         {"plain", "", " outer blanks\t", "\"quoted\"", "'quoted'", "\"\"", "\"", "\"half", "; no comment",
+          "[no section]", "a = b", "AT&F&C1&D2|", "~\xE9\xFF", "it's", " "}) {
+        EXPECT_EQ(ComWriteProfString("s", "text", text, profile.path()), 1) << text;
+        EXPECT_EQ(profile.value("s", "text"), text);
+        EXPECT_EQ(profile.value("s", "k"), "kept");
+    }
+    const std::string before = profile.text();
+    for (const auto& [section, key, text] : std::vector<Key>{{"s", "k", "two\nlines"},
+                                                             {"s", "k", "return\r"},
+                                                             {"s", " \t", "x"},
+                                                             {"s", "a=b", "x"},
+                                                             {"s", ";k", "x"},
+                                                             {"s", " [k", "x"},
+                                                             {"s", "k\nx", "x"},
+                                                             {"a]b", "k", "x"},
+                                                             {"s\n", "k", "x"},
+                                                             {nullptr, "k", "x"},
+                                                             {"s", nullptr, nullptr}})
+        EXPECT_EQ(ComWriteProfString(section, key, text, profile.path()), 0);
+    EXPECT_EQ(ComWriteProfInt("s", "k", 1, nullptr) + ComWriteProfInt("s", "k", 1, ""), 0);
+    EXPECT_EQ(profile.text(), before);
+}
+
+TEST(ProfileText, ValuesInAllNotations) {
+    // A text, and what it is as a boolean, an integer, a long and a character.
+    std::istringstream rows(
+        "1 1 1 1 1  YES 1 0 0 0  On 1 0 0 0  true 1 0 0 0  0 0 0 0 0  fALSE 0 0 0 0  off 0 0 0 0  no 0 0 0 0 "
+        "'' 65535 0 0 0  maybe 65535 0 0 0  27 65535 27 27 27  033 65535 33 27 27  0x1B 65535 0 27 27 "
+        "0x 65535 0 0 0  089 65535 89 0 0  12abc 65535 12 12 12  256 65535 256 256 0  -5 65535 -5 -5 0 "
+        "--6 65535 0 0 0  4294967295 65535 2147483647 -1 0  99999999999999999999 65535 2147483647 -1 0 "
+        "-99999999999 65535 -2147483648 1 0  ^[ 65535 0 0 27  ^_ 65535 0 0 31  ^a 65535 0 0 0  ^ 65535 0 0 0 "
+        "^AB 65535 0 0 0  \\v 65535 0 0 11  \\e 65535 0 0 101  \\ 65535 0 0 0  x 65535 0 0 120 "
+        "\xE9 65535 0 0 233  xy 65535 0 0 0");
+    const ProfileOnDisk profile;
+    const char* const path = profile.path();
+    std::string text;
+    for (int32_t boolean, integer, prefixed, character;
+         rows >> text >> boolean >> integer >> prefixed >> character;) {
+        profile.put("[s]\nk=" + text);
+        EXPECT_EQ(ComGetProfBool("s", "k", 5, path), boolean) << text;
+        EXPECT_EQ(ComGetProfInt("s", "k", 5, path), integer) << text;
+        EXPECT_EQ(ComGetProfLong("s", "k", 5, path), prefixed) << text;
+        EXPECT_EQ(ComGetProfChar("s", "k", 5, path), character) << text;
+    }
+    EXPECT_TRUE(rows.eof());
+    EXPECT_EQ(ComGetProfBool("s", "none", -9, path), 1);
+    EXPECT_EQ(ComGetProfChar("s", "none", 200, path), 200);
+    for (const int32_t number : {0, -1, INT32_MAX, INT32_MIN}) {
+        EXPECT_EQ(ComGetProfInt("s", "none", number, path), number);
+        EXPECT_EQ(ComGetProfLong("s", "none", number, path), number);
+        EXPECT_EQ(ComWriteProfInt("s", "i", number, path) + ComWriteProfLong("s", "l", number, path), 2);
+        EXPECT_EQ(ComGetProfInt("s", "i", 5, path), number);
+        EXPECT_EQ(ComGetProfLong("s", "l", 5, path), number);
+    }
+    for (int32_t character = 0; character < 256; character += 5) {
+        EXPECT_EQ(ComWriteProfChar("s", "c", static_cast<uint8_t>(character), path), 1);
+        EXPECT_EQ(ComGetProfChar("s", "c", 1, path), character);
+    }
+}
+
+/// Any bytes are a profile: a key written to them is found, and no other key changes.
+TEST(ProfileText, RandomBytesAreReadAndWrittenWithoutHarm) {
+    std::mt19937 random(20);
+    const std::string alphabet("[]==;\"'\r\n\n \tab[a]\na=\0\xEF\xBB\xBF", 26);
+    const std::vector<std::string> names{"a", "b", "ab"};
+    const auto pick = [&](std::size_t count) { return random() % count; };
+    for (int32_t round = 0; round < 3000; ++round) {
+        std::string text(pick(80), '\0');
+        for (char& byte : text)
+            byte = round % 10 == 0 ? static_cast<char>(random()) : alphabet[pick(alphabet.size())];
+        const std::string section = names[pick(names.size())];
+        const std::string key = names[pick(names.size())];
+        std::optional<std::string> value = alphabet.substr(pick(8), pick(5));
+        std::erase_if(*value, [](char c) { return c == '\r' || c == '\n'; });
+        if (pick(3) == 0)
+            value.reset();
+        std::string after = text;
+        profile::apply(after, section, {key, value});
+        for (const std::string& where : names)
+            for (const std::string& other : names) {
+                const auto before = profile::find(text, where, other);
+                const auto expected = where == section && other == key ? value : before;
+                ASSERT_EQ(profile::find(after, where, other), expected) << text << "\n---\n" << after;
+            }
+    }
+    std::string bytes(100'000, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>(random());
+    const ProfileOnDisk profile(bytes);
+    EXPECT_EQ(ComWriteProfInt("s", "k", 5, profile.path()), 1);
+    EXPECT_EQ(ComGetProfInt("s", "k", 6, profile.path()), 5);
+    EXPECT_TRUE(profile.text().starts_with(bytes));
+}
+
+TEST(ProfileText, LargeProfiles) {
+    std::string text;
+    for (int32_t number = 0; text.size() < 10'000'000; ++number)
+        text += (number % 50 == 0 ? "[Section" + std::to_string(number) + "]\r\n" : "") + "key" +
+                std::to_string(number) + "=value of some length\r\n";
+    const ProfileOnDisk profile(text + "[Line]\r\nSpeed=300\r\n");
+    EXPECT_EQ(ComWriteProfInt("line", "speed", 2400, profile.path()), 1);
+    EXPECT_EQ(ComWriteProfInt("Line", "New", 1, profile.path()), 1);
+    EXPECT_EQ(profile.text(), text + "[Line]\r\nSpeed=2400\r\nNew=1\r\n");
+    std::filesystem::resize_file(profile.path(), 65U << 20); // too large to be one: left alone
+    EXPECT_EQ(ComGetProfInt("Line", "Speed", 3, profile.path()), 3);
+    EXPECT_EQ(ComWriteProfInt("Line", "Speed", 3, profile.path()), 0);
+}
+
+} // namespace

@@ -1,0 +1,206 @@
+// The parameter records of an open port: what a set brings to the port and its device, and the functions that
+// travel as words.
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "port/ports.h"
+#include "support/scripted_driver.h"
+
+using namespace brisolt;
+using namespace brisolt::test;
+
+namespace {
+
+class Records : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(openOn(5, driver.path()), 5);
+        ASSERT_EQ(ComGetPortParms(5, &parms), 1);
+    }
+    void TearDown() override { ComClose(5); }
+    ComPortParms readBack() {
+        ComPortParms now;
+        std::memset(&now, 0xEE, sizeof now);
+        EXPECT_EQ(ComGetPortParms(5, &now), 1);
+        return now;
+    }
+
+    const FastClock fast;
+    ScriptedDriver driver;
+    ComPortParms parms{};
+};
+
+template <class Parms> bool same(const Parms& a, const Parms& b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+template <class Function> uint32_t wordOf(Function* function) {
+    return ComHostFunctionWord(reinterpret_cast<void (*)()>(function));
+}
+
+TEST_F(Records, EveryFieldArrivesInItsPlaceAndComesBack) {
+    std::strcpy(parms.deviceName, "LINE");
+    parms.baudRate = 100, parms.xonXoff = 101, parms.rxBufSize = 102, parms.txBufSize = 103;
+    parms.flushDelay = 104, parms.breakTime = 105, parms.dtrPulseTime = 106, parms.yield = 107;
+    parms.portDelayInterval = 108, parms.scrambleOn = 109, parms.escapeChar = 200, parms.scrambleKey = 201;
+    parms.reserved = 7, parms.openTick = 4'000'000'000U;
+    ASSERT_EQ(ComSetPortParms(5, &parms), 1);
+    EXPECT_TRUE(same(readBack(), parms));
+    const PortRecord& record = recordOf(5);
+    EXPECT_STREQ(record.deviceName, "LINE");
+    const std::vector<int32_t> stored{
+        record.baudRate,  record.xonXoff,      record.rxBufSize, record.txBufSize,         record.flushDelay,
+        record.breakTime, record.dtrPulseTime, record.yield,     record.portDelayInterval, record.scrambleOn};
+    EXPECT_EQ(stored, (std::vector<int32_t>{100, 101, 102, 103, 104, 105, 106, 107, 108, 109}));
+    EXPECT_EQ(record.escapeChar * 1000 + record.scrambleKey, 200'201);
+    EXPECT_EQ(record.openTick, 4'000'000'000U);
+
+    ComModemParms modem{};
+    for (std::size_t i = 4; i < sizeof modem; ++i)
+        reinterpret_cast<char*>(&modem)[i] = static_cast<char>('0' + i % 75);
+    modem.dialTimeout = -77;
+    ComAsciiParms ascii{1, 2, 3, 4};
+    EXPECT_EQ(ComSetModemParms(5, &modem) + ComSetAsciiParms(5, &ascii), 2);
+    EXPECT_EQ(record.dialTimeout * record.addCR, -154);
+    EXPECT_EQ(record.unsetAAStr, std::string(modem.unsetAAStr, 31)) << "a text without an end is given one";
+    EXPECT_EQ(record.initStr, std::string(modem.initStr, 99));
+    ComModemParms modemBack{};
+    ComAsciiParms asciiBack{};
+    EXPECT_EQ(ComGetModemParms(5, &modemBack) + ComGetAsciiParms(5, &asciiBack), 2);
+    EXPECT_TRUE(same(asciiBack, ascii));
+    modem = modemBack;
+    std::strcpy(modem.dialStr, "ATDP");
+    EXPECT_EQ(ComSetModemParms(5, &modem) + ComGetModemParms(5, &modemBack), 2);
+    EXPECT_TRUE(same(modemBack, modem)) << "also what stands behind the end of a text";
+}
+
+TEST_F(Records, SettingAppliesTheFramingAndNothingElse) {
+    parms.parityCode = 3, parms.dataBits = 7, parms.stopCode = 2, parms.baudRate = 300, parms.xonXoff = 1;
+    const ComHostLineState before = driver.lineState();
+    driver.forgetCalls();
+    EXPECT_EQ(ComSetPortParms(5, &parms), 1);
+    EXPECT_TRUE(driver.settings().starts_with("purge f\nsetLineState")) << driver.settings();
+    const ComHostLineState line = driver.lineState();
+    EXPECT_EQ(line.parity * 100 + line.dataBits * 10 + line.stopBits, 272) << "even, seven, two";
+    EXPECT_EQ(line.baudRate, 9600U);
+    EXPECT_EQ(line.flags, before.flags);
+
+    driver.forgetCalls();
+    parms.parityCode = 9;
+    EXPECT_EQ(ComSetPortParms(5, &parms), 1);
+    EXPECT_EQ(readBack().parityCode, 9);
+    EXPECT_EQ(driver.settings(), "") << "codes that are none leave the device alone";
+}
+
+int32_t deliverX(int32_t, void* buffer, int32_t) {
+    *static_cast<char*>(buffer) = 'X';
+    return 1;
+}
+std::vector<int32_t> seenParms;
+int32_t noteParms(int32_t port, int32_t parity, int32_t dataBits, int32_t stopBits) {
+    seenParms = {port, parity, dataBits, stopBits};
+    return -1;
+}
+int32_t escapeAt(int32_t port, int32_t character) {
+    return port * 1000 + character;
+}
+
+TEST_F(Records, FunctionsSurviveReadingAndWritingBack) {
+    ASSERT_EQ(ComSetComReadFunc(5, deliverX) + ComSetComSetParmsFunc(5, noteParms), 2);
+    parms = readBack();
+    EXPECT_EQ(parms.readFunc, wordOf(deliverX));
+    parms.escapeFunc = wordOf(escapeAt);
+    driver.forgetCalls();
+    EXPECT_EQ(ComSetPortParms(5, &parms), 1) << "whatever the function says";
+    EXPECT_EQ(seenParms, (std::vector<int32_t>{5, 1, 8, 1}));
+    EXPECT_EQ(driver.settings(), "");
+    EXPECT_TRUE(same(readBack(), parms));
+    EXPECT_EQ(ComGetc(5), 'X');
+    EXPECT_EQ(ComEscape(5, 3), 5003);
+
+    // Words that the library never issued: no function, whichever field they stand in.
+    uint32_t strange = parms.escapeFunc;
+    parms.escapeFunc = 0xDEADBEEF;
+    for (std::size_t at = offsetof(ComPortParms, breakFunc); at < sizeof parms; at += 4) {
+        strange += 1 + strange % 3 * 0x1000'0001;
+        std::memcpy(reinterpret_cast<char*>(&parms) + at, &strange, 4);
+    }
+    EXPECT_EQ(ComSetPortParms(5, &parms), 1);
+    const ComPortParms now = readBack();
+    EXPECT_EQ(now.escapeFunc | now.breakFunc | now.readFunc | now.setParmsFunc | now.onStringCallback, 0U);
+    EXPECT_EQ(ComGetc(5), -1);
+    EXPECT_EQ(ComEscape(5, 3), 0);
+}
+
+std::atomic<int32_t> told{0};
+int32_t tell(int32_t port) {
+    told = port;
+    return 0;
+}
+
+TEST_F(Records, NotificationFunctionOfARecordIsCalled) {
+    parms.anyCharCallback = wordOf(tell);
+    ASSERT_EQ(ComSetPortParms(5, &parms), 1);
+    driver.feed("news");
+    EXPECT_TRUE(eventually([] { return told == 5; }));
+}
+
+TEST_F(Records, NumbersThatLieHarmNobody) {
+    const std::string bytes(5000, 'b'); // more than either ring
+    for (const int32_t lie : {INT32_MAX, INT32_MIN, -1, 0}) {
+        parms.rxBufSize = parms.txBufSize = parms.portNumber = lie;
+        parms.flushDelay = 0;
+        EXPECT_EQ(ComSetPortParms(5, &parms), 1);
+        driver.feed(bytes);
+        EXPECT_EQ(receive(5, bytes.size()), bytes);
+        driver.takeAtMost(0);
+        EXPECT_LE(send(5, bytes), 2048);
+        driver.takeAtMost(ScriptedDriver::always);
+        EXPECT_EQ(ComFlush(5) + ComFlushOutBuf(5), 2);
+        EXPECT_EQ(ComPuts(5, "x"), lie > 0 ? 1 : -1);
+    }
+}
+
+TEST_F(Records, BadPortsAndNullsGiveMinusOne) {
+    ComModemParms modem{};
+    ComAsciiParms ascii{};
+    const auto sumOfAll = [](int32_t port, ComPortParms* p, ComModemParms* m, ComAsciiParms* a) {
+        return ComGetPortParms(port, p) + ComSetPortParms(port, p) + ComGetModemParms(port, m) +
+               ComSetModemParms(port, m) + ComGetAsciiParms(port, a) + ComSetAsciiParms(port, a);
+    };
+    for (const int32_t port : {0, -1, 257, 7})
+        EXPECT_EQ(sumOfAll(port, &parms, &modem, &ascii), -6);
+    EXPECT_EQ(sumOfAll(5, nullptr, nullptr, nullptr), -6);
+}
+
+TEST_F(Records, ThreadsThatSetAtOnceDoNotMixTexts) {
+    std::atomic<bool> over{false};
+    std::vector<std::thread> threads;
+    for (const char letter : {'a', 'b'})
+        threads.emplace_back([&, letter] {
+            ComPortParms mine = parms;
+            ComModemParms modem{};
+            std::memset(mine.deviceName, letter, 31);
+            std::memset(modem.dialStr, letter, 31);
+            while (!over)
+                ComSetPortParms(5, &mine), ComSetModemParms(5, &modem);
+        });
+    for (int32_t round = 0; round < 300; ++round) {
+        ComModemParms modem{};
+        ComGetModemParms(5, &modem);
+        const std::string name = readBack().deviceName;
+        const std::string dial = modem.dialStr;
+        EXPECT_TRUE(name == "test" || name == "COM" || name == std::string(31, name[0])) << name;
+        EXPECT_TRUE(dial == "ATDT" || dial == std::string(31, dial[0])) << dial;
+    }
+    over = true;
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+} // namespace
