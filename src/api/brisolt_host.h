@@ -199,19 +199,23 @@ typedef struct ComHostDriver {
     /* Writes as `how` says. Returns the bytes that went to the line or are sure to (0 or above); when
      * fewer than `count`, *error holds why: a positive host error number (that of a time-out when the time
      * is over), or 0 when there was no room. What a complete write could not
-     * deliver in time is not delivered later. */
+     * deliver in time is not delivered later. A purge with COM_HOST_PURGE_TX_ABORT ends one that
+     * waits; what was thrown away then does not count as written. */
     int32_t (*write)(void *device, const void *buffer, int32_t count, uint32_t how, int32_t *error);
     /* Waits until everything written has left, at most for the write time-out. */
     int32_t (*flush)(void *device);
     /* Waits until one of `events` (COM_HOST_WAIT_...) holds, the descriptor `wake` is readable, or
      * `milliseconds` of real time have passed (-1: no limit; 0: looks and returns). Returns the events
-     * that hold, 0 none. Without this function the library looks at the device again and
-     * again: its thread at the port's pace (5 ms at least), a caller that waits for bytes every millisecond. A
-     * device that has gone away waits like one on which nothing happens. */
+     * that hold, 0 none. Without this function the library looks at the device again and again: its thread
+     * at the port's pace (5 ms at least), a caller that waits for bytes every millisecond. A device that
+     * has gone away waits like one on which nothing happens. */
     int32_t (*wait)(void *device, uint32_t events, int32_t wake, int32_t milliseconds);
     /* on 1: from now on no write or flush of this device waits; those that wait return at once (a wait is
      * ended through its wake descriptor). on 0: they wait again (an adopted handle is adopted anew). */
     void (*cancel)(void *device, int32_t on);
+    /* A descriptor that polls readable when there are bytes to read, until they are read, so that one thread
+     * can wait for many devices at once. It lives as long as the device. -1: there is none, or not now. */
+    int32_t (*descriptor)(void *device);
 } ComHostDriver;
 
 /* Makes paths that begin with `scheme` and a colon open through a copy of *driver. The scheme is 2 to 31
@@ -226,8 +230,9 @@ int32_t ComHostRing(const char *path, int32_t on);
 
 /* Lossless on (nonzero) or off for an open port. A lossless port never waits for the line inside a round
  * and drops nothing: the device is handed what it takes at once, the ring gives up exactly what was
- * taken, and the rest goes when the device can take it, however long the peer holds us off. 1; -1 port
- * not open. */
+ * taken, and the rest goes when the device can take it, however long the peer holds us off. Switched off
+ * in the middle of sending, blocks may be lost until the device has sent what it was handed: wait for
+ * ComOutBufStatus 0 before. 1; -1 port not open. */
 int32_t ComHostSetLossless(int32_t port, int32_t on);
 
 /* ---- Modules ------------------------------------------------------------------------------------- */

@@ -6,6 +6,7 @@
 #include "platform/message.h"
 #include "platform/message_box.h"
 #include "platform/thread.h"
+#include "port/attendance.h"
 
 namespace message = brisolt::message;
 
@@ -53,7 +54,7 @@ BRISOLT_EXPORT int32_t ComHostPostQuit(uint32_t thread) {
 }
 
 BRISOLT_EXPORT int32_t ComHostGetMessage(ComHostMessage* message, int32_t milliseconds) {
-    return message::get(message, milliseconds);
+    return brisolt::awaitMessage(message, milliseconds);
 }
 
 BRISOLT_EXPORT int32_t ComHostDispatchMessage(const ComHostMessage* message) {

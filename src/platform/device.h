@@ -53,6 +53,10 @@ public:
     int32_t write(const void* buffer, int32_t count, uint32_t how, int32_t& error) const noexcept;
     bool flush() const noexcept;
     uint32_t wait(uint32_t events, int32_t wake, int32_t realMilliseconds) const noexcept;
+    /// Polls readable when there are bytes to read; -1: none does.
+    int32_t descriptor() const noexcept {
+        return present() && driver_.descriptor != nullptr ? driver_.descriptor(self_) : -1;
+    }
     /// While it is on, no write or flush waits for the line.
     void cancel(bool on) const noexcept;
 

@@ -18,8 +18,8 @@ bool take(ComHostMessage& message) noexcept;
 void letGo() noexcept;
 /// Runs the window's function; false when the message has no window.
 bool dispatch(const ComHostMessage& message) noexcept;
-/// ComHostGetMessage.
-int32_t get(ComHostMessage* message, int32_t milliseconds) noexcept;
+/// Removes the next message, else the quit request. 1 a message, 0 none, -1 quit.
+int32_t next(ComHostMessage& message) noexcept;
 int32_t descriptor() noexcept;
 
 // ---- any thread

@@ -307,6 +307,7 @@ const ComHostDriver& drivers::nullModem() noexcept {
         .flush = flush,
         .wait = wait,
         .cancel = cancel,
+        .descriptor = nullptr,
     };
     return driver;
 }

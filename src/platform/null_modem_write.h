@@ -11,8 +11,8 @@ namespace brisolt {
 int32_t nullModemWriteNow(NullModemEnd& end, const uint8_t* bytes, int32_t count) noexcept;
 
 /// Waits until the bytes have left, as long as the end's time-outs allow; complete writes of several
-/// threads follow one another. Bytes that have left; the others are taken back. `error` is 0 when only
-/// the time was over.
+/// threads follow one another. Bytes that have left; the others are taken back. `error` says why
+/// there are others: that of a time-out when the time was over.
 int32_t nullModemWriteComplete(NullModemEnd& end, const uint8_t* bytes, int32_t count,
                                int32_t& error) noexcept;
 

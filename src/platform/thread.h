@@ -16,6 +16,9 @@ enum class Priority { lowest, belowNormal, normal, aboveNormal, highest, timeCri
 /// Best effort: a host that refuses the priority leaves the thread as it was.
 void setPriority(uint32_t threadId, Priority priority) noexcept;
 
+/// Calls function(argument) when the calling thread ends, the latest registered first.
+void atEnd(void (*function)(void*), void* argument) noexcept;
+
 /// Tests only: the next `count` starts fail.
 void failStarts(int32_t count) noexcept;
 

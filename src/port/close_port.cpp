@@ -40,9 +40,9 @@ void awaitThread(Port& port, uint32_t milliseconds) {
 
 void stopThread(Port& port, const CloseStyle& style) {
     port.threadRun = 0;
+    trace(port, "Flag to shut down threads - turned on");
     port.device.cancel(true); // whoever waits for the line waits no more
     port.wakeThread();
-    trace(port, "Flag to shut down threads - turned on");
     if (onIoThread(port))
         return; // a notification function closes its own port: it cannot wait for itself
     clock::sleep(settle);

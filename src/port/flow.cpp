@@ -67,6 +67,8 @@ int32_t setFlow(Port& port, int32_t mode) {
         return function(port.number, mode);
     if (!applyMode(port, mode))
         return -1;
+    if (port.ending())
+        return 1; // the close has lowered them, and they stay low
     setDtr(port);
     setRts(port);
     return 1;

@@ -40,10 +40,13 @@ void transmitBlock(Port& port) noexcept {
     block = block.first(std::min(block.size(), static_cast<std::size_t>(port.record->maxWriteChars)));
     if (block.empty())
         return;
+    auto count = static_cast<int32_t>(block.size());
     std::memcpy(port.record->txStage, block.data(), block.size());
-    port.tx.sent(static_cast<int32_t>(block.size()));
-    trace(port, "Writing %d characters", static_cast<int32_t>(block.size()));
+    port.staged = count;
+    port.tx.sent(count);
+    trace(port, "Writing %d characters", count);
     deviceWrite(port, {port.record->txStage, block.size()});
+    port.staged = 0;
 }
 
 } // namespace
@@ -130,6 +133,13 @@ void transmitLocked(Port& port) noexcept {
         transmitStep(port);
 }
 
+/// Whoever is woken for the news wants portLock at once, so it is told after the lock is released.
+void tellReceived(Port& port) {
+    port.events.wakeAll();
+    if (auto* step = notificationStep.load(std::memory_order_acquire); step && hasNotifications(port))
+        step(port);
+}
+
 bool takeLocked(Port& port) noexcept {
     HeldLock lock(port);
     statusRead(port);
@@ -141,15 +151,11 @@ bool takeLocked(Port& port) noexcept {
 
 } // namespace
 
-// Whoever is woken for the news wants portLock at once, so it is told after the lock is released.
 bool threadRound(Port& port, bool mayReceive) {
     bool untold = port.untold.exchange(0) != 0;
     bool had = (mayReceive && receiveLocked(port)) || untold;
-    if (had) {
-        port.events.wakeAll();
-        if (auto* step = notificationStep.load(std::memory_order_acquire); step && hasNotifications(port))
-            step(port);
-    }
+    if (had)
+        tellReceived(port);
     if (!port.tx.empty())
         transmitLocked(port);
     return had;
@@ -163,6 +169,13 @@ bool takeFromDevice(Port& port) noexcept {
         port.untold = 1;
         port.wakeThread();
     }
+    return true;
+}
+
+bool tellFromDevice(Port& port) {
+    if (!takeLocked(port))
+        return false;
+    tellReceived(port);
     return true;
 }
 

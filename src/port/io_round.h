@@ -29,6 +29,10 @@ bool threadRound(Port& port, bool mayReceive);
 /// of data hears of it from the thread. True when the device had bytes.
 bool takeFromDevice(Port& port) noexcept;
 
+/// Takes what the device holds and tells whom the port notifies, who must all be told by message. True when the
+/// device had bytes.
+bool tellFromDevice(Port& port);
+
 /// Hands the device what a lossless port has queued, for a caller that waits. False when the device took
 /// nothing although there is something to send.
 bool sendToDevice(Port& port) noexcept;

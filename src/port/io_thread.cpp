@@ -6,98 +6,70 @@
 #include "platform/error_text.h"
 #include "platform/message.h"
 #include "platform/thread.h"
+#include "port/attendance.h"
 #include "port/device_io.h"
 #include "port/io_round.h"
 #include "port/port_table.h"
 #include "port/trace.h"
 #include "port/waits.h"
+#include "port/watch_share.h"
 
 namespace brisolt {
 
 namespace {
 
 constexpr uint32_t suspendLimit = 500; ///< milliseconds
-/// How long the thread leaves the device to callers after the last has watched it. Their own calls take
-/// what comes meanwhile; what is to be sent must not wait for long.
-constexpr uint32_t receivingLease = 20;
-constexpr uint32_t sendingLease = 1;
-constexpr uint32_t blindPace = 5; ///< least pause between looks at a device that cannot be waited for
+constexpr uint32_t blindPace = 5;      ///< least pause between looks at a device that cannot be waited for
 constexpr int32_t ownMessages = 255;
 
-/// The thread's side of the watch over one direction of the device.
-class WatchShare {
+/// Both directions, and the choice made for the next sleep. Whom the port notifies has its own way to watch
+/// for bytes.
+class Shares {
 public:
-    explicit WatchShare(uint32_t lease) noexcept : lease_(lease) {}
-
-    /// Who watches while the thread sleeps.
-    ThreadWatch choose(const SharedWatch& shared) noexcept {
-        uint32_t begun = shared.begun.load();
-        bool watched = shared.watchers.load() > 0;
-        bool justLeft = wasParked_ && !watched;
-        wasParked_ = false;
-        if (begun != seen_ || justLeft) {
-            seen_ = begun;
-            asideUntil_ = clock::Deadline::in(lease_);
-            return ThreadWatch::aside;
-        }
-        if (watched) {
-            wasParked_ = true;
-            return ThreadWatch::parked;
-        }
-        return asideUntil_.passed() ? ThreadWatch::onDevice : ThreadWatch::aside;
-    }
-    const clock::Deadline& asideUntil() const noexcept { return asideUntil_; }
-
-private:
-    uint32_t lease_;
-    uint32_t seen_ = 0;
-    bool wasParked_ = false;
-    clock::Deadline asideUntil_ = clock::Deadline::in(0);
-};
-
-/// Both directions, and the choice made for the next sleep.
-struct Shares {
-    WatchShare receivingShare{receivingLease};
-    WatchShare sendingShare{sendingLease};
+    explicit Shares(Port& port) noexcept : port_(port), attendance_(port) {}
     ThreadWatch receiving = ThreadWatch::onDevice;
     ThreadWatch sending = ThreadWatch::onDevice;
 
-    void choose(Port& port) noexcept {
+    void choose() noexcept {
         receiving = sending = ThreadWatch::onDevice;
-        if (port.device.canWait()) {
-            if (!hasNotifications(port))
-                receiving = receivingShare.choose(port.receiving);
-            sending = sendingShare.choose(port.sending);
+        notifying_ = hasNotifications(port_);
+        if (port_.device.canWait()) {
+            receiving = notifying_ ? attendance_.choose() : receivingShare_.choose(port_.receiving);
+            sending = sendingShare_.choose(port_.sending);
         }
-        port.receiving.thread = receiving;
-        port.sending.thread = sending;
+        port_.receiving.thread = receiving;
+        port_.sending.thread = sending;
     }
     /// A caller has come or gone while the choice was made, and did not see it yet.
-    bool crossed(const Port& port) const noexcept {
-        return (!hasNotifications(port) && crossed(receiving, port.receiving)) ||
-               crossed(sending, port.sending);
+    bool crossed() const noexcept {
+        bool crossedReceiving =
+            notifying_ ? attendance_.crossed(receiving) : WatchShare::crossed(receiving, port_.receiving);
+        return crossedReceiving || WatchShare::crossed(sending, port_.sending);
     }
     /// -1: until something happens.
     int32_t realMillisecondsLeft() const noexcept {
         int32_t left = -1;
         if (receiving == ThreadWatch::aside)
-            left = receivingShare.asideUntil().realMillisecondsLeft();
+            left =
+                (notifying_ ? attendance_.asideUntil() : receivingShare_.asideUntil()).realMillisecondsLeft();
         if (sending == ThreadWatch::aside) {
-            int32_t other = sendingShare.asideUntil().realMillisecondsLeft();
+            int32_t other = sendingShare_.asideUntil().realMillisecondsLeft();
             left = left < 0 ? other : std::min(left, other);
         }
         return left;
     }
-    static void awake(Port& port) noexcept {
-        port.receiving.thread = ThreadWatch::away;
-        port.sending.thread = ThreadWatch::away;
+    void awake() noexcept {
+        port_.receiving.thread = ThreadWatch::away;
+        port_.sending.thread = ThreadWatch::away;
+        attendance_.awake();
     }
 
 private:
-    static bool crossed(ThreadWatch choice, const SharedWatch& shared) noexcept {
-        bool watched = shared.watchers.load() > 0;
-        return (choice == ThreadWatch::onDevice && watched) || (choice == ThreadWatch::parked && !watched);
-    }
+    Port& port_;
+    Attendance attendance_;
+    WatchShare receivingShare_{receivingLease};
+    WatchShare sendingShare_{sendingLease};
+    bool notifying_ = false;
 };
 
 /// The thread has come up. The opener says so in its place: what formats and logs a text would cost the
@@ -214,12 +186,12 @@ Work sleepFor(Port& port, const Outlook& outlook, int32_t realMilliseconds) noex
 Work waitForWork(Port& port, Shares& shares) noexcept {
     Wake& wake = *port.threadWake;
     wake.prepare();
-    shares.choose(port);
+    shares.choose();
     bool due = port.threadRun == 0 || !port.isOpen() || port.record->suspended == 1 || messagesToPump(port);
     Work work;
-    if (!shares.crossed(port) && !due)
+    if (!shares.crossed() && !due)
         work = sleepFor(port, lookAhead(port, shares), shares.realMillisecondsLeft());
-    Shares::awake(port);
+    shares.awake();
     wake.finish();
     return work;
 }
@@ -234,7 +206,7 @@ void runRound(Port& port, const Work& work, Pace& pace) {
 }
 
 void run(Port& port) {
-    Shares shares;
+    Shares shares(port);
     Pace pace{.lastRound = clock::ticks() - port.record->threadSleep - 1};
     Work work;
     while (port.threadRun != 0 && port.isOpen()) {

@@ -102,7 +102,7 @@ int32_t sendBreak(Port& port) {
 }
 
 int32_t pulseDtr(Port& port) {
-    if (!port.isOpen() || port.record->portNumber == 0)
+    if (!port.isOpen() || port.record->portNumber < 1)
         return -1;
     if (ComPortFunc function = port.record->dtrFunc)
         return function(port.number);

@@ -69,8 +69,10 @@ struct Port {
     std::shared_ptr<Wake> threadWake;      ///< set before the thread is announced; never changed afterwards
     SharedWatch receiving;                 ///< for bytes that come
     SharedWatch sending;                   ///< for room for what a lossless port has queued
+    std::atomic<int32_t> staged{0};        ///< bytes that have left the ring and are about to be written
     std::atomic<int32_t> sendingFull{0};   ///< the device took less than offered; no room was seen since
 
+    std::atomic<uint32_t> attendedBy{0}; ///< the thread that watches for bytes while it waits for messages
     std::atomic<int32_t> untold{0}; ///< a caller took bytes that the thread has yet to notify somebody of
 
     /// How often a cancel was given: for a long call in the middle of which others may clear the flag.

@@ -43,7 +43,9 @@ void reset(Port& port, int32_t number) noexcept {
         watch->watchers = 0;
         watch->begun = 0;
     }
+    port.staged = 0;
     port.sendingFull = 0;
+    port.attendedBy = 0;
     port.untold = 0;
     port.lossless = 0;
     port.traceOn = 0;

@@ -20,10 +20,6 @@ inline constexpr int32_t statusBreakSeen = 0x40;
 inline constexpr int32_t ioDirect = 1;   ///< no thread: reads, writes and status calls run rounds themselves
 inline constexpr int32_t ioThreaded = 2; ///< a thread of the port's own runs the rounds
 
-struct DeviceStatus {
-    uint32_t errors, inQueue, outQueue;
-};
-
 struct PortRecord {
     Shared<int32_t> carrierLossProtocol;
     Shared<int32_t> carrierLossState;
@@ -103,7 +99,6 @@ struct PortRecord {
     // ---- the device
     Shared<int32_t> device;     ///< the handle shown to callers
     ComHostLineState lineState; ///< under lineMutex of the port
-    DeviceStatus deviceStatus;
     Shared<uint32_t> lineErrors;
 
     Shared<int32_t> fileStringCount;

@@ -63,7 +63,8 @@ public:
 
 private:
     static bool leftToThread(const Port& port, bool notifying) noexcept {
-        bool threadIsQuick = notifying && port.record->threadSleep == 0 && port.record->suspended != 1;
+        bool threadIsQuick = notifying && port.record->threadSleep == 0 && port.record->suspended != 1 &&
+                             !port.receiving.threadStandsAside();
         return threadIsQuick && !onIoThread(port);
     }
     // A full ring takes nothing; watching a device that has bytes for it would not be a sleep.

@@ -25,7 +25,7 @@ void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline&
 /// place handles none, and a quit request holds them back: then nobody should be woken for them.
 bool messagesToPump(const Port& port) noexcept;
 
-/// ComEscape: 1 escape, quit or closed meanwhile, 0 no, -1 not open.
+/// ComEscape: 1 escape or quit, 0 no, -1 not open; closed meanwhile: -1 by a message, else 1.
 int32_t checkEscape(Port& port, int32_t character);
 /// The same for a wait that has yield on, else 0.
 int32_t checkEscapeIfYielding(Port& port);

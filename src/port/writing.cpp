@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <span>
 
+#include "port/attendance.h"
 #include "port/device_io.h"
 #include "port/io_round.h"
 #include "port/port_table.h"
@@ -34,10 +35,16 @@ int32_t queue(Port& port, std::span<const uint8_t> bytes) noexcept {
 }
 
 /// A lossless port's ring takes the bytes. The thread is called for the first of them only: while there are
-/// any it looks after them, or stands aside for a moment for callers that do.
+/// any it looks after them, or stands aside for a moment for callers that do. A caller that attends to the
+/// port sends them itself, before the thread would have woken.
 int32_t queueLossless(Port& port, std::span<const uint8_t> bytes) noexcept {
     bool first = port.tx.empty();
     int32_t taken = port.tx.queue(bytes);
+    if (first && taken > 0 && attendedHere(port) && hasUnsent(port)) {
+        transmitLossless(port);
+        if (port.tx.empty())
+            return taken;
+    }
     if (first && taken > 0 && port.threaded() && port.sending.thread != ThreadWatch::aside)
         port.wakeThread();
     return taken;
@@ -121,8 +128,11 @@ int32_t bytesUnsent(Port& port) {
         return function(port.number);
     if (port.tx.storage == nullptr)
         return -1;
+    // In the order of their way out: what moves on meanwhile is not missed.
+    int32_t queued = port.tx.count();
+    int32_t staged = port.staged;
     auto held = static_cast<int32_t>(statusRead(port, COM_HOST_WANT_OUT).outQueue);
-    return port.tx.count() + held;
+    return queued + std::max(staged, held);
 }
 
 } // namespace brisolt

@@ -12,6 +12,7 @@
 #include "platform/error_text.h"
 #include "platform/message.h"
 #include "platform/thread.h"
+#include "port/attendance.h"
 
 using namespace brisolt;
 
@@ -174,7 +175,7 @@ TEST(Wake, WithoutDescriptorsWaitsStillEnd) {
         setrlimit(RLIMIT_NOFILE, &before);
         sleeper = thread::currentId();
         ComHostMessage message;
-        got = message::get(&message, -1);
+        got = awaitMessage(&message, -1);
     });
     while (sleeper == 0)
         std::this_thread::yield();

@@ -52,7 +52,8 @@ int32_t ComOpen(const char *deviceName, int32_t port, int32_t baudRate, int32_t 
 
 /* Opens a port on a device handle that the caller holds and keeps: a handle of ComHostOpenDevice or any
  * descriptor of a terminal device. Arguments as for ComOpen; the pace is 200 ms. Differences in results:
- * -25 invalid handle (all ones), or a handle that is no serial device; -26 properties unreadable; -32 baud
+ * -25 invalid handle (all ones), one that is closed already, that another port uses or that is no serial
+ * device; -26 properties unreadable; -32 baud
  * rate above the device's maximum; -33 only on devices that check parity; -34 also for 8 data bits with
  * parity. After -33, -35 and a -34 for data bits outside 4 to 8 the handle is closed; after all other
  * failures it stays the caller's. "THUNK" gives direct mode only on hosts of platform identifier 1, which
@@ -75,7 +76,8 @@ int32_t ComClose(int32_t port);
  * port of ComOpen has its device closed all the same. */
 int32_t ComPreClose(int32_t port);
 
-/* 1 the port is open, else 0 (also for a bad port number). */
+/* 1 the port is open, else 0 (also for a bad port number). While an open runs the port is not open yet, but
+ * its number is taken. */
 int32_t ComOpenState(int32_t port);
 /* The device handle of an open port (on this host a descriptor), -1. That of a port of ComOpen belongs to
  * the library. */

@@ -20,7 +20,10 @@ int32_t ComGetc(int32_t port);
  * nor cancel ends it. A count above the ring's size waits for the whole time; so may one that the ring's
  * size is no multiple of, since a ring that has filled up from its start takes more only when it has been
  * emptied (not that of a lossless port, ComHostSetLossless). Bytes read; -1 bad or closed port, also when
- * it is closed meanwhile. */
+ * it is closed meanwhile.
+ *
+ * A write of this port that waits for the line holds up this call and every other read or status call, at
+ * most for the write time-out (ComSetWriteTimeout). On a lossless port nothing waits for the line. */
 int32_t ComReadTimed(int32_t port, void *buffer, int32_t count, int32_t timeout);
 /* Reads until `maximum` bytes (result 1), the byte `terminator` (2; it is stored), or the time (3; seconds
  * plus 0.1 s). `buffer` must hold maximum + 1 bytes and is terminated with a zero byte. 4: escaped

@@ -5,7 +5,6 @@
 #include <new>
 #include <utility>
 
-#include "platform/clock.h"
 #include "platform/posix/message_desk.h"
 
 namespace brisolt::message {
@@ -97,23 +96,13 @@ void letGo() noexcept {
     releaseClaim(*queue);
 }
 
-int32_t get(ComHostMessage* message, int32_t milliseconds) noexcept {
+int32_t next(ComHostMessage& message) noexcept {
     ThreadQueue* queue = ownQueue();
-    if (!message || !queue)
+    if (queue == nullptr)
         return 0;
-    auto deadline = milliseconds < 0 ? clock::Deadline::never()
-                                     : clock::Deadline::in(static_cast<uint32_t>(milliseconds));
-    for (;;) {
-        Wake& wake = *queue->wake;
-        wake.prepare();
-        int32_t result = takeNext(*queue, *message, Purpose::give) ? 1 : takeQuit(*queue) ? -1 : 0;
-        bool over = result != 0 || deadline.passed();
-        if (!over)
-            wake.sleep(deadline.realMillisecondsLeft());
-        wake.finish();
-        if (over)
-            return result;
-    }
+    if (takeNext(*queue, message, Purpose::give))
+        return 1;
+    return takeQuit(*queue) ? -1 : 0;
 }
 
 int32_t descriptor() noexcept {

@@ -1,12 +1,13 @@
 #include "platform/process.h"
 
-#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 
 #include <pthread.h>
@@ -77,31 +78,35 @@ namespace {
 /// and one that somebody reads from, say a pipe that is silent, is locked for as long as that takes.
 class Flusher {
 public:
-    /// Returns when all streams are flushed, or after a while when a reader is in the way.
+    /// Returns when all streams are flushed, or after a while when a reader is in the way; the next callers do
+    /// not wait for that one again.
     void flush() {
         std::unique_lock lock(mutex_);
-        if (owner_ != getpid() && !begin())
+        if (!running_ && !begin())
             return;
         uint64_t mine = ++asked_;
         changed_.notify_all();
-        changed_.wait_for(lock, patience, [&] { return done_ >= mine; });
+        if (!overdue_)
+            overdue_ = !changed_.wait_for(lock, patience, [&] { return done_ >= mine; });
     }
 
+    /// The process's own: a child has none of its parent's threads, and may have inherited a locked mutex.
     static Flusher& instance() {
-        static Flusher& only = *new Flusher; // never destroyed: its thread lives to the end
-        return only;
+        static std::atomic<Flusher*> current{nullptr}; // never destroyed: the thread lives to the end
+        Flusher* flusher = current.load();
+        if (flusher != nullptr && flusher->process_ == getpid())
+            return *flusher;
+        auto made = std::make_unique<Flusher>();
+        return current.compare_exchange_strong(flusher, made.get()) ? *made.release() : *flusher;
     }
 
 private:
     static constexpr std::chrono::milliseconds patience{50};
 
-    /// The thread, also in a child process, which has none of its parent's.
     bool begin() {
-        done_ = asked_;
-        owner_ = thread::start([](void* self) { static_cast<Flusher*>(self)->run(); }, this, "brisolt-flush")
-                     ? getpid()
-                     : 0;
-        return owner_ != 0;
+        running_ =
+            thread::start([](void* self) { static_cast<Flusher*>(self)->run(); }, this, "brisolt-flush");
+        return running_;
     }
     void run() {
         std::unique_lock lock(mutex_);
@@ -111,14 +116,17 @@ private:
             lock.unlock();
             fflush(nullptr);
             lock.lock();
-            done_ = std::max(done_, upTo);
+            done_ = upTo;
+            overdue_ = false;
             changed_.notify_all();
         }
     }
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    pid_t owner_ = 0;
+    const pid_t process_ = getpid();
+    bool running_ = false;
+    bool overdue_ = false; ///< a reader is in the thread's way
     uint64_t asked_ = 0;
     uint64_t done_ = 0;
 };

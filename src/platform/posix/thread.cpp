@@ -12,6 +12,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include "platform/posix/thread_end.h"
 #include "platform/posix/thread_life.h"
 
 namespace brisolt::thread {
@@ -84,6 +85,10 @@ bool start(void (*function)(void*), void* argument, const char* name) noexcept {
         return false;
     (void)start.release();
     return true;
+}
+
+void atEnd(void (*function)(void*), void* argument) noexcept {
+    atThreadEnd(function, argument);
 }
 
 uint32_t currentId() noexcept {

@@ -31,12 +31,16 @@ struct TtyDevice {
     int32_t descriptor = -1;
     std::string path;
     bool adopted = false;
+    bool isCopy = false;      ///< adopted: others may change how its descriptor waits
     bool wasBlocking = false; ///< adopted: what its descriptor was
     bool isPty = false;       ///< has neither a line nor an output queue of its own
     bool isMaster = false;    ///< its settings are those of the far end
     termios2 before{};        ///< opened: the settings to restore
 
     Signal cancelled;
+    Signal aborted;                     ///< a purge has ended the write that waits
+    std::atomic<uint32_t> aborts{0};    ///< how many have
+    std::atomic<uint32_t> abandoned{0}; ///< bytes that purges took out of the kernel's queue
     std::atomic<bool> hungUp{false};
     std::atomic<bool> hasModemLines{true};
     std::atomic<bool> countsErrors{true};
@@ -96,5 +100,6 @@ int32_t flush(void* device) noexcept;
 // ---- tty_wait.cpp
 int32_t read(void* device, void* buffer, int32_t count) noexcept;
 int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept;
+int32_t descriptor(void* device) noexcept;
 
 } // namespace brisolt::tty

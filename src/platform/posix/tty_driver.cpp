@@ -76,12 +76,28 @@ int32_t openTty(void*, const char* path, void** device, int32_t* handle) noexcep
     return -ENOMEM;
 }
 
+/// A descriptor of our own for the caller's tty, which he may close whenever he likes. Opened anew where that
+/// can be done and changes nothing: what a mere copy does about waiting is shared with the caller, his children
+/// and everybody else who has a copy, and any of them may change it under us. An open raises DTR.
+int32_t ownDescriptor(int32_t handle, bool& isCopy) {
+    int32_t number = 0;
+    int32_t lines = 0;
+    const bool master = ioctl(handle, TIOCGPTN, &number) == 0;
+    const bool dtrLow = ioctl(handle, TIOCMGET, &lines) == 0 && (lines & TIOCM_DTR) == 0;
+    int32_t own = -1;
+    if (isatty(handle) == 1 && !master && !dtrLow) {
+        const std::string path = "/proc/self/fd/" + std::to_string(handle);
+        own = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    }
+    isCopy = own < 0;
+    return isCopy ? fcntl(handle, F_DUPFD_CLOEXEC, 0) : own;
+}
+
 int32_t adoptTty(void*, int32_t handle, void** device) noexcept try {
     auto tty = std::make_unique<TtyDevice>();
     tty->path = "handle " + std::to_string(handle);
     tty->adopted = true;
-    // A descriptor of our own: the caller may close his whenever he likes.
-    tty->descriptor = handle < 0 ? -1 : fcntl(handle, F_DUPFD_CLOEXEC, 0);
+    tty->descriptor = handle < 0 ? -1 : ownDescriptor(handle, tty->isCopy);
     if (tty->descriptor < 0) {
         const int32_t error = handle < 0 ? EBADF : errno;
         return refuse("cannot take over " + tty->path + ": " + std::strerror(error), error);
@@ -90,7 +106,7 @@ int32_t adoptTty(void*, int32_t handle, void** device) noexcept try {
         ::close(tty->descriptor);
         return refuse("cannot take over " + tty->path + ": it is not a serial device", ENOTTY);
     }
-    const int32_t flags = fcntl(tty->descriptor, F_GETFL);
+    const int32_t flags = fcntl(tty->descriptor, F_GETFL); // an own one never waits
     tty->wasBlocking = (flags & O_NONBLOCK) == 0;
     if (tty->wasBlocking)
         fcntl(tty->descriptor, F_SETFL, flags | O_NONBLOCK);
@@ -180,6 +196,7 @@ const ComHostDriver& tty() noexcept {
         record.flush = tty::flush;
         record.wait = tty::wait;
         record.cancel = tty::cancel;
+        record.descriptor = tty::descriptor;
         return record;
     }();
     return driver;

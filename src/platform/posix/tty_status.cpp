@@ -130,12 +130,20 @@ int32_t status(void* device, uint32_t wanted, ComHostStatus* status) noexcept {
 
 /// What was written to a pty is with the far end already; the kernel's discard would take it away there.
 int32_t purge(void* device, uint32_t what) noexcept {
-    const TtyDevice& tty = of(device);
+    TtyDevice& tty = of(device);
     const bool input = (what & COM_HOST_PURGE_RX) != 0;
     const bool output = (what & COM_HOST_PURGE_TX) != 0 && !tty.isPty;
-    if (!input && !output)
-        return 1;
-    return request(tty, TCFLSH, input && output ? TCIOFLUSH : input ? TCIFLUSH : TCOFLUSH);
+    uint32_t queued = 0;
+    if (output && askQueue(tty, TIOCOUTQ, queued) > 0)
+        tty.abandoned += queued;
+    int32_t result = 1;
+    if (input || output)
+        result = request(tty, TCFLSH, input && output ? TCIOFLUSH : input ? TCIFLUSH : TCOFLUSH);
+    if ((what & COM_HOST_PURGE_TX_ABORT) != 0) {
+        ++tty.aborts;
+        tty.aborted.set();
+    }
+    return result;
 }
 
 void holdPeerOff(TtyDevice& tty) noexcept {

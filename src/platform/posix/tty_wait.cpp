@@ -112,6 +112,8 @@ int32_t MarkFilter::undo(uint8_t* bytes, int32_t count, uint8_t errorChar) noexc
 
 int32_t read(void* device, void* buffer, int32_t count) noexcept {
     TtyDevice& tty = of(device);
+    if (tty.isCopy && (look(tty, COM_HOST_WAIT_READ) & POLLIN) == 0)
+        return 0; // it might wait
     const ssize_t result = ::read(tty.descriptor, buffer, static_cast<std::size_t>(count));
     if (result < 0) {
         if (isGone(errno))
@@ -127,6 +129,11 @@ int32_t read(void* device, void* buffer, int32_t count) noexcept {
         holdPeerOff(tty);
     const auto bytes = static_cast<int32_t>(result);
     return tty.filtersInput ? filter(tty, static_cast<uint8_t*>(buffer), bytes) : bytes;
+}
+
+int32_t descriptor(void* device) noexcept {
+    TtyDevice& tty = of(device);
+    return tty.hungUp ? -1 : tty.descriptor; // of a device that has gone away it would be readable always
 }
 
 int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept {

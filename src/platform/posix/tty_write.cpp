@@ -30,19 +30,35 @@ clock::Deadline writeDeadline(TtyDevice& tty, int32_t count) {
     return clock::Deadline::in(static_cast<uint32_t>(std::min<uint64_t>(limit, noLimit - 1)));
 }
 
+/// What the write that goes on has found when it began.
+struct Begun {
+    clock::Deadline deadline;
+    uint32_t aborts;
+    uint32_t abandoned;
+};
+
+/// Whether a purge has ended the write.
+bool wasAborted(TtyDevice& tty, const Begun& begun) {
+    if (tty.aborts != begun.aborts)
+        return true;
+    tty.aborted.clear(); // that of an earlier one
+    return tty.aborts != begun.aborts;
+}
+
 /// Sleeps a step, or until the tty takes bytes if `forRoom`, unless the write is over before that.
-int32_t pause(TtyDevice& tty, const clock::Deadline& deadline, bool forRoom, int32_t step) {
-    const int32_t left = deadline.realMillisecondsLeft();
+int32_t pause(TtyDevice& tty, const Begun& begun, bool forRoom, int32_t step) {
+    const int32_t left = begun.deadline.realMillisecondsLeft();
     const int32_t length = step == noStep ? left : left < 0 ? step : std::min(left, step);
-    std::array<pollfd, 2> set{
-        {{tty.cancelled.descriptor(), POLLIN, 0}, {forRoom ? tty.descriptor : -1, POLLOUT, 0}}};
+    std::array<pollfd, 3> set{{{tty.cancelled.descriptor(), POLLIN, 0},
+                               {forRoom ? tty.descriptor : -1, POLLOUT, 0},
+                               {tty.aborted.descriptor(), POLLIN, 0}}};
     const int32_t happened = poll(set.data(), set.size(), length);
-    if (set[0].revents != 0)
+    if (set[0].revents != 0 || wasAborted(tty, begun))
         return ECANCELED;
     if (happened > 0 && (set[1].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0 &&
         (set[1].revents & POLLOUT) == 0)
         return EIO; // full, and nobody is left to empty it
-    return deadline.passed() ? timeOver : goOn;
+    return begun.deadline.passed() ? timeOver : goOn;
 }
 
 /// One write call. Bytes taken, or a negative error number; 0: there is no room.
@@ -58,20 +74,19 @@ int32_t writeOnce(TtyDevice& tty, const uint8_t* bytes, int32_t count) {
 }
 
 /// Hands bytes to the kernel until it has them all or the write is over. How many it took.
-int32_t handOver(TtyDevice& tty, const uint8_t* bytes, int32_t count, const clock::Deadline& deadline,
-                 int32_t& outcome) {
+int32_t handOver(TtyDevice& tty, const uint8_t* bytes, int32_t count, const Begun& begun, int32_t& outcome) {
     int32_t handed = 0;
     outcome = goOn;
     while (handed < count && outcome == goOn) {
         if (heldByDsr(tty)) {
-            outcome = pause(tty, deadline, false, dsrStep);
+            outcome = pause(tty, begun, false, dsrStep);
             continue;
         }
         const int32_t taken = writeOnce(tty, bytes + handed, count - handed);
         if (taken < 0)
             outcome = -taken;
         else if (taken == 0)
-            outcome = pause(tty, deadline, true, noStep);
+            outcome = pause(tty, begun, true, noStep);
         else
             handed += taken;
     }
@@ -98,40 +113,46 @@ bool transmitterEmpty(TtyDevice& tty) {
 }
 
 /// Waits until the line has taken everything; goOn when it has.
-int32_t drain(TtyDevice& tty, const clock::Deadline& deadline) {
+int32_t drain(TtyDevice& tty, const Begun& begun) {
     while (true) {
         const int32_t queued = queuedOutput(tty);
         if (queued < 0)
             return -queued;
         if (queued == 0 && transmitterEmpty(tty))
-            return goOn;
+            return tty.aborts == begun.aborts ? goOn : ECANCELED;
         constexpr uint64_t bitsPerByte = 10;
         const uint64_t estimate = static_cast<uint64_t>(queued) * bitsPerByte * 1000 / tty.bitRate;
         const auto step = static_cast<int32_t>(std::clamp<uint64_t>(estimate, 1, 20));
-        if (const int32_t outcome = pause(tty, deadline, false, step); outcome != goOn)
+        if (const int32_t outcome = pause(tty, begun, false, step); outcome != goOn)
             return outcome;
     }
 }
 
-/// Takes back what has not left. How much of a write of `handed` bytes that is.
-int32_t takeBack(const TtyDevice& tty, int32_t handed) {
+/// Takes back what has not left. How much of a write of `handed` bytes that is, purges of others included.
+int32_t takeBack(const TtyDevice& tty, int32_t handed, const Begun& begun) {
     const int32_t queued = queuedOutput(tty);
-    if (queued == 0)
-        return 0;
-    ioctl(tty.descriptor, TCFLSH, TCOFLUSH);
-    return queued < 0 ? handed : std::min(queued, handed);
+    if (queued != 0)
+        ioctl(tty.descriptor, TCFLSH, TCOFLUSH);
+    if (queued < 0)
+        return handed;
+    const uint64_t lost = uint64_t{tty.abandoned - begun.abandoned} + static_cast<uint64_t>(queued);
+    return static_cast<int32_t>(std::min<uint64_t>(lost, static_cast<uint64_t>(handed)));
+}
+
+Begun begin(TtyDevice& tty, int32_t count) {
+    return {writeDeadline(tty, count), tty.aborts, tty.abandoned};
 }
 
 int32_t writeComplete(TtyDevice& tty, const uint8_t* bytes, int32_t count, int32_t& error) {
-    const clock::Deadline deadline = writeDeadline(tty, count);
+    const Begun begun = begin(tty, count);
     int32_t outcome = goOn;
-    const int32_t handed = handOver(tty, bytes, count, deadline, outcome);
+    const int32_t handed = handOver(tty, bytes, count, begun, outcome);
     if (outcome == goOn)
-        outcome = drain(tty, deadline);
+        outcome = drain(tty, begun);
     if (outcome == goOn)
         return count;
     error = outcome == timeOver ? ETIMEDOUT : outcome;
-    return handed - takeBack(tty, handed);
+    return handed - takeBack(tty, handed, begun);
 }
 
 } // namespace
@@ -165,7 +186,7 @@ int32_t write(void* device, const void* buffer, int32_t count, uint32_t how, int
 
 int32_t flush(void* device) noexcept {
     TtyDevice& tty = of(device);
-    const int32_t outcome = drain(tty, writeDeadline(tty, 0));
+    const int32_t outcome = drain(tty, begin(tty, 0));
     return outcome == goOn ? 1 : outcome == timeOver ? -ETIMEDOUT : -outcome;
 }
 
