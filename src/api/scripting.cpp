@@ -3,6 +3,7 @@
 
 #include "api/border.h"
 #include "api/brisolt/scripting.h"
+#include "port/waits.h"
 #include "script/peek.h"
 #include "script/stimulus.h"
 #include "script/stimulus_lists.h"
@@ -85,6 +86,7 @@ BRISOLT_EXPORT int32_t ComStimulusArray(int32_t port, const char* const* stimuli
                                         int32_t seconds) {
     StimulusList list{stimuli, responses, std::max(count, 0)};
     return onPort(port, -1, [&](Port& open) {
+        clearCancel(open);
         return complete(list) ? stimulusArray(open, list, maximum, seconds) : -1;
     });
 }

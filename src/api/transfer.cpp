@@ -3,6 +3,7 @@
 
 #include "api/border.h"
 #include "api/brisolt/transfer.h"
+#include "port/waits.h"
 #include "transfer/text_receive.h"
 #include "transfer/text_send.h"
 #include "transfer/transfer_thread.h"
@@ -46,8 +47,6 @@ int32_t abortTransfer(int32_t port) noexcept {
 }
 
 int32_t startThread(int32_t port, Direction direction, const char* name) noexcept {
-    if (noName(name))
-        return -1;
     return onPort(port, -1, [=](Port& open) { return transferOnThread(open, direction, name); });
 }
 
@@ -62,9 +61,11 @@ BRISOLT_EXPORT int32_t ComSendA(int32_t port, const char* name) {
 }
 BRISOLT_EXPORT int32_t ComRecvA(int32_t port, const char* name, int32_t escape, int32_t endChar,
                                 int32_t timeout) {
-    if (escape < 1 || endChar < 0 || timeout < 1 || noName(name))
-        return -1;
-    return onPort(port, -1, [=](Port& open) { return receiveFile(open, name, escape, endChar, timeout); });
+    bool complete = escape > 0 && endChar >= 0 && timeout > 0 && !noName(name);
+    return onPort(port, -1, [=](Port& open) {
+        clearCancel(open);
+        return complete ? receiveFile(open, name, escape, endChar, timeout) : -1;
+    });
 }
 
 // ---- step by step
@@ -123,9 +124,9 @@ BRISOLT_EXPORT int32_t ComA_Thread_Abort(int32_t port) {
 // ---- beside them
 
 BRISOLT_EXPORT int32_t ComRead_ASCII(int32_t port, char* buffer, int32_t count) {
-    if (buffer == nullptr || count < 0)
+    if (buffer == nullptr)
         return 0;
-    int32_t kept = onPort(port, 0, [=](Port& open) { return readText(open, buffer, count); });
+    int32_t kept = count < 1 ? 0 : onPort(port, 0, [=](Port& open) { return readText(open, buffer, count); });
     if (kept == 0)
         *buffer = 0;
     return kept;

@@ -20,13 +20,13 @@ constexpr std::size_t maximumOf(std::size_t field) {
 int32_t Database::open(const char* path) noexcept {
     if (!file::Reader(path, file::Sharing::all))
         return -2;
+    close(); // from here on a failure leaves nothing open
     file::Reader file(path, file::Sharing::readOnly);
     if (!file)
         return -3;
     auto* block = static_cast<char*>(memory::allocateSmall(blockSize));
     if (block == nullptr)
         return -4;
-    close();
     file_.emplace(std::move(file));
     block_ = block;
     return 1;

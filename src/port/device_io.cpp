@@ -10,6 +10,15 @@ namespace {
 
 constexpr auto timeOver = static_cast<int32_t>(std::errc::timed_out);
 
+/// A device that has no room, or whose queue was thrown away, may take the next block; others will not.
+void noteRefusal(Port& port, int32_t taken, int32_t error) noexcept {
+    constexpr auto thrownAway = static_cast<int32_t>(std::errc::operation_canceled);
+    if (taken > 0)
+        port.writeRefused = 0;
+    else if (error != 0 && error != timeOver && error != thrownAway)
+        port.writeRefused = 1;
+}
+
 constexpr int32_t all(std::span<const uint8_t> bytes) {
     return static_cast<int32_t>(bytes.size());
 }
@@ -54,6 +63,7 @@ int32_t deviceWrite(Port& port, std::span<const uint8_t> block) noexcept {
 int32_t writeBlock(Port& port, std::span<const uint8_t> block, int32_t room) noexcept {
     int32_t error = 0;
     int32_t written = port.device.write(block.data(), all(block), COM_HOST_WRITE_COMPLETE, error);
+    noteRefusal(port, written, error);
     if (error != 0 && error != timeOver) {
         trace(port, "Write error: %u", static_cast<uint32_t>(error));
         statusRead(port);
@@ -73,6 +83,7 @@ int32_t writeNow(Port& port, std::span<const uint8_t> bytes) noexcept {
         return 0;
     int32_t error = 0;
     int32_t taken = port.device.write(bytes.data(), all(bytes), COM_HOST_WRITE_NOW, error);
+    noteRefusal(port, taken, error);
     if (error != 0)
         trace(port, "Write error: %u", static_cast<uint32_t>(error));
     if (tracing(port) && taken > 0) {

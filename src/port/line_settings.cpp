@@ -25,10 +25,6 @@ void holdLine(Port& port, uint32_t milliseconds) {
         pause(port, milliseconds - passed);
 }
 
-uint32_t lengthOf(int32_t hundredths) noexcept {
-    return static_cast<uint32_t>(std::clamp<int64_t>(int64_t{hundredths} * 10 + 1, 0, UINT32_MAX));
-}
-
 /// Changes the copy of the line state and hands the device all of it, in one go: of two threads that change
 /// different settings at once neither undoes what the other has done.
 template <class Change> int32_t applyLine(Port& port, Change change) {
@@ -97,8 +93,9 @@ int32_t sendBreak(Port& port) {
         return function(port.number);
     if (setBreak(port, true) < 0)
         return -1;
-    holdLine(port, lengthOf(port.record->breakTime));
-    return setBreak(port, false);
+    holdLine(port, pauseLength(port.record->breakTime));
+    int32_t result = setBreak(port, false);
+    return port.ending() ? -1 : result;
 }
 
 int32_t pulseDtr(Port& port) {
@@ -109,9 +106,10 @@ int32_t pulseDtr(Port& port) {
     if (!port.hasDevice())
         return -1;
     port.device.line(COM_HOST_LINE_CLEAR_DTR);
-    holdLine(port, lengthOf(port.record->dtrPulseTime));
-    if (!port.ending()) // a close leaves DTR low
-        port.device.line(COM_HOST_LINE_SET_DTR);
+    holdLine(port, pauseLength(port.record->dtrPulseTime));
+    if (port.ending())
+        return -1; // a close leaves DTR low
+    port.device.line(COM_HOST_LINE_SET_DTR);
     return 1;
 }
 

@@ -70,6 +70,7 @@ struct Port {
     SharedWatch receiving;                 ///< for bytes that come
     SharedWatch sending;                   ///< for room for what a lossless port has queued
     std::atomic<int32_t> staged{0};        ///< bytes that have left the ring and are about to be written
+    std::atomic<int32_t> writeRefused{0};  ///< the device has failed to write; no byte was taken since
     std::atomic<int32_t> sendingFull{0};   ///< the device took less than offered; no room was seen since
 
     std::atomic<uint32_t> attendedBy{0}; ///< the thread that watches for bytes while it waits for messages

@@ -44,6 +44,7 @@ void reset(Port& port, int32_t number) noexcept {
         watch->begun = 0;
     }
     port.staged = 0;
+    port.writeRefused = 0;
     port.sendingFull = 0;
     port.attendedBy = 0;
     port.untold = 0;

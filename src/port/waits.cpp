@@ -203,6 +203,11 @@ int32_t sleepMilliseconds(Port& port, int64_t milliseconds) {
         [&port] { return checkEscape(port, port.record->escapeChar) == 1; });
 }
 
+uint32_t pauseLength(int32_t hundredths) noexcept {
+    constexpr int64_t longest = UINT32_MAX - 1; // all ones would be no limit
+    return static_cast<uint32_t>(std::clamp<int64_t>(int64_t{hundredths} * 10 + 1, 1, longest));
+}
+
 void pause(Port& port, uint32_t milliseconds) {
     waitUntil(port, clock::Deadline::in(milliseconds), never, never);
 }

@@ -35,6 +35,9 @@ int32_t pumpMessages();
 /// ComSleep and ComSleepMS.
 int32_t sleepMilliseconds(Port& port, int64_t milliseconds);
 
+/// The length of a pause given in hundredths of a second: the tick counter moves on after it, even when it
+/// is none. Less than none is none.
+uint32_t pauseLength(int32_t hundredths) noexcept;
 /// A plain pause that only the port's close ends.
 void pause(Port& port, uint32_t milliseconds);
 /// A pause that lets messages through. 1 time over, -1 quit requested or port closed.

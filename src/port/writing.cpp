@@ -102,6 +102,11 @@ int32_t write(Port& port, void* buffer, int32_t count) {
     return port.lossless != 0 ? writeLossless(port, bytes) : writeDefault(port, bytes);
 }
 
+void forgetRefusal(Port& port) noexcept {
+    if (port.tx.empty())
+        port.writeRefused = 0;
+}
+
 int32_t writeByte(Port& port, int32_t value) {
     auto byte = static_cast<uint8_t>(value & 0xFF);
     return write(port, &byte, 1);

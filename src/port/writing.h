@@ -16,4 +16,7 @@ int32_t writeString(Port& port, const char* string);
 /// ComOutBufStatus.
 int32_t bytesUnsent(Port& port);
 
+/// The device may take bytes again, for all we know; not while some are queued that it has refused.
+void forgetRefusal(Port& port) noexcept;
+
 } // namespace brisolt

@@ -197,21 +197,21 @@ int32_t stimulusFast(Port& port, const char* awaited, const char* response, int3
 
 int32_t stimulusImmediate(Port& port, const char* awaited, const char* response, int32_t maximum) {
     char text[longestText + 1] = {};
-    int32_t most = std::min({bytesWaiting(port), maximum, longestText});
+    int32_t waiting = bytesWaiting(port);
+    int32_t most = std::min({waiting, maximum, longestText});
     int32_t got = most < 1 ? 0 : std::clamp(read(port, text, most), 0, most);
     std::replace(text, text + got, '\0', ' ');
     {
         HeldLock lock(port);
         std::memcpy(port.workArea->matchBuf, text, sizeof text);
     }
-    if (got < 1 || std::strstr(text, awaited) == nullptr)
+    if (waiting < 1 || std::strstr(text, awaited) == nullptr)
         return 2;
     writeString(port, response);
     return 1;
 }
 
 int32_t stimulusArray(Port& port, const StimulusList& list, int32_t maximum, int32_t seconds) {
-    clearCancel(port);
     return await(port, list, maximum, milliseconds(seconds, 100), array);
 }
 

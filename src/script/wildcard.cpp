@@ -88,10 +88,9 @@ private:
     bool repetition() noexcept {
         if (seenLiteral_)
             search_.wild = true;
-        if (!atEnd() && *s_ == *p_) {
+        for (; !atEnd() && *s_ == *p_; ++s_) {
             seenLiteral_ = true;
-            for (++s_; !atEnd() && *s_ == *p_; ++s_)
-                search_.wild = true;
+            search_.wild = true;
         }
         p_ += 2;
         return true;

@@ -1,6 +1,6 @@
 // Search for a pattern with wildcards in a zero-terminated text.
 //
-//     ?    any one byte            x*   any number of x, as many as there are
+//     ?    any one byte            x*   any number of x, as many as there are, none included
 //     ?*   what follows, further on in the text
 //
 // Everything else stands for itself; a * at the start, or behind ?*, too. It is a simple matcher that never

@@ -24,9 +24,7 @@ int32_t receiveInto(Port& port, TextTarget& target, int32_t escape, int32_t endC
     for (;;) {
         uint32_t seen = port.events.count();
         bool escaped = checkEscape(port, escape) == 1;
-        if (port.ending())
-            return broken;
-        if (escaped || cancelled(port))
+        if (escaped || cancelled(port) || port.ending())
             return stoppedByUser;
         int32_t byte = readByte(port);
         if (byte < 0) {
@@ -52,7 +50,6 @@ bool isText(char character) noexcept {
 } // namespace
 
 int32_t receiveFile(Port& port, const char* name, int32_t escape, int32_t endChar, int32_t seconds) {
-    clearCancel(port);
     int32_t result = broken;
     {
         TextTarget target(name);

@@ -37,6 +37,8 @@ bool sendByte(Port& port, int32_t byte) {
         if (stopped(port))
             return false;
         int32_t taken = writeByte(port, byte);
+        if (port.writeRefused != 0)
+            return false;
         if (taken != 0)
             return taken > 0;
         sleepOnPort(port, seen, {}, clock::Deadline::in(roomPace));
@@ -59,7 +61,7 @@ bool sendShaped(Port& port, int32_t byte, int32_t previous) {
 void discardReceived(Port& port) {
     std::array<uint8_t, 256> waste;
     constexpr auto most = static_cast<int32_t>(waste.size());
-    while (!stopped(port) && read(port, waste.data(), most) == most) {
+    while (!stopped(port) && read(port, waste.data(), most) > 0) {
     }
 }
 
@@ -70,6 +72,7 @@ int32_t sendFile(Port& port, const char* name) {
     TextSource source(name);
     if (!source)
         return -1;
+    forgetRefusal(port);
     int32_t previous = 0;
     int32_t byte = source.next();
     for (; byte >= 0; byte = source.next()) {

@@ -27,7 +27,7 @@ bool lineIsBehind(Port& port) {
 }
 
 /// Waits a moment for the line to catch up. False: the escape came.
-bool awaitRoom(Port& port, const TextTransfer& transfer) {
+bool awaitLine(Port& port, const TextTransfer& transfer) {
     return waitInStep(port, transfer, backlogWait, Messages::handled,
                       [&port] { return !lineIsBehind(port); });
 }
@@ -72,7 +72,7 @@ bool pauseAfterByte(Port& port, const TextTransfer& transfer, int32_t& waitsLeft
         return true;
     }
     --waitsLeft;
-    return awaitRoom(port, transfer);
+    return awaitLine(port, transfer);
 }
 
 Chunk fillChunk(Port& port, TextTransfer& transfer) {
@@ -90,13 +90,16 @@ Chunk fillChunk(Port& port, TextTransfer& transfer) {
         bool escaped = !pauseAfterByte(port, transfer, waitsLeft);
         if (gone(port, transfer))
             return Chunk::gone;
-        if (!escaped && chunk == Chunk::full)
+        bool lastOfStep = chunk == Chunk::full && transfer.sendChunkSize > 1;
+        if (!escaped && lastOfStep)
             return Chunk::full;
         escaped = escaped || checkEscape(port, port.record->escapeChar) == 1;
         if (gone(port, transfer)) // what a message led to may have ended it
             return Chunk::gone;
         if (escaped)
             return Chunk::escaped;
+        if (chunk == Chunk::full) // of a byte: without the look above it would never be escaped
+            return Chunk::full;
     }
 }
 
@@ -117,9 +120,10 @@ bool makeChunk(Port& port, TextTransfer& transfer) {
     return true;
 }
 
-/// Offers the port what it has not taken of the chunk yet. False: it takes none any more.
-bool queueChunk(Port& port, TextTransfer& transfer) {
-    int32_t rest = transfer.transferCount - transfer.sent;
+/// Offers the port the bytes of the chunk up to an end, as far as it has not taken them yet. False: it takes
+/// none any more.
+bool queueUpTo(Port& port, TextTransfer& transfer, int32_t end) {
+    int32_t rest = end - transfer.sent;
     if (rest < 1)
         return true;
     // A scrambled port changes all the bytes it is offered, also those that it does not take.
@@ -127,7 +131,15 @@ bool queueChunk(Port& port, TextTransfer& transfer) {
     std::copy_n(transfer.block.begin() + transfer.sent, rest, copy.begin());
     int32_t taken = write(port, copy.data(), rest);
     transfer.sent += std::clamp(taken, 0, rest);
-    return taken >= 0;
+    return taken >= 0 && port.writeRefused == 0;
+}
+
+/// What the port has not taken of the chunk yet; the end marker goes by itself.
+bool queueChunk(Port& port, TextTransfer& transfer) {
+    int32_t text = transfer.transferCount - (transfer.ending ? 1 : 0);
+    if (transfer.sent < text && !queueUpTo(port, transfer, text))
+        return false;
+    return transfer.sent < text || queueUpTo(port, transfer, transfer.transferCount);
 }
 
 int32_t finish(Port& port, TextTransfer& transfer) {
@@ -140,7 +152,9 @@ int32_t finish(Port& port, TextTransfer& transfer) {
 /// The port has room for a part of the chunk only: the next step goes on with the rest. An escape makes the
 /// chunk the last one, a second escape gives it up.
 int32_t leaveRest(Port& port, TextTransfer& transfer) {
-    bool escaped = !awaitRoom(port, transfer);
+    int32_t unsent = bytesUnsent(port);
+    bool escaped = !waitInStep(port, transfer, backlogWait, Messages::handled,
+                               [&port, unsent] { return bytesUnsent(port) < unsent; });
     if (escaped && transfer.ending && !gone(port, transfer))
         return finish(port, transfer);
     if (escaped && !transfer.ending)
@@ -156,6 +170,7 @@ bool startSend(Port& port, TextTransfer& transfer, const char* name, int32_t chu
         takeOut(port, transfer, progress::failed);
         return false;
     }
+    forgetRefusal(port);
     transfer.sendChunkSize = std::min(chunkSize, TextTransfer::largestChunk);
     return beginSteps(port, transfer, CarrierLoss::sending);
 }

@@ -22,7 +22,8 @@ int32_t makeStep(Port& port, TextTransfer& transfer) {
         return stepFailed;
     int32_t result = transfer.direction == TextTransfer::Direction::send ? sendStep(port, transfer)
                                                                          : receiveStep(port, transfer);
-    return result == stepGoesOn && gone(port, transfer) ? stepFailed : result;
+    bool cutShort = result == stepGoesOn ? gone(port, transfer) : port.ending();
+    return cutShort ? stepFailed : result;
 }
 
 } // namespace
@@ -76,7 +77,7 @@ bool takeOut(Port& port, TextTransfer& transfer, uint32_t outcome) {
 
 int32_t nextStep(Port& port, TextTransfer& transfer) {
     if (transfer.inStep.exchange(1) != 0)
-        return stepGoesOn;
+        return gone(port, transfer) ? stepFailed : stepGoesOn; // whoever ends a transfer keeps the turn
     int32_t result = stepFailed;
     try {
         result = makeStep(port, transfer);
@@ -109,11 +110,6 @@ int32_t endEarly(Port& port) {
         transfer = port.transfer;
     }
     return endEarly(port, std::move(transfer));
-}
-
-uint32_t pauseLength(int32_t hundredths) noexcept {
-    constexpr int64_t longest = UINT32_MAX - 1; // all ones would be no limit
-    return static_cast<uint32_t>(std::clamp<int64_t>(int64_t{hundredths} * 10 + 1, 1, longest));
 }
 
 } // namespace brisolt

@@ -114,10 +114,6 @@ int32_t endEarly(Port& port, std::shared_ptr<TextTransfer> transfer);
 /// The same for whatever transfer the port has.
 int32_t endEarly(Port& port);
 
-/// The length of a pause given in hundredths of a second: the tick counter moves on after it, even when it
-/// is none. Less than none is none.
-uint32_t pauseLength(int32_t hundredths) noexcept;
-
 inline bool gone(const Port& port, const TextTransfer& transfer) noexcept {
     return transfer.over != 0 || port.ending();
 }

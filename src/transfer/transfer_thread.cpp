@@ -69,6 +69,14 @@ bool startThread(Port& port, std::shared_ptr<TextTransfer> transfer) {
     return true;
 }
 
+/// A file of no name cannot be opened.
+bool start(Port& port, TextTransfer& transfer, const char* name) {
+    if (name == nullptr || *name == 0)
+        return false;
+    return transfer.direction == TextTransfer::Direction::send ? startSend(port, transfer, name, chunkSize)
+                                                               : startReceive(port, transfer, name, endChar);
+}
+
 } // namespace
 
 int32_t transferOnThread(Port& port, TextTransfer::Direction direction, const char* name) {
@@ -80,12 +88,10 @@ int32_t transferOnThread(Port& port, TextTransfer::Direction direction, const ch
     // From here on it is the thread's outcome that is told, whoever ends the transfer.
     transfer->threaded = 1;
     transfer->asciiThreadRun = 1;
-    bool ready = direction == TextTransfer::Direction::send ? startSend(port, *transfer, name, chunkSize)
-                                                            : startReceive(port, *transfer, name, endChar);
-    if (!ready)
-        return -1;
-    if (startThread(port, transfer))
-        return 1;
+    if (start(port, *transfer, name)) {
+        if (startThread(port, transfer))
+            return 1;
+    }
     takeOut(port, *transfer, progress::failed);
     return -1;
 }

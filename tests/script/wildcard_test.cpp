@@ -43,8 +43,10 @@ struct Plain {
                     wild = 1;
                 if (textAt(s) == patternAt(p)) {
                     seenLiteral = true;
-                    while (textAt(++s) == patternAt(p))
+                    while (textAt(s) == patternAt(p)) {
                         wild = 1;
+                        ++s;
+                    }
                 }
                 p += 2;
             } else {

@@ -28,6 +28,20 @@ struct LineEnds {
     int32_t uncounted; ///< carriage returns that the call in one piece does not count
 };
 
+TEST_F(TextSend, APeerThatHasGoneIsAFailure) {
+    for (const bool lossless : {true, false}) {
+        Pty gone;
+        const QuickPort port(number, gone.slavePath());
+        ComHostSetLossless(port, lossless ? 1 : 0);
+        const std::string path = files.make("text", pattern(200000));
+        gone.close();
+        EXPECT_EQ(ComSendA(port, path.c_str()), -1);
+        EXPECT_EQ(send(port, path, 1000).result, -1);
+        ASSERT_EQ(ComSA_Thread(port, path.c_str()), 1);
+        EXPECT_TRUE(eventually([&] { return ComGetFileCompletionState(port) == 10002; }));
+    }
+}
+
 TEST_F(TextSend, LineEndsAreShapedAlikeInBothStyles) {
     const std::string every = pattern(3000); // all byte values
     const std::vector<LineEnds> cases{

@@ -115,6 +115,18 @@ TEST_F(TransferThread, AnAbortEndsASendAndLeavesAReceiveOpen) {
     EXPECT_EQ(ComGetFileCompletionState(port), running);
 }
 
+TEST_F(TransferThread, AnAbortedOneLetsGoOfThePort) {
+    const std::string path = files.make("text", std::string(100000, 'x'));
+    for (const bool sending : {true, false}) {
+        const QuickPort port(number, "null-modem:let-go"); // a third end would be refused
+        const QuickPort far(farNumber, "null-modem:let-go");
+        ASSERT_EQ(sending ? ComSA_Thread(port, path.c_str()) : ComRA_Thread(port, files.path("in").c_str()),
+                  1);
+        EXPECT_EQ(ComRA_Abort(port), 1);
+    }
+    EXPECT_EQ(ComRA_Thread(number, ""), -1);
+}
+
 TEST_F(TransferThread, ACloseInTheMiddleEndsIt) {
     const std::string path = files.make("text", std::string(100000, 'x'));
     for (const bool sending : {true, false}) {

@@ -32,7 +32,7 @@ int32_t ComBreak(int32_t port);
 int32_t ComSetBreak_ON(int32_t port);
 int32_t ComSetBreak_OFF(int32_t port);
 /* Lowers DTR for the port's DTR time (hundredths of a second) and raises it again. 1; -1 also when the
- * port number in the port's parameters is 0. */
+ * port number in the port's parameters is below 1, or when the port is closed meanwhile. */
 int32_t ComDTR(int32_t port);
 
 /* ---- Line status --------------------------------------------------------------------------------- */

@@ -31,9 +31,9 @@ int32_t ComSendA(int32_t port, const char *name);
 
 /* Receives a file until the byte `endChar` (not stored; one above 255 never comes). `timeout`: seconds
  * without a byte. Lets messages through whatever yield is, and looks for the character `escape` (its low 8
- * bits) among them, not in what is received. 1 escape, quit requested or cancelled (ComCancel); 2 end
- * character; 3 time-out: after these three received data is discarded as by ComFlush. -1 bad or closed
- * port, also when closed meanwhile, escape below 1, endChar below 0, timeout below 1, no name, file not to
+ * bits) among them, not in what is received. 1 escape, quit requested, cancelled (ComCancel) or the port
+ * closed meanwhile; 2 end character; 3 time-out: after these three received data is discarded as by
+ * ComFlush. -1 bad or closed port, escape below 1, endChar below 0, timeout below 1, no name, file not to
  * be created, or not all could be written (the disk is full). */
 int32_t ComRecvA(int32_t port, const char *name, int32_t escape, int32_t endChar, int32_t timeout);
 
@@ -99,8 +99,9 @@ int32_t ComRA_Abort(int32_t port);
  * Begin a transfer whose steps a thread makes, one every 25 ms: a send in chunks of 25 bytes, a receive up
  * to the byte 26. The outcome is told in the progress record (ComGetFileCompletionState): 10000 while it
  * runs, then 10001 finished (a step gave 1, 2 or 3) or 10002 failed or stopped. Sets the carrier-loss
- * protocol to 201. 1; -1 bad or closed port, no name, a port in direct mode, or a transfer is open already:
- * nothing is changed then; and -1 with 10002: the file cannot be opened or the host has no thread. The port
+ * protocol to 201. 1; -1 bad or closed port, a port in direct mode, or a transfer is open already:
+ * nothing is changed then; and -1 with 10002: no name, a file that cannot be opened, or the host has no
+ * thread. The port
  * may be closed at any time, the thread ends with it.
  */
 int32_t ComSA_Thread(int32_t port, const char *name);
@@ -113,8 +114,8 @@ int32_t ComA_Thread_Abort(int32_t port);
 
 /* Takes up to `count` waiting bytes as ComRead does and keeps the text of them: 32 to 126, line feed and
  * carriage return. The buffer holds count + 1 bytes and is terminated behind what was kept; what lies
- * behind that is undefined. Characters kept; 0 also for a bad or closed port (the buffer is an empty string
- * then), null or a count below 0 (the buffer is left alone). */
+ * behind that is undefined. Characters kept; 0 also for a bad or closed port or a count below 1 (the buffer is
+ * an empty string then), and for null. */
 int32_t ComRead_ASCII(int32_t port, char *buffer, int32_t count);
 /* A file's size in bytes, 2147483647 for larger ones; -1 null, no name or a file that cannot be opened. */
 int32_t ComSizeA(const char *name);
