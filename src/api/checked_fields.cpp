@@ -1,0 +1,102 @@
+// Single fields of a port's parameters. Each setter changes its field alone, so that of two threads that
+// change different fields of a port neither undoes the other's change.
+#include <cstring>
+
+#include "api/border.h"
+#include "api/brisolt/checked.h"
+#include "modem/modem_commands.h"
+#include "params/parameter_records.h"
+
+using namespace brisolt;
+using modem::command;
+
+namespace {
+
+template <auto Field> int32_t numberOf(int32_t port) noexcept {
+    return onPort(port, -1, [](Port& open) { return (open.record->*Field).load(); });
+}
+
+/// Of the line's parameters: the framing goes to the device again.
+template <auto Field> int32_t setOfLine(int32_t port, int32_t value) noexcept {
+    return onPort(port, -1, [=](Port& open) { return setPortNumber(open, Field, value); });
+}
+
+/// Of the parameters that concern no device.
+template <auto Field> int32_t setPlain(int32_t port, int32_t value) noexcept {
+    return onPort(port, -1, [=](Port& open) {
+        open.record->*Field = value;
+        return 1;
+    });
+}
+
+template <auto Field> int32_t textOf(int32_t port, char* buffer) noexcept {
+    if (buffer == nullptr)
+        return -1;
+    return onPort(port, -1, [=](Port& open) {
+        modem::CommandText copy = modem::textOf(open, command<Field>);
+        std::memset(buffer, 0, command<Field>.size);
+        std::memcpy(buffer, copy.text, std::strlen(copy.text));
+        return 1;
+    });
+}
+
+template <auto Field> int32_t setText(int32_t port, const char* text) noexcept {
+    if (text == nullptr)
+        return -1;
+    return onPort(port, -1, [=](Port& open) {
+        modem::setText(open, command<Field>, text);
+        return 1;
+    });
+}
+
+} // namespace
+
+#define GETTER(getter, field)                      \
+    BRISOLT_EXPORT int32_t getter(int32_t port) {  \
+        return numberOf<&PortRecord::field>(port); \
+    }
+#define NUMBER(getter, setter, field, set)                       \
+    GETTER(getter, field)                                        \
+    BRISOLT_EXPORT int32_t setter(int32_t port, int32_t value) { \
+        return set<&PortRecord::field>(port, value);             \
+    }
+#define TEXT(getter, setter, field)                                 \
+    BRISOLT_EXPORT int32_t getter(int32_t port, char* buffer) {     \
+        return textOf<&PortRecord::field>(port, buffer);            \
+    }                                                               \
+    BRISOLT_EXPORT int32_t setter(int32_t port, const char* text) { \
+        return setText<&PortRecord::field>(port, text);             \
+    }
+
+NUMBER(CGetPortParmBaudrate, CSetPortParmBaud, baudRate, setOfLine)
+NUMBER(CGetPortParmParity, CSetPortParmParity, parityCode, setOfLine)
+NUMBER(CGetPortParmData_bits, CSetPortParmData_bits, dataBits, setOfLine)
+NUMBER(CGetPortParmStop_bits, CSetPortParmStop_bits, stopCode, setOfLine)
+NUMBER(CGetPortParmXflow, CSetPortParmXflow, xonXoff, setOfLine)
+GETTER(CGetPortParmIbuf, rxBufSize)
+GETTER(CGetPortParmObuf, txBufSize)
+NUMBER(CGetPortParmFlushTime, ComFlushTime, flushDelay, setOfLine)
+NUMBER(CGetPortParmBreakTime, CSetPortParmBreakTime, breakTime, setOfLine)
+NUMBER(CGetPortParmDTRTime, CSetPortParmDTRTime, dtrPulseTime, setOfLine)
+NUMBER(CGetPortParmYield, CSetPortParmYield, yield, setOfLine)
+
+NUMBER(CGetModemParmDialTime, CSetModemParmDialTime, dialTimeout, setPlain)
+TEXT(CGetModemParmDialStr, CSetModemParmDialStr, dialStr)
+TEXT(CGetModemInitStr, CSetModemInitStr, initStr)
+TEXT(CGetModemParmDiscStr, CSetModemParmDiscStr, discStr)
+TEXT(CGetModemParmResetStr, CSetModemParmResetStr, resetStr)
+TEXT(CGetModemParmSetAA, CSetModemParmSetAA, setAAStr)
+TEXT(CGetModemParmUnsetAA, CSetModemParmUnsetAA, unsetAAStr)
+TEXT(CGetModemParmCompression_ON, CSetModemParmCompression_ON, compressionOnStr)
+TEXT(CGetModemParmCompression_OFF, CSetModemParmCompression_OFF, compressionOffStr)
+TEXT(CGetModemParmFlowControl_OFF, CSetModemParmFlowControl_OFF, flowControlOffStr)
+TEXT(CGetModemParmFlowControl_HDWR, CSetModemParmFlowControl_HDWR, flowControlHdwrStr)
+TEXT(CGetModemParmFlowControl_SOFT, CSetModemParmFlowControl_SOFT, flowControlSoftStr)
+TEXT(CGetModemParmErrorControl_ON, CSetModemParmErrorControl_ON, errorControlOnStr)
+TEXT(CGetModemParmErrorControl_OFF, CSetModemParmErrorControl_OFF, errorControlOffStr)
+TEXT(CGetModemParmErrorControl_FORCED, CSetModemParmErrorControl_FORCED, errorControlForcedStr)
+
+NUMBER(CGetAsciiParmStripLF, CSetAsciiParmStripLF, stripLF, setPlain)
+NUMBER(CGetAsciiParmAddCR, CSetAsciiParmAddCR, addCR, setPlain)
+NUMBER(CGetAsciiParmCharDelay, CSetAsciiParmCharDelay, charDelay, setPlain)
+NUMBER(CGetAsciiParmLineDelay, CSetAsciiParmLineDelay, lineDelay, setPlain)
