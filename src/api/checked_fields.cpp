@@ -55,11 +55,16 @@ template <auto Field> int32_t setText(int32_t port, const char* text) noexcept {
     BRISOLT_EXPORT int32_t getter(int32_t port) {  \
         return numberOf<&PortRecord::field>(port); \
     }
-#define NUMBER(getter, setter, field, set)                       \
-    GETTER(getter, field)                                        \
+#define SETTER(setter, set)                                      \
     BRISOLT_EXPORT int32_t setter(int32_t port, int32_t value) { \
-        return set<&PortRecord::field>(port, value);             \
+        return set(port, value);                                 \
     }
+#define LINE(getter, setter, field) \
+    GETTER(getter, field)           \
+    SETTER(setter, setOfLine<&PortRecord::field>)
+#define PLAIN(getter, setter, field) \
+    GETTER(getter, field)            \
+    SETTER(setter, setPlain<&PortRecord::field>)
 #define TEXT(getter, setter, field)                                 \
     BRISOLT_EXPORT int32_t getter(int32_t port, char* buffer) {     \
         return textOf<&PortRecord::field>(port, buffer);            \
@@ -68,19 +73,19 @@ template <auto Field> int32_t setText(int32_t port, const char* text) noexcept {
         return setText<&PortRecord::field>(port, text);             \
     }
 
-NUMBER(CGetPortParmBaudrate, CSetPortParmBaud, baudRate, setOfLine)
-NUMBER(CGetPortParmParity, CSetPortParmParity, parityCode, setOfLine)
-NUMBER(CGetPortParmData_bits, CSetPortParmData_bits, dataBits, setOfLine)
-NUMBER(CGetPortParmStop_bits, CSetPortParmStop_bits, stopCode, setOfLine)
-NUMBER(CGetPortParmXflow, CSetPortParmXflow, xonXoff, setOfLine)
+LINE(CGetPortParmBaudrate, CSetPortParmBaud, baudRate)
+LINE(CGetPortParmParity, CSetPortParmParity, parityCode)
+LINE(CGetPortParmData_bits, CSetPortParmData_bits, dataBits)
+LINE(CGetPortParmStop_bits, CSetPortParmStop_bits, stopCode)
+LINE(CGetPortParmXflow, CSetPortParmXflow, xonXoff)
 GETTER(CGetPortParmIbuf, rxBufSize)
 GETTER(CGetPortParmObuf, txBufSize)
-NUMBER(CGetPortParmFlushTime, ComFlushTime, flushDelay, setOfLine)
-NUMBER(CGetPortParmBreakTime, CSetPortParmBreakTime, breakTime, setOfLine)
-NUMBER(CGetPortParmDTRTime, CSetPortParmDTRTime, dtrPulseTime, setOfLine)
-NUMBER(CGetPortParmYield, CSetPortParmYield, yield, setOfLine)
+LINE(CGetPortParmFlushTime, ComFlushTime, flushDelay)
+LINE(CGetPortParmBreakTime, CSetPortParmBreakTime, breakTime)
+LINE(CGetPortParmDTRTime, CSetPortParmDTRTime, dtrPulseTime)
+LINE(CGetPortParmYield, CSetPortParmYield, yield)
 
-NUMBER(CGetModemParmDialTime, CSetModemParmDialTime, dialTimeout, setPlain)
+PLAIN(CGetModemParmDialTime, CSetModemParmDialTime, dialTimeout)
 TEXT(CGetModemParmDialStr, CSetModemParmDialStr, dialStr)
 TEXT(CGetModemInitStr, CSetModemInitStr, initStr)
 TEXT(CGetModemParmDiscStr, CSetModemParmDiscStr, discStr)
@@ -96,7 +101,7 @@ TEXT(CGetModemParmErrorControl_ON, CSetModemParmErrorControl_ON, errorControlOnS
 TEXT(CGetModemParmErrorControl_OFF, CSetModemParmErrorControl_OFF, errorControlOffStr)
 TEXT(CGetModemParmErrorControl_FORCED, CSetModemParmErrorControl_FORCED, errorControlForcedStr)
 
-NUMBER(CGetAsciiParmStripLF, CSetAsciiParmStripLF, stripLF, setPlain)
-NUMBER(CGetAsciiParmAddCR, CSetAsciiParmAddCR, addCR, setPlain)
-NUMBER(CGetAsciiParmCharDelay, CSetAsciiParmCharDelay, charDelay, setPlain)
-NUMBER(CGetAsciiParmLineDelay, CSetAsciiParmLineDelay, lineDelay, setPlain)
+PLAIN(CGetAsciiParmStripLF, CSetAsciiParmStripLF, stripLF)
+PLAIN(CGetAsciiParmAddCR, CSetAsciiParmAddCR, addCR)
+PLAIN(CGetAsciiParmCharDelay, CSetAsciiParmCharDelay, charDelay)
+PLAIN(CGetAsciiParmLineDelay, CSetAsciiParmLineDelay, lineDelay)

@@ -69,16 +69,17 @@ typedef struct ComModemParms {
 typedef struct ComAsciiParms {
     int32_t stripLF;   /* nonzero: line feeds of a sent file are dropped */
     int32_t addCR;     /* nonzero: a line feed without a carriage return before it gets one */
-    int32_t charDelay; /* pause after each character */
-    int32_t lineDelay; /* pause after each line */
+    int32_t charDelay; /* pause after each character, in the units of the function that sends (transfer.h) */
+    int32_t lineDelay; /* pause after each line, likewise */
 } ComAsciiParms;
 
 #pragma pack(pop)
 
 /*
- * The getters copy the port's settings out, the setters replace all of them. The record stays the
- * caller's. 1; -1 bad or closed port, or null. Threads that set records of one port at once do not mix
- * texts; of the numbers each may set some, so change them on a quiet port.
+ * The getters copy the port's settings out, the setters replace all of them (for single fields there are
+ * the functions of checked.h). The record stays the caller's. 1; -1 bad or closed port, or null. Threads
+ * that set records of one port at once do not mix texts; of the numbers each may set some, so change them
+ * on a quiet port.
  *
  * A function does not fit a 32-bit field: its word stands for it (ComHostFunctionWord). Reading a record
  * and writing it back changes nothing; a record that was not read first replaces the functions. A word that
@@ -91,9 +92,10 @@ int32_t ComGetPortParms(int32_t port, ComPortParms *parms);
  * discards what both its queues hold and sets the line. With codes that ComSetParms refuses the device
  * keeps its framing. Baud rate and flow control of the device stay as they are (ComSetBaud, ComSetFlow);
  * so do its queues and the rings. On a port with setParmsFunc that function gets the three values. Its
- * result and the device's are not looked at. A portNumber of 0 switches ComPuts and ComDTR off. 1; -1. */
+ * result and the device's are not looked at. With a portNumber of 0 ComDTR is refused, and with one below
+ * 1 ComPuts. 1; -1. */
 int32_t ComSetPortParms(int32_t port, const ComPortParms *parms);
-/* These two touch no device. */
+/* These four touch no device. */
 int32_t ComGetModemParms(int32_t port, ComModemParms *parms);
 int32_t ComSetModemParms(int32_t port, const ComModemParms *parms);
 int32_t ComGetAsciiParms(int32_t port, ComAsciiParms *parms);
