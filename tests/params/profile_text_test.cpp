@@ -205,10 +205,11 @@ TEST(ProfileText, RandomBytesAreReadAndWrittenWithoutHarm) {
 }
 
 TEST(ProfileText, LargeProfiles) {
+    const std::string value(400, 'v');
     std::string text;
     for (int32_t number = 0; text.size() < 10'000'000; ++number)
         text += (number % 50 == 0 ? "[Section" + std::to_string(number) + "]\r\n" : "") + "key" +
-                std::to_string(number) + "=value of some length\r\n";
+                std::to_string(number) + "=" + value + "\r\n";
     const ProfileOnDisk profile(text + "[Line]\r\nSpeed=300\r\n");
     EXPECT_EQ(ComWriteProfInt("line", "speed", 2400, profile.path()), 1);
     EXPECT_EQ(ComWriteProfInt("Line", "New", 1, profile.path()), 1);
