@@ -113,7 +113,7 @@ int32_t escapeAt(int32_t port, int32_t character) {
 TEST_F(Records, FunctionsSurviveReadingAndWritingBack) {
     ASSERT_EQ(ComSetComReadFunc(5, deliverX) + ComSetComSetParmsFunc(5, noteParms), 2);
     parms = readBack();
-    EXPECT_EQ(parms.readFunc, wordOf(deliverX));
+    EXPECT_EQ(uint32_t{parms.readFunc}, wordOf(deliverX)); // by value: it stands on no boundary
     parms.escapeFunc = wordOf(escapeAt);
     driver.forgetCalls();
     EXPECT_EQ(ComSetPortParms(5, &parms), 1) << "whatever the function says";
