@@ -22,6 +22,7 @@
 #ifndef BRISOLT_H
 #define BRISOLT_H
 
+#include "brisolt/checked.h"
 #include "brisolt/conversions.h"
 #include "brisolt/drivers.h"
 #include "brisolt/lines.h"

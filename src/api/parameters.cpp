@@ -24,10 +24,9 @@ template <class Parms, class Call> int32_t withRecord(int32_t port, Parms* parms
 }
 
 int32_t setPortParms(Port& port, const ComPortParms& parms) {
-    ComPortParms given = parms; // the caller's functions may run before it is done with
-    storePortParms(port, given);
+    storePortParms(port, parms);
     targetsChanged(port); // there are notification functions among the fields
-    setParms(port, given.parityCode, given.dataBits, given.stopCode);
+    applyFraming(port);
     return 1;
 }
 

@@ -4,21 +4,18 @@
 #include <cstring>
 #include <mutex>
 #include <tuple>
-#include <type_traits>
 
 #include "platform/function_words.h"
-#include "port/driver_functions.h"
+#include "port/line_settings.h"
 #include "port/port_table.h"
 
 namespace brisolt {
 
 namespace {
 
+// A program made elsewhere fills these records byte by byte, so what stands where is told here once more, by
+// hand, and checked against the records.
 static_assert(sizeof(ComPortParms) == 198 && sizeof(ComModemParms) == 595 && sizeof(ComAsciiParms) == 16);
-static_assert(offsetof(ComPortParms, baudRate) == 36 && offsetof(ComPortParms, escapeChar) == 84 &&
-              offsetof(ComPortParms, escapeFunc) == 85 && offsetof(ComPortParms, scrambleKey) == 97 &&
-              offsetof(ComPortParms, breakFunc) == 102 && offsetof(ComPortParms, onStringCallback) == 194);
-static_assert(offsetof(ComModemParms, initStr) == 164 && offsetof(ComModemParms, modemName) == 520);
 
 /// Where a field of a record lives in the port. The records are packed, so their fields are reached by
 /// offset: nothing may refer to a number that does not stand on its boundary.
@@ -26,57 +23,71 @@ template <class Field> struct Place {
     std::size_t offset;
     Field PortRecord::*field;
 };
-template <class Field> constexpr Place<Field> place(std::size_t offset, Field PortRecord::*field) {
-    return {offset, field};
+
+/// As wide in a record as in the port; a function's word is as wide as every word.
+template <class Field> constexpr std::size_t widthOf = sizeof(Field);
+template <class Result, class... Arguments>
+constexpr std::size_t widthOf<Shared<Result (*)(Arguments...)>> = sizeof(uint32_t);
+
+template <std::size_t Expected, std::size_t Offset, std::size_t Width, class Field>
+constexpr Place<Field> place(Field PortRecord::*field) {
+    static_assert(Offset == Expected, "the field has moved");
+    static_assert(Width == widthOf<Field>, "the field has another width than the port's own");
+    return {Offset, field};
 }
+#define AT(expected, parms, name) \
+    place<expected, offsetof(parms, name), sizeof(parms::name)>(&PortRecord::name)
 
 constexpr std::tuple portNumbers{
-    place(offsetof(ComPortParms, portNumber), &PortRecord::portNumber),
-    place(offsetof(ComPortParms, baudRate), &PortRecord::baudRate),
-    place(offsetof(ComPortParms, parityCode), &PortRecord::parityCode),
-    place(offsetof(ComPortParms, dataBits), &PortRecord::dataBits),
-    place(offsetof(ComPortParms, stopCode), &PortRecord::stopCode),
-    place(offsetof(ComPortParms, xonXoff), &PortRecord::xonXoff),
-    place(offsetof(ComPortParms, reserved), &PortRecord::reserved),
-    place(offsetof(ComPortParms, rxBufSize), &PortRecord::rxBufSize),
-    place(offsetof(ComPortParms, txBufSize), &PortRecord::txBufSize),
-    place(offsetof(ComPortParms, flushDelay), &PortRecord::flushDelay),
-    place(offsetof(ComPortParms, breakTime), &PortRecord::breakTime),
-    place(offsetof(ComPortParms, dtrPulseTime), &PortRecord::dtrPulseTime),
-    place(offsetof(ComPortParms, yield), &PortRecord::yield),
-    place(offsetof(ComPortParms, escapeChar), &PortRecord::escapeChar),
-    place(offsetof(ComPortParms, openTick), &PortRecord::openTick),
-    place(offsetof(ComPortParms, portDelayInterval), &PortRecord::portDelayInterval),
-    place(offsetof(ComPortParms, scrambleKey), &PortRecord::scrambleKey),
-    place(offsetof(ComPortParms, scrambleOn), &PortRecord::scrambleOn),
+    AT(0, ComPortParms, portNumber),   AT(36, ComPortParms, baudRate),
+    AT(40, ComPortParms, parityCode),  AT(44, ComPortParms, dataBits),
+    AT(48, ComPortParms, stopCode),    AT(52, ComPortParms, xonXoff),
+    AT(56, ComPortParms, reserved),    AT(60, ComPortParms, rxBufSize),
+    AT(64, ComPortParms, txBufSize),   AT(68, ComPortParms, flushDelay),
+    AT(72, ComPortParms, breakTime),   AT(76, ComPortParms, dtrPulseTime),
+    AT(80, ComPortParms, yield),       AT(84, ComPortParms, escapeChar),
+    AT(89, ComPortParms, openTick),    AT(93, ComPortParms, portDelayInterval),
+    AT(97, ComPortParms, scrambleKey), AT(98, ComPortParms, scrambleOn),
 };
-constexpr std::tuple portTexts{place(offsetof(ComPortParms, deviceName), &PortRecord::deviceName)};
+constexpr std::tuple portTexts{AT(4, ComPortParms, deviceName)};
+constexpr std::tuple portFunctions{
+    AT(85, ComPortParms, escapeFunc),          AT(102, ComPortParms, breakFunc),
+    AT(106, ComPortParms, carrierFunc),        AT(110, ComPortParms, dtrFunc),
+    AT(114, ComPortParms, flushFunc),          AT(118, ComPortParms, flushOutBufFunc),
+    AT(122, ComPortParms, readFunc),           AT(126, ComPortParms, ringFunc),
+    AT(130, ComPortParms, setBaudFunc),        AT(134, ComPortParms, setParmsFunc),
+    AT(138, ComPortParms, setFlowFunc),        AT(142, ComPortParms, statusFunc),
+    AT(146, ComPortParms, outBufStatusFunc),   AT(150, ComPortParms, writeFunc),
+    AT(154, ComPortParms, getBreakStatusFunc), AT(158, ComPortParms, getCtsStatusFunc),
+    AT(162, ComPortParms, getDsrStatusFunc),   AT(166, ComPortParms, setDtrFunc),
+    AT(170, ComPortParms, clearDtrFunc),       AT(174, ComPortParms, setRtsFunc),
+    AT(178, ComPortParms, clearRtsFunc),       AT(182, ComPortParms, updateStatusFunc),
+    AT(186, ComPortParms, onCharCallback),     AT(190, ComPortParms, anyCharCallback),
+    AT(194, ComPortParms, onStringCallback),
+};
 
 constexpr std::tuple modemFields{
-    place(offsetof(ComModemParms, dialTimeout), &PortRecord::dialTimeout),
-    place(offsetof(ComModemParms, dialStr), &PortRecord::dialStr),
-    place(offsetof(ComModemParms, discStr), &PortRecord::discStr),
-    place(offsetof(ComModemParms, resetStr), &PortRecord::resetStr),
-    place(offsetof(ComModemParms, setAAStr), &PortRecord::setAAStr),
-    place(offsetof(ComModemParms, unsetAAStr), &PortRecord::unsetAAStr),
-    place(offsetof(ComModemParms, initStr), &PortRecord::initStr),
-    place(offsetof(ComModemParms, compressionOnStr), &PortRecord::compressionOnStr),
-    place(offsetof(ComModemParms, compressionOffStr), &PortRecord::compressionOffStr),
-    place(offsetof(ComModemParms, flowControlOffStr), &PortRecord::flowControlOffStr),
-    place(offsetof(ComModemParms, flowControlHdwrStr), &PortRecord::flowControlHdwrStr),
-    place(offsetof(ComModemParms, flowControlSoftStr), &PortRecord::flowControlSoftStr),
-    place(offsetof(ComModemParms, errorControlOnStr), &PortRecord::errorControlOnStr),
-    place(offsetof(ComModemParms, errorControlOffStr), &PortRecord::errorControlOffStr),
-    place(offsetof(ComModemParms, errorControlForcedStr), &PortRecord::errorControlForcedStr),
-    place(offsetof(ComModemParms, modemName), &PortRecord::modemName),
+    AT(0, ComModemParms, dialTimeout),
+    AT(4, ComModemParms, dialStr),
+    AT(36, ComModemParms, discStr),
+    AT(68, ComModemParms, resetStr),
+    AT(100, ComModemParms, setAAStr),
+    AT(132, ComModemParms, unsetAAStr),
+    AT(164, ComModemParms, initStr),
+    AT(264, ComModemParms, compressionOnStr),
+    AT(296, ComModemParms, compressionOffStr),
+    AT(328, ComModemParms, flowControlOffStr),
+    AT(360, ComModemParms, flowControlHdwrStr),
+    AT(392, ComModemParms, flowControlSoftStr),
+    AT(424, ComModemParms, errorControlOnStr),
+    AT(456, ComModemParms, errorControlOffStr),
+    AT(488, ComModemParms, errorControlForcedStr),
+    AT(520, ComModemParms, modemName),
 };
 
-constexpr std::tuple asciiNumbers{
-    place(offsetof(ComAsciiParms, stripLF), &PortRecord::stripLF),
-    place(offsetof(ComAsciiParms, addCR), &PortRecord::addCR),
-    place(offsetof(ComAsciiParms, charDelay), &PortRecord::charDelay),
-    place(offsetof(ComAsciiParms, lineDelay), &PortRecord::lineDelay),
-};
+constexpr std::tuple asciiNumbers{AT(0, ComAsciiParms, stripLF), AT(4, ComAsciiParms, addCR),
+                                  AT(8, ComAsciiParms, charDelay), AT(12, ComAsciiParms, lineDelay)};
+#undef AT
 
 // ---- one field
 
@@ -114,36 +125,34 @@ template <class Function> void wordIn(Shared<Function>& field, const char* from)
 
 // ---- whole records
 
-template <class... Fields, class Parms>
-void allOut(const std::tuple<Place<Fields>...>& places, const PortRecord& record, Parms& parms) noexcept {
+template <class... Fields, class Visit>
+void forEach(const std::tuple<Place<Fields>...>& places, Visit visit) {
+    std::apply([&](const auto&... each) { (visit(each), ...); }, places);
+}
+template <class Places, class Parms>
+void allOut(const Places& places, const PortRecord& record, Parms& parms) noexcept {
     auto* bytes = reinterpret_cast<char*>(&parms);
-    std::apply([&](const auto&... each) { (copyOut(record.*each.field, bytes + each.offset), ...); }, places);
+    forEach(places, [&](const auto& at) { copyOut(record.*at.field, bytes + at.offset); });
 }
-template <class... Fields, class Parms>
-void allIn(const std::tuple<Place<Fields>...>& places, PortRecord& record, const Parms& parms) noexcept {
+template <class Places, class Parms>
+void allIn(const Places& places, PortRecord& record, const Parms& parms) noexcept {
     const auto* bytes = reinterpret_cast<const char*>(&parms);
-    std::apply([&](const auto&... each) { (copyIn(record.*each.field, bytes + each.offset), ...); }, places);
+    forEach(places, [&](const auto& at) { copyIn(record.*at.field, bytes + at.offset); });
 }
-
-constexpr std::size_t functionOffset(std::size_t index) noexcept {
-    return offsetof(ComPortParms, breakFunc) + index * sizeof(uint32_t);
-}
-static_assert(functionOffset(functionCount) == sizeof(ComPortParms));
 
 } // namespace
 
 int32_t getPortParms(Port& port, ComPortParms& parms) {
     ComPortParms copy{};
-    auto* bytes = reinterpret_cast<char*>(&copy);
     const PortRecord& record = *port.record;
     allOut(portNumbers, record, copy);
     {
         std::scoped_lock guard(port.lineMutex);
         allOut(portTexts, record, copy);
     }
-    bool whole = wordOut(record.escapeFunc, bytes + offsetof(ComPortParms, escapeFunc));
-    forEachFunction(record, [&](const auto& function, std::size_t index) {
-        whole = wordOut(function, bytes + functionOffset(index)) && whole;
+    bool whole = true;
+    forEach(portFunctions, [&](const auto& at) {
+        whole = wordOut(record.*at.field, reinterpret_cast<char*>(&copy) + at.offset) && whole;
     });
     if (!whole)
         return -1;
@@ -152,17 +161,23 @@ int32_t getPortParms(Port& port, ComPortParms& parms) {
 }
 
 void storePortParms(Port& port, const ComPortParms& parms) {
-    const auto* bytes = reinterpret_cast<const char*>(&parms);
     PortRecord& record = *port.record;
     allIn(portNumbers, record, parms);
     {
         std::scoped_lock guard(port.lineMutex);
         allIn(portTexts, record, parms);
     }
-    wordIn(record.escapeFunc, bytes + offsetof(ComPortParms, escapeFunc));
-    forEachFunction(
-        record, [&](auto& function, std::size_t index) { wordIn(function, bytes + functionOffset(index)); });
+    forEach(portFunctions, [&](const auto& at) {
+        wordIn(record.*at.field, reinterpret_cast<const char*>(&parms) + at.offset);
+    });
     port.events.wakeAll(); // waits look at their conditions again
+}
+
+int32_t setPortNumber(Port& port, Shared<int32_t> PortRecord::*field, int32_t value) {
+    port.record->*field = value;
+    port.events.wakeAll();
+    applyFraming(port);
+    return 1;
 }
 
 // The modem commands read their strings under the port's lock.

@@ -12,6 +12,9 @@ namespace brisolt {
 int32_t getPortParms(Port& port, ComPortParms& parms);
 /// Stores the record; the device hears nothing of it.
 void storePortParms(Port& port, const ComPortParms& parms);
+/// What reading the record, changing one field and writing it back comes to, but in one step: threads that
+/// change different fields at once do not undo each other's change. 1.
+int32_t setPortNumber(Port& port, Shared<int32_t> PortRecord::*field, int32_t value);
 
 int32_t getModemParms(Port& port, ComModemParms& parms);
 int32_t setModemParms(Port& port, const ComModemParms& parms);

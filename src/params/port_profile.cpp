@@ -83,6 +83,10 @@ constexpr Key keys[] = {
               Omitted::never},
 };
 
+/// The last keys are extras, which any program can do without: they are always written, and that nothing but
+/// them could not be written is no failure.
+constexpr std::size_t extras = 3;
+
 // ---- Fields of the record, which is packed and has characters among its numbers
 
 std::size_t widthOf(Encoding encoding) noexcept {
@@ -188,11 +192,13 @@ bool load(const char* file, std::string_view section, ComPortParms& parms) {
 
 bool store(const char* file, std::string_view section, const ComPortParms& parms, bool writeAll) {
     std::vector<Change> changes;
+    changes.reserve(std::size(keys));
     for (const Key& each : keys) {
         auto changeOf = [&](const auto& key) { return Change{key.name, valueOf(key, parms, writeAll)}; };
         changes.push_back(std::visit(changeOf, each));
     }
-    return write(file, section, changes);
+    return write(file, section, changes) ||
+           write(file, section, std::span(changes).first(changes.size() - extras));
 }
 
 } // namespace brisolt::profile

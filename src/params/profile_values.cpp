@@ -43,7 +43,7 @@ uint32_t readPrefixed(std::string_view text) noexcept {
         text.remove_prefix(2);
     int base = hexadecimal ? 16 : text.starts_with('0') ? 8 : 10;
     uint32_t value = digits(text, base, most);
-    return minus ? 0 - value : value;
+    return minus && value != most ? 0 - value : value;
 }
 
 int32_t readBoolean(std::string_view text) noexcept {

@@ -13,7 +13,8 @@ bool load(const char* file, std::string_view section, ComPortParms& parms);
 bool load(const char* file, std::string_view section, ComModemParms& parms);
 
 /// Writes all keys at once; those that may be left out only when they differ from what an absent key means,
-/// unless `writeAll`. False when the file cannot be written; it is then as it was.
+/// unless `writeAll`. False when the file cannot be written; it is then as it was. Of a port only the last
+/// three keys are not worth a failure.
 bool store(const char* file, std::string_view section, const ComPortParms& parms, bool writeAll);
 bool store(const char* file, std::string_view section, const ComModemParms& parms, bool writeAll);
 

@@ -38,6 +38,30 @@ template <class Change> int32_t applyLine(Port& port, Change change) {
 
 constexpr uint8_t deviceStopBits[] = {COM_HOST_STOP_1, COM_HOST_STOP_2, COM_HOST_STOP_1_5};
 
+struct Framing {
+    int32_t parity, dataBits, stopBits;
+
+    bool known() const noexcept {
+        return parity >= 1 && parity <= 5 && dataBits >= 4 && dataBits <= 8 && stopBits >= 1 && stopBits <= 3;
+    }
+};
+
+Framing framingOf(const PortRecord& record) noexcept {
+    return {record.parityCode, record.dataBits, record.stopCode};
+}
+
+/// Tells the device what the record holds when its turn has come: others may have changed it meanwhile.
+int32_t applyRecorded(Port& port) {
+    return applyLine(port, [&port](ComHostLineState& state) {
+        Framing framing = framingOf(*port.record);
+        if (!framing.known())
+            return;
+        state.parity = static_cast<uint8_t>(framing.parity - 1);
+        state.dataBits = static_cast<uint8_t>(framing.dataBits);
+        state.stopBits = deviceStopBits[framing.stopBits - 1];
+    });
+}
+
 } // namespace
 
 void drainWait(Port& port) {
@@ -65,18 +89,21 @@ int32_t setParms(Port& port, int32_t parity, int32_t dataBits, int32_t stopBits)
     PortRecord& record = *port.record;
     if (ComSetParmsFunc function = record.setParmsFunc)
         return function(port.number, parity, dataBits, stopBits);
-    bool known =
-        parity >= 1 && parity <= 5 && dataBits >= 4 && dataBits <= 8 && stopBits >= 1 && stopBits <= 3;
-    if (!known || !port.hasDevice())
+    if (!Framing{parity, dataBits, stopBits}.known() || !port.hasDevice())
         return -1;
     record.parityCode = parity;
     record.dataBits = dataBits;
     record.stopCode = stopBits;
-    return applyLine(port, [=](ComHostLineState& state) {
-        state.parity = static_cast<uint8_t>(parity - 1);
-        state.dataBits = static_cast<uint8_t>(dataBits);
-        state.stopBits = deviceStopBits[stopBits - 1];
-    });
+    return applyRecorded(port);
+}
+
+int32_t applyFraming(Port& port) {
+    if (!port.isOpen())
+        return -1;
+    Framing framing = framingOf(*port.record);
+    if (ComSetParmsFunc function = port.record->setParmsFunc)
+        return function(port.number, framing.parity, framing.dataBits, framing.stopBits);
+    return framing.known() && port.hasDevice() ? applyRecorded(port) : -1;
 }
 
 int32_t setBreak(Port& port, bool on) {

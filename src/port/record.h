@@ -181,6 +181,7 @@ struct PortWorkArea {
     int32_t stimCount;
     int32_t respCount;
     ModemInit modemInit;
+    Shared<int32_t> callersWord; ///< of CBuffer; nobody reads it
 };
 
 } // namespace brisolt

@@ -192,6 +192,17 @@ int32_t pumpMessages() {
         -1, [] { return true; }, -1);
 }
 
+void pumpMessagesUntil(const clock::Deadline& until) {
+    Wake& wake = *Wake::ofThisThread();
+    while (!until.passed()) {
+        bool quit = pumpMessages() == 1;
+        wake.prepare();
+        if (quit || !message::waiting())
+            wake.sleep(until.realMillisecondsLeft());
+        wake.finish();
+    }
+}
+
 int32_t sleepMilliseconds(Port& port, int64_t milliseconds) {
     if (!port.isOpen())
         return -1;

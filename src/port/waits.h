@@ -31,6 +31,9 @@ int32_t checkEscape(Port& port, int32_t character);
 int32_t checkEscapeIfYielding(Port& port);
 /// ComServiceMessagePump.
 int32_t pumpMessages();
+/// Lets messages through until a moment has come, without a port that could end it. A request to quit holds
+/// the messages back and stays pending.
+void pumpMessagesUntil(const clock::Deadline& until);
 
 /// ComSleep and ComSleepMS.
 int32_t sleepMilliseconds(Port& port, int64_t milliseconds);

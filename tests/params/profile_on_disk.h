@@ -4,7 +4,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
+#include <utility>
 
 #include "api/brisolt.h"
 #include "support/temp_dir.h"
@@ -21,8 +23,9 @@ public:
     std::string sibling(const std::string& name) const { return directory_.file(name); }
     void put(const std::string& text) const { std::ofstream(path_, std::ios::binary) << text; }
     std::string text() const {
-        std::ifstream in(path_, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
+        std::ostringstream text; // in blocks: some profiles here are large
+        text << std::ifstream(path_, std::ios::binary).rdbuf();
+        return std::move(text).str();
     }
     bool exists() const { return std::filesystem::exists(path_); }
     /// Files in the directory: one, unless something was left behind.

@@ -187,6 +187,9 @@ TEST(ProfileSafety, WhatCannotBeWrittenStaysAsItIs) {
     }
     ComPortParms parms{};
     ComGetProfPortParms("s", &parms, path);
+    EXPECT_EQ(ComWriteProfPortParms("s", &parms, path, 0), 1)
+        << "but for the extras there is nothing to write";
+    parms.portNumber = 2;
     EXPECT_EQ(ComWriteProfPortParms("s", &parms, path, 0), 0);
     EXPECT_EQ(ComWriteProfPortParms("s", &parms, profile.sibling("new.ini").c_str(), 0), 0);
     EXPECT_EQ(seteuid(getuid()), 0);

@@ -113,7 +113,7 @@ int32_t escapeAt(int32_t port, int32_t character) {
 TEST_F(Records, FunctionsSurviveReadingAndWritingBack) {
     ASSERT_EQ(ComSetComReadFunc(5, deliverX) + ComSetComSetParmsFunc(5, noteParms), 2);
     parms = readBack();
-    EXPECT_EQ(parms.readFunc, wordOf(deliverX));
+    EXPECT_EQ(uint32_t{parms.readFunc}, wordOf(deliverX)); // by value: it stands on no boundary
     parms.escapeFunc = wordOf(escapeAt);
     driver.forgetCalls();
     EXPECT_EQ(ComSetPortParms(5, &parms), 1) << "whatever the function says";
@@ -163,6 +163,7 @@ TEST_F(Records, NumbersThatLieHarmNobody) {
         driver.takeAtMost(ScriptedDriver::always);
         EXPECT_EQ(ComFlush(5) + ComFlushOutBuf(5), 2);
         EXPECT_EQ(ComPuts(5, "x"), lie > 0 ? 1 : -1);
+        EXPECT_EQ(ComDTR(5), lie != 0 ? 1 : -1);
     }
 }
 

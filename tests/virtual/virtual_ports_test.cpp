@@ -10,7 +10,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "port/driver_functions.h"
 #include "stream/open_port.h"
 #include "support/pty.h"
 

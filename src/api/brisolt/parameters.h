@@ -69,16 +69,17 @@ typedef struct ComModemParms {
 typedef struct ComAsciiParms {
     int32_t stripLF;   /* nonzero: line feeds of a sent file are dropped */
     int32_t addCR;     /* nonzero: a line feed without a carriage return before it gets one */
-    int32_t charDelay; /* pause after each character */
-    int32_t lineDelay; /* pause after each line */
+    int32_t charDelay; /* pause after each character, in the units of the function that sends (transfer.h) */
+    int32_t lineDelay; /* pause after each line, likewise */
 } ComAsciiParms;
 
 #pragma pack(pop)
 
 /*
- * The getters copy the port's settings out, the setters replace all of them. The record stays the
- * caller's. 1; -1 bad or closed port, or null. Threads that set records of one port at once do not mix
- * texts; of the numbers each may set some, so change them on a quiet port.
+ * The getters copy the port's settings out, the setters replace all of them (for single fields there are
+ * the functions of checked.h). The record stays the caller's. 1; -1 bad or closed port, or null. Threads
+ * that set records of one port at once do not mix texts; of the numbers each may set some, so change them
+ * on a quiet port.
  *
  * A function does not fit a 32-bit field: its word stands for it (ComHostFunctionWord). Reading a record
  * and writing it back changes nothing; a record that was not read first replaces the functions. A word that
@@ -91,9 +92,10 @@ int32_t ComGetPortParms(int32_t port, ComPortParms *parms);
  * discards what both its queues hold and sets the line. With codes that ComSetParms refuses the device
  * keeps its framing. Baud rate and flow control of the device stay as they are (ComSetBaud, ComSetFlow);
  * so do its queues and the rings. On a port with setParmsFunc that function gets the three values. Its
- * result and the device's are not looked at. A portNumber of 0 switches ComPuts and ComDTR off. 1; -1. */
+ * result and the device's are not looked at. With a portNumber of 0 ComDTR is refused, and with one below
+ * 1 ComPuts. 1; -1. */
 int32_t ComSetPortParms(int32_t port, const ComPortParms *parms);
-/* These two touch no device. */
+/* These four touch no device. */
 int32_t ComGetModemParms(int32_t port, ComModemParms *parms);
 int32_t ComSetModemParms(int32_t port, const ComModemParms *parms);
 int32_t ComGetAsciiParms(int32_t port, ComAsciiParms *parms);
@@ -117,9 +119,10 @@ int32_t ComSetAsciiParms(int32_t port, const ComAsciiParms *parms);
  *              or ';' or has '=' or a line break in it, a section with ']' or a line break in it.
  *   Safety     A change is written to a file beside the profile (.NAME.new), flushed and renamed over it:
  *              whoever reads finds the old file or the new one, also after a crash. Permissions are kept,
- *              owner and group where the host lets them be, and a link to the profile stays one. Programs
- *              and threads that write at once lose nothing of each other. One that is held up by another
- *              for 10 s fails.
+ *              owner and group where the host lets them be, and a symbolic link to the profile stays one
+ *              (a second hard link keeps the old file). Programs and threads that write at once lose
+ *              nothing of each other. One that is held up by another for 10 s (20 s for a whole port)
+ *              fails.
  *   Names      A name without a directory is in the current one. A name with backslashes is the file of
  *              that very name if there is one, else the one with slashes.
  *
@@ -131,8 +134,9 @@ int32_t ComSetAsciiParms(int32_t port, const ComAsciiParms *parms);
 /* The value of a key, or of `defaultValue` written as the writers would write it when the key is absent.
  * Bool: 1 for 1, true, on, yes, 0 for 0, false, off, no, without letter case; 65535 for anything else.
  * Int: decimal, cut to 32 bits' range, 0 without digits (also for an empty value).
- * Long: 0x hexadecimal, a leading 0 octal, else decimal, unsigned up to 4294967295 (more is cut to that),
- * returned as the same 32 bits; a sign is understood, so that -5 reads back as -5; 0 without digits.
+ * Long: 0x hexadecimal, a leading 0 octal, else decimal, unsigned up to 4294967295 (more, with a sign or
+ * without, is cut to that), returned as the same 32 bits; a sign is understood, so that -5 reads back as
+ * -5; 0 without digits.
  * Char: 0 to 255: a number as for Long (above 255: 0), ^ and a character of @ to _ for a control character,
  * \ and one of a b f n r t v, or any other for itself, or the character; else 0. */
 int32_t ComGetProfBool(const char *section, const char *key, int32_t defaultValue, const char *file);
@@ -157,7 +161,8 @@ int32_t ComWriteProfChar(const char *section, const char *key, uint8_t value, co
  * The loaders give 1, or 0 with the record unchanged when a value is refused (or null). The writers write
  * all keys of the record at once: 1, or 0 and then the file is as it was. With writeAll 0 the keys marked *
  * are removed when they hold the value that an absent key stands for; with writeAll nonzero every key is
- * written.
+ * written. The last three keys of a port are extras: 1 also when there was nothing but them to write and
+ * the file would not take them.
  *
  * Port keys, what an absent one stands for, and other values:
  *   Port* (COM1)         port number and device name: COM and up to four digits (none, or 0: port 1). Other
@@ -185,6 +190,7 @@ int32_t ComWriteProfPortParms(const char *section, const ComPortParms *parms, co
                               int32_t writeAll);
 /*
  * Modem keys; an empty text is refused, and so is an M_DialTime of 0. Too long a text is cut to its field.
+ * The writer writes an empty text as it is.
  *   M_Initialization* (AT&F&C1&D2|), M_DialString* (ATDT), M_DisconnectString* (+++~~~ATH0|),
  *   M_AutoAnswerOffString* (ATS0=0|), M_AutoAnswerOnString* (ATS0=1|), M_ResetString* (ATZ|),
  *   M_Compression_ON_String (ATS46=138|), M_Compression_Off_String (ATS46=136|), M_FlowControl_Off (AT&K0|),

@@ -198,7 +198,8 @@ bool Successor::takeOver(const Profile& profile) const noexcept {
 }
 
 bool Successor::publish(const std::string& text, const Profile& profile) {
-    published_ = write(text) && takeOver(profile) && ::fsync(descriptor_) == 0 &&
+    // Permissions first: nobody may look into the file who may not look into the profile.
+    published_ = takeOver(profile) && write(text) && ::fsync(descriptor_) == 0 &&
                  ::rename(path_.c_str(), profile_.c_str()) == 0;
     return published_ || refuse(profile_, std::strerror(errno));
 }
@@ -214,6 +215,8 @@ std::string changed(const std::string& text, std::string_view section, std::span
 } // namespace
 
 bool write(const char* file, std::string_view section, std::span<const Change> changes) {
+    if (*file == 0)
+        return refuse("a profile", "it has no name");
     std::string path = realPlace(file);
     for (const Change& change : changes)
         if (!storable(section, change))
