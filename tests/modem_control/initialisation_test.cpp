@@ -1,13 +1,10 @@
 // The initialisation of a modem: what it sends, what its log says word for word, when it tries again and when it
 // gives up, and what ends it.
-#include <array>
-#include <filesystem>
+#include <cstdio>
 #include <fstream>
 #include <future>
-#include <set>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "modem/simulator.h"
@@ -81,13 +78,6 @@ const std::string kept = " All Modem Parameters set for override - no need for D
 
 // ---- the way through --------------------------------------------------------------------------------------
 
-TEST_F(Initialisation, StepsForgetACancelThatWasGivenBefore) {
-    ComCancel(port);
-    ASSERT_EQ(start(), 5);
-    EXPECT_EQ(stepsInTime(), 1);
-    EXPECT_EQ(modem.commands(), allCommands);
-}
-
 TEST_F(Initialisation, InOneCallWithAModemThatAnswers) {
     EXPECT_EQ(run(), 1);
     EXPECT_EQ(modem.commands(), allCommands);
@@ -156,6 +146,7 @@ TEST_F(Initialisation, FlagsChooseWhatIsSent) {
          " Sending No Flow to Modem - String:AT&K0|"},
     };
     std::size_t before = 0;
+    ComCancel(port); // nothing runs: forgotten by the steps, too
     for (const Case& each : cases) {
         ASSERT_EQ(start(each.request), 5);
         if ((each.request.reset & 1) == 0) {
@@ -252,7 +243,8 @@ TEST_F(Initialisation, TheOtherCommandsAreSentThreeTimesAndLeft) {
     };
     const std::vector<Case> cases{
         {Mishap::refusal,
-         {"Did not get OK from Flow - Got:\r\nERROR\r\n", "Did not get OK from COMPRESSION - Got:\r\nERROR\r\n",
+         {"Did not get OK from Flow - Got:\r\nERROR\r\n",
+          "Did not get OK from COMPRESSION - Got:\r\nERROR\r\n",
           "Did not get OK from ERROR CONTROL - Got:\r\nERROR\r\n",
           "Did not get OK from AA Setting - Got:\r\nERROR\r\n"}},
         {Mishap::silence,
@@ -340,7 +332,7 @@ TEST_F(Initialisation, NoCancelIsMissed) {
         return asked > 0 ? 2 : 0;
     };
     expectCancelled();
-    EXPECT_EQ(modem.commands(), Lines(1, "ATZ"));
+    EXPECT_TRUE(eventually([this] { return modem.commands() == Lines(1, "ATZ"); }));
     open.record().statusFunc = nullptr;
 
     // One that a message handled meanwhile wipes out.

@@ -56,11 +56,12 @@ int main() {
         need(mkdtemp(directory.data()) != nullptr, directory + ": cannot be made");
         const bool same = demonstrate(directory);
         std::puts(same ? "All of them are the same." : "The copies DIFFER.");
-        std::printf("\nTo look at, in %s:\n"
-                    "  trace-socat.txt, trace-100.txt, trace-200.txt   every read and write of the ports\n"
-                    "  protocol-100.txt, protocol-200.txt              how the modems were set up\n"
-                    "  received-by-200.txt, back-at-100.txt            the text as it arrived over the call\n",
-                    directory.c_str());
+        std::printf(
+            "\nTo look at, in %s:\n"
+            "  trace-socat.txt, trace-100.txt, trace-200.txt   every read and write of the ports\n"
+            "  protocol-100.txt, protocol-200.txt              how the modems were set up\n"
+            "  received-by-200.txt, back-at-100.txt            the text as it arrived over the call\n",
+            directory.c_str());
         return same ? 0 : 1;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "\nbrisolt-demo: %s\nWhat there is lies in %s\n", error.what(),

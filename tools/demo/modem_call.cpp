@@ -42,7 +42,9 @@ struct Station {
 };
 
 void setUp(const Station& station, bool answers) {
-    constexpr int32_t send = 1, on = 1, hardware = 1;
+    constexpr int32_t send = 1, on = 1, hardware = 1, rtsCts = 0;
+    // The modem is about to be told that it may hold us off by CTS.
+    need(ComSetFlow(station.port, rtsCts) == 1, "ComSetFlow");
     const int32_t result = ComSetModem(station.port, BRISOLT_MODEMS, modemName, send, send, on, hardware, on,
                                        answers ? 1 : 0, station.protocolLog.c_str());
     need(result == 1, "ComSetModem: " + std::to_string(result) + ", see " + station.protocolLog);
