@@ -26,12 +26,12 @@ by others of the same user on this machine. It runs until it is ended (Ctrl-C).
 )";
 constexpr const char* footer = R"(
 Two modems, one of which answers by itself, and a terminal at the other:
-  brisolt-modem --number 200 --stored S0=1 --link /tmp/modem200 &
+  brisolt-modem --number 200 --stored 'S0=1&D0' --link /tmp/modem200 &
   brisolt-modem --number 100 --link /tmp/modem100 &
   brisolt term /tmp/modem100        then type ATDT200
 
 A pseudo terminal has no modem lines: a program sees a call by CONNECT, RING and NO CARRIER only.
-DTR is up while a program has the terminal open.)";
+DTR is up while a program has the terminal open; without DTR a modem answers no call unless &D0 is set.)";
 
 struct Arguments {
     Options modem;
