@@ -17,6 +17,10 @@
 #define BRISOLT_MODEM ""
 #endif
 
+#ifndef BRISOLT_DEMO
+#define BRISOLT_DEMO ""
+#endif
+
 using brisolt::test::PeerProcess;
 using brisolt::test::TempDir;
 using brisolt::test::Terminal;
@@ -183,4 +187,15 @@ TEST_F(ModemCommand, TellsWhatItCannotDo) {
     terminal.send("ATZ\rAT&K3\rATZ\r");
     EXPECT_EQ(terminal.until("OK\r\n"), "ATZ\rAT&K3\r\r\nERROR\r\nATZ\r\r\nOK\r\n");
     EXPECT_EQ(faulty.readLine(), "command ATZ");
+}
+
+TEST(Demonstration, SucceedsAndFailsWithWhatItShows) {
+    if (std::string(BRISOLT_DEMO).empty())
+        GTEST_SKIP() << "the demonstration is not part of this build";
+    const TempDir dir;
+    PeerProcess demo = shell("TMPDIR=$2 exec $1", {BRISOLT_DEMO, dir.path().string()});
+    EXPECT_EQ(demo.wait(60s), 0) << demo.readAll(1s);
+    PeerProcess alone = shell("PATH=/none TMPDIR=$2 exec $1", {BRISOLT_DEMO, dir.path().string()});
+    EXPECT_EQ(alone.wait(), 1);
+    EXPECT_NE(alone.readAll().find("brisolt-demo: socat: "), std::string::npos);
 }

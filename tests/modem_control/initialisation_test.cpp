@@ -1,19 +1,24 @@
 // The initialisation of a modem: what it sends, what its log says word for word, when it tries again and when it
 // gives up, and what ends it.
+#include <cstdio>
 #include <fstream>
 #include <future>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "modem_control/far_modem.h"
+#include "modem/simulator.h"
+#include "modem/terminal.h"
 #include "stream/open_port.h"
+#include "support/pty.h"
 
 namespace brisolt::test {
 namespace {
 
-constexpr int32_t port = 23;
+using simulated::Mishap;
 using Lines = std::vector<std::string>;
+
+constexpr int32_t port = 23;
 
 /// The arguments of a sequence. The default sends everything and keeps the port's strings.
 struct Request {
@@ -32,6 +37,11 @@ class Initialisation : public testing::Test {
 protected:
     int32_t start(const Request& request = {}) { return request.with(ComSetModem_Start, log); }
     int32_t run(const Request& request = {}) { return request.with(ComSetModem, log); }
+    /// It has been silent; now it hears something from beside.
+    void makeItAnswer() {
+        modem.clearFaults();
+        ComPuts(port, "AT|");
+    }
     static bool awaitsAnswer() { return ComGetModem_State(port) % 100 == 1; }
     /// Steps until it is over. `beforeLook` runs before each step that may look at an answer.
     template <class Look> int32_t steps(Look beforeLook) {
@@ -49,10 +59,6 @@ protected:
     int32_t stepsInTime() {
         return steps([] { EXPECT_TRUE(eventually([] { return ComStatus(port) >= 2; })); });
     }
-    void passTime(uint32_t milliseconds) {
-        FastClock fast(100);
-        clock::sleep(milliseconds);
-    }
     Lines entries() const { return log.entries(); }
     /// Those behind the first `count`.
     Lines entriesAfter(std::size_t count) const {
@@ -62,7 +68,8 @@ protected:
     }
 
     LogFile log;
-    FarModem modem;
+    simulated::Exchange exchange;
+    simulated::Simulator modem{simulated::ptyLine(), exchange, {.stored = "E0"}};
     OpenPort open{port, modem.path()};
 };
 
@@ -70,13 +77,6 @@ const Lines allCommands{"ATZ", "AT&F&C1&D2", "AT&K3", "ATS46=138", "AT&Q5S36=7S4
 const std::string kept = " All Modem Parameters set for override - no need for DataBase lookup";
 
 // ---- the way through --------------------------------------------------------------------------------------
-
-TEST_F(Initialisation, StepsForgetACancelThatWasGivenBefore) {
-    ComCancel(port);
-    ASSERT_EQ(start(), 5);
-    EXPECT_EQ(stepsInTime(), 1);
-    EXPECT_EQ(modem.commands(), allCommands);
-}
 
 TEST_F(Initialisation, InOneCallWithAModemThatAnswers) {
     EXPECT_EQ(run(), 1);
@@ -94,33 +94,40 @@ TEST_F(Initialisation, InOneCallWithAModemThatAnswers) {
     EXPECT_NE(log.text().find("Protocol:MODEM SETTINGS"), std::string::npos);
 }
 
-TEST_F(Initialisation, StepByStepWithAnswersThatComeLate) {
-    modem.answerAll("O"); // one character is not worth a look before the time is over
-    EXPECT_EQ(ComGetModem_State(port), 100);
-    ASSERT_EQ(start(), 5);
+// Each answer comes in two pieces, so that the look begins with the deadline over and the answer not there.
+TEST_F(Initialisation, AnswersThatComeLate) {
+    constexpr int32_t number = 24;
+    Pty far;
+    OpenPort bare{number, far.slavePath()};
+    ASSERT_EQ(ComSetModem_Start(number, "unread", "", 5, 5, 5, 5, 5, 1, log.path().c_str()), 5);
     std::vector<int32_t> states;
-    std::vector<std::future<void>> latecomers;
-    const int32_t result = steps([&] {
-        states.push_back(ComGetModem_State(port));
-        ASSERT_TRUE(eventually([] { return ComStatus(port) == 1; }));
-        EXPECT_EQ(ComSetModem_Next(port), 5);
-        EXPECT_EQ(ComGetModem_State(port), states.back());
-        passTime(3001);
-        latecomers.push_back(std::async(std::launch::async, [this] {
-            eventually([] { return ComStatus(port) == 0; }); // it has begun to look
-            modem.say("K\r\n");
-        }));
-    });
+    int32_t result = 5;
+    for (std::size_t i = 0; result == 5 && i < allCommands.size(); ++i) {
+        ASSERT_EQ(ComSetModem_Next(number), 5);
+        EXPECT_EQ(far.read(allCommands[i].size() + 1), allCommands[i] + '\r');
+        far.write("O"); // one character is not worth a look before the time is over
+        ASSERT_TRUE(eventually([] { return ComStatus(number) == 1; }));
+        states.push_back(ComGetModem_State(number));
+        EXPECT_EQ(ComSetModem_Next(number), 5);
+        EXPECT_EQ(ComGetModem_State(number), states.back());
+        {
+            const FastClock fast(100);
+            clock::sleep(3001);
+        }
+        auto rest = std::async(std::launch::async, [&far] {
+            eventually([] { return ComStatus(number) == 0; }); // it has begun to look
+            far.write("K\r\n");
+        });
+        result = ComSetModem_Next(number);
+    }
     EXPECT_EQ(result, 1);
     EXPECT_EQ(states, (std::vector<int32_t>{101, 201, 401, 301, 501, 601}));
-    EXPECT_EQ(modem.commands(), allCommands);
     EXPECT_EQ(log.entries({"Got", "Did"}),
               (Lines{"Got OK from Reset starting INIT", "Got OK from INIT starting FLOW CONTROL",
                      "Got OK from FLOW starting CONPRESSION CONTROL",
                      "Got OK from COMPRESSION starting ERROR CONTROL", "Got OK from ERROR CONTROL",
                      "Got OK from AA - We Are Done"}));
 }
-
 TEST_F(Initialisation, FlagsChooseWhatIsSent) {
     struct Case {
         Request request;
@@ -139,6 +146,7 @@ TEST_F(Initialisation, FlagsChooseWhatIsSent) {
          " Sending No Flow to Modem - String:AT&K0|"},
     };
     std::size_t before = 0;
+    ComCancel(port); // nothing runs: forgotten by the steps, too
     for (const Case& each : cases) {
         ASSERT_EQ(start(each.request), 5);
         if ((each.request.reset & 1) == 0) {
@@ -167,6 +175,9 @@ TEST_F(Initialisation, FlagsChooseWhatIsSent) {
 
 // ---- modems that do not answer ----------------------------------------------------------------------------
 
+// What has come is taken within a second of a clock that is fast only by so much, also on a busy machine.
+constexpr uint32_t unhurried = 20;
+
 Lines repeated(const Lines& lines, std::size_t times) {
     Lines all;
     for (std::size_t i = 0; i < times; ++i)
@@ -175,13 +186,12 @@ Lines repeated(const Lines& lines, std::size_t times) {
 }
 
 TEST_F(Initialisation, ASilentModemIsResetSevenTimes) {
-    modem.answerAll("");
+    modem.add({.mishap = Mishap::silence});
     FastClock fast(100);
     const uint32_t begin = clock::ticks();
     EXPECT_EQ(run(), -5);
     EXPECT_GE(clock::ticks() - begin, 7U * 6100 + 6 * 2000);
     EXPECT_EQ(modem.commands(), Lines(7, "ATZ"));
-    EXPECT_EQ(modem.received(), "ATZ\r+++ATZ\r+++ATZ\r+++ATZ\r+++ATZ\r+++ATZ\r+++ATZ\r");
     EXPECT_EQ(ComGetModem_State(port), 101);
     const Lines once{" Sending Reset to Modem - String:ATZ|", "Did not get OK from RESET - Got:"};
     Lines expected = repeated(once, 7);
@@ -191,16 +201,35 @@ TEST_F(Initialisation, ASilentModemIsResetSevenTimes) {
 
     EXPECT_EQ(ComSetModem_Next(port), -5); // looks for the answer once more
     EXPECT_EQ(entries().back(), last);
-    modem.say("OK\r\n");
+    makeItAnswer();
     ASSERT_TRUE(eventually([] { return ComStatus(port) >= 2; }));
     EXPECT_EQ(ComSetModem_Next(port), 5);
     EXPECT_EQ(ComGetModem_State(port), 200);
 }
 
+// The modem passes its reset on to the far end; between two tries it hears the escape.
+TEST(InitialisationInACall, EndsTheCall) {
+    constexpr int pace = 10;
+    const FastClock fast(pace);
+    simulated::Exchange exchange;
+    simulated::Simulator modem(simulated::ptyLine(), exchange, {.timeScale = pace, .stored = "E0"});
+    const simulated::Simulator far(simulated::ptyLine(), exchange,
+                                   {.number = "200", .timeScale = pace, .stored = "E0S0=1"});
+    Terminal terminal(far.path());
+    const OpenPort open{port, modem.path()};
+    ComPuts(port, "ATD200|");
+    ASSERT_TRUE(modem.waitFor(simulated::Phase::online));
+    terminal.until("CONNECT 33600\r\n");
+    EXPECT_EQ(ComSetModem(port, "unread", "", 5, 4, 4, 4, 4, 0, nullptr), 1);
+    EXPECT_EQ(terminal.until("NO CARRIER"), "ATZ\r+++\r\nNO CARRIER");
+    EXPECT_EQ(modem.commands(),
+              (Lines{"ATD200", "ATZ", "AT&K0", "ATS46=136", "AT&Q6S36=3S48=128", "ATS0=0"}));
+}
+
 TEST_F(Initialisation, AWrongAnswerToTheInitialisationCountsAsNone) {
-    modem.answer("AT&F&C1&D2", "\r\nERROR\r\n");
+    modem.add({.mishap = Mishap::refusal, .text = "&F"});
     ASSERT_EQ(start(), 5);
-    FastClock fast(100);
+    FastClock fast(unhurried);
     EXPECT_EQ(stepsInTime(), -6);
     EXPECT_EQ(ComGetModem_State(port), 201);
     EXPECT_EQ(modem.commands().size(), 8U);
@@ -212,17 +241,16 @@ TEST_F(Initialisation, AWrongAnswerToTheInitialisationCountsAsNone) {
 
 TEST_F(Initialisation, TheOtherCommandsAreSentThreeTimesAndLeft) {
     struct Case {
-        const char* what;
-        std::string answer;
+        Mishap mishap;
         Lines misses; ///< what the log says of flow control, compression, error control, auto-answer
     };
     const std::vector<Case> cases{
-        {"wrong",
-         "NO",
-         {"Did not get OK from Flow - Got:NO", "Did not get OK from COMPRESSION - Got:NO",
-          "Did not get OK from ERROR CONTROL - Got:NO", "Did not get OK from AA Setting - Got:NO"}},
-        {"silent",
-         "",
+        {Mishap::refusal,
+         {"Did not get OK from Flow - Got:\r\nERROR\r\n",
+          "Did not get OK from COMPRESSION - Got:\r\nERROR\r\n",
+          "Did not get OK from ERROR CONTROL - Got:\r\nERROR\r\n",
+          "Did not get OK from AA Setting - Got:\r\nERROR\r\n"}},
+        {Mishap::silence,
          {"Did not get OK from Flow Setting - Got:", "Did not get OK from COMPRESSION - Got:",
           "Did not get OK from ERROR CONTROL - Got:", "Did not get OK from aa - Got:"}},
     };
@@ -234,13 +262,13 @@ TEST_F(Initialisation, TheOtherCommandsAreSentThreeTimesAndLeft) {
                       "Try Auto-Answer setting again"};
     const Lines givenUp{"Proceeding with COMPRESSION CONTROL", "Proceeding with ERROR CONTROL",
                         "Proceeding with AutoAnswer", "We Are Done"};
-    FastClock fast(100);
     std::size_t before = 0;
     for (const Case& each : cases) {
-        SCOPED_TRACE(each.what);
-        modem.answerAll(each.answer);
+        const FastClock fast(each.mishap == Mishap::silence ? 100 : unhurried);
+        modem.clearFaults();
+        modem.add({.mishap = each.mishap});
         ASSERT_EQ(start({.reset = 0, .init = 0}), 5);
-        EXPECT_EQ(each.answer.empty() ? steps([] {}) : stepsInTime(), 1);
+        EXPECT_EQ(each.mishap == Mishap::silence ? steps([] {}) : stepsInTime(), 1);
         EXPECT_EQ(ComGetModem_State(port), 100);
         Lines expected{kept, " Skipping Reset Per User Request", " Skipping INIT Per User Request"};
         for (std::size_t i = 0; i < 4; ++i)
@@ -255,44 +283,54 @@ TEST_F(Initialisation, TheOtherCommandsAreSentThreeTimesAndLeft) {
 }
 
 TEST_F(Initialisation, ALongWrongAnswerIsCutInTheLog) {
-    modem.answerAll(std::string(2000, 'x'));
+    std::snprintf(open.record().flowControlHdwrStr, sizeof open.record().flowControlHdwrStr,
+                  "ATI3I3I3I3I3I3I3X9|");
     ASSERT_EQ(start({.reset = 0, .init = 0}), 5);
-    FastClock fast(100);
+    FastClock fast(unhurried);
     EXPECT_EQ(stepsInTime(), 1);
-    for (const std::string& line : log.entries({"Did not get OK from Flow"}))
-        EXPECT_EQ(line, "Did not get OK from Flow - Got:" + std::string(99, 'x'));
+    const Lines misses = log.entries({"Did not get OK"});
+    EXPECT_EQ(misses.size(), 3U);
+    const std::string beginning = "Did not get OK from Flow - Got:";
+    for (const std::string& line : misses) {
+        EXPECT_TRUE(line.starts_with(beginning + "\r\nbrisolt modem simulator\r\n\r\nbrisolt")) << line;
+        EXPECT_EQ(line.size(), beginning.size() + 99);
+    }
 }
 
 // ---- what ends it -----------------------------------------------------------------------------------------
 
-TEST_F(Initialisation, ACancelOrTheCloseEndsTheOneCall) {
-    modem.answerAll("");
-    const auto runAnd = [this](auto meanwhile) {
-        std::thread other([&] {
-            std::this_thread::sleep_for(300ms);
-            meanwhile();
-        });
+class InitialisationOfASilentModem : public Initialisation {
+protected:
+    InitialisationOfASilentModem() { modem.add({.mishap = Mishap::silence}); }
+    /// Runs until something ends it, long before the first answer is given up, and next to idle until then.
+    void expectEnded() {
         const auto begin = SteadyClock::now();
-        EXPECT_EQ(run(), -1);
-        EXPECT_LT(SteadyClock::now() - begin, 2500ms); // before the first answer is given up
-        other.join();
+        EXPECT_LT(processorTimeOf(CLOCK_THREAD_CPUTIME_ID, [this] { EXPECT_EQ(run(), -1); }), 100ms);
+        EXPECT_LT(SteadyClock::now() - begin, 2500ms);
+    }
+};
+
+TEST_F(InitialisationOfASilentModem, EndsByACancelOrTheClose) {
+    const auto afterHalfASecond = [](auto action) {
+        return std::async(std::launch::async, [action] {
+            sleepHalfASecond();
+            action();
+        });
     };
     ComCancel(port); // nothing runs: forgotten
-    runAnd([] { ComCancel(port); });
-    runAnd([this] { open.close(); });
+    auto cancel = afterHalfASecond([] { ComCancel(port); });
+    expectEnded();
+    cancel.get();
+    auto close = afterHalfASecond([this] { open.close(); });
+    expectEnded();
+    close.get();
     EXPECT_EQ(ComSetModem_Next(port), -1);
     EXPECT_EQ(ComGetModem_State(port), -1);
     EXPECT_EQ(start(), -1);
     EXPECT_EQ(run(), -1);
 }
 
-TEST_F(Initialisation, NoCancelIsMissed) {
-    modem.answerAll("");
-    const auto expectCancelled = [this] {
-        const auto begin = SteadyClock::now();
-        EXPECT_EQ(run(), -1);
-        EXPECT_LT(SteadyClock::now() - begin, 2500ms);
-    };
+TEST_F(InitialisationOfASilentModem, MissesNoCancel) {
     // One that comes when the answer is about to be looked for.
     static std::atomic<int32_t> asked;
     open.record().statusFunc = +[](int32_t number) -> int32_t {
@@ -300,8 +338,8 @@ TEST_F(Initialisation, NoCancelIsMissed) {
             ComCancel(number);
         return asked > 0 ? 2 : 0;
     };
-    expectCancelled();
-    EXPECT_EQ(modem.commands(), Lines(1, "ATZ"));
+    expectEnded();
+    EXPECT_TRUE(eventually([this] { return modem.commands() == Lines(1, "ATZ"); }));
     open.record().statusFunc = nullptr;
 
     // One that a message handled meanwhile wipes out.
@@ -313,12 +351,11 @@ TEST_F(Initialisation, NoCancelIsMissed) {
         },
         nullptr);
     ComHostPostMessage(window, 0x400, 0, 0);
-    expectCancelled();
+    expectEnded();
     ComHostDestroyWindow(window);
 }
 
-TEST_F(Initialisation, MessagesPassAndTheEscapeKeyDoesNotEndIt) {
-    modem.answer("ATZ", "");
+TEST_F(InitialisationOfASilentModem, LetsMessagesPassAndTheEscapeKeyDoesNotEndIt) {
     static std::atomic<int32_t> handled;
     handled = 0;
     const int32_t window =
@@ -329,7 +366,7 @@ TEST_F(Initialisation, MessagesPassAndTheEscapeKeyDoesNotEndIt) {
         ComHostPostMessage(window, 0x400, 0, 0);
         ComHostPostChar(self, 27);
         EXPECT_TRUE(eventually([] { return handled == 1; }, 2s)); // at once, not when the answer is late
-        modem.say("OK\r\n");
+        makeItAnswer();
     });
     EXPECT_EQ(run(), 1);
     other.join();
@@ -338,15 +375,13 @@ TEST_F(Initialisation, MessagesPassAndTheEscapeKeyDoesNotEndIt) {
     ComHostDestroyWindow(window);
 }
 
-TEST_F(Initialisation, WaitingForAnAnswerCostsNextToNothing) {
-    modem.answerAll("");
-    std::thread other([] {
-        std::this_thread::sleep_for(2s);
-        ComCancel(port);
-    });
-    const auto used = processorTimeOf(CLOCK_THREAD_CPUTIME_ID, [this] { EXPECT_EQ(run(), -1); });
-    other.join();
-    EXPECT_LT(used, 50ms);
+TEST_F(InitialisationOfASilentModem, StartsAfreshOnAReopenedPort) {
+    ASSERT_EQ(start(), 5);
+    ASSERT_EQ(ComSetModem_Next(port), 5);
+    EXPECT_EQ(ComGetModem_State(port), 101);
+    ASSERT_EQ(open.close(), 1);
+    OpenPort again{port, modem.path()};
+    EXPECT_EQ(ComGetModem_State(port), 100);
 }
 
 // ---- strings of the database ------------------------------------------------------------------------------
@@ -453,16 +488,6 @@ TEST_F(InitialisationStrings, DoNotDisturbAListing) {
               5);
     EXPECT_STREQ(texts[0], "b");
     ComGetModem_End(port);
-}
-
-TEST_F(Initialisation, AReopenedPortStartsAfresh) {
-    modem.answerAll("");
-    ASSERT_EQ(start(), 5);
-    ASSERT_EQ(ComSetModem_Next(port), 5);
-    EXPECT_EQ(ComGetModem_State(port), 101);
-    ASSERT_EQ(open.close(), 1);
-    OpenPort again{port, modem.path()};
-    EXPECT_EQ(ComGetModem_State(port), 100);
 }
 
 } // namespace

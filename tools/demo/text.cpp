@@ -45,6 +45,7 @@ Text realText(std::size_t limit) {
         for (const fs::path& file : filesOf(directory))
             if (text.bytes.size() < limit)
                 text.bytes += readFile(file.string());
+        std::erase(text.bytes, '\x1a'); // ends a text on its way
         text.bytes.resize(std::min(text.bytes.size(), limit));
         if (!text.bytes.empty())
             return text;

@@ -77,7 +77,8 @@ void Exchange::leave(const std::string& number) {
 /// The file stays when the number is given back: to remove it could hit one that another has just locked.
 Descriptor Exchange::lockedFile(const std::string& number, uint16_t port) const {
     const fs::path path = folder_ / number;
-    Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    // In a folder that others may write to, a link could point at any file of ours.
+    Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666));
     if (!file)
         throw failure(path.string(), errno);
     if (flock(file.get(), LOCK_EX | LOCK_NB) != 0)

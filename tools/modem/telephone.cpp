@@ -26,10 +26,19 @@ sockaddr_in loopback(uint16_t port) {
     return address;
 }
 
+/// What one end has sent is soon at the other or holds the sender off, as on a telephone line; a host would
+/// keep megabytes. Less than two of the loopback's large segments would make it stutter.
+void keepLittle(const Descriptor& socket) {
+    const int bytes = 131072;
+    setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);
+    setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+}
+
 /// A connection to a modem; none when nobody listens there. On the loopback address it is made or refused at
 /// once, but for a process that hangs and takes no callers.
 Descriptor connectTo(uint16_t port) {
     Descriptor made(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    keepLittle(made);
     const timeval patience{1, 0};
     setsockopt(made.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     const sockaddr_in address = loopback(port);
@@ -65,6 +74,7 @@ int numberIn(const std::string& line) {
 Telephone::Telephone(Exchange& exchange, std::string number)
     : exchange_(exchange), number_(std::move(number)),
       listener_(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
+    keepLittle(listener_); // whom it accepts is like it
     sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
     auto* const generic = reinterpret_cast<sockaddr*>(&address);

@@ -19,6 +19,20 @@ namespace {
 
 using namespace simulated;
 
+constexpr const char* description =
+    R"(A simulated modem on a pseudo terminal, for trying programs without hardware. The path of the
+terminal is printed; open it with any program that uses modems. Modems with a number can be called
+by others of the same user on this machine. It runs until it is ended (Ctrl-C).
+)";
+constexpr const char* footer = R"(
+Two modems, one of which answers by itself, and a terminal at the other:
+  brisolt-modem --number 200 --stored 'S0=1&D0' --link /tmp/modem200 &
+  brisolt-modem --number 100 --link /tmp/modem100 &
+  brisolt term /tmp/modem100        then type ATDT200
+
+A pseudo terminal has no modem lines: a program sees a call by CONNECT, RING and NO CARRIER only.
+DTR is up while a program has the terminal open; without DTR a modem answers no call unless &D0 is set.)";
+
 struct Arguments {
     Options modem;
     std::string link;
@@ -42,20 +56,26 @@ std::string defaultExchange() {
 }
 
 void addModem(CLI::App& app, Arguments& arguments) {
-    app.add_option("--number", arguments.modem.number, "Its telephone number; without one it can call only");
+    app.add_option("--number", arguments.modem.number, "Its telephone number; without one it can call only")
+        ->type_name("DIGITS");
     app.add_option("--exchange", arguments.exchange,
                    "Folder by which modems find one another (one for each user unless given)")
         ->type_name("FOLDER");
     app.add_option("--link", arguments.link, "Keep a symbolic link to the terminal there")->type_name("PATH");
-    app.add_option("--stored", arguments.modem.stored, "Command line that it has stored, such as S0=1");
+    app.add_option("--stored", arguments.modem.stored, "Command line that it has stored, such as S0=1")
+        ->type_name("COMMANDS");
     app.add_option("--rate", arguments.modem.rate, "Bits per second of its connections")
-        ->check(CLI::PositiveNumber)
+        ->type_name("BPS")
+        ->check(CLI::PositiveNumber.description(""))
         ->capture_default_str();
     app.add_option("--training", arguments.training, "Milliseconds from picking up to CONNECT")
-        ->check(CLI::NonNegativeNumber)
+        ->type_name("MS")
+        ->check(CLI::NonNegativeNumber.description(""))
         ->capture_default_str();
-    app.add_option("--time-scale", arguments.modem.timeScale, "How many times as fast its time runs")
-        ->check(CLI::Range(1, 1000))
+    app.add_option("--time-scale", arguments.modem.timeScale,
+                   "How many times as fast its time runs, up to 1000")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1000).description(""))
         ->capture_default_str();
     app.add_flag("--verbose", arguments.verbose, "Tell on standard error what happens");
 }
@@ -63,7 +83,7 @@ void addModem(CLI::App& app, Arguments& arguments) {
 void addNumbers(CLI::App& app, Arguments& arguments) {
     const auto add = [&app](const char* name, std::vector<std::string>& numbers, const char* what) {
         app.add_option(name, numbers, what)
-            ->type_name("NUMBER ...")
+            ->type_name("NUMBER")
             ->group("What numbers do when this modem dials them");
     };
     add("--busy", arguments.busy, "Busy");
@@ -77,11 +97,10 @@ void addFaultOptions(CLI::App& app, Arguments& arguments) {
                            const char* what) {
         app.add_option(name, texts, what)->type_name(form)->group(group);
     };
-    lines("--silent", arguments.silent, "TEXT[:N] ...",
+    lines("--silent", arguments.silent, "TEXT[:N]",
           "Command lines with TEXT are lost, the first N or all of them (empty: any line)");
-    lines("--refuse", arguments.refused, "TEXT[:N] ...", "Command lines with TEXT get ERROR");
-    lines("--slow", arguments.slow, "TEXT:MS ...",
-          "Command lines with TEXT are answered MS milliseconds late");
+    lines("--refuse", arguments.refused, "TEXT[:N]", "Command lines with TEXT get ERROR");
+    lines("--slow", arguments.slow, "TEXT:MS", "Command lines with TEXT are answered MS milliseconds late");
     app.add_flag("--unplugged", arguments.unplugged, "It is not plugged into the telephone line")
         ->group(group);
     app.add_option("--noise", arguments.noise, "A byte of noise behind every N bytes to the program")
@@ -94,7 +113,7 @@ void addFaultOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--drop-after-ms", arguments.dropTime,
                    "The line is cut MS milliseconds after the first CONNECT")
         ->type_name("MS")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::NonNegativeNumber.description(""))
         ->group(group);
 }
 
@@ -168,9 +187,8 @@ int main(int argc, char** argv) {
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
 
     try {
-        CLI::App app(
-            "A simulated modem on a pseudo terminal, whose path is printed. Modems with a number can "
-            "be called by others of this machine.");
+        CLI::App app(description);
+        app.footer(footer);
         Arguments arguments;
         addModem(app, arguments);
         addNumbers(app, arguments);
