@@ -22,6 +22,7 @@
 #ifndef BRISOLT_H
 #define BRISOLT_H
 
+#include "brisolt/checks.h"
 #include "brisolt/conversions.h"
 #include "brisolt/drivers.h"
 #include "brisolt/lines.h"
@@ -33,6 +34,7 @@
 #include "brisolt/progress.h"
 #include "brisolt/scripting.h"
 #include "brisolt/stream.h"
+#include "brisolt/times.h"
 #include "brisolt/transfer.h"
 #include "brisolt/waits.h"
 
