@@ -22,6 +22,7 @@
 #ifndef BRISOLT_H
 #define BRISOLT_H
 
+#include "brisolt/capture.h"
 #include "brisolt/checks.h"
 #include "brisolt/conversions.h"
 #include "brisolt/drivers.h"
