@@ -64,7 +64,7 @@ void printRow(const Row& row, const std::vector<Cost>& ratios) {
 
 int runTable(const Options& options, const std::string& only) {
     std::vector<Row> rows = singlePortRows(options);
-    for (auto* more : {transferRows, manyPortRows, matchingRows})
+    for (auto* more : {transferRows, manyPortRows, matchingRows, checkRows})
         for (Row& row : more(options))
             rows.push_back(std::move(row));
     if (only == "?") {

@@ -31,6 +31,8 @@ std::vector<Row> manyPortRows(const Options& options);
 /// Waiting for strings, to searching everything again and again; the sides have no part in it.
 std::vector<Row> matchingRows(const Options& options);
 
+/// Block checks, to what other libraries do; the sides have no part in it.
+std::vector<Row> checkRows(const Options& options);
 /// Text files, step by step; beside the bare calls only.
 std::vector<Row> transferRows(const Options& options);
 

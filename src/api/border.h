@@ -10,6 +10,15 @@
 
 namespace brisolt {
 
+/// f(), or `otherwise` when memory runs out inside.
+template <class F> auto guarded(decltype(std::declval<F>()()) otherwise, F&& f) noexcept {
+    try {
+        return f();
+    } catch (...) {
+        return otherwise;
+    }
+}
+
 /// f(port) with a hold on the open port of that number; `otherwise` for a bad or closed port, and when
 /// memory runs out inside.
 template <class F>
@@ -17,11 +26,7 @@ auto onPort(int32_t number, decltype(std::declval<F>()(std::declval<Port&>())) o
     HeldPort port(number);
     if (!port)
         return otherwise;
-    try {
-        return f(*port);
-    } catch (...) {
-        return otherwise;
-    }
+    return guarded(otherwise, [&] { return f(*port); });
 }
 
 } // namespace brisolt

@@ -22,7 +22,9 @@
 #ifndef BRISOLT_H
 #define BRISOLT_H
 
+#include "brisolt/capture.h"
 #include "brisolt/checked.h"
+#include "brisolt/checks.h"
 #include "brisolt/conversions.h"
 #include "brisolt/drivers.h"
 #include "brisolt/lines.h"
@@ -34,6 +36,7 @@
 #include "brisolt/progress.h"
 #include "brisolt/scripting.h"
 #include "brisolt/stream.h"
+#include "brisolt/times.h"
 #include "brisolt/transfer.h"
 #include "brisolt/waits.h"
 

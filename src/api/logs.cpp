@@ -1,16 +1,11 @@
-// Exported: the log files of a port, and the time, hex and process helpers that go with them.
+// Exported: the log files of a port.
 #include <cstdarg>
-#include <cstring>
 
 #include "api/border.h"
-#include "api/brisolt/conversions.h"
 #include "api/brisolt/logs.h"
 #include "api/export.h"
 #include "diag/debug_logs.h"
-#include "platform/process.h"
 #include "port/trace.h"
-#include "util/hex.h"
-#include "util/time_strings.h"
 
 using namespace brisolt;
 using logs::Log;
@@ -42,13 +37,6 @@ int32_t writeOnOwnLine(int32_t port, Stamp stamp, const char* text) noexcept {
 
 int32_t writeBytes(int32_t port, Log log, const HexDump& form, const void* bytes, int32_t length) noexcept {
     return onPort(port, -1, [&](Port& held) { return logs::writeDump(held, log, form, bytes, length); });
-}
-
-int32_t copyTimeString(const char (&string)[timeStringSize], char* buffer) noexcept {
-    if (buffer == nullptr)
-        return -1;
-    std::memcpy(buffer, string, timeStringSize);
-    return 1;
 }
 
 } // namespace
@@ -118,41 +106,4 @@ BRISOLT_EXPORT int32_t ComWriteDebugVerifyFileStringHEX(int32_t port, const void
 }
 BRISOLT_EXPORT int32_t ComWriteProtocolDebugFileStringHEX(int32_t port, const void* bytes, int32_t length) {
     return writeBytes(port, Log::protocol, protocolDump, bytes, length);
-}
-
-// ---- time, hex and processes
-
-BRISOLT_EXPORT int32_t ComGetTime(char* buffer) {
-    return copyTimeString(timeStringsNow().time, buffer);
-}
-BRISOLT_EXPORT int32_t ComGetSystemTime(char* buffer) {
-    return ComGetTime(buffer);
-}
-BRISOLT_EXPORT int32_t ComGetDate(char* buffer) {
-    return copyTimeString(timeStringsNow().date, buffer);
-}
-BRISOLT_EXPORT int32_t ComGetSystemDate(char* buffer) {
-    return ComGetDate(buffer);
-}
-
-BRISOLT_EXPORT int32_t ComConvertBytetoHEXASCII(uint8_t value, char* buffer) {
-    if (buffer == nullptr)
-        return -1;
-    hex::putPadded(buffer, value);
-    return 1;
-}
-BRISOLT_EXPORT int32_t ComConvertHEXASCIItoByte(const char* text) {
-    return text == nullptr ? -1 : hex::parse(text);
-}
-
-BRISOLT_EXPORT int32_t ComSystem(const char* program, const char* argument1, const char* argument2) {
-    process::startDetached(program, argument1, argument2);
-    return 1;
-}
-BRISOLT_EXPORT int32_t ComSys(const char* commandLine) {
-    return process::runCommand(commandLine);
-}
-BRISOLT_EXPORT int32_t ComFlushAll(void) {
-    process::flushStreams();
-    return 1;
 }

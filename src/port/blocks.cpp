@@ -56,6 +56,8 @@ void release(Port& port) noexcept {
     releaseBlock(port.rx.storage, static_cast<std::size_t>(port.rx.size));
     releaseBlock(port.tx.storage, static_cast<std::size_t>(port.tx.size));
     releaseBlock(port.workArea, sizeof(PortWorkArea));
+    if (port.record != nullptr)
+        releaseBlock(port.record->captureBuffer, static_cast<std::size_t>(port.record->captureSize));
     releaseBlock(port.record, sizeof(PortRecord));
     port.rx = {};
     port.tx = {};

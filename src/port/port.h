@@ -83,6 +83,7 @@ struct Port {
     std::mutex logMutex;             ///< the log file names of the record
     std::mutex lineMutex;            ///< lineState and deviceName of the record
     std::mutex showMutex;            ///< show of the record
+    std::mutex captureMutex;         ///< the capture of the record
 
     /// The transfer that goes on the port step by step, if there is one; under portLock.
     std::shared_ptr<TextTransfer> transfer;

@@ -113,13 +113,14 @@ struct PortRecord {
     Shared<int32_t> txHead;
     Shared<int32_t> maxWriteChars;
 
-    // ---- capture on failure
+    // ---- capture on failure: under captureMutex of the port
     Shared<int32_t> captureActive;
     int32_t captureStart;
     int32_t captureWritePos;
     int32_t captureSize;
     char* captureBuffer;
     char captureDir[nameSize];
+    uint64_t captureAdded; ///< bytes in all, so that a save knows what came since
 
     // ---- the I/O thread
     Shared<uint32_t> threadStartTick;

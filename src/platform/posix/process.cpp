@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -34,25 +35,29 @@ void forgetSignalHandlers() noexcept {
     }
 }
 
-[[noreturn]] void becomeProgram(const char* program, char* const* arguments) noexcept {
+constexpr int32_t ownOutput = -1; ///< the program's standard output is that of this one
+
+bool takeOutput(int32_t output) noexcept {
+    if (output == ownOutput)
+        return true;
+    // A program that has closed its own may have been given that very number.
+    return (output == STDOUT_FILENO ? fcntl(output, F_SETFD, 0) : dup2(output, STDOUT_FILENO)) >= 0;
+}
+
+[[noreturn]] void becomeProgram(char* const* arguments, int32_t output) noexcept {
     forgetSignalHandlers();
     // The caller may be one of our own threads, which block what a program needs.
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    execvp(program, arguments);
+    if (takeOutput(output))
+        execvp(arguments[0], arguments);
     _exit(127);
 }
 
-} // namespace
-
 // The process in between ends at once and is reaped here, so the program belongs to the system's first
 // process, which reaps it. The library's descriptors are all closed on exec and do not reach it.
-void startDetached(const char* program, const char* argument1, const char* argument2) noexcept {
-    if (!program)
-        return;
-    char* arguments[] = {const_cast<char*>(program), const_cast<char*>(argument1),
-                         argument1 ? const_cast<char*>(argument2) : nullptr, nullptr};
+void launch(char* const* arguments, int32_t output) noexcept {
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
@@ -60,12 +65,44 @@ void startDetached(const char* program, const char* argument1, const char* argum
     pid_t between = fork();
     if (between == 0) {
         if (fork() == 0)
-            becomeProgram(program, arguments);
+            becomeProgram(arguments, output);
         _exit(0);
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     while (between > 0 && waitpid(between, nullptr, 0) < 0 && errno == EINTR) {
     }
+}
+
+} // namespace
+
+void startDetached(const char* program, const char* argument1, const char* argument2) noexcept {
+    if (!program)
+        return;
+    char* arguments[] = {const_cast<char*>(program), const_cast<char*>(argument1),
+                         argument1 ? const_cast<char*>(argument2) : nullptr, nullptr};
+    launch(arguments, ownOutput);
+}
+
+// The end of its output tells the end of the script: its exit status might have been taken by the program,
+// which may ignore its children or reap all of them.
+bool answers(const char* script, const char* argument) noexcept {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return false;
+    char shell[] = "sh";
+    char option[] = "-c";
+    char* arguments[] = {shell,  option, const_cast<char*>(script), shell, const_cast<char*>(argument),
+                         nullptr};
+    launch(arguments, ends[1]);
+    close(ends[1]);
+    bool answered = false;
+    char bytes[64];
+    for (ssize_t got = 1; got > 0 || (got < 0 && errno == EINTR);) {
+        got = read(ends[0], bytes, sizeof bytes);
+        answered = answered || got > 0;
+    }
+    close(ends[0]);
+    return answered;
 }
 
 int32_t runCommand(const char* commandLine) noexcept {

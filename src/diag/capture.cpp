@@ -1,0 +1,66 @@
+#include "diag/capture.h"
+
+#include <cstring>
+#include <mutex>
+
+#include "diag/capture_ring.h"
+#include "platform/memory.h"
+#include "port/capture_hook.h"
+
+namespace brisolt::capture {
+namespace {
+
+void keepEntry(Port& port, std::string_view bytes) noexcept {
+    add(port, bytes);
+}
+
+/// Under captureMutex.
+void turnOff(PortRecord& record) noexcept {
+    record.captureActive = 0;
+    memory::release(record.captureBuffer, static_cast<std::size_t>(record.captureSize));
+    record.captureBuffer = nullptr;
+    record.captureStart = 0;
+    record.captureWritePos = 0;
+    record.captureSize = 0;
+    std::memset(record.captureDir, 0, sizeof record.captureDir);
+}
+
+} // namespace
+
+int32_t start(Port& port, std::string_view directory, int32_t capacity) noexcept {
+    if (directory.size() >= nameSize || capacity < 1)
+        return -1;
+    auto* ring = static_cast<char*>(memory::allocateZeroed(static_cast<std::size_t>(capacity)));
+    captureHook = keepEntry;
+    std::lock_guard lock(port.captureMutex);
+    PortRecord& record = *port.record;
+    turnOff(record);
+    if (ring == nullptr)
+        return -2;
+    record.captureBuffer = ring;
+    record.captureSize = capacity;
+    directory.copy(record.captureDir, directory.size());
+    record.captureActive = 1;
+    return 1;
+}
+
+int32_t add(Port& port, std::string_view bytes) noexcept {
+    std::lock_guard lock(port.captureMutex);
+    if (port.record->captureActive != 1)
+        return -2;
+    captureRing::add(*port.record, bytes);
+    return 1;
+}
+
+void clear(Port& port) noexcept {
+    std::lock_guard lock(port.captureMutex);
+    if (port.record->captureActive == 1)
+        captureRing::clear(*port.record);
+}
+
+void stop(Port& port) noexcept {
+    std::lock_guard lock(port.captureMutex);
+    turnOff(*port.record);
+}
+
+} // namespace brisolt::capture

@@ -1,0 +1,152 @@
+// The bell on a terminal of its own, and sounds through players that tell what they were given.
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "api/brisolt.h"
+#include "api/brisolt_host.h"
+#include "support/pty.h"
+#include "support/temp_dir.h"
+
+namespace brisolt {
+namespace {
+
+/// Runs work() in a process whose terminal is the pty; its exit status.
+template <class F> int inTerminal(const test::Pty& pty, F&& work) {
+    pid_t child = fork();
+    if (child == 0) {
+        setsid();
+        int terminal = open(pty.slavePath().c_str(), O_RDWR);
+        if (terminal < 0 || ioctl(terminal, TIOCSCTTY, 0) != 0)
+            _exit(9);
+        work(terminal);
+        _exit(0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+TEST(Beep, RingsTheTerminalAlsoFromTheBackground) {
+    test::Pty pty;
+    int status = inTerminal(pty, [](int terminal) {
+        termios settings{};
+        tcgetattr(terminal, &settings);
+        settings.c_lflag |= TOSTOP;
+        tcsetattr(terminal, TCSANOW, &settings);
+        pid_t background = fork();
+        if (background == 0) {
+            setpgid(0, 0);
+            alarm(20);
+            ComBeep();
+            _exit(0);
+        }
+        int end = -1;
+        if (waitpid(background, &end, WUNTRACED) != background || end != 0) {
+            kill(background, SIGKILL);
+            _exit(1);
+        }
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(pty.read(1), "\a");
+}
+
+class Sounds : public testing::Test {
+protected:
+    Sounds() {
+        setenv("PATH", (directory.path().string() + ":/usr/bin:/bin").c_str(), 1);
+        for (const char* name : {"paplay", "pw-play", "aplay"})
+            player(name, "exit 1");
+        std::ofstream(sound) << "RIFF";
+    }
+
+    /// One that notes its name and what it was given.
+    void player(const std::string& name, const std::string& work) {
+        std::string path = directory.file(name);
+        std::ofstream(path) << "#!/bin/sh\necho noise; echo noise >&2\n"
+                            << "echo " << name << " \"$@\" >>'" << notes << "'\n"
+                            << work << '\n';
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    }
+    std::string noted() {
+        std::ifstream file(notes);
+        std::string text(std::istreambuf_iterator<char>(file), {});
+        std::filesystem::remove(notes);
+        return text;
+    }
+
+    test::TempDir directory;
+    std::string notes = directory.file("notes");
+    std::string sound = directory.file("a sound's $name.wav");
+};
+
+TEST_F(Sounds, ReturnsWhenTheSoundIsOver) {
+    player("paplay", "sleep 0.3; echo over >>'" + notes + "'");
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Com_PlaySound(sound.c_str()), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(noted(), "paplay " + sound + "\nover\n");
+}
+
+TEST_F(Sounds, AnotherPlayerWhereOneCannot) {
+    player("aplay", "");
+    EXPECT_EQ(Com_PlaySound(sound.c_str()), 1);
+    EXPECT_EQ(noted(), "paplay " + sound + "\npw-play " + sound + "\naplay -q " + sound + "\n");
+}
+
+TEST_F(Sounds, NothingThatCanPlay) {
+    EXPECT_EQ(Com_PlaySound(sound.c_str()), -1);
+    char reason[300];
+    ASSERT_GT(ComHostGetErrorText(reason, sizeof reason), 0);
+    EXPECT_NE(std::string(reason).find("aplay"), std::string::npos);
+    noted();
+    player("paplay", "");
+    EXPECT_EQ(Com_PlaySound(directory.file("none.wav").c_str()), -1);
+    EXPECT_EQ(Com_PlaySound(nullptr), -1);
+    EXPECT_EQ(noted(), "");
+}
+
+TEST_F(Sounds, NamesOfEveryKind) {
+    player("paplay", "");
+    std::filesystem::current_path(directory.path());
+    std::ofstream("-n") << "RIFF";
+    EXPECT_EQ(Com_PlaySound("-n"), 1);
+    EXPECT_EQ(noted(), "paplay ./-n\n");
+    std::filesystem::create_directory("sub");
+    std::ofstream("sub/x.wav") << "RIFF";
+    EXPECT_EQ(Com_PlaySound("sub\\x.wav"), 1);
+    EXPECT_EQ(noted(), "paplay sub/x.wav\n");
+}
+
+// Whatever the program does about its children, and with its standard output closed.
+TEST_F(Sounds, InProgramsWithHabitsOfTheirOwn) {
+    player("paplay", "sleep 0.1");
+    signal(SIGCHLD, SIG_IGN);
+    EXPECT_EQ(Com_PlaySound(sound.c_str()), 1);
+    signal(SIGCHLD, [](int) {
+        while (waitpid(-1, nullptr, WNOHANG) > 0) {
+        }
+    });
+    EXPECT_EQ(Com_PlaySound(sound.c_str()), 1);
+    signal(SIGCHLD, SIG_DFL);
+    int kept[] = {dup(0), dup(1)};
+    close(0);
+    close(1);
+    int32_t result = Com_PlaySound(sound.c_str());
+    dup2(kept[0], 0);
+    dup2(kept[1], 1);
+    EXPECT_EQ(result, 1);
+}
+
+} // namespace
+} // namespace brisolt
