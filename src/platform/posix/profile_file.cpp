@@ -20,24 +20,10 @@ using Status = struct stat;
 
 constexpr uint32_t patience = 10'000; ///< milliseconds, for another writer
 constexpr uint32_t lookAgain = 2;
-constexpr int32_t mostLinks = 40; ///< as the host itself follows them
 
 bool refuse(const std::string& path, const std::string& reason) {
     setErrorText("cannot write to " + path + ": " + reason);
     return false;
-}
-
-/// Where the profile really is: a link to it is to stay one.
-std::string realPlace(const char* file) {
-    std::filesystem::path path = std::filesystem::absolute(file::nameOnHost(file));
-    std::error_code noLink;
-    for (int32_t links = 0; links < mostLinks; ++links) {
-        std::filesystem::path target = std::filesystem::read_symlink(path, noLink);
-        if (noLink)
-            break;
-        path = path.parent_path() / target;
-    }
-    return path.string();
 }
 
 /// A profile as it is on the disk. An absent one has no text.
@@ -214,7 +200,7 @@ std::string changed(const std::string& text, std::string_view section, std::span
 } // namespace
 
 bool write(const char* file, std::string_view section, std::span<const Change> changes) {
-    std::string path = realPlace(file);
+    std::string path = file::realPlace(file); // a link to it is to stay one
     for (const Change& change : changes)
         if (!storable(section, change))
             return refuse(path, "no line of it can hold [" + std::string(section) + "] " +
