@@ -27,6 +27,8 @@ struct How {
     /// Every write goes to the file's end. It is opened for one entry and other programs' readers and
     /// writers are left in peace: only a lock keeps out those who write entries of their own.
     bool forEntries = false;
+    /// What a new file may be used for by whom, as far as the program's own mask allows.
+    uint32_t permissions = 0666;
 };
 
 /// An open file or character device; null-like when it could not be opened. A file that nobody may write
@@ -49,6 +51,8 @@ public:
     /// Its size in bytes, -1 for one that could not be opened.
     int64_t size() const noexcept;
     bool truncate(int64_t size) noexcept;
+    /// Takes owner and permissions from the file of that name.
+    bool takeOver(const char* path) noexcept;
     /// Returns when all that was written is on the disk; false when it is not.
     bool flush() noexcept;
     /// False when the host reports at last that something written was lost.
@@ -97,6 +101,8 @@ bool exists(const char* path, Access access, Sharing sharing) noexcept;
 bool remove(const char* path) noexcept;
 /// Gives a file another name on the same disk, for good. False when something has that name already.
 bool rename(const char* from, const char* to) noexcept;
+/// As in How; 0 when there is no such file.
+uint32_t permissions(const char* path) noexcept;
 /// Seconds since 1970 UTC, -1 when there is nothing of that name.
 int64_t modificationTime(const char* path) noexcept;
 /// Bytes in the file behind a stream, -1 when there is none.

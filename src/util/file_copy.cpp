@@ -38,6 +38,20 @@ File openSource(const char* path) {
     return source;
 }
 
+File createFile(const char* path, uint32_t permissions) noexcept {
+    return {path,
+            {.access = Access::write,
+             .sharing = Sharing::readOnly,
+             .opening = Opening::createNew,
+             .permissions = permissions}};
+}
+
+/// A file of our own making that is not to be.
+void discard(const std::string& path) {
+    std::error_code ignored;
+    std::filesystem::remove(file::nameOnHost(path.c_str()), ignored);
+}
+
 int32_t writeBlock(File& to, const Block& block, int32_t count, const char* path) noexcept {
     for (int32_t written = 0; written < count;) {
         int32_t now = to.write(block.data() + written, count - written);
@@ -76,14 +90,14 @@ int32_t transfer(File& from, const char* source, File& to, const char* destinati
 }
 
 /// A new file beside another, under a name that nobody looks for.
-File createDraft(const std::string& place, std::string& draft) {
+File createDraft(const std::string& place, uint32_t permissions, std::string& draft) {
     std::random_device random;
     File file;
     for (int32_t tries = 0; !file && tries < draftTries; ++tries) {
         char name[32];
         std::snprintf(name, sizeof name, ".brisolt-%08x", random());
         draft = std::filesystem::path(place).replace_filename(name).string();
-        file = File(draft.c_str(), {Access::write, Sharing::readOnly, Opening::createNew});
+        file = createFile(draft.c_str(), permissions);
         if (!file && !nameTaken(draft))
             break; // not the name is in the way
     }
@@ -107,7 +121,8 @@ int32_t append(const char* destination, const char* source) {
     if (!from)
         return noSource;
     bool there = free(destination);
-    File to(destination, {Access::write, Sharing::readOnly, there ? Opening::existing : Opening::createNew});
+    File to = there ? File(destination, {Access::write, Sharing::readOnly})
+                    : createFile(destination, file::permissions(source));
     int64_t before = to.seekEnd();
     if (before < 0)
         return noDestination;
@@ -117,30 +132,34 @@ int32_t append(const char* destination, const char* source) {
     to.truncate(before);
     to.close();
     if (!there)
-        file::remove(destination);
+        discard(destination);
     return result;
 }
 
-// The destination is given up only when the copy is complete and on the disk: a full disk costs nothing.
+// The destination is given up only when the copy is complete and on the disk: a full disk costs nothing. A
+// new file is no more open to others than its source; one in another's place belongs to whom that did.
 int32_t copy(const char* destination, const char* source) {
     File from = openSource(source);
     if (!from)
         return noSource;
     std::string place = file::realPlace(destination); // a link to it is to stay one
-    if (nameTaken(place) && !free(place.c_str())) {
+    bool replaces = nameTaken(place);
+    if (replaces && !free(place.c_str())) {
         setErrorText("cannot replace " + place + ": it is read-only or in use");
         return noSource;
     }
     std::string draft;
-    File to = createDraft(place, draft);
+    File to = createDraft(place, replaces ? 0600 : file::permissions(source), draft);
     if (!to)
         return noDestination;
     int32_t result = transfer(from, source, to, destination);
+    if (result == done && replaces && !to.takeOver(place.c_str()))
+        result = writeFailed;
     to.close();
     if (result == done)
         result = publish(draft, place);
     if (result != done)
-        file::remove(draft.c_str());
+        discard(draft);
     return result;
 }
 

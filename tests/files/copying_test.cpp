@@ -121,12 +121,25 @@ TEST_F(Copying, OntoItselfUnderAnyName) {
     EXPECT_EQ(entries(), 3);
 }
 
-TEST_F(Copying, ADestinationThatIsALinkStaysOne) {
+TEST_F(Copying, LinksAndPermissionsStay) {
+    const auto permissions = [this](const char* name) {
+        struct stat status {};
+        stat(files.path(name).c_str(), &status);
+        return status.st_mode & 0777;
+    };
     files.make("real", "before");
+    chmod(files.path("real").c_str(), 0620);
+    chmod(from.c_str(), 0700);
     std::filesystem::create_symlink("real", to);
     EXPECT_EQ(run(ComCopyFile), 1);
     EXPECT_TRUE(std::filesystem::is_symlink(to));
     EXPECT_EQ(files.bytes("real"), bytes);
+    EXPECT_EQ(permissions("real"), 0620U);
+    for (const Operation operation : {ComAppendFile, ComCopyFile}) {
+        std::filesystem::remove(to);
+        EXPECT_EQ(run(operation), 1);
+        EXPECT_EQ(permissions("to"), 0700U);
+    }
 }
 
 TEST_F(Copying, ASourceThatFailsOnTheWay) {

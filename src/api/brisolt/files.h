@@ -61,14 +61,15 @@ int32_t ComDiffFile_Report(int32_t port, const char *firstName, const char *seco
  *   -2  the destination cannot be opened or created, or its end cannot be reached
  *   -3  a read of the source failed, or it became shorter meanwhile
  *   -4  a write to the destination failed: disk full, limit reached
- * The source may be read by others meanwhile, but not written; the same goes for the destination.
+ * The source may be read by others meanwhile, but not written; the same goes for the destination. A new file
+ * has the source's permissions as far as the program's mask allows.
  */
 
 /* Adds the source to the end of the destination, or creates it. A destination that is held or read-only, and
  * the source itself, give -2. */
 int32_t ComAppendFile(const char *destination, const char *source);
 /* Replaces or creates the destination; where it is a link, the file that it leads to. The new file is
- * written beside it and takes its place when complete. -1 also when a destination is there that cannot be
+ * written beside it and takes its place, owner and permissions when complete. -1 also when a destination is there that cannot be
  * deleted: held, read-only, no file, or the source itself. */
 int32_t ComCopyFile(const char *destination, const char *source);
 /* ComCopyFile, then deletes the source. -5 the copy is complete, but the source could not be deleted. */

@@ -12,6 +12,7 @@
 #include "platform/error_text.h"
 #include "platform/posix/file_holders.h"
 #include "platform/posix/file_names.h"
+#include "platform/posix/file_owner.h"
 #include "platform/posix/open_files.h"
 
 namespace brisolt::file {
@@ -59,7 +60,7 @@ int32_t openAs(const HostName& name, const How& how) noexcept {
     int creation = how.opening == Opening::existing ? 0 : O_CREAT;
     if (how.opening == Opening::createNew)
         creation |= O_EXCL;
-    return openByName(name, how.forEntries ? flags | O_APPEND : flags, creation);
+    return openByName(name, how.forEntries ? flags | O_APPEND : flags, creation, how.permissions);
 }
 
 /// False only when another process is in the way.
@@ -183,6 +184,11 @@ int64_t File::size() const noexcept {
 bool File::truncate(int64_t size) noexcept {
     bool isDevice = descriptor_ >= 0 && !entered_;
     return isDevice || ::ftruncate(descriptor_, size) == 0;
+}
+
+bool File::takeOver(const char* path) noexcept {
+    Status old{};
+    return ::stat(HostName(path).text(), &old) == 0 && file::takeOver(descriptor_, old);
 }
 
 bool File::flush() noexcept {

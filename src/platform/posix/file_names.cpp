@@ -21,9 +21,9 @@ bool standsAsWritten(const char* path) noexcept {
     return ::access(path, F_OK) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
-int32_t openOnce(const HostName& name, int flags, int creation) noexcept {
+int32_t openOnce(const HostName& name, int flags, int creation, uint32_t permissions) noexcept {
     if (!name.asWritten())
-        return ::open(name.text(), flags | creation, 0666);
+        return ::open(name.text(), flags | creation, permissions);
     if ((creation & O_EXCL) == 0)
         return ::open(name.text(), flags);
     errno = EEXIST;
@@ -44,9 +44,9 @@ HostName::HostName(const char* path) noexcept {
 }
 
 // A lease is broken by the very attempt to open; whoever has it is told and gives it up.
-int32_t openByName(const HostName& name, int flags, int creation) noexcept {
+int32_t openByName(const HostName& name, int flags, int creation, uint32_t permissions) noexcept {
     for (int32_t tries = 1;; ++tries) {
-        int32_t descriptor = openOnce(name, flags, creation);
+        int32_t descriptor = openOnce(name, flags, creation, permissions);
         if (descriptor >= 0 || errno != EWOULDBLOCK || tries == leaseTries)
             return descriptor;
         ::nanosleep(&leasePause, nullptr);

@@ -23,6 +23,6 @@ private:
 
 /// open() of the name. `creation` (O_CREAT and its like) goes for names with slashes only. Somebody's lease
 /// on the file is given a moment to end. -1 and errno.
-int32_t openByName(const HostName& name, int flags, int creation = 0) noexcept;
+int32_t openByName(const HostName& name, int flags, int creation = 0, uint32_t permissions = 0) noexcept;
 
 } // namespace brisolt::file

@@ -98,6 +98,11 @@ bool rename(const char* from, const char* to) noexcept {
     return done;
 }
 
+uint32_t permissions(const char* path) noexcept {
+    Status status{};
+    return ::stat(HostName(path).text(), &status) == 0 ? status.st_mode & 0777 : 0;
+}
+
 int64_t modificationTime(const char* path) noexcept {
     Status status{};
     return ::stat(HostName(path).text(), &status) == 0 ? int64_t{status.st_mtime} : -1;

@@ -11,6 +11,7 @@
 #include "platform/clock.h"
 #include "platform/error_text.h"
 #include "platform/posix/file_names.h"
+#include "platform/posix/file_owner.h"
 
 namespace brisolt::profile {
 
@@ -85,7 +86,6 @@ private:
     Try tryLock(const Profile& profile) noexcept;
     Try check(const Profile& profile) const noexcept;
     bool write(std::string_view text) const noexcept;
-    bool takeOver(const Profile& profile) const noexcept;
     // Closing alone would leave the lock with a child that was forked meanwhile.
     void leave() noexcept {
         ::flock(descriptor_, LOCK_UN);
@@ -166,26 +166,9 @@ bool Successor::write(std::string_view text) const noexcept {
     return true;
 }
 
-/// Owner and permissions of the file that it replaces.
-bool Successor::takeOver(const Profile& profile) const noexcept {
-    if (!profile.there)
-        return true;
-    Status mine{};
-    const Status& old = profile.status;
-    if (::fstat(descriptor_, &mine) != 0)
-        return false;
-    if (mine.st_uid != old.st_uid || mine.st_gid != old.st_gid) {
-        // Only the superuser gives files away; a group that one is in can be kept.
-        bool given = ::fchown(descriptor_, old.st_uid, old.st_gid) == 0 ||
-                     ::fchown(descriptor_, static_cast<uid_t>(-1), old.st_gid) == 0;
-        static_cast<void>(given);
-    }
-    return ::fchmod(descriptor_, old.st_mode & 07777) == 0;
-}
-
 bool Successor::publish(const std::string& text, const Profile& profile) {
-    published_ = write(text) && takeOver(profile) && ::fsync(descriptor_) == 0 &&
-                 ::rename(path_.c_str(), profile_.c_str()) == 0;
+    published_ = write(text) && (!profile.there || file::takeOver(descriptor_, profile.status)) &&
+                 ::fsync(descriptor_) == 0 && ::rename(path_.c_str(), profile_.c_str()) == 0;
     return published_ || refuse(profile_, std::strerror(errno));
 }
 
