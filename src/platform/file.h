@@ -99,6 +99,8 @@ private:
 bool exists(const char* path, Access access, Sharing sharing) noexcept;
 /// Deletes the name of a file that nobody has open and that may be written. Of a link the link goes.
 bool remove(const char* path) noexcept;
+/// The same, and in one step the successor takes that name and place, for good.
+bool replace(const char* path, const char* successor) noexcept;
 /// Gives a file another name on the same disk, for good. False when something has that name already.
 bool rename(const char* from, const char* to) noexcept;
 /// As in How; 0 when there is no such file.

@@ -104,10 +104,10 @@ File createDraft(const std::string& place, uint32_t permissions, std::string& dr
     return file;
 }
 
-/// The draft takes the place of the destination.
-int32_t publish(const std::string& draft, const std::string& place) {
-    if (nameTaken(place) && !file::remove(place.c_str()))
-        return noSource;
+/// The draft takes the place of the destination in one step: there is always one of them.
+int32_t publish(const std::string& draft, const std::string& place, bool replaces) {
+    if (replaces)
+        return file::replace(place.c_str(), draft.c_str()) ? done : noSource;
     if (file::rename(draft.c_str(), place.c_str()))
         return done;
     file::tellFailure("write to", place.c_str());
@@ -157,7 +157,7 @@ int32_t copy(const char* destination, const char* source) {
         result = writeFailed;
     to.close();
     if (result == done)
-        result = publish(draft, place);
+        result = publish(draft, place, replaces);
     if (result != done)
         discard(draft);
     return result;

@@ -36,9 +36,10 @@ bool unchanged(const Look& look, const Status& status) noexcept {
 
 /// What becomes of a name survives a power failure once its directory is on the disk. Where a directory
 /// cannot be written so, nothing more can be done.
-void keepName(const std::string& path) noexcept {
+void keepName(const char* path) noexcept {
     try {
-        std::string directory = path.substr(0, path.find_last_of('/') + 1);
+        std::string name = nameOnHost(path);
+        std::string directory = name.substr(0, name.find_last_of('/') + 1);
         int descriptor = ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_CLOEXEC);
         if (descriptor < 0)
             return;
@@ -47,6 +48,25 @@ void keepName(const std::string& path) noexcept {
     } catch (const std::exception&) {
         return; // no memory for the name
     }
+}
+
+/// act(its name) on a file that may be written and that nobody has open, nor gets open meanwhile.
+template <class Act> bool onFreeFile(const char* path, Act act) noexcept {
+    HostName name(path);
+    Status status{};
+    if (!permitted(name.text(), writing, status))
+        return false;
+    bool free = OpenFiles::instance().admits(status, writing, reading | writing);
+    Look look(name);
+    if (free && !unchanged(look, status))
+        return false;
+    Look::Answer answer = free ? look.keepOthersOff(reading | writing) : Look::Answer::held;
+    if (answer == Look::Answer::unknown && ::flock(look.descriptor(), LOCK_EX | LOCK_NB) != 0)
+        answer = errno == EWOULDBLOCK ? Look::Answer::held : answer;
+    if (answer != Look::Answer::held)
+        return act(name.text());
+    errno = EBUSY;
+    return false;
 }
 
 } // namespace
@@ -65,25 +85,15 @@ bool exists(const char* path, Access access, Sharing sharing) noexcept {
 }
 
 bool remove(const char* path) noexcept {
-    HostName name(path);
-    Status status{};
-    if (!permitted(name.text(), writing, status))
-        return false;
-    if (!OpenFiles::instance().admits(status, writing, reading | writing)) {
-        errno = EBUSY;
-        return false;
-    }
-    Look look(name);
-    if (!unchanged(look, status))
-        return false;
-    Look::Answer answer = look.keepOthersOff(reading | writing);
-    if (answer == Look::Answer::unknown && ::flock(look.descriptor(), LOCK_EX | LOCK_NB) != 0)
-        answer = errno == EWOULDBLOCK ? Look::Answer::held : answer;
-    if (answer == Look::Answer::held) {
-        errno = EBUSY;
-        return false;
-    }
-    return ::unlink(name.text()) == 0;
+    return onFreeFile(path, [](const char* name) { return ::unlink(name) == 0; });
+}
+
+bool replace(const char* path, const char* successor) noexcept {
+    HostName source(successor);
+    bool done = onFreeFile(path, [&](const char* name) { return ::rename(source.text(), name) == 0; });
+    if (done)
+        keepName(path);
+    return done;
 }
 
 bool rename(const char* from, const char* to) noexcept {
@@ -94,7 +104,7 @@ bool rename(const char* from, const char* to) noexcept {
     if (!done && errno == EINVAL)
         done = ::link(source.text(), target.text()) == 0 && ::unlink(source.text()) == 0;
     if (done)
-        keepName(target.text());
+        keepName(to);
     return done;
 }
 
