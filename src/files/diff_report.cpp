@@ -1,6 +1,7 @@
 #include "files/diff_report.h"
 
 #include <algorithm>
+#include <cinttypes>
 
 #include "diag/debug_logs.h"
 #include "util/file_diff.h"
@@ -37,9 +38,9 @@ public:
 private:
     bool open() const noexcept { return first_ != 0; }
     void close(int64_t last) {
-        logs::entry(port_, Log::debug, "ERROR RANGE: %lld to %lld Total Wrong: %lld",
-                    static_cast<long long>(first_), static_cast<long long>(last),
-                    static_cast<long long>(last - first_ + 1));
+        int64_t wrong = last - first_ + 1;
+        logs::entry(port_, Log::debug, "ERROR RANGE: %" PRId64 " to %" PRId64 " Total Wrong: %" PRId64,
+                    first_, last, wrong);
         first_ = 0;
     }
     Port& port_;
@@ -78,7 +79,7 @@ int32_t reportDifferences(Port& port, const char* firstName, const char* secondN
         }
     }
     range.end(total);
-    logs::entry(port, Log::debug, "Comparison Completed Total Bytes:%lld", static_cast<long long>(total));
+    logs::entry(port, Log::debug, "Comparison Completed Total Bytes:%" PRId64, total);
     return 0;
 }
 

@@ -52,7 +52,8 @@ bool copyName(Port& port, int32_t index, char* buffer) noexcept {
     std::scoped_lock guard(port.filesMutex);
     if (!hasEntry(*port.record, index))
         return false;
-    std::strcpy(buffer, port.record->fileStringTable->names[index]);
+    const char* name = port.record->fileStringTable->names[index];
+    std::memcpy(buffer, name, std::strlen(name) + 1);
     return true;
 }
 
