@@ -1,5 +1,6 @@
 // The border of the library: every exported function that works on a port goes through onPort, which holds
-// the port for the length of the call and lets no exception out.
+// the port for the length of the call and lets no exception out; those without a port that may throw inside
+// go through guarded.
 #pragma once
 
 #include <cstdint>
@@ -27,6 +28,15 @@ auto onPort(int32_t number, decltype(std::declval<F>()(std::declval<Port&>())) o
     if (!port)
         return otherwise;
     return guarded(otherwise, [&] { return f(*port); });
+}
+
+/// f(); `otherwise` when memory runs out inside.
+template <class F> auto guarded(decltype(std::declval<F>()()) otherwise, F&& f) noexcept {
+    try {
+        return f();
+    } catch (...) {
+        return otherwise;
+    }
 }
 
 } // namespace brisolt

@@ -27,6 +27,8 @@
 #include "brisolt/checks.h"
 #include "brisolt/conversions.h"
 #include "brisolt/drivers.h"
+#include "brisolt/file_lists.h"
+#include "brisolt/files.h"
 #include "brisolt/lines.h"
 #include "brisolt/logs.h"
 #include "brisolt/modem.h"

@@ -1,6 +1,7 @@
 // The port record's address, and tracked memory.
 #include "api/border.h"
 #include "api/brisolt/ports.h"
+#include "files/file_strings.h"
 #include "port/tracked_memory.h"
 
 using namespace brisolt;
@@ -22,5 +23,6 @@ BRISOLT_EXPORT int32_t ComFree(int32_t port, void* address) {
 }
 
 BRISOLT_EXPORT int32_t ComFreeAll(int32_t port) {
-    return tracked::releaseAll(port);
+    HeldPort held(port);
+    return held ? fileStrings::releaseAll(*held) : tracked::releaseAll(port);
 }

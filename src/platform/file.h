@@ -1,54 +1,123 @@
-// Files that are opened for one operation, with the sharing rules that the logs and readers promise. Inside
-// the process the rules are kept by a table of open files, against other processes by an advisory lock.
+// Files with the sharing rules that their users rely on: who opens a file says what it does with it and what
+// others may do meanwhile. Inside the process the rules are kept by a table of open files. What other
+// processes do is asked of the host: leases tell whether anybody has a file open, advisory locks keep two
+// programs from writing to one log.
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <string>
 #include <string_view>
 
 namespace brisolt::file {
 
+enum class Access { read, write, readWrite };
 enum class Sharing {
     all,      ///< others may read and write
     readOnly, ///< others may read but not write while it is open
+    none,     ///< nobody else may have it open
 };
+enum class Opening { existing, createMissing, createNew };
 enum class Missing { create, refuse };
 
-/// A file open for appending. Null-like when it could not be opened.
+struct How {
+    Access access;
+    Sharing sharing;
+    Opening opening = Opening::existing;
+    /// Every write goes to the file's end. It is opened for one entry and other programs' readers and
+    /// writers are left in peace: only a lock keeps out those who write entries of their own.
+    bool forEntries = false;
+    /// What a new file may be used for by whom, as far as the program's own mask allows.
+    uint32_t permissions = 0666;
+};
+
+/// An open file or character device; null-like when it could not be opened. A file that nobody may write
+/// counts as read-only for the superuser, too. Pipes and directories are no files.
+class File {
+public:
+    File() = default;
+    File(const char* path, const How& how) noexcept;
+    File(File&& other) noexcept;
+    File& operator=(File&& other) noexcept;
+    ~File() { close(); }
+    explicit operator bool() const noexcept { return descriptor_ >= 0; }
+    /// One read: bytes, 0 at the end, below 0 when it failed.
+    int32_t read(void* buffer, int32_t count) noexcept;
+    /// One write: bytes that went in, below 0 when it failed.
+    int32_t write(const void* bytes, int32_t count) noexcept;
+    /// The new position, from the start; -1 when there is no such.
+    int64_t seek(int64_t position) noexcept;
+    int64_t seekEnd() noexcept;
+    /// Its size in bytes, -1 for one that could not be opened.
+    int64_t size() const noexcept;
+    bool truncate(int64_t size) noexcept;
+    /// Takes owner and permissions from the file of that name.
+    bool takeOver(const char* path) noexcept;
+    /// Returns when all that was written is on the disk; false when it is not.
+    bool flush() noexcept;
+    /// False when the host reports at last that something written was lost.
+    bool close() noexcept;
+
+private:
+    int32_t descriptor_ = -1;
+    bool entered_ = false; ///< it stands in the table of open files
+};
+
+/// A file open for appending entries. Null-like when it could not be opened.
 class Appender {
 public:
     Appender(const char* path, Sharing sharing, Missing missing) noexcept;
-    ~Appender();
-    Appender(const Appender&) = delete;
-    Appender& operator=(const Appender&) = delete;
-    explicit operator bool() const noexcept { return descriptor_ >= 0; }
+    explicit operator bool() const noexcept { return bool(file_); }
     /// One write call at the file's end; false when not all of it went in.
     bool append(std::string_view text) noexcept;
     /// Takes out what it holds; false when that cannot be done. A device holds nothing.
-    bool empty() noexcept;
+    bool empty() noexcept { return file_.truncate(0); }
 
 private:
-    const char* enter(int32_t descriptor, Sharing sharing) noexcept;
-
-    int32_t descriptor_ = -1;
-    bool registered_ = false;
+    File file_;
 };
 
 /// A file open for reading from its start. Null-like when it could not be opened.
 class Reader {
 public:
     /// With Sharing::readOnly a file that somebody has open for writing is refused.
-    Reader(const char* path, Sharing sharing) noexcept;
-    Reader(Reader&& other) noexcept;
-    Reader& operator=(const Reader&) = delete;
-    ~Reader();
-    explicit operator bool() const noexcept { return descriptor_ >= 0; }
+    Reader(const char* path, Sharing sharing) noexcept : file_(path, {Access::read, sharing}) {}
+    explicit operator bool() const noexcept { return bool(file_); }
     /// Bytes read, 0 at the end, below 0 when it failed.
-    int32_t read(void* buffer, int32_t count) noexcept;
+    int32_t read(void* buffer, int32_t count) noexcept { return file_.read(buffer, count); }
     /// Its size in bytes, -1 for one that could not be opened.
-    int64_t size() const noexcept;
+    int64_t size() const noexcept { return file_.size(); }
 
 private:
-    int32_t descriptor_ = -1;
+    File file_;
 };
+
+// ---- files by name
+
+/// Whether a file of that name could be opened so. Nothing is opened for writing, devices and pipes are not
+/// opened at all (they are no files here), and a test never stands in the way of another.
+bool exists(const char* path, Access access, Sharing sharing) noexcept;
+/// Deletes the name of a file that nobody has open and that may be written. Of a link the link goes.
+bool remove(const char* path) noexcept;
+/// The same, and in one step the successor takes that name and place, for good.
+bool replace(const char* path, const char* successor) noexcept;
+/// Gives a file another name on the same disk, for good. False when something has that name already.
+bool rename(const char* from, const char* to) noexcept;
+/// As in How; 0 when there is no such file.
+uint32_t permissions(const char* path) noexcept;
+/// Seconds since 1970 UTC, -1 when there is nothing of that name.
+int64_t modificationTime(const char* path) noexcept;
+/// Bytes in the file behind a stream, -1 when there is none.
+int64_t sizeBehind(std::FILE* stream) noexcept;
+
+/// The name under which this host has the file: names may be written with backslashes.
+std::string nameOnHost(const char* path);
+/// The same with links followed to where the file really is, or would be.
+std::string realPlace(const char* path);
+
+/// The host's code for the calling thread's last failure.
+int32_t lastFailure() noexcept;
+/// Tells people that failure: "cannot ACT PATH: REASON".
+void tellFailure(const char* act, const char* path) noexcept;
 
 } // namespace brisolt::file

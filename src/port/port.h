@@ -84,6 +84,8 @@ struct Port {
     std::mutex lineMutex;            ///< lineState and deviceName of the record
     std::mutex showMutex;            ///< show of the record
     std::mutex captureMutex;         ///< the capture of the record
+    std::mutex filesMutex;           ///< the file-string list and the state of the write check
+    PortLock fileWriterLock;         ///< the buffered writer, its writing out included
 
     /// The transfer that goes on the port step by step, if there is one; under portLock.
     std::shared_ptr<TextTransfer> transfer;

@@ -12,6 +12,7 @@
 namespace brisolt {
 
 inline constexpr int32_t nameSize = 260; ///< a path field, terminator included
+inline constexpr int32_t bufWriteSize = 64000;
 inline constexpr uint8_t defaultScrambleKey = 0x3D;
 inline constexpr int32_t statusCarrierLatched = 0x20;
 inline constexpr int32_t statusBreakSeen = 0x40;
@@ -19,6 +20,13 @@ inline constexpr int32_t statusBreakSeen = 0x40;
 /// Values of ioMode.
 inline constexpr int32_t ioDirect = 1;   ///< no thread: reads, writes and status calls run rounds themselves
 inline constexpr int32_t ioThreaded = 2; ///< a thread of the port's own runs the rounds
+
+/// The file-string list of a port: a value and a name an entry, each a tracked block.
+struct FileStringTable {
+    static constexpr int32_t room = 1000;
+    uint32_t values[room];
+    char* names[room];
+};
 
 struct PortRecord {
     Shared<int32_t> carrierLossProtocol;
@@ -102,7 +110,7 @@ struct PortRecord {
     Shared<uint32_t> lineErrors;
 
     Shared<int32_t> fileStringCount;
-    void* fileStringTable;
+    FileStringTable* fileStringTable; ///< both under filesMutex of the port
     Shared<int32_t> statusFlags;
     ComShowRecord show;
 
@@ -150,11 +158,10 @@ struct PortRecord {
     Shared<uint8_t> replaceFrom;
     Shared<uint8_t> replaceTo;
 
-    // ---- file utilities
-    uint8_t verifyBuf[2048];
+    // ---- the buffered writer: under fileWriterLock of the port
     int32_t bufWriteCount;
     char bufWriteFileName[nameSize];
-    uint8_t bufWriteData[64000];
+    uint8_t bufWriteData[bufWriteSize];
 };
 
 /// Where the port's modem initialisation stands; the step flags are as its caller gave them.
@@ -171,8 +178,9 @@ struct ModemInit {
 };
 
 struct PortWorkArea {
-    int32_t verifyExpect1;
+    int32_t verifyExpect1; ///< this and the next four: under filesMutex of the port
     int32_t verifyExpect2;
+    int32_t verifyReserved;
     int32_t verifyState;
     int32_t verifyCount;
     char matchBuf[10000];

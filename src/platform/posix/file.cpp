@@ -1,138 +1,217 @@
 #include "platform/file.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
-#include <mutex>
 #include <string>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
+#include <utility>
 
 #include "platform/error_text.h"
+#include "platform/posix/file_holders.h"
 #include "platform/posix/file_names.h"
+#include "platform/posix/file_owner.h"
+#include "platform/posix/open_files.h"
 
 namespace brisolt::file {
 namespace {
 
-struct OpenFile {
-    int32_t descriptor;
-    dev_t device;
-    ino_t inode;
-    Sharing sharing;
-};
+constexpr const char* inUse = "somebody is using it";
 
-/// The files that the process has open for appending. Not every file system knows advisory locks, but the
-/// threads of one program keep the sharing rules on all of them.
-struct OpenFiles {
-    std::mutex mutex;
-    std::vector<OpenFile> files;
-
-    bool enter(const OpenFile& file) noexcept {
-        try {
-            std::lock_guard lock(mutex);
-            for (const OpenFile& other : files) {
-                bool same = other.device == file.device && other.inode == file.inode;
-                if (same && (other.sharing == Sharing::readOnly || file.sharing == Sharing::readOnly))
-                    return false;
-            }
-            files.push_back(file);
-            return true;
-        } catch (const std::exception&) {
-            return false;
-        }
-    }
-    void leave(int32_t descriptor) noexcept {
-        std::lock_guard lock(mutex);
-        std::erase_if(files, [=](const OpenFile& file) { return file.descriptor == descriptor; });
-    }
-
-    /// Never destroyed: threads of the library may still log while the program's statics go.
-    static OpenFiles& instance() {
-        static OpenFiles& files = *new OpenFiles;
-        return files;
-    }
-};
-
-/// A pipe without a reader or a silent terminal must not hold up whoever logs, hence O_NONBLOCK. Reading
-/// is asked for because network file systems grant a shared lock to readers only.
-int32_t openForAppending(const char* path, Missing missing) noexcept {
-    int flags = O_RDWR | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    return openByName(path, flags, missing == Missing::create ? O_CREAT : 0);
-}
-
-/// False only when another process is in the way.
-bool lockAgainstOthers(int32_t descriptor, Sharing sharing) noexcept {
-    int operation = sharing == Sharing::readOnly ? LOCK_EX : LOCK_SH;
-    return ::flock(descriptor, operation | LOCK_NB) == 0 || errno != EWOULDBLOCK;
-}
-
-/// For people. A file that need not be there may be missing without a word.
-void tellRefusal(const char* path, Missing missing, const char* reason) noexcept try {
-    if (missing == Missing::create)
-        setErrorText("cannot write to " + std::string(path) + ": " + reason);
+void tell(const char* act, const char* path, const char* reason) noexcept try {
+    setErrorText("cannot " + std::string(act) + " " + path + ": " + reason);
 } catch (const std::exception&) {
     return; // no memory for the text
 }
 
-} // namespace
+bool writes(const How& how) noexcept {
+    return (uses(how.access) & writing) != 0;
+}
 
-Appender::Appender(const char* path, Sharing sharing, Missing missing) noexcept {
-    int32_t descriptor = openForAppending(path, missing);
-    if (descriptor < 0) {
-        tellRefusal(path, missing, std::strerror(errno));
-        return;
-    }
-    const char* reason = enter(descriptor, sharing);
-    if (reason != nullptr) {
-        tellRefusal(path, missing, reason);
-        ::close(descriptor);
-        return;
-    }
-    descriptor_ = descriptor;
+/// Null, or why a file of that kind cannot be used.
+const char* refusal(const Status& file, const How& how) noexcept {
+    if (!S_ISREG(file.st_mode) && !S_ISCHR(file.st_mode))
+        return "it is no file";
+    if (writes(how) && S_ISREG(file.st_mode) && writeProtected(file))
+        return "it is read-only";
+    return nullptr;
+}
+
+/// The same before anything is opened: an open alone can disturb what is no file.
+const char* refusalBefore(const HostName& name, const How& how) noexcept {
+    Status file{};
+    if (::stat(name.text(), &file) != 0)
+        return nullptr; // opening it will tell
+    if (const char* reason = refusal(file, how))
+        return reason;
+    if (how.sharing == Sharing::all || how.forEntries || !S_ISREG(file.st_mode))
+        return nullptr;
+    Look look(name);
+    bool held = look.descriptor() >= 0 && look.keepOthersOff(denies(how.sharing)) == Look::Answer::held;
+    return held ? inUse : nullptr;
+}
+
+/// A pipe without a reader or a silent terminal must not hold up whoever logs, hence O_NONBLOCK. Reading
+/// is asked for because network file systems grant a shared lock to readers only.
+int32_t openAs(const HostName& name, const How& how) noexcept {
+    int flags = O_CLOEXEC | O_NOCTTY | O_NONBLOCK | (writes(how) ? O_RDWR : O_RDONLY);
+    int creation = how.opening == Opening::existing ? 0 : O_CREAT;
+    if (how.opening == Opening::createNew)
+        creation |= O_EXCL;
+    return openByName(name, how.forEntries ? flags | O_APPEND : flags, creation, how.permissions);
+}
+
+/// False only when another process is in the way.
+bool lockAgainstOthers(int32_t descriptor, Sharing sharing) noexcept {
+    int operation = sharing == Sharing::all ? LOCK_SH : LOCK_EX;
+    return ::flock(descriptor, operation | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+void leave(int32_t descriptor) noexcept {
+    // Closing alone would leave the lock with a child that was forked meanwhile.
+    ::flock(descriptor, LOCK_UN);
+    OpenFiles::instance().leave(descriptor);
 }
 
 /// Null, or why the open file cannot be used.
-const char* Appender::enter(int32_t descriptor, Sharing sharing) noexcept {
-    struct stat status {};
-    if (::fstat(descriptor, &status) != 0 || !(S_ISREG(status.st_mode) || S_ISCHR(status.st_mode)))
-        return "it is no file to write to";
+const char* enter(int32_t descriptor, const How& how, bool& entered) noexcept {
+    Status file{};
+    if (::fstat(descriptor, &file) != 0)
+        return std::strerror(errno);
+    if (const char* reason = refusal(file, how))
+        return reason;
     // A device takes what everybody sends: there are no entries in it to protect.
-    if (!S_ISREG(status.st_mode))
+    if (!S_ISREG(file.st_mode))
         return nullptr;
-    constexpr mode_t anybodyWrites = S_IWUSR | S_IWGRP | S_IWOTH;
-    if ((status.st_mode & anybodyWrites) == 0)
-        return "it is read-only"; // for the superuser, too
-    registered_ = OpenFiles::instance().enter({descriptor, status.st_dev, status.st_ino, sharing});
-    if (!registered_)
-        return "this program is writing to it";
-    if (lockAgainstOthers(descriptor, sharing))
-        return nullptr;
-    OpenFiles::instance().leave(descriptor);
-    registered_ = false;
-    return "another program is writing to it";
-}
-
-Appender::~Appender() {
-    if (descriptor_ < 0)
-        return;
-    if (registered_) {
-        // Closing alone would leave the lock with a child that was forked meanwhile.
-        ::flock(descriptor_, LOCK_UN);
-        OpenFiles::instance().leave(descriptor_);
+    if (!OpenFiles::instance().enter(descriptor, file, uses(how.access), denies(how.sharing)))
+        return "this program is using it";
+    if (writes(how) && !lockAgainstOthers(descriptor, how.sharing)) {
+        leave(descriptor);
+        return "another program is writing to it";
     }
-    ::close(descriptor_);
+    entered = true;
+    return nullptr;
 }
 
-bool Appender::empty() noexcept {
-    return !registered_ || ::ftruncate(descriptor_, 0) == 0;
+template <class Call> auto untilUninterrupted(Call call) noexcept {
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
 }
+
+/// A descriptor by all the rules, or why there is none.
+struct Opened {
+    int32_t descriptor = -1;
+    bool entered = false;
+    const char* refusal = nullptr;
+};
+
+Opened refused(const char* reason, int32_t code) noexcept {
+    errno = code;
+    return {.refusal = reason};
+}
+
+Opened openByRules(const char* path, const How& how) noexcept {
+    HostName name(path);
+    if (const char* reason = refusalBefore(name, how))
+        return refused(reason, EBUSY);
+    Opened opened{.descriptor = openAs(name, how)};
+    if (opened.descriptor < 0)
+        return refused(std::strerror(errno), errno);
+    if (const char* reason = enter(opened.descriptor, how, opened.entered)) {
+        ::close(opened.descriptor);
+        return refused(reason, EBUSY);
+    }
+    return opened;
+}
+
+} // namespace
+
+File::File(const char* path, const How& how) noexcept {
+    Opened opened = openByRules(path, how);
+    descriptor_ = opened.descriptor;
+    entered_ = opened.entered;
+    // For people. A file that need not be there may be missing without a word.
+    if (opened.refusal != nullptr && how.opening != Opening::existing)
+        tell("write to", path, opened.refusal);
+}
+
+File::File(File&& other) noexcept
+    : descriptor_(std::exchange(other.descriptor_, -1)), entered_(std::exchange(other.entered_, false)) {}
+
+File& File::operator=(File&& other) noexcept {
+    std::swap(descriptor_, other.descriptor_);
+    std::swap(entered_, other.entered_);
+    return *this;
+}
+
+bool File::close() noexcept {
+    if (descriptor_ < 0)
+        return true;
+    if (std::exchange(entered_, false))
+        leave(descriptor_);
+    return ::close(std::exchange(descriptor_, -1)) == 0;
+}
+
+int32_t File::read(void* buffer, int32_t count) noexcept {
+    if (count < 1)
+        return 0;
+    auto size = static_cast<std::size_t>(count);
+    return static_cast<int32_t>(untilUninterrupted([&] { return ::read(descriptor_, buffer, size); }));
+}
+
+int32_t File::write(const void* bytes, int32_t count) noexcept {
+    auto size = static_cast<std::size_t>(count > 0 ? count : 0);
+    return static_cast<int32_t>(untilUninterrupted([&] { return ::write(descriptor_, bytes, size); }));
+}
+
+int64_t File::seek(int64_t position) noexcept {
+    return ::lseek(descriptor_, position, SEEK_SET);
+}
+
+int64_t File::seekEnd() noexcept {
+    return ::lseek(descriptor_, 0, SEEK_END);
+}
+
+int64_t File::size() const noexcept {
+    Status status{};
+    return descriptor_ < 0 || ::fstat(descriptor_, &status) != 0 ? -1 : int64_t{status.st_size};
+}
+
+bool File::truncate(int64_t size) noexcept {
+    bool isDevice = descriptor_ >= 0 && !entered_;
+    return isDevice || ::ftruncate(descriptor_, size) == 0;
+}
+
+bool File::takeOver(const char* path) noexcept {
+    Status old{};
+    return ::stat(HostName(path).text(), &old) == 0 && file::takeOver(descriptor_, old);
+}
+
+bool File::flush() noexcept {
+    return ::fsync(descriptor_) == 0 || errno == EINVAL; // which says that there is no disk behind it
+}
+
+Appender::Appender(const char* path, Sharing sharing, Missing missing) noexcept
+    : file_(path, {.access = Access::write,
+                   .sharing = sharing,
+                   .opening = missing == Missing::create ? Opening::createMissing : Opening::existing,
+                   .forEntries = true}) {}
 
 bool Appender::append(std::string_view text) noexcept {
-    return ::write(descriptor_, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    auto size = static_cast<int32_t>(text.size());
+    return file_.write(text.data(), size) == size;
+}
+
+int32_t lastFailure() noexcept {
+    return errno;
+}
+
+void tellFailure(const char* act, const char* path) noexcept {
+    tell(act, path, std::strerror(errno));
 }
 
 } // namespace brisolt::file

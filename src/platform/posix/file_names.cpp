@@ -4,37 +4,69 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
+#include <time.h>
 #include <unistd.h>
 
 namespace brisolt::file {
 
 namespace {
 
+constexpr int32_t mostLinks = 40; ///< as the host itself follows them
+constexpr int32_t leaseTries = 50;
+constexpr timespec leasePause{0, 1'000'000};
+
 /// Whether there is a file of that very name, or something else than its absence in the way.
 bool standsAsWritten(const char* path) noexcept {
     return ::access(path, F_OK) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
+int32_t openOnce(const HostName& name, int flags, int creation, uint32_t permissions) noexcept {
+    if (!name.asWritten())
+        return ::open(name.text(), flags | creation, permissions);
+    if ((creation & O_EXCL) == 0)
+        return ::open(name.text(), flags);
+    errno = EEXIST;
+    return -1;
+}
+
 } // namespace
 
-int32_t openByName(const char* path, int flags, int creation) noexcept {
-    if (std::strchr(path, '\\') != nullptr && standsAsWritten(path))
-        return ::open(path, flags);
-    char translated[4096];
-    std::size_t length = std::strlen(path);
-    if (length >= sizeof translated) {
-        errno = ENAMETOOLONG;
-        return -1;
+HostName::HostName(const char* path) noexcept {
+    translated_[0] = '\0';
+    if (std::strchr(path, '\\') != nullptr && standsAsWritten(path)) {
+        asWritten_ = path;
+        return;
     }
-    std::replace_copy(path, path + length + 1, translated, '\\', '/');
-    return ::open(translated, flags | creation, 0666);
+    std::size_t length = std::strlen(path);
+    if (length < sizeof translated_)
+        std::replace_copy(path, path + length + 1, translated_, '\\', '/');
+}
+
+// A lease is broken by the very attempt to open; whoever has it is told and gives it up.
+int32_t openByName(const HostName& name, int flags, int creation, uint32_t permissions) noexcept {
+    for (int32_t tries = 1;; ++tries) {
+        int32_t descriptor = openOnce(name, flags, creation, permissions);
+        if (descriptor >= 0 || errno != EWOULDBLOCK || tries == leaseTries)
+            return descriptor;
+        ::nanosleep(&leasePause, nullptr);
+    }
 }
 
 std::string nameOnHost(const char* path) {
-    std::string name(path);
-    if (!standsAsWritten(path))
-        std::replace(name.begin(), name.end(), '\\', '/');
-    return name;
+    return HostName(path).text();
+}
+
+std::string realPlace(const char* path) {
+    std::filesystem::path place = std::filesystem::absolute(nameOnHost(path));
+    std::error_code noLink;
+    for (int32_t links = 0; links < mostLinks; ++links) {
+        std::filesystem::path target = std::filesystem::read_symlink(place, noLink);
+        if (noLink)
+            break;
+        place = place.parent_path() / target;
+    }
+    return place.string();
 }
 
 } // namespace brisolt::file

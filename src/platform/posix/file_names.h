@@ -2,15 +2,27 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+
+#include "platform/file.h"
 
 namespace brisolt::file {
 
-/// open() of a name with backslashes: of the file with that very name if there is one, else of the one with
-/// slashes in their place. `creation` (O_CREAT and its like) goes for the latter only. -1 and errno.
-int32_t openByName(const char* path, int flags, int creation = 0) noexcept;
+/// A name with backslashes stands for the file with that very name if there is one, else for the one with
+/// slashes in their place. It uses the caller's text and allocates nothing.
+class HostName {
+public:
+    explicit HostName(const char* path) noexcept;
+    /// Empty when it is too long for the host.
+    const char* text() const noexcept { return asWritten_ != nullptr ? asWritten_ : translated_; }
+    bool asWritten() const noexcept { return asWritten_ != nullptr; }
 
-/// The name of the file that openByName opens.
-std::string nameOnHost(const char* path);
+private:
+    const char* asWritten_ = nullptr;
+    char translated_[4096];
+};
+
+/// open() of the name. `creation` (O_CREAT and its like) goes for names with slashes only. Somebody's lease
+/// on the file is given a moment to end. -1 and errno.
+int32_t openByName(const HostName& name, int flags, int creation = 0, uint32_t permissions = 0) noexcept;
 
 } // namespace brisolt::file

@@ -11,6 +11,7 @@
 #include "platform/clock.h"
 #include "platform/error_text.h"
 #include "platform/posix/file_names.h"
+#include "platform/posix/file_owner.h"
 
 namespace brisolt::profile {
 
@@ -20,24 +21,10 @@ using Status = struct stat;
 
 constexpr uint32_t patience = 10'000; ///< milliseconds, for another writer
 constexpr uint32_t lookAgain = 2;
-constexpr int32_t mostLinks = 40; ///< as the host itself follows them
 
 bool refuse(const std::string& path, const std::string& reason) {
     setErrorText("cannot write to " + path + ": " + reason);
     return false;
-}
-
-/// Where the profile really is: a link to it is to stay one.
-std::string realPlace(const char* file) {
-    std::filesystem::path path = std::filesystem::absolute(file::nameOnHost(file));
-    std::error_code noLink;
-    for (int32_t links = 0; links < mostLinks; ++links) {
-        std::filesystem::path target = std::filesystem::read_symlink(path, noLink);
-        if (noLink)
-            break;
-        path = path.parent_path() / target;
-    }
-    return path.string();
 }
 
 /// A profile as it is on the disk. An absent one has no text.
@@ -77,7 +64,9 @@ class Successor {
 public:
     explicit Successor(const std::string& profile) : profile_(profile) {
         std::filesystem::path path(profile);
-        path_ = (path.parent_path() / ("." + path.filename().string() + ".new")).string();
+        std::string name = ".";
+        name.append(path.filename().string()).append(".new");
+        path_ = (path.parent_path() / name).string();
     }
     Successor(const Successor&) = delete;
     Successor& operator=(const Successor&) = delete;
@@ -99,7 +88,6 @@ private:
     Try tryLock(const Profile& profile) noexcept;
     Try check(const Profile& profile) const noexcept;
     bool write(std::string_view text) const noexcept;
-    bool takeOver(const Profile& profile) const noexcept;
     // Closing alone would leave the lock with a child that was forked meanwhile.
     void leave() noexcept {
         ::flock(descriptor_, LOCK_UN);
@@ -180,26 +168,10 @@ bool Successor::write(std::string_view text) const noexcept {
     return true;
 }
 
-/// Owner and permissions of the file that it replaces.
-bool Successor::takeOver(const Profile& profile) const noexcept {
-    if (!profile.there)
-        return true;
-    Status mine{};
-    const Status& old = profile.status;
-    if (::fstat(descriptor_, &mine) != 0)
-        return false;
-    if (mine.st_uid != old.st_uid || mine.st_gid != old.st_gid) {
-        // Only the superuser gives files away; a group that one is in can be kept.
-        bool given = ::fchown(descriptor_, old.st_uid, old.st_gid) == 0 ||
-                     ::fchown(descriptor_, static_cast<uid_t>(-1), old.st_gid) == 0;
-        static_cast<void>(given);
-    }
-    return ::fchmod(descriptor_, old.st_mode & 07777) == 0;
-}
-
 bool Successor::publish(const std::string& text, const Profile& profile) {
     // Permissions first: nobody may look into the file who may not look into the profile.
-    published_ = takeOver(profile) && write(text) && ::fsync(descriptor_) == 0 &&
+    bool mayBeRead = !profile.there || file::takeOver(descriptor_, profile.status);
+    published_ = mayBeRead && write(text) && ::fsync(descriptor_) == 0 &&
                  ::rename(path_.c_str(), profile_.c_str()) == 0;
     return published_ || refuse(profile_, std::strerror(errno));
 }
@@ -217,7 +189,7 @@ std::string changed(const std::string& text, std::string_view section, std::span
 bool write(const char* file, std::string_view section, std::span<const Change> changes) {
     if (*file == 0)
         return refuse("a profile", "it has no name");
-    std::string path = realPlace(file);
+    std::string path = file::realPlace(file); // a link to it is to stay one
     for (const Change& change : changes)
         if (!storable(section, change))
             return refuse(path, "no line of it can hold [" + std::string(section) + "] " +

@@ -1,0 +1,44 @@
+#include "platform/posix/file_holders.h"
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "platform/posix/open_files.h"
+
+namespace brisolt::file {
+
+namespace {
+
+std::mutex& oneLook() {
+    static std::mutex& mutex = *new std::mutex; // outlives the program's statics
+    return mutex;
+}
+
+} // namespace
+
+Look::Look(const HostName& name) noexcept
+    : turn_(oneLook()), descriptor_(openByName(name, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK)) {}
+
+Look::~Look() {
+    if (descriptor_ < 0)
+        return;
+    // Closing alone would leave the lease with a child that was forked meanwhile.
+    if (leased_)
+        ::fcntl(descriptor_, F_SETLEASE, F_UNLCK);
+    ::close(descriptor_);
+}
+
+Look::Answer Look::keepOthersOff(uint32_t denied) noexcept {
+    // Somebody who opens the file during the lease breaks it, and the signal that tells so would by default
+    // end the program. This one is ignored by default, and harmless to those who handle it.
+    if (::fcntl(descriptor_, F_SETSIG, SIGURG) != 0)
+        return Answer::unknown;
+    leased_ = ::fcntl(descriptor_, F_SETLEASE, (denied & reading) != 0 ? F_WRLCK : F_RDLCK) == 0;
+    if (leased_)
+        return Answer::free;
+    return errno == EAGAIN ? Answer::held : Answer::unknown;
+}
+
+} // namespace brisolt::file

@@ -1,0 +1,41 @@
+#include "platform/posix/open_files.h"
+
+#include <algorithm>
+#include <exception>
+
+namespace brisolt::file {
+
+OpenFiles& OpenFiles::instance() {
+    // Never destroyed: threads of the library may still log while the program's statics go.
+    static OpenFiles& files = *new OpenFiles;
+    return files;
+}
+
+bool OpenFiles::compatible(const Status& file, uint32_t uses, uint32_t denies) const noexcept {
+    return std::none_of(users_.begin(), users_.end(), [&](const User& user) {
+        bool same = user.device == file.st_dev && user.inode == file.st_ino;
+        return same && ((user.denies & uses) != 0 || (denies & user.uses) != 0);
+    });
+}
+
+bool OpenFiles::admits(const Status& file, uint32_t uses, uint32_t denies) noexcept {
+    std::scoped_lock guard(mutex_);
+    return compatible(file, uses, denies);
+}
+
+bool OpenFiles::enter(int32_t descriptor, const Status& file, uint32_t uses, uint32_t denies) noexcept try {
+    std::scoped_lock guard(mutex_);
+    if (!compatible(file, uses, denies))
+        return false;
+    users_.push_back({descriptor, file.st_dev, file.st_ino, uses, denies});
+    return true;
+} catch (const std::exception&) {
+    return false;
+}
+
+void OpenFiles::leave(int32_t descriptor) noexcept {
+    std::scoped_lock guard(mutex_);
+    std::erase_if(users_, [=](const User& user) { return user.descriptor == descriptor; });
+}
+
+} // namespace brisolt::file

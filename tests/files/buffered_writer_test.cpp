@@ -1,0 +1,163 @@
+// The buffered writer of a port: what is held, what reaches the file, and ten attempts at a full disk.
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+#include "api/brisolt.h"
+#include "files/full_disk.h"
+#include "files/holders.h"
+#include "support/bare_port.h"
+#include "transfer/files.h"
+
+namespace brisolt {
+namespace {
+
+using test::FullDisk;
+
+FullDisk* diskToClear = nullptr;
+int32_t nestedCall = 0;
+
+class BufferedWriter : public testing::Test {
+protected:
+    BufferedWriter() { ComSetProtocolDebugFile(3, log.path().c_str(), "T"); }
+
+    int32_t add(const std::string& bytes) {
+        expected += bytes;
+        return ComBufferFileWrite_Next(3, bytes.data(), static_cast<int32_t>(bytes.size()));
+    }
+    std::uintmax_t size() const { return std::filesystem::file_size(path); }
+
+    test::BarePort port{3};
+    test::Files files;
+    test::LogFile log;
+    std::string path = files.path("file");
+    std::string expected;
+};
+
+TEST_F(BufferedWriter, HoldsUpToItsThreshold) {
+    files.make("file", "of yesterday");
+    ASSERT_EQ(ComBufferFileWrite_Start(3, path.c_str(), 1), 1);
+    EXPECT_EQ(size(), 0U);
+    const std::string all = test::pattern(61500);
+    for (std::size_t at = 0; at < all.size(); at += 2500)
+        ASSERT_EQ(add(all.substr(at, 2500)), 1);
+    EXPECT_EQ(size(), 0U); // 61500 are held
+    EXPECT_EQ(add("!"), 1);
+    EXPECT_EQ(files.bytes("file"), expected);
+    EXPECT_EQ(add("the rest"), 1);
+    EXPECT_EQ(ComBufferFileWrite_Close(3), 1);
+    EXPECT_EQ(files.bytes("file"), expected);
+    EXPECT_EQ(add("x"), -1);
+    EXPECT_EQ(ComBufferFileWrite_Close(3), -1);
+
+    expected = files.bytes("file");
+    ASSERT_EQ(ComBufferFileWrite_Start(3, path.c_str(), 0), 1); // goes on at its end
+    EXPECT_EQ(ComBufferFileWrite_Close(3), 1);                  // nothing is held
+    ASSERT_EQ(ComBufferFileWrite_Start(3, path.c_str(), 0), 1);
+    EXPECT_EQ(add("more"), 1);
+    EXPECT_EQ(ComBufferFileWrite_Close(3), 1);
+    EXPECT_EQ(files.bytes("file"), expected);
+    EXPECT_TRUE(log.entries().empty());
+}
+
+TEST_F(BufferedWriter, TakesCallsOfAnySize) {
+    ASSERT_EQ(ComBufferFileWrite_Start(3, path.c_str(), 1), 1);
+    for (const std::size_t size : {0, 100, 63900, 64000, 64001, 60000, 200000, 1})
+        ASSERT_EQ(add(test::pattern(size, static_cast<uint32_t>(size))), 1) << size;
+    EXPECT_EQ(ComBufferFileWrite_Close(3), 1);
+    EXPECT_EQ(files.bytes("file"), expected);
+}
+
+TEST_F(BufferedWriter, TenAttemptsAndTheHeldBytesAreDropped) {
+    const FullDisk disk(70000);
+    ASSERT_EQ(ComBufferFileWrite_Start(3, path.c_str(), 1), 1);
+    EXPECT_EQ(add(test::pattern(62500)), 1);
+    EXPECT_EQ(add(test::pattern(62500)), -1);
+    EXPECT_EQ(size(), 70000U);
+    std::vector<std::string> told;
+    for (int attempt = 0; attempt < 10; ++attempt) {
+        if (attempt > 0)
+            told.emplace_back("Attempting to write again");
+        told.push_back("Write Failure: Written: 7500  Wanted to write: 62500 Attempts: " +
+                       std::to_string(attempt));
+    }
+    told.emplace_back(" Threshold on write errors exceeded");
+    EXPECT_EQ(log.entries(), told);
+    EXPECT_EQ(add("x"), 1); // the file is still named
+    EXPECT_EQ(ComBufferFileWrite_Close(3), -1);
+    EXPECT_EQ(ComBufferFileWrite_Close(3), -1);
+    EXPECT_EQ(log.entries().size(), 40U); // at its very end not one byte goes in
+}
+
+// A later attempt covers what an earlier one wrote in part. The look at the escape between two attempts lets
+// the program do things, but not come back into the writer.
+TEST_F(BufferedWriter, AnAttemptThatWorksLeavesNoTraceOfThoseBefore) {
+    FullDisk disk(70000);
+    diskToClear = &disk;
+    port->record->escapeFunc = [](int32_t, int32_t character) {
+        EXPECT_EQ(character, 27);
+        diskToClear->makeRoom();
+        nestedCall = ComBufferFileWrite_Next(3, "x", 1);
+        return 0;
+    };
+    ASSERT_EQ(ComBufferFileWrite_Start(3, path.c_str(), 1), 1);
+    EXPECT_EQ(add(test::pattern(62500)), 1);
+    const FullDisk again(70000);
+    EXPECT_EQ(add(test::pattern(62500, 7)), 1);
+    EXPECT_EQ(nestedCall, -1);
+    EXPECT_EQ(files.bytes("file"), expected);
+    EXPECT_EQ(log.entries({"Attempting"}).size(), 1U);
+}
+
+TEST_F(BufferedWriter, ADiskThatTakesNothing) {
+    ASSERT_EQ(ComBufferFileWrite_Start(3, path.c_str(), 1), 1);
+    EXPECT_EQ(add("some"), 1);
+    std::filesystem::remove(path);
+    std::filesystem::create_symlink("/dev/full", path);
+    EXPECT_EQ(ComBufferFileWrite_Close(3), -1);
+    EXPECT_EQ(log.entries({"Write Failure: Written: 0  Wanted to write: 4 Attempts: "}).size(), 10U);
+}
+
+TEST_F(BufferedWriter, AFileThatCannotBeOpened) {
+    const std::string refusal = "ERROR: Unable to open file: " + path;
+    ASSERT_EQ(ComBufferFileWrite_Start(3, path.c_str(), 1), 1);
+    EXPECT_EQ(add(test::pattern(61000)), 1);
+    std::filesystem::rename(path, files.path("aside"));
+    EXPECT_EQ(ComBufferFileWrite_Next(3, test::pattern(5000).data(), 5000), -1); // no room: not taken
+    EXPECT_EQ(add(test::pattern(600)), -1);                                      // held all the same
+    std::filesystem::rename(files.path("aside"), path);
+    EXPECT_EQ(ComBufferFileWrite_Next(3, nullptr, 0), 1);
+    EXPECT_EQ(files.bytes("file"), expected);
+    EXPECT_EQ(log.entries(), (std::vector<std::string>{refusal, refusal}));
+
+    EXPECT_EQ(add("x"), 1);
+    std::filesystem::remove(path);
+    EXPECT_EQ(ComBufferFileWrite_Close(3), -1);
+    EXPECT_EQ(log.entries().size(), 3U);
+    EXPECT_EQ(add("x"), -1); // no file is named any more
+
+    files.make("file", "x");
+    for (const int32_t mode : {0, 1}) {
+        const test::Holder holder("<", path);
+        EXPECT_EQ(ComBufferFileWrite_Start(3, path.c_str(), mode), -1) << mode;
+        EXPECT_EQ(add("x"), -1);
+    }
+    chmod(path.c_str(), 0444);
+    EXPECT_EQ(ComBufferFileWrite_Start(3, path.c_str(), 1), -1);
+    EXPECT_EQ(files.bytes("file"), "x");
+    EXPECT_EQ(log.entries().back(), refusal);
+
+    const std::string tooLong(260, 'a');
+    for (const char* bad : {static_cast<const char*>(nullptr), "", tooLong.c_str()})
+        EXPECT_EQ(ComBufferFileWrite_Start(3, bad, 1), -1);
+    EXPECT_EQ(ComBufferFileWrite_Start(4, path.c_str(), 0), -1); // no such port is open
+    EXPECT_EQ(ComBufferFileWrite_Next(4, "x", 1), -1);
+    EXPECT_EQ(ComBufferFileWrite_Next(3, "x", -1), -1);
+    EXPECT_EQ(ComBufferFileWrite_Close(300), -1);
+}
+
+} // namespace
+} // namespace brisolt
