@@ -30,13 +30,4 @@ auto onPort(int32_t number, decltype(std::declval<F>()(std::declval<Port&>())) o
     return guarded(otherwise, [&] { return f(*port); });
 }
 
-/// f(); `otherwise` when memory runs out inside.
-template <class F> auto guarded(decltype(std::declval<F>()()) otherwise, F&& f) noexcept {
-    try {
-        return f();
-    } catch (...) {
-        return otherwise;
-    }
-}
-
 } // namespace brisolt
