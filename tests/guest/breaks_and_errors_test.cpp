@@ -8,8 +8,7 @@ using namespace brisolt::test;
 namespace {
 
 constexpr uint8_t breakBit = 0x40;
-constexpr int32_t overflow = COM_HOST_ERROR_RX_OVERFLOW, overrun = COM_HOST_ERROR_OVERRUN,
-                  breakSeen = COM_HOST_ERROR_BREAK;
+constexpr int32_t overrun = COM_HOST_ERROR_OVERRUN, breakSeen = COM_HOST_ERROR_BREAK;
 
 bool uartSendsBreak() {
     return (uartRegister(lineControl) & breakBit) != 0;
@@ -32,8 +31,10 @@ TEST(Break, SeenOnAUartIsToldOnceAndIsNoByte) {
     const Port port(breakUart);
     EXPECT_EQ(ComGetBreakStatus(port), 0);
     EXPECT_EQ(ComGetLineError(port), 0);
-    far.write("a\xFF\xF3z");
-    EXPECT_EQ(receive(port, 2), "az");
+    far.write("a");
+    EXPECT_EQ(receive(port, 1), "a");
+    far.write("\xFF\xF3z");
+    EXPECT_EQ(receive(port, 1), "z");
     EXPECT_TRUE(eventually([&] { return ComGetBreakStatus(port) == 1; }));
     EXPECT_EQ(ComGetBreakStatus(port), 0);
     EXPECT_EQ(ComGetLineError(port), breakSeen);
@@ -74,17 +75,37 @@ TEST(LineErrors, AnOverrunIsCountedAndCleared) {
     EXPECT_EQ(ComGetLineError(port), 0);
 }
 
-// The kernel holds a lot, but not everything, for a reader who does not come.
-TEST(LineErrors, AnOverflowIsCountedAndCleared) {
-    const Tty far(gadget);
-    const Port port(usbModem);
-    EXPECT_EQ(ComGetLineError(port), 0);
-    const std::string replaced = "\xFF\xFE plain \xFF";
-    ComSetParms(port, 3, 8, 1);
-    ComSetLineErrorReplacement(port, 1, '?');
-    far.write(replaced);
-    EXPECT_EQ(receive(port, replaced.size()), replaced) << "no byte is taken for the kernel's marks";
-    EXPECT_EQ(ComGetLineError(port) & ~overflow, 0);
+// The kernel marks broken bytes with bytes.
+TEST(LineErrors, NoByteIsTakenForAMark) {
+    std::string bytes;
+    for (int32_t i = 0; i < 1024; ++i)
+        bytes += static_cast<char>(i % 3 == 0 ? 0xFF : i % 5 == 0 ? 0 : i);
+    const struct { const char *path, *far; } ends[]{{uart, otherUart}, {usbModem, gadget}};
+    for (const auto& line : ends) {
+        SCOPED_TRACE(line.path);
+        const Tty far(line.far);
+        const Port port(line.path);
+        for (const bool replacing : {false, true}) {
+            ComSetParms(port, 3, 8, 1);
+            EXPECT_EQ(ComSetLineErrorReplacement(port, replacing ? 1 : 0, '?'), 1);
+            far.write(bytes);
+            EXPECT_EQ(receive(port, bytes.size()), bytes);
+        }
+        EXPECT_EQ(ComGetLineError(port), 0);
+    }
+}
+
+TEST(LineErrors, AnAdoptedLineIsGivenBackWithoutMarks) {
+    const Tty far(otherUart);
+    const Tty owner(uart);
+    const termios2 before = owner.settings();
+    ASSERT_EQ(CPreOpen(1, 9600, 8, 1, 1, owner.descriptor()), 1);
+    far.write("\xFF");
+    EXPECT_EQ(receive(1, 1), "\xFF");
+    EXPECT_EQ(ComPreClose(1), 1);
+    EXPECT_EQ(owner.settings().c_iflag, before.c_iflag);
+    far.write("\xFF");
+    EXPECT_EQ(owner.read(2, soon), "\xFF");
 }
 
 } // namespace

@@ -92,6 +92,7 @@ public:
     std::string read(std::size_t count, Milliseconds limit = patience) const;
     std::string readToQuiet() const;
 
+    int descriptor() const { return descriptor_; }
     termios2 settings() const;
     bool set(const termios2& settings) const;
     int32_t unsent() const; ///< in the kernel's queue

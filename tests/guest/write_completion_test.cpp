@@ -22,23 +22,25 @@ TEST(WriteCompletion, ABlockIsCompleteWhenItHasLeft) {
     EXPECT_EQ(ComFlushImmediate(port), 1);
 }
 
-TEST(WriteCompletion, EveryDriverDeliversABlock) {
-    const struct {
-        const char *path, *far;
-    } lines[]{{adapter, adapterFarEnd}, {usbModem, gadget}, {gadget, usbModem}};
-    for (const auto& line : lines) {
-        SCOPED_TRACE(line.path);
-        const Tty far(line.far);
-        const Port port(line.path);
-        const std::string block = pattern(1024);
-        for (int32_t round = 0; round < 4; ++round) {
-            EXPECT_EQ(send(port, block), 1024);
-            EXPECT_EQ(far.read(1024), block);
-            far.write(block);
-            EXPECT_EQ(receive(port, 1024), block);
-        }
+using Line = std::pair<const char*, const char*>;
+class OnEveryDriver : public testing::TestWithParam<Line> {};
+
+TEST_P(OnEveryDriver, BlocksPassBothWays) {
+    const Tty far(GetParam().second);
+    const Port port(GetParam().first);
+    const std::string block = pattern(1024);
+    for (int32_t round = 0; round < 3; ++round) {
+        EXPECT_EQ(send(port, block), 1024);
+        EXPECT_EQ(far.read(1024), block);
+        far.write(block);
+        EXPECT_EQ(receive(port, 1024), block);
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Of, OnEveryDriver,
+                         testing::Values(Line{uart, otherUart}, Line{adapter, adapterFarEnd},
+                                         Line{usbModem, gadget}, Line{gadget, usbModem}),
+                         [](const auto& line) { return std::string(line.param.first + sizeof "/dev"); });
 
 TEST(WriteCompletion, WaitsForALineThatIsHeldOff) {
     const Port port(uart);
@@ -72,6 +74,12 @@ TEST(WriteCompletion, WhatIsNotTakenInTimeNeverTurnsUp) {
     EXPECT_EQ(receiveToQuiet(port), block.substr(0, static_cast<std::size_t>(written)) + "|after");
 }
 
+void expectQuickClose(int32_t port) {
+    const auto start = Clock::now();
+    EXPECT_EQ(ComClose(port), 1);
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(8));
+}
+
 /// Closes a port that somebody writes on without a limit, on the caller's thread or the port's own.
 void closeWhileWriting(int32_t port, bool onThread) {
     ComSetWriteTimeout(port, noLimit);
@@ -82,9 +90,7 @@ void closeWhileWriting(int32_t port, bool onThread) {
         std::this_thread::sleep_for(soon);
     else
         EXPECT_TRUE(stillRunning(writer));
-    const auto start = Clock::now();
-    EXPECT_EQ(ComClose(port), 1);
-    EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
+    expectQuickClose(port);
     EXPECT_TRUE(finishes(writer));
     EXPECT_LE(writer.get(), 1000);
 }
@@ -128,9 +134,8 @@ TEST_P(UsbHoldOff, WhatIsSaidToBeDeliveredArrives) {
     ComSetWriteTimeout(port, 200);
     const std::size_t sent = fill(port, stream_);
     const std::string arrived = far.readToQuiet();
-    EXPECT_GE(arrived.size(), sent);
-    EXPECT_LE(arrived.size(), sent + 1000) << "a packet that was under way when it was taken back";
-    EXPECT_EQ(arrived, stream_.substr(0, arrived.size()));
+    EXPECT_EQ(arrived.size(), sent);
+    EXPECT_TRUE(stream_.starts_with(arrived));
     EXPECT_EQ(send(port, "|after"), 6);
     EXPECT_EQ(far.read(6), "|after");
 }
@@ -141,11 +146,10 @@ TEST_P(UsbHoldOff, ACloseDoesNotWaitForTheFarEnd) {
         const Port port(gadget_.path());
         ComSetWriteTimeout(port, 200);
         fill(port, stream_);
-        closeWhileWriting(port, false);
+        expectQuickClose(port);
     }
     far.readToQuiet();
     const Port port(gadget_.path());
-    far.readToQuiet();
     EXPECT_EQ(send(port, "usable"), 6);
     EXPECT_EQ(far.read(6), "usable");
 }
