@@ -14,31 +14,35 @@ modules="uhci-hcd ftdi_sio dummy_hcd cdc-acm usb_f_acm usb_f_serial usb_f_fs g_s
 PATH=$PATH:/usr/sbin:/sbin
 
 give_up() {
-    echo "test-lines: $*" >&2
+    echo "test-lines: ${*//$'\n'/ }" >&2
     exit 1
 }
 
 emulator=qemu-system-x86_64
 [ "$(uname -m)" = x86_64 ] || give_up "the emulated machine is an x86-64 one, and this is $(uname -m)"
 for tool in $emulator busybox depmod dpkg-deb; do
-    command -v $tool >/dev/null || give_up "$tool is missing (Debian: qemu-system-x86, busybox-static, kmod)"
+    command -v "$tool" >/dev/null || give_up "$tool is missing (Debian: qemu-system-x86, busybox-static, kmod)"
 done
 problem=$($emulator -M none -accel tcg -nodefaults -display none -monitor stdio <<<quit 2>&1 >/dev/null) ||
-    give_up "the emulator does not run here: ${problem:-no reason given}"
+    give_up "the emulator does not run here: ${problem:-it says nothing}"
 
 mkdir -p "$folder"
 cd "$folder"
 
 # ---- The kernel: downloaded once, unpacked once --------------------------------------------------------
 
+download() {
+    package=$(apt-cache depends linux-image-amd64 2>/dev/null | sed -n 's/^ *Depends: *\(linux-image-[0-9].*\)/\1/p')
+    [ -n "$package" ] && apt-get -q -o Acquire::Retries=3 download "$package"
+}
+
 fetch_kernel() {
     local package
-    package=$(apt-cache depends linux-image-amd64 2>/dev/null | sed -n 's/^ *Depends: *\(linux-image-[0-9].*\)/\1/p')
-    [ -n "$package" ] || give_up "no package linux-image-amd64 is known here (apt-get update?)"
-    echo "Fetching $package"
-    rm -rf kernel
-    apt-get -q -o Acquire::Retries=3 download "$package" >download.log 2>&1 ||
-        give_up "$package cannot be downloaded: $(tail -n 1 download.log)"
+    rm -rf ./*.deb kernel
+    echo "Fetching Debian's kernel"
+    # A second time with a fresh list of packages: an old one names packages that are no longer there.
+    download >download.log 2>&1 || { apt-get -q update && download; } >download.log 2>&1 ||
+        give_up "Debian's kernel package cannot be downloaded: $(tail -n 1 download.log)"
     mkdir kernel
     dpkg-deb --fsys-tarfile ./*.deb | tar -x -C kernel --wildcards ./boot/vmlinuz-\* ./lib/modules/\*/modules.\* \
         ./lib/modules/\*/kernel/fs/configfs/\* ./lib/modules/\*/kernel/drivers/usb/\*
@@ -65,7 +69,7 @@ add_modules() {
 
 add_program() {
     local library
-    install -D "$program" root/test
+    install -D "$program" root/program
     ldd "$program" | sed -n 's/.*[[:space:]]\(\/[^ ]*\) (0x.*/\1/p' | while read -r library; do
         case $library in
         */ld-linux*) install -D "$library" "root/lib64/${library##*/}" ;;

@@ -143,7 +143,7 @@ void closeTty(void* device) noexcept {
         ioctl(tty->descriptor, TIOCNXCL); // a pty would stay closed to others for good
         flock(tty->descriptor, LOCK_UN);  // a child between fork and exec still has it
     }
-    closeDescriptor(tty->descriptor, !tty->adopted && queuedOutput(*tty) > 0);
+    closeDescriptor(tty->descriptor, queuedOutput(*tty) > 0);
 }
 
 // The kernel sizes its queues and reports its events as it does; there is nothing to set.
