@@ -10,7 +10,7 @@ set -euo pipefail
 program=$(realpath "$1") folder=$2 filter=${3:-*}
 here=$(cd "$(dirname "$0")" && pwd)
 limit=400 # seconds; a run takes a fraction of that on a machine that has nothing else to do
-modules="uhci-hcd ftdi_sio dummy_hcd cdc-acm usb_f_acm usb_f_serial usb_f_fs g_serial"
+modules="uhci-hcd ftdi_sio dummy_hcd cdc-acm usb_f_acm usb_f_serial g_serial" # in the order in which they are loaded
 PATH=$PATH:/usr/sbin:/sbin
 
 give_up() {
@@ -81,7 +81,8 @@ add_program() {
 rm -rf root && mkdir -p root/{bin,proc,sys,dev,tmp}
 cp "$(command -v busybox)" root/bin/busybox
 install "$here/init" root/init
-printf '%s\n' "$filter" >root/filter
+echo "$filter" >root/filter
+echo "$modules" >root/modules
 add_modules
 add_program
 (cd root && find . | busybox cpio -o -H newc 2>/dev/null) >initrd
@@ -111,7 +112,7 @@ boot() {
 }
 
 started=$SECONDS
-boot | tr -d '\r' | tee console.log || echo "(the machine ended with status $?)"
+boot | sed -u 's|\r||' | tee console.log || echo "(the machine ended with status $?)"
 verdict=$(sed -n 's/^guest: \([0-9]* passed, [0-9]* failed\)$/\1/p' console.log)
 [ -n "$verdict" ] || give_up "the machine did not come to an end in $limit s; see $folder/console.log"
 echo "test-lines: $verdict in $((SECONDS - started)) s"
