@@ -11,6 +11,7 @@ build_packages := g++ cmake ninja-build pkg-config
 tool_packages := $(build_packages) libcli11-dev
 test_packages := $(tool_packages) libgtest-dev socat binutils ppp minicom
 bench_packages := $(tool_packages) libbenchmark-dev libboost-dev libserialport-dev zlib1g-dev
+lines_packages := $(test_packages) qemu-system-x86 busybox-static kmod
 check_packages := $(test_packages) clang-format clang-tidy
 
 # $(call need,PACKAGES): asks the packaging system only when something is missing.
@@ -34,17 +35,18 @@ build = cmake --build '$(BUILD)/$(1)' --parallel $(JOBS) $(2)
 # $(call run_tests,FOLDER)
 run_tests = ctest --test-dir '$(BUILD)/$(1)' --output-on-failure --no-tests=error -j $(JOBS) --timeout 300
 
-.PHONY: help demo test bench check sanitize install clean
+.PHONY: help demo test test-lines bench check sanitize install clean
 .NOTPARALLEL:
 
 help:
-	@echo 'make demo      see it work'
-	@echo 'make test      build and run the tests'
-	@echo 'make bench     measure it'
-	@echo 'make check     formatting and static analysis'
-	@echo 'make sanitize  the tests under the address, undefined-behaviour and thread sanitizers'
-	@echo 'make install   into PREFIX ($(PREFIX)), below DESTDIR if given'
-	@echo 'make clean     remove the build folder, $(BUILD)'
+	@echo 'make demo        see it work'
+	@echo 'make test        build and run the tests'
+	@echo 'make test-lines  those on the serial drivers of the kernel, in an emulated machine'
+	@echo 'make bench       measure it'
+	@echo 'make check       formatting and static analysis'
+	@echo 'make sanitize    the tests under the address, undefined-behaviour and thread sanitizers'
+	@echo 'make install     into PREFIX ($(PREFIX)), below DESTDIR if given'
+	@echo 'make clean       remove the build folder, $(BUILD)'
 
 demo:
 	$(call need,$(tool_packages) socat)
@@ -57,6 +59,12 @@ test:
 	$(call configure,release,release)
 	$(call build,release)
 	$(call run_tests,release)
+
+# The machine's kernel is downloaded once and kept in the build folder. Where it cannot run, a line says so.
+test-lines:
+	$(call need,$(lines_packages))
+	$(call configure,release,release)
+	@$(call build,release,--target test-lines)
 
 bench:
 	$(call need,$(bench_packages))

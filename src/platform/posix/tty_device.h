@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include <asm/termbits.h>
@@ -16,11 +17,12 @@
 namespace brisolt::tty {
 
 /// Undoes the kernel's marking of bytes that arrived with an error: 0xFF 0xFF stands for 0xFF, and
-/// 0xFF 0x00 c for a broken byte, which errorChar replaces. A mark may be split over any number of reads.
+/// 0xFF 0x00 c for a broken byte c, which errorChar replaces if there is one. A mark may be split over any
+/// number of reads.
 class MarkFilter {
 public:
     /// Works in place; how many bytes are left.
-    int32_t undo(uint8_t* bytes, int32_t count, uint8_t errorChar) noexcept;
+    int32_t undo(uint8_t* bytes, int32_t count, std::optional<uint8_t> errorChar) noexcept;
 
 private:
     enum class Seen { nothing, mark, brokenMark };
@@ -35,7 +37,7 @@ struct TtyDevice {
     bool wasBlocking = false; ///< adopted: what its descriptor was
     bool isPty = false;       ///< has neither a line nor an output queue of its own
     bool isMaster = false;    ///< its settings are those of the far end
-    termios2 before{};        ///< opened: the settings to restore
+    termios2 before{};        ///< the settings to restore: opened all, adopted those that nobody asked for
 
     Signal cancelled;
     Signal aborted;                     ///< a purge has ended the write that waits
@@ -56,6 +58,7 @@ struct TtyDevice {
     ComHostLineState line{};
     bool framingKept = false; ///< a pty was given a framing, which only `line` remembers
     bool dtrLowered = false;  ///< by the handshake
+    bool marked = false;      ///< the kernel marks broken bytes
     MarkFilter marks;
     ComHostTimeouts timeouts{};
     serial_icounter_struct counters{};
@@ -75,8 +78,12 @@ bool isGone(int32_t error) noexcept;
 std::string openErrorText(const std::string& path, int32_t error);
 
 // ---- tty_line_state.cpp
+/// Whether errorChar is to stand for broken bytes.
+bool replacesErrors(const ComHostLineState& state) noexcept;
 /// Learns the state of a device just opened or adopted; raw: puts it into the state for plain bytes.
 void learnLineState(TtyDevice& tty, bool raw) noexcept;
+/// Gives an adopted device back with broken bytes as unmarked or marked as they were.
+void restoreMarks(const TtyDevice& tty) noexcept;
 int32_t getLineState(void* device, ComHostLineState* state) noexcept;
 int32_t setLineState(void* device, const ComHostLineState* state) noexcept;
 
@@ -85,13 +92,19 @@ int32_t properties(void* device, ComHostProperties* properties) noexcept;
 int32_t line(void* device, uint32_t function) noexcept;
 int32_t modemStatus(void* device, uint32_t* lines) noexcept;
 int32_t status(void* device, uint32_t wanted, ComHostStatus* status) noexcept;
+/// Empties the kernel's output queue. How many bytes that took: not all of them where a driver does not give
+/// up what it has, as those of USB devices do not; they are sure to go. Negative: error number.
+int32_t discardOutput(const TtyDevice& tty) noexcept;
 int32_t purge(void* device, uint32_t what) noexcept;
-/// The handshake with DTR, which the kernel does not know: lowers DTR while the input queue is full.
-void holdPeerOff(TtyDevice& tty) noexcept;
+/// The handshake with DTR, which the kernel does not know: lowers DTR while the input queue is full. Whether
+/// it is lowered.
+bool holdPeerOff(TtyDevice& tty) noexcept;
 /// True while DSR is low in the mode in which that holds output off.
 bool heldByDsr(TtyDevice& tty) noexcept;
 
 // ---- tty_write.cpp
+/// The kernel's output queue; 0 too where a device cannot tell. Negative: error number.
+int32_t queuedOutput(const TtyDevice& tty) noexcept;
 int32_t getTimeouts(void* device, ComHostTimeouts* timeouts) noexcept;
 int32_t setTimeouts(void* device, const ComHostTimeouts* timeouts) noexcept;
 int32_t write(void* device, const void* buffer, int32_t count, uint32_t how, int32_t* error) noexcept;

@@ -13,6 +13,7 @@
 #include "platform/device.h"
 #include "platform/error_text.h"
 #include "platform/posix/tty_device.h"
+#include "platform/thread.h"
 
 namespace brisolt::tty {
 namespace {
@@ -118,9 +119,21 @@ int32_t adoptTty(void*, int32_t handle, void** device) noexcept try {
     return -ENOMEM;
 }
 
+/// The kernel's close waits, for half a minute, for output that the peer holds off and that the driver does
+/// not give up. A thread of its own waits for that; nobody who closes a port does.
+void closeDescriptor(int32_t descriptor, bool mayTakeLong) noexcept {
+    const auto close = [](void* argument) {
+        ::close(static_cast<int32_t>(reinterpret_cast<intptr_t>(argument)));
+    };
+    void* const argument = reinterpret_cast<void*>(static_cast<intptr_t>(descriptor));
+    if (!mayTakeLong || !thread::start(close, argument, "brisolt-close"))
+        close(argument);
+}
+
 void closeTty(void* device) noexcept {
     const std::unique_ptr<TtyDevice> tty(&of(device));
     if (tty->adopted) {
+        restoreMarks(*tty);
         if (tty->wasBlocking)
             fcntl(tty->descriptor, F_SETFL, fcntl(tty->descriptor, F_GETFL) & ~O_NONBLOCK);
     } else {
@@ -130,7 +143,7 @@ void closeTty(void* device) noexcept {
         ioctl(tty->descriptor, TIOCNXCL); // a pty would stay closed to others for good
         flock(tty->descriptor, LOCK_UN);  // a child between fork and exec still has it
     }
-    ::close(tty->descriptor);
+    closeDescriptor(tty->descriptor, queuedOutput(*tty) > 0);
 }
 
 // The kernel sizes its queues and reports its events as it does; there is nothing to set.

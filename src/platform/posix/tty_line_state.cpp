@@ -15,6 +15,7 @@ namespace {
 constexpr tcflag_t inputRateMask = static_cast<tcflag_t>(CBAUD) << IBSHIFT;
 constexpr tcflag_t inputRateAny = static_cast<tcflag_t>(BOTHER) << IBSHIFT;
 constexpr tcflag_t framingMask = CSIZE | PARENB | PARODD | CMSPAR | CSTOPB;
+constexpr tcflag_t markFlags = INPCK | PARMRK;
 constexpr tcflag_t parityMask = PARENB | PARODD | CMSPAR;
 
 constexpr uint32_t rtsCtsFlags = COM_HOST_LINE_CTS_OUTPUT | COM_HOST_LINE_RTS_HANDSHAKE;
@@ -79,16 +80,17 @@ uint8_t stopOf(tcflag_t control, uint8_t remembered) {
     return sizeOf(control) == 5 ? COM_HOST_STOP_1_5 : COM_HOST_STOP_2;
 }
 
-bool replacesErrors(const ComHostLineState& state) {
-    return (state.flags & COM_HOST_LINE_ERROR_REPLACE) != 0 && state.parity != COM_HOST_PARITY_NONE;
+/// The kernel counts line errors whether it checks or not. It checks here for the marks alone, from which the
+/// reader gets broken bytes as they came, or replaced. A real line has them always: what USB devices report
+/// the kernel passes on unseen when there is nothing to check, and a break would then be a zero byte.
+bool wantsMarks(const TtyDevice& tty, const ComHostLineState& state) {
+    return !tty.isPty || replacesErrors(state);
 }
 
-/// The kernel counts line errors whether it checks or not. Checking is switched on for the marks alone:
-/// without them it would turn a broken byte into a zero or drop it, and the reader gets it as it came.
-void applyInput(termios2& settings, const ComHostLineState& state) {
+void applyInput(termios2& settings, const TtyDevice& tty, const ComHostLineState& state) {
     makeRaw(settings);
-    if (replacesErrors(state))
-        settings.c_iflag |= INPCK | PARMRK;
+    if (wantsMarks(tty, state))
+        settings.c_iflag |= markFlags;
     if ((state.flags & COM_HOST_LINE_XON_OUTPUT) != 0)
         settings.c_iflag |= IXON;
     if ((state.flags & COM_HOST_LINE_XON_INPUT) != 0)
@@ -162,7 +164,7 @@ int32_t changeSettings(TtyDevice& tty, const ComHostLineState& state, termios2& 
         return -errno;
     termios2 wanted = before;
     if (!tty.isMaster) // there they would be the far end's settings
-        applyInput(wanted, state);
+        applyInput(wanted, tty, state);
     applyControl(wanted, state);
     if (ioctl(tty.descriptor, TCSETS2, &wanted) != 0 || ioctl(tty.descriptor, TCGETS2, &taken) != 0)
         return -errno;
@@ -173,6 +175,10 @@ int32_t changeSettings(TtyDevice& tty, const ComHostLineState& state, termios2& 
 }
 
 } // namespace
+
+bool replacesErrors(const ComHostLineState& state) noexcept {
+    return (state.flags & COM_HOST_LINE_ERROR_REPLACE) != 0 && state.parity != COM_HOST_PARITY_NONE;
+}
 
 void learnLineState(TtyDevice& tty, bool raw) noexcept {
     const std::scoped_lock guard(tty.lock);
@@ -199,6 +205,15 @@ void learnLineState(TtyDevice& tty, bool raw) noexcept {
     ioctl(tty.descriptor, TCSETS2, &settings);
 }
 
+void restoreMarks(const TtyDevice& tty) noexcept {
+    termios2 settings{};
+    if (!tty.marked || ioctl(tty.descriptor, TCGETS2, &settings) != 0)
+        return;
+    settings.c_iflag &= ~markFlags;
+    settings.c_iflag |= tty.before.c_iflag & markFlags;
+    ioctl(tty.descriptor, TCSETS2, &settings);
+}
+
 int32_t getLineState(void* device, ComHostLineState* state) noexcept {
     TtyDevice& tty = of(device);
     const std::scoped_lock guard(tty.lock);
@@ -220,8 +235,10 @@ int32_t setLineState(void* device, const ComHostLineState* state) noexcept try {
 
     driveLine(tty, tty.line.flags, state->flags, dtrFlags, TIOCM_DTR);
     driveLine(tty, tty.line.flags, state->flags, rtsFlags, TIOCM_RTS);
-    if (replacesErrors(tty.line) != replacesErrors(*state))
+    const bool marked = !tty.isMaster && (taken.c_iflag & PARMRK) != 0;
+    if (tty.marked != marked)
         tty.marks = {};
+    tty.marked = marked;
     tty.line = *state;
     tty.line.size = sizeof tty.line;
     tty.framingKept = tty.isPty;
@@ -230,7 +247,7 @@ int32_t setLineState(void* device, const ComHostLineState* state) noexcept try {
     tty.bitRate = std::max<uint32_t>(taken.c_ospeed, 1);
     tty.dsrHoldsOutput = (state->flags & COM_HOST_LINE_DSR_OUTPUT) != 0;
     tty.dtrHoldsInput = (state->flags & COM_HOST_LINE_DTR_HANDSHAKE) != 0;
-    tty.filtersInput = replacesErrors(*state) || (state->flags & COM_HOST_LINE_NULL_STRIP) != 0;
+    tty.filtersInput = marked || (state->flags & COM_HOST_LINE_NULL_STRIP) != 0;
     return 1;
 } catch (...) {
     return -ENOMEM;

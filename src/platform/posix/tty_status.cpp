@@ -128,17 +128,27 @@ int32_t status(void* device, uint32_t wanted, ComHostStatus* status) noexcept {
     return result;
 }
 
-/// What was written to a pty is with the far end already; the kernel's discard would take it away there.
+// What was written to a pty is with the far end already; the kernel's discard would take it away there.
+int32_t discardOutput(const TtyDevice& tty) noexcept {
+    if (tty.isPty)
+        return 0;
+    const int32_t before = queuedOutput(tty);
+    if (const int32_t flushed = request(tty, TCFLSH, TCOFLUSH); flushed < 0)
+        return flushed;
+    const int32_t left = queuedOutput(tty);
+    return before < 0 ? before : left < 0 ? left : std::max(before - left, 0);
+}
+
 int32_t purge(void* device, uint32_t what) noexcept {
     TtyDevice& tty = of(device);
-    const bool input = (what & COM_HOST_PURGE_RX) != 0;
-    const bool output = (what & COM_HOST_PURGE_TX) != 0 && !tty.isPty;
-    uint32_t queued = 0;
-    if (output && askQueue(tty, TIOCOUTQ, queued) > 0)
-        tty.abandoned += queued;
     int32_t result = 1;
-    if (input || output)
-        result = request(tty, TCFLSH, input && output ? TCIOFLUSH : input ? TCIFLUSH : TCOFLUSH);
+    if ((what & COM_HOST_PURGE_RX) != 0)
+        result = request(tty, TCFLSH, TCIFLUSH);
+    if ((what & COM_HOST_PURGE_TX) != 0) {
+        const int32_t discarded = discardOutput(tty);
+        result = discarded < 0 ? discarded : result;
+        tty.abandoned += static_cast<uint32_t>(std::max(discarded, 0));
+    }
     if ((what & COM_HOST_PURGE_TX_ABORT) != 0) {
         ++tty.aborts;
         tty.aborted.set();
@@ -146,19 +156,20 @@ int32_t purge(void* device, uint32_t what) noexcept {
     return result;
 }
 
-void holdPeerOff(TtyDevice& tty) noexcept {
+bool holdPeerOff(TtyDevice& tty) noexcept {
     uint32_t queued = 0;
     if (!tty.hasModemLines || askQueue(tty, FIONREAD, queued) < 0)
-        return;
+        return false;
     const std::scoped_lock guard(tty.lock);
     if ((tty.line.flags & COM_HOST_LINE_DTR_HANDSHAKE) == 0)
-        return;
+        return false;
     // The XOFF limit is room that must be left, the XON limit a fill that is low enough to go on.
     const uint32_t room = std::min<uint32_t>(tty.line.xoffLimit, kernelQueueSize / 2);
     const uint32_t low = std::min<uint32_t>(tty.line.xonLimit, kernelQueueSize / 2);
     const bool lower = tty.dtrLowered ? queued > low : queued > kernelQueueSize - room;
     if (lower != tty.dtrLowered && setLine(tty, lower ? TIOCMBIC : TIOCMBIS, TIOCM_DTR) > 0)
         tty.dtrLowered = lower;
+    return tty.dtrLowered;
 }
 
 bool heldByDsr(TtyDevice& tty) noexcept {

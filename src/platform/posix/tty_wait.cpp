@@ -15,6 +15,8 @@ namespace {
 
 constexpr int32_t goneStep = 250; // milliseconds between two looks at a device that has gone away
 constexpr int32_t dsrStep = 10;
+constexpr int32_t inputStep = 20; // between two looks at an input queue that fills up
+constexpr int32_t noStep = -1;
 constexpr int16_t goneBits = POLLHUP | POLLERR | POLLNVAL;
 
 int16_t pollBits(uint32_t events) {
@@ -32,8 +34,8 @@ int32_t bytesToRead(const TtyDevice& tty) {
 uint32_t eventsOf(const TtyDevice& tty, uint32_t events, int16_t answer) {
     if ((answer & goneBits) != 0)
         return (events & COM_HOST_WAIT_READ) != 0 && bytesToRead(tty) > 0 ? COM_HOST_WAIT_READ : 0;
-    return ((answer & POLLIN) != 0 ? COM_HOST_WAIT_READ : 0) |
-           ((answer & POLLOUT) != 0 ? COM_HOST_WAIT_WRITE : 0);
+    return events & (((answer & POLLIN) != 0 ? COM_HOST_WAIT_READ : 0) |
+                     ((answer & POLLOUT) != 0 ? COM_HOST_WAIT_WRITE : 0));
 }
 
 int16_t look(const TtyDevice& tty, uint32_t events) {
@@ -42,7 +44,19 @@ int16_t look(const TtyDevice& tty, uint32_t events) {
 }
 
 int32_t shorter(int32_t left, int32_t step) {
-    return left < 0 ? step : std::min(left, step);
+    return step == noStep ? left : left < 0 ? step : std::min(left, step);
+}
+
+/// A wait in which nobody reads is the one in which the input queue fills up until DTR must hold the peer
+/// off. A poll tells of its first byte only: from there on it is looked at, until the peer is held off.
+int32_t guardInput(TtyDevice& tty, uint32_t events, pollfd& self) {
+    if (!tty.dtrHoldsInput || (events & COM_HOST_WAIT_READ) != 0)
+        return noStep;
+    if (bytesToRead(tty) == 0) {
+        self.events |= POLLIN;
+        return noStep;
+    }
+    return holdPeerOff(tty) ? noStep : inputStep;
 }
 
 enum class Pause { over, ended };
@@ -77,8 +91,9 @@ Pause waitWhileGone(TtyDevice& tty, uint32_t events, int32_t wake, int32_t left,
 /// Drops what the line state says is not for the reader.
 int32_t filter(TtyDevice& tty, uint8_t* bytes, int32_t count) {
     const std::scoped_lock guard(tty.lock);
-    if ((tty.line.flags & COM_HOST_LINE_ERROR_REPLACE) != 0 && tty.line.parity != COM_HOST_PARITY_NONE)
-        count = tty.marks.undo(bytes, count, tty.line.errorChar);
+    if (tty.marked)
+        count = tty.marks.undo(bytes, count,
+                               replacesErrors(tty.line) ? std::optional(tty.line.errorChar) : std::nullopt);
     if ((tty.line.flags & COM_HOST_LINE_NULL_STRIP) != 0)
         count = static_cast<int32_t>(std::remove(bytes, bytes + count, uint8_t{0}) - bytes);
     return count;
@@ -86,15 +101,17 @@ int32_t filter(TtyDevice& tty, uint8_t* bytes, int32_t count) {
 
 } // namespace
 
-int32_t MarkFilter::undo(uint8_t* bytes, int32_t count, uint8_t errorChar) noexcept {
+int32_t MarkFilter::undo(uint8_t* bytes, int32_t count, std::optional<uint8_t> errorChar) noexcept {
     constexpr uint8_t mark = 0xFF;
+    if (seen_ == Seen::nothing && std::find(bytes, bytes + count, mark) == bytes + count)
+        return count;
     int32_t kept = 0;
     for (int32_t i = 0; i < count; ++i) {
         const uint8_t byte = bytes[i];
         const Seen seen = seen_;
         seen_ = Seen::nothing;
         if (seen == Seen::brokenMark) {
-            bytes[kept++] = errorChar;
+            bytes[kept++] = errorChar.value_or(byte);
         } else if (seen == Seen::mark && byte == 0) {
             seen_ = Seen::brokenMark;
         } else if (seen == Seen::mark) {
@@ -152,7 +169,8 @@ int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) 
             pause = waitWhileGone(tty, possible, wake, left, holding);
         } else {
             pollfd self{tty.descriptor, pollBits(possible), 0};
-            pause = sleepOn(self, wake, held ? shorter(left, dsrStep) : left);
+            const int32_t step = held ? dsrStep : guardInput(tty, events, self);
+            pause = sleepOn(self, wake, shorter(left, step));
             tty.hungUp = (self.revents & goneBits) != 0;
             holding = eventsOf(tty, possible, self.revents);
         }

@@ -93,14 +93,6 @@ int32_t handOver(TtyDevice& tty, const uint8_t* bytes, int32_t count, const Begu
     return handed;
 }
 
-/// The kernel's output queue; 0 too where a device cannot tell. Negative: error number.
-int32_t queuedOutput(const TtyDevice& tty) {
-    int32_t queued = 0;
-    if (tty.isPty || ioctl(tty.descriptor, TIOCOUTQ, &queued) == 0)
-        return queued;
-    return lacksFunction(errno) ? 0 : -errno;
-}
-
 /// False while the last bytes are still in the transmitter, behind the queue.
 bool transmitterEmpty(TtyDevice& tty) {
     uint32_t registers = 0;
@@ -130,12 +122,10 @@ int32_t drain(TtyDevice& tty, const Begun& begun) {
 
 /// Takes back what has not left. How much of a write of `handed` bytes that is, purges of others included.
 int32_t takeBack(const TtyDevice& tty, int32_t handed, const Begun& begun) {
-    const int32_t queued = queuedOutput(tty);
-    if (queued != 0)
-        ioctl(tty.descriptor, TCFLSH, TCOFLUSH);
-    if (queued < 0)
+    const int32_t taken = discardOutput(tty);
+    if (taken < 0)
         return handed;
-    const uint64_t lost = uint64_t{tty.abandoned - begun.abandoned} + static_cast<uint64_t>(queued);
+    const uint64_t lost = uint64_t{tty.abandoned - begun.abandoned} + static_cast<uint64_t>(taken);
     return static_cast<int32_t>(std::min<uint64_t>(lost, static_cast<uint64_t>(handed)));
 }
 
@@ -156,6 +146,13 @@ int32_t writeComplete(TtyDevice& tty, const uint8_t* bytes, int32_t count, int32
 }
 
 } // namespace
+
+int32_t queuedOutput(const TtyDevice& tty) noexcept {
+    int32_t queued = 0;
+    if (tty.isPty || ioctl(tty.descriptor, TIOCOUTQ, &queued) == 0)
+        return queued;
+    return lacksFunction(errno) ? 0 : -errno;
+}
 
 int32_t getTimeouts(void* device, ComHostTimeouts* timeouts) noexcept {
     TtyDevice& tty = of(device);
