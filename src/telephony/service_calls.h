@@ -13,7 +13,7 @@
 namespace brisolt::telephony {
 
 /// True for success and for codes that ask for the same call again. What a person can mend is logged.
-bool accepted(int32_t result) noexcept;
+bool accepted(int32_t code) noexcept;
 
 /// Pauses before the next repetition of a call. False when it was repeated often enough: a service that asks
 /// for it without end is given up.

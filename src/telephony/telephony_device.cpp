@@ -75,8 +75,8 @@ int32_t deviceCount() noexcept {
     return count;
 }
 
-void setDeviceCount(int64_t value) noexcept {
-    count = static_cast<int32_t>(std::clamp<int64_t>(value, 0, std::numeric_limits<int32_t>::max()));
+void setDeviceCount(int64_t number) noexcept {
+    count = static_cast<int32_t>(std::clamp<int64_t>(number, 0, std::numeric_limits<int32_t>::max()));
 }
 
 void clearTable() noexcept {

@@ -84,7 +84,7 @@ inline int32_t indexOf(const TelephonyDevice& device) noexcept {
 TelephonyDevice* findDevice(const char* name) noexcept;
 
 int32_t deviceCount() noexcept;
-void setDeviceCount(int64_t count) noexcept;
+void setDeviceCount(int64_t number) noexcept;
 /// Every entry as it was before the first initialisation; whoever still uses one has lost it.
 void clearTable() noexcept;
 
