@@ -15,10 +15,6 @@ using namespace service;
 
 namespace {
 
-struct Posted {
-    uint32_t handle, message, p1, p2, p3;
-};
-
 EntryPoints& pointsOfModule() {
     void* module = dlopen(BRISOLT_TEST_SERVICE, RTLD_NOW);
     if (module == nullptr)
@@ -72,15 +68,20 @@ int32_t ScriptedService::scripted(const Entry& entry) {
 // ---- messages
 
 void ScriptedService::deliver(void* context, int32_t, uint32_t, uintptr_t first, intptr_t) {
-    std::unique_ptr<Posted> posted(reinterpret_cast<Posted*>(first));
     auto& self = *static_cast<ScriptedService*>(context);
-    self.tell(posted->handle, posted->message, posted->p1, posted->p2, posted->p3);
+    std::unique_lock lock(self.mutex_);
+    Posted posted = self.posted_.at(first);
+    self.posted_.erase(first);
+    lock.unlock();
+    self.tell(posted.handle, posted.message, posted.p1, posted.p2, posted.p3);
 }
 
 void ScriptedService::post(uint32_t handle, uint32_t message, uint32_t p1, uint32_t p2, uint32_t p3) {
-    auto posted = std::make_unique<Posted>(Posted{handle, message, p1, p2, p3});
-    if (ComHostPostMessage(window_, 1, reinterpret_cast<uintptr_t>(posted.get()), 0) == 1)
-        (void)posted.release();
+    std::unique_lock lock(mutex_);
+    uintptr_t number = ++lastPosted_;
+    posted_[number] = {handle, message, p1, p2, p3};
+    lock.unlock();
+    ComHostPostMessage(window_, 1, number, 0);
 }
 
 void ScriptedService::tell(uint32_t handle, uint32_t message, uint32_t p1, uint32_t p2, uint32_t p3) {
@@ -91,7 +92,7 @@ void ScriptedService::tell(uint32_t handle, uint32_t message, uint32_t p1, uint3
         if (auto call = calls_.find(handle); message == message::callState && call != calls_.end())
             call->second.state = p1;
     }
-    callback(0 + handle, message, 0, p1, p2, p3);
+    callback(handle, message, 0, p1, p2, p3);
 }
 
 uint32_t ScriptedService::offer(uint32_t line) {

@@ -84,6 +84,9 @@ private:
     struct Call {
         uint32_t line, state;
     };
+    struct Posted {
+        uint32_t handle, message, p1, p2, p3;
+    };
 
     int32_t scripted(const Entry& entry);
     uint32_t deviceOf(uint32_t line) const;
@@ -103,6 +106,8 @@ private:
     std::map<uint32_t, Call> calls_;
     std::map<uint32_t, std::unique_ptr<Pty>> ptys_;
     std::vector<std::string> dialled_;
+    std::map<uintptr_t, Posted> posted_; ///< on their way; some never arrive
+    uintptr_t lastPosted_ = 0;
     uint32_t lastHandle_ = 0x100;
     int32_t lastRequest_ = 0;
     service::Callback callback_ = nullptr;
