@@ -38,6 +38,7 @@
 #include "brisolt/progress.h"
 #include "brisolt/scripting.h"
 #include "brisolt/stream.h"
+#include "brisolt/telephony.h"
 #include "brisolt/times.h"
 #include "brisolt/transfer.h"
 #include "brisolt/waits.h"
