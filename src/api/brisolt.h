@@ -33,6 +33,7 @@
 #include "brisolt/progress.h"
 #include "brisolt/scripting.h"
 #include "brisolt/stream.h"
+#include "brisolt/telephony.h"
 #include "brisolt/transfer.h"
 #include "brisolt/waits.h"
 

@@ -7,7 +7,6 @@ namespace brisolt {
 
 namespace {
 
-constexpr int32_t startMaxWriteChars = 1024;
 constexpr uint32_t watchedEvents =
     COM_HOST_EVENT_CTS | COM_HOST_EVENT_CARRIER | COM_HOST_EVENT_BREAK | COM_HOST_EVENT_RING;
 
@@ -71,7 +70,9 @@ int32_t applyStopBits(Port& port, const OpenArguments& arguments, Opened opened,
     }
 }
 
-void applyStartFlags(ComHostLineState& state, Opened opened) noexcept {
+} // namespace
+
+void setStartFlags(ComHostLineState& state, Opened opened) noexcept {
     constexpr uint32_t off = COM_HOST_LINE_XON_OUTPUT | COM_HOST_LINE_XON_INPUT | COM_HOST_LINE_CTS_OUTPUT |
                              COM_HOST_LINE_DSR_OUTPUT | COM_HOST_LINE_DTR_HANDSHAKE |
                              COM_HOST_LINE_RTS_HANDSHAKE | COM_HOST_LINE_DSR_SENSITIVITY |
@@ -87,8 +88,6 @@ void applyStartFlags(ComHostLineState& state, Opened opened) noexcept {
     state.eofChar = 0x1A;
     state.eventChar = 0;
 }
-
-} // namespace
 
 int32_t readProperties(Port& port, Opened opened, ComHostProperties& properties) noexcept {
     bool read = port.device.properties(properties);
@@ -155,7 +154,7 @@ int32_t setUpLine(Port& port, const OpenArguments& arguments, Opened opened,
         return code;
     if (int32_t code = applyStopBits(port, arguments, opened, state); code < 0)
         return code;
-    applyStartFlags(state, opened);
+    setStartFlags(state, opened);
     device.purge(purgeAll);
     if (!device.setLineState(state))
         return refused(port, opened, -36, "PurgeComm Failure - Aborting");

@@ -15,8 +15,12 @@ int32_t setUpQueues(Port& port, Opened opened) noexcept;
 /// Framing and flow of the line.
 int32_t setUpLine(Port& port, const OpenArguments& arguments, Opened opened,
                   const ComHostProperties& properties) noexcept;
+/// The limits, special characters and flags that a port starts with; binary and parity are left alone.
+void setStartFlags(ComHostLineState& state, Opened opened) noexcept;
 /// The last touches: empty queues, lines raised, no events.
 void startLine(Port& port) noexcept;
+
+inline constexpr int32_t startMaxWriteChars = 1024;
 
 inline constexpr uint32_t purgeHeld = COM_HOST_PURGE_RX | COM_HOST_PURGE_TX;
 inline constexpr uint32_t purgeAll = purgeHeld | COM_HOST_PURGE_RX_ABORT | COM_HOST_PURGE_TX_ABORT;

@@ -2,13 +2,9 @@
 #include <cstring>
 #include <string>
 
-#include "platform/clock.h"
-#include "port/blocks.h"
 #include "port/device_setup.h"
-#include "port/flow.h"
-#include "port/io_thread.h"
 #include "port/open_close.h"
-#include "port/port_table.h"
+#include "port/opening.h"
 #include "port/trace.h"
 
 namespace brisolt {
@@ -16,58 +12,6 @@ namespace brisolt {
 namespace {
 
 constexpr uint32_t leastRing = 2048;
-
-/// An open in the making: takes the number, and gives everything back unless it succeeds.
-class Opening {
-public:
-    explicit Opening(const OpenArguments& arguments) noexcept : number_(arguments.number) {
-        if (!validPort(number_))
-            code_ = -1;
-        else if (!table::claim(number_))
-            code_ = -2;
-        else
-            begin(arguments);
-    }
-    ~Opening() {
-        if (port_ != nullptr) {
-            port_->threadRun = 0;
-            port_->open = 0;
-            table::letGo(*port_);
-        }
-        if (claimed_)
-            table::unclaim(number_);
-    }
-    Opening(const Opening&) = delete;
-    Opening& operator=(const Opening&) = delete;
-    int32_t code() const noexcept { return code_; }
-    Port& port() const noexcept { return *port_; }
-    int32_t succeed() noexcept {
-        table::publish(*port_);
-        port_ = nullptr;
-        claimed_ = false;
-        return number_;
-    }
-
-private:
-    void begin(const OpenArguments& arguments) noexcept {
-        claimed_ = true;
-        Port* port = table::make(number_);
-        if (port == nullptr) {
-            code_ = -20;
-            return;
-        }
-        port_ = port;
-        code_ = blocks::allocate(*port, std::max(arguments.rxSize, leastRing),
-                                 std::max(arguments.txSize, leastRing));
-        if (code_ == 0)
-            port->open = 1;
-    }
-
-    int32_t number_;
-    bool claimed_ = false;
-    Port* port_ = nullptr;
-    int32_t code_ = 0;
-};
 
 bool isDirectName(const OpenArguments& arguments) noexcept {
     return arguments.deviceName != nullptr && std::strcmp(arguments.deviceName, "THUNK") == 0;
@@ -119,18 +63,6 @@ int32_t setUpDevice(Port& port, const OpenArguments& arguments, Opened opened) n
     return setUpLine(port, arguments, opened, properties);
 }
 
-int32_t startThread(Port& port, Opened opened) noexcept {
-    port.threadRun = 1;
-    port.threadDone = 0;
-    if (!port.threaded() || startIoThread(port))
-        return 0;
-    if (opened == Opened::own)
-        trace(port, "_beginthread Failure - Aborting");
-    port.threadRun = 0;
-    port.threadDone = 1;
-    return -38;
-}
-
 /// What both opens do once their device is there.
 int32_t finishOpen(Opening& opening, const OpenArguments& arguments, Opened opened) {
     Port& port = opening.port();
@@ -139,14 +71,11 @@ int32_t finishOpen(Opening& opening, const OpenArguments& arguments, Opened open
         return code;
     setDefaults(*port.record, port.number, arguments.deviceName, opened);
     port.record->ioMode = opened == Opened::own && isDirectName(arguments) ? ioDirect : ioThreaded;
-    startLine(port);
-    if (int32_t code = startThread(port, opened); code < 0)
-        return code;
-    port.record->threadStartTick = clock::ticks();
-    setIoPriority(port, 6);
-    setFlow(port, 2);
+    int32_t code = startPort(port);
     if (opened == Opened::own)
-        trace(port, "Port Successfully Opened");
+        trace(port, code < 0 ? "_beginthread Failure - Aborting" : "Port Successfully Opened");
+    if (code < 0)
+        return code;
     return opening.succeed();
 }
 
@@ -159,7 +88,8 @@ bool closesHandle(int32_t code, const OpenArguments& arguments) noexcept {
 } // namespace
 
 int32_t openPort(const OpenArguments& arguments) {
-    Opening opening(arguments);
+    Opening opening(arguments.number, std::max(arguments.rxSize, leastRing),
+                    std::max(arguments.txSize, leastRing));
     if (opening.code() < 0)
         return opening.code();
     Port& port = opening.port();
@@ -172,7 +102,8 @@ int32_t openPort(const OpenArguments& arguments) {
 }
 
 int32_t openPortOn(const OpenArguments& arguments, int32_t handle) {
-    Opening opening(arguments);
+    Opening opening(arguments.number, std::max(arguments.rxSize, leastRing),
+                    std::max(arguments.txSize, leastRing));
     if (opening.code() < 0)
         return opening.code();
     Port& port = opening.port();

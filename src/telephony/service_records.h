@@ -1,7 +1,7 @@
 // What crosses between the library and a telephony service: the entry points by their types, the records
 // with their byte offsets, and the values in them. A service is a shared object that exports the entry points
-// with C linkage; the comment above each type is the name. Either side includes this
-// file; it needs nothing else of the library.
+// with C linkage; the comment above each type is the name. Either side includes this file; it needs nothing
+// else of the library.
 #pragma once
 
 #include <cstddef>

@@ -1,0 +1,8 @@
+// The host function about modules.
+#include "api/brisolt_host.h"
+#include "api/export.h"
+#include "platform/module.h"
+
+BRISOLT_EXPORT int32_t ComHostMapModule(const char* name, const char* path) {
+    return brisolt::module::map(name, path) ? 1 : -1;
+}

@@ -1,0 +1,20 @@
+// Modules that are loaded while the program runs.
+#pragma once
+
+namespace brisolt::module {
+
+/// ComHostMapModule.
+bool map(const char* name, const char* path) noexcept;
+
+/// Loads "NAME.DLL": the file it is mapped to, else libname.so in lower case as the host finds it, else from
+/// the library's own folder. Null when it cannot be loaded; the thread's error text then says why. It stays
+/// for the life of the process.
+void* load(const char* name) noexcept;
+
+/// The address of a symbol, null when the module does not have it.
+void* find(void* module, const char* symbol) noexcept;
+
+/// The module of the program itself.
+void* program() noexcept;
+
+} // namespace brisolt::module

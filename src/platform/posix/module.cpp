@@ -1,0 +1,115 @@
+#include "platform/module.h"
+
+#include <algorithm>
+#include <cctype>
+#include <exception>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include <dlfcn.h>
+
+#include "platform/error_text.h"
+
+namespace brisolt::module {
+
+namespace {
+
+constexpr std::string_view suffix = ".dll";
+
+struct Mappings {
+    std::mutex mutex;
+    std::map<std::string, std::string> paths; ///< by the module's name in lower case
+
+    static Mappings& instance() {
+        static Mappings& only = *new Mappings; // never destroyed: threads may load while the program ends
+        return only;
+    }
+};
+
+std::string lowerCase(std::string_view text) {
+    std::string lower(text);
+    std::ranges::transform(lower, lower.begin(),
+                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return lower;
+}
+
+std::string mappedPath(const std::string& name) {
+    Mappings& all = Mappings::instance();
+    std::lock_guard lock(all.mutex);
+    auto found = all.paths.find(name);
+    return found == all.paths.end() ? std::string() : found->second;
+}
+
+std::string fileName(std::string_view name) {
+    if (name.ends_with(suffix))
+        name.remove_suffix(suffix.size());
+    return "lib" + std::string(name) + ".so";
+}
+
+/// The folder that the library was loaded from, with the slash; empty when the host does not tell.
+std::string ownFolder() {
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(&load), &info) == 0 || info.dli_fname == nullptr)
+        return {};
+    std::string_view path = info.dli_fname;
+    return std::string(path.substr(0, path.rfind('/') + 1));
+}
+
+/// The first failure is the one to tell: what comes after it is only tried for good measure.
+void* open(const std::string& path, std::string& failure) {
+    void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (module == nullptr && failure.empty()) {
+        const char* reason = dlerror();
+        failure = "cannot load " + path + ": " + (reason == nullptr ? "no reason given" : reason);
+    }
+    return module;
+}
+
+void* loadDefault(const std::string& name, std::string& failure) {
+    std::string file = fileName(name);
+    if (void* module = open(file, failure))
+        return module;
+    std::string folder = ownFolder();
+    return folder.empty() ? nullptr : open(folder + file, failure);
+}
+
+} // namespace
+
+bool map(const char* name, const char* path) noexcept try {
+    if (name == nullptr || *name == '\0')
+        return false;
+    Mappings& all = Mappings::instance();
+    std::string key = lowerCase(name);
+    std::lock_guard lock(all.mutex);
+    if (path == nullptr || *path == '\0')
+        all.paths.erase(key);
+    else
+        all.paths[key] = path;
+    return true;
+} catch (const std::exception&) {
+    return false;
+}
+
+void* load(const char* name) noexcept try {
+    std::string key = lowerCase(name);
+    std::string mapped = mappedPath(key);
+    std::string failure;
+    void* module = mapped.empty() ? loadDefault(key, failure) : open(mapped, failure);
+    if (module == nullptr)
+        setErrorText(failure);
+    return module;
+} catch (const std::exception&) {
+    return nullptr;
+}
+
+void* find(void* module, const char* symbol) noexcept {
+    return module == nullptr ? nullptr : dlsym(module, symbol);
+}
+
+void* program() noexcept {
+    return dlopen(nullptr, RTLD_LAZY);
+}
+
+} // namespace brisolt::module

@@ -1,0 +1,66 @@
+#include "port/opening.h"
+
+#include "platform/clock.h"
+#include "port/blocks.h"
+#include "port/device_setup.h"
+#include "port/flow.h"
+#include "port/io_thread.h"
+#include "port/port_table.h"
+
+namespace brisolt {
+
+Opening::Opening(int32_t number, uint32_t rxSize, uint32_t txSize) noexcept : number_(number) {
+    if (!validPort(number_))
+        code_ = -1;
+    else if (!table::claim(number_))
+        code_ = -2;
+    else
+        begin(rxSize, txSize);
+}
+
+Opening::~Opening() {
+    if (port_ != nullptr) {
+        port_->threadRun = 0;
+        port_->open = 0;
+        table::letGo(*port_);
+    }
+    if (claimed_)
+        table::unclaim(number_);
+}
+
+void Opening::begin(uint32_t rxSize, uint32_t txSize) noexcept {
+    claimed_ = true;
+    Port* port = table::make(number_);
+    if (port == nullptr) {
+        code_ = -20;
+        return;
+    }
+    port_ = port;
+    code_ = blocks::allocate(*port, rxSize, txSize);
+    if (code_ == 0)
+        port->open = 1;
+}
+
+int32_t Opening::succeed() noexcept {
+    table::publish(*port_);
+    port_ = nullptr;
+    claimed_ = false;
+    return number_;
+}
+
+int32_t startPort(Port& port) {
+    startLine(port);
+    port.threadRun = 1;
+    port.threadDone = 0;
+    if (port.threaded() && (port.threadWake == nullptr || !startIoThread(port))) {
+        port.threadRun = 0;
+        port.threadDone = 1;
+        return -38;
+    }
+    port.record->threadStartTick = clock::ticks();
+    setIoPriority(port, 6);
+    setFlow(port, 2);
+    return 0;
+}
+
+} // namespace brisolt

@@ -1,0 +1,86 @@
+#include "telephony/call_device.h"
+
+#include <algorithm>
+
+#include "platform/clock.h"
+#include "platform/thread.h"
+#include "port/port_table.h"
+#include "port/waits.h"
+#include "telephony/telephony_log.h"
+
+namespace brisolt::telephony {
+
+namespace {
+
+/// How long a message may be kept waiting for the handle that it is about. A request takes no longer, unless
+/// the service itself waits for the message to be handled.
+constexpr uint32_t handlePatience = 1000; ///< milliseconds
+
+template <class Condition> TelephonyDevice* findKnown(Condition condition) noexcept {
+    auto devices = knownDevices();
+    auto found = std::ranges::find_if(devices, condition);
+    return found == devices.end() ? nullptr : &*found;
+}
+
+TelephonyDevice* owner(uint32_t call) noexcept {
+    return findKnown([=](const TelephonyDevice& device) {
+        return call != 0 && (device.callHandle == call || device.offeredCall == call);
+    });
+}
+
+/// The device whose make-call request is under way on this thread.
+TelephonyDevice* diallingHere() noexcept {
+    return findKnown([](const TelephonyDevice& device) { return device.dialThread == thread::currentId(); });
+}
+
+/// The first word about a call can be faster than the answer to its request, which tells the handle.
+TelephonyDevice* ownerAfterDialling(uint32_t call) {
+    HeldPort context(contextPort);
+    auto until = clock::Deadline::in(handlePatience);
+    while (context && !context->ending()) {
+        uint32_t seen = context->events.count();
+        if (TelephonyDevice* device = owner(call))
+            return device;
+        bool dialling =
+            findKnown([](const TelephonyDevice& device) { return device.dialThread != 0; }) != nullptr;
+        if (!dialling || until.passed())
+            break;
+        sleepOnPort(*context, seen, {}, until);
+    }
+    return nullptr;
+}
+
+bool hasLine(const TelephonyDevice& device) noexcept {
+    return device.lineHandle != 0;
+}
+
+bool awaitsCall(const TelephonyDevice& device) noexcept {
+    return hasLine(device) && device.callHandle == 0 && device.offeredCall == 0;
+}
+
+} // namespace
+
+TelephonyDevice* deviceOfCall(uint32_t call) {
+    if (TelephonyDevice* device = owner(call))
+        return device;
+    if (TelephonyDevice* device = diallingHere())
+        return device;
+    if (TelephonyDevice* device = ownerAfterDialling(call))
+        return device;
+    if (TelephonyDevice* device = findKnown(awaitsCall))
+        return device;
+    return findKnown(hasLine);
+}
+
+void claimOffer(TelephonyDevice& device) {
+    if (device.offeredCall != 0 || device.callHandle != 0)
+        return;
+    TelephonyDevice* other = findKnown([&](const TelephonyDevice& candidate) {
+        return &candidate != &device && candidate.offeredCall != 0 &&
+               candidate.autoAnswerState == autoAnswer::armed;
+    });
+    if (other != nullptr)
+        device.offeredCall = other->offeredCall.exchange(0);
+}
+
+} // namespace brisolt::telephony

@@ -1,0 +1,223 @@
+#include "telephony/call_messages.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/device.h"
+#include "port/open_close.h"
+#include "port/port_table.h"
+#include "telephony/call_device.h"
+#include "telephony/handling.h"
+#include "telephony/hang_up.h"
+#include "telephony/line_requests.h"
+#include "telephony/telephony_port.h"
+
+namespace brisolt::telephony {
+
+namespace {
+
+namespace callState = service::callState;
+namespace disconnectedBy = service::disconnectedBy;
+
+constexpr uint32_t identifierSize = 1048;
+
+// ---- connected: the call becomes a port
+
+/// False, after its log entry, when the service gives no handle.
+bool fetchHandle(const Use& use, uint32_t call, uint32_t& handle) {
+    auto refused = [](int32_t result) { log("lineGetID unhandled error: %d", result); };
+    auto identifier =
+        fetchIdentifier(use.device().lineHandle, call, service::select::call, identifierSize, refused);
+    if (!identifier)
+        return false;
+    const char* data = identifier->stringSize < sizeof handle
+                           ? nullptr
+                           : identifier.part(identifier->stringOffset, sizeof handle);
+    if (data == nullptr) {
+        refused(service::result::recordTooSmall);
+        return false;
+    }
+    std::memcpy(&handle, data, sizeof handle);
+    return true;
+}
+
+/// The handle came to us: nobody else will close it.
+void closeHandle(int32_t handle) noexcept {
+    if (Device device; device.adopt(handle) > 0)
+        device.closeWithHandle();
+}
+
+void closeOpenPort(int32_t number) {
+    if (HeldPort port(number); port)
+        closePort(*port);
+}
+
+void portFailed(const Use& use, int32_t handle, int32_t code) {
+    int32_t number = use.device().devicePort;
+    log("Failed to open tapi port: %d Error Code:%d", number, code);
+    closeOpenPort(number);
+    closeHandle(handle);
+    hangUp(use);
+    use.change([&] { use.device().commHandle = 0; });
+}
+
+void portIsThere(const Use& use) {
+    TelephonyDevice& device = use.device();
+    bool ours = use.change([&] {
+        device.autoAnswerState = autoAnswer::connected;
+        device.portOpened = 1;
+        device.connected = 1;
+    });
+    if (!ours) // disconnected while it was opened
+        return closeOpenPort(device.devicePort);
+    log("Opened Tapi Port: %d", device.devicePort.load());
+    log("Connected Event");
+}
+
+void openPortFor(const Use& use, uint32_t call) {
+    uint32_t handle = 0;
+    if (!fetchHandle(use, call, handle))
+        return;
+    log("Connected!  Starting communications!");
+    TelephonyDevice& device = use.device();
+    use.change([&] { device.commHandle = handle; });
+    auto descriptor = static_cast<int32_t>(handle);
+    log("Got device handle: %d", descriptor);
+    int32_t opened = openTelephonyPort(device.devicePort, descriptor);
+    if (opened == device.devicePort)
+        portIsThere(use);
+    else
+        portFailed(use, descriptor, opened);
+}
+
+/// A connection that is reported twice opens one port.
+void connected(const Use& use, const Report& report) {
+    TelephonyDevice& device = use.device();
+    bool first = false;
+    use.change([&] { first = device.connected == 0 && device.openingPort.exchange(1) == 0; });
+    if (!first)
+        return;
+    openPortFor(use, report.handle);
+    use.change([&] { device.openingPort = 0; });
+}
+
+// ---- the other states
+
+void offered(const Use& use, const Report& report) {
+    use.change([&] { use.device().offeredCall = report.handle; });
+    log(" Got Offering State - arming incoming call:%x", report.handle);
+}
+
+void busy(const Use& use, const Report&) {
+    hangUp(use);
+    use.fail(fail::busy);
+}
+
+struct Cause {
+    uint32_t detail;
+    const char* text;
+    int32_t code; ///< 0: none
+};
+constexpr Cause causes[] = {
+    {disconnectedBy::normal, "Remote Party Disconnected", 0},
+    {disconnectedBy::unknown, "Disconnected: Unknown reason", 0},
+    {disconnectedBy::reject, "Remote Party rejected call", 0},
+    {disconnectedBy::pickup, "Disconnected: Local phone picked up", 0},
+    {disconnectedBy::forwarded, "Disconnected: Forwarded", 0},
+    {disconnectedBy::busy, "Disconnected: Busy", fail::busy},
+    {disconnectedBy::noAnswer, "Disconnected: No Answer", fail::noAnswer},
+    {disconnectedBy::badAddress, "Disconnected: Bad Address", 0},
+    {disconnectedBy::unreachable, "Disconnected: Unreachable", 0},
+    {disconnectedBy::congestion, "Disconnected: Congestion", 0},
+    {disconnectedBy::incompatible, "Disconnected: Incompatible", 0},
+    {disconnectedBy::unavailable, "Disconnected: Unavail", fail::unavailable},
+    {disconnectedBy::noDialTone, "Disconnected: No Dial Tone", fail::noDialTone},
+};
+constexpr Cause unknownCause{0, "Disconnected: LINECALLSTATE; Bad Reason", 0};
+
+void disconnected(const Use& use, const Report& report) {
+    const auto* found = std::ranges::find(causes, report.p2, &Cause::detail);
+    const Cause& cause = found == std::end(causes) ? unknownCause : *found;
+    bool wasBusy = cause.detail == disconnectedBy::busy;
+    if (wasBusy)
+        log("Got Busy signal while WaitForCallState");
+    log("%s", cause.text);
+    if (cause.code != 0)
+        use.fail(cause.code);
+    use.change([&] { use.device().callState = wasBusy ? callState::busy : callState::idle; });
+}
+
+struct StateAction {
+    uint32_t state;
+    const char* text;                       ///< null: the action tells
+    void (*act)(const Use&, const Report&); ///< null: the text is all
+};
+constexpr StateAction stateActions[] = {
+    {callState::idle, "Line idle", nullptr},
+    {callState::offering, nullptr, offered},
+    {callState::accepted, nullptr, offered},
+    {callState::dialTone, "Dial Tone Event", nullptr},
+    {callState::dialling, "Dialing", nullptr},
+    {callState::ringBack, "RingBack", nullptr},
+    {callState::busy, "Line busy", busy},
+    {callState::specialInformation, "Special Info, probably couldn't dial number", nullptr},
+    {callState::connected, nullptr, connected},
+    {callState::proceeding, "Proceeding", nullptr},
+    {callState::disconnected, nullptr, disconnected},
+};
+constexpr StateAction unknownState{0, "Unhandled LINECALLSTATE message", nullptr};
+
+void actOnState(const Use& use, const Report& report) {
+    const auto* found = std::ranges::find(stateActions, report.p1, &StateAction::state);
+    const StateAction& action = found == std::end(stateActions) ? unknownState : *found;
+    if (action.text != nullptr)
+        log("%s", action.text);
+    if (action.act != nullptr)
+        action.act(use, report);
+}
+
+/// Whether the message is to be acted on with the privilege that it gives.
+bool takePrivilege(const Use& use, uint32_t privilege) {
+    switch (privilege) {
+    case 0: return true;
+    case service::privilege::monitor:
+        log("line given monitor privilege; closing");
+        use.fail(fail::monitorPrivilege);
+        return false;
+    case service::privilege::owner: // noted as a fault, and yet an owner can go on
+        log("line given owner privilege; closing");
+        use.fail(fail::ownerPrivilege);
+        return true;
+    default:
+        log("Unknown LINECALLPRIVILEGE message: closing");
+        hangUp(use);
+        use.fail(fail::unknownPrivilege);
+        return false;
+    }
+}
+
+} // namespace
+
+void handleCallState(const Report& report) {
+    log("LINE CALL STATE: call:%x message:%x parm1:%x parm2:%x parm3:%x", report.handle, report.message,
+        report.p1, report.p2, report.p3);
+    TelephonyDevice* device = deviceOfCall(report.handle);
+    if (device == nullptr)
+        return;
+    Use use(*device);
+    Handling handling(*device);
+    use.change([&] {
+        device->callState = report.p1;
+        device->callStateChanged = 1;
+    });
+    wakeWaits();
+    if (device->cancelRequested != 0) {
+        log("Cancel Call DeviceID:%d", use.index());
+        hangUp(use);
+        use.fail(fail::cancelled);
+    } else if (takePrivilege(use, report.p3)) {
+        actOnState(use, report);
+    }
+}
+
+} // namespace brisolt::telephony
