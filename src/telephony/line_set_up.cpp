@@ -99,7 +99,7 @@ bool open(const Use& use, uint32_t version, const SetUpStyle& style) {
 }
 
 void askForMessages(const Use& use, const SetUpStyle& style) {
-    uint32_t line = use.device().lineHandle;
+    uint32_t line = use.line();
     Answer answer = callService([=] {
         return service::lineSetStatusMessages(line, service::statusMessages::allLine,
                                               service::statusMessages::allAddress);
@@ -118,7 +118,7 @@ AddressStatus setUpLine(const Use& use, Purpose purpose) {
     if (version == 0 || !open(use, version, style))
         return {};
     askForMessages(use, style);
-    AddressStatus status = fetchAddressStatus(use.device().lineHandle);
+    AddressStatus status = fetchAddressStatus(use.line());
     if (!status) {
         hangUp(use);
         log("%s", style.addressStatus);

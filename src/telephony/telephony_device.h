@@ -108,6 +108,12 @@ public:
     int32_t index() const noexcept { return indexOf(*device_); }
     bool current() const noexcept { return device_->use == number_; }
 
+    /// The line that is open for this use; 0 when there is none, or the use is over.
+    uint32_t line() const noexcept {
+        uint32_t line = device_->lineHandle;
+        return current() ? line : 0;
+    }
+
     /// Calls change() unless the use is over. Whether it was called.
     template <class Change> bool change(Change change) const {
         std::lock_guard lock(device_->mutex);

@@ -1,5 +1,7 @@
 // Calls that are placed: from the number to the port, and every way in which that can fail.
 #include <atomic>
+#include <ostream>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -193,6 +195,9 @@ struct Ending {
     int32_t code;
     const char* entry;
 };
+void PrintTo(const Ending& tested, std::ostream* out) {
+    *out << tested.what;
+}
 
 class EndedCall : public Connect, public testing::WithParamInterface<Ending> {};
 

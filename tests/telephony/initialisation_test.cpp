@@ -1,4 +1,6 @@
 // Binding to the service, registration, and the table of devices.
+#include <ostream>
+
 #include <gtest/gtest.h>
 
 #include "telephony/scripted_service.h"
@@ -63,6 +65,9 @@ struct Unfit {
     const char* name;
     const char* entry;
 };
+void PrintTo(const Unfit& tested, std::ostream* out) {
+    *out << tested.what;
+}
 
 class UnfitDevice : public testing::TestWithParam<Unfit> {};
 

@@ -115,6 +115,20 @@ Pty& ScriptedService::lineOf(uint32_t device) {
     return *pty;
 }
 
+uint32_t ScriptedService::deviceOf(uint32_t line) const {
+    std::lock_guard lock(mutex_);
+    auto found = lines_.find(line);
+    return found == lines_.end() ? 0 : found->second;
+}
+
+uint32_t ScriptedService::deviceOfCall(uint32_t call) const {
+    std::unique_lock lock(mutex_);
+    auto found = calls_.find(call);
+    uint32_t line = found == calls_.end() ? 0 : found->second.line;
+    lock.unlock();
+    return deviceOf(line);
+}
+
 uint32_t ScriptedService::openLine(uint32_t device) const {
     std::lock_guard lock(mutex_);
     auto found = std::ranges::find_if(lines_, [=](const auto& line) { return line.second == device; });
@@ -221,9 +235,7 @@ void ScriptedService::fillEntryPoints(EntryPoints& points) {
     };
     points.getAddressStatus = [this](uint32_t line, uint32_t, AddressStatus* record) {
         int32_t code = scripted("lineGetAddressStatusA");
-        std::unique_lock lock(mutex_);
-        uint32_t features = modems[lines_[line]].addressFeatures;
-        lock.unlock();
+        uint32_t features = modems[deviceOf(line)].addressFeatures;
         auto fixed = [=](AddressStatus& status, uint32_t) { status.addressFeatures = features; };
         return code != 0 ? code : fill(*record, fixed);
     };
@@ -236,9 +248,7 @@ void ScriptedService::fillEntryPoints(EntryPoints& points) {
 
 int32_t ScriptedService::giveHandle(uint32_t call, VariableString& record) {
     onGetHandle();
-    std::unique_lock lock(mutex_);
-    uint32_t device = lines_[calls_[call].line];
-    lock.unlock();
+    uint32_t device = deviceOfCall(call);
     return fill(record, [&](VariableString& fixed, uint32_t total) {
         fixed.stringFormat = stringFormat::binary;
         fixed.stringSize = sizeof(uint32_t);

@@ -86,6 +86,8 @@ private:
     };
 
     int32_t scripted(const Entry& entry);
+    uint32_t deviceOf(uint32_t line) const;
+    uint32_t deviceOfCall(uint32_t call) const;
     void fillEntryPoints(EntryPoints& points);
     void fillCallEntryPoints(EntryPoints& points);
     int32_t fillCapabilities(uint32_t device, service::DeviceCapabilities& record);

@@ -2,6 +2,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <ostream>
+
 #include <gtest/gtest.h>
 
 #include "support/scripted_driver.h"
@@ -46,6 +48,9 @@ struct Framing {
     int32_t result, parityCode, stopCode;
     const char* entry;
 };
+void PrintTo(const Framing& tested, std::ostream* out) {
+    *out << tested.what;
+}
 
 class DeviceFraming : public testing::TestWithParam<Framing> {};
 
@@ -65,6 +70,7 @@ TEST_P(DeviceFraming, IsTheDevicesOwn) {
     ASSERT_EQ(ComTAPI_OPENPORT(131, handle), framing.result);
     if (framing.result < 0) {
         EXPECT_EQ(telephony.logged(framing.entry), 1);
+        EXPECT_EQ(ComHostCloseDevice(handle), 1); // still ours
         return;
     }
     EXPECT_EQ(recordOf(131).baudRate, 2400);
