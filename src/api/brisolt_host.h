@@ -237,7 +237,10 @@ int32_t ComHostSetLossless(int32_t port, int32_t on);
 
 /* ---- Modules ------------------------------------------------------------------------------------- */
 
-/* Loading `name` ("NAME.DLL") loads `path` instead; null or empty: the default again. 1, -1. */
+/* Sets the file that the module `name` ("TAPI32.DLL", letter case does not count) is loaded from. Null or
+ * empty: the default again, libtapi32.so as the host's loader finds it, else from the library's own folder. A
+ * module is loaded once, when it is first needed; a file given here takes no turns with the default. 1; -1 null
+ * or empty name. */
 int32_t ComHostMapModule(const char *name, const char *path);
 
 /* ---- Messages ------------------------------------------------------------------------------------ */
@@ -287,14 +290,6 @@ int32_t ComHostDispatchMessage(const ComHostMessage *message);
 /* A descriptor that polls readable while the calling thread's queue holds a message or a quit request,
  * for the program's own event loop. It belongs to the library and lives as long as the thread. -1. */
 int32_t ComHostMessageDescriptor(void);
-
-/* ---- Modules ------------------------------------------------------------------------------------- */
-
-/* Sets the file that the module `name` ("TAPI32.DLL", letter case does not count) is loaded from. Null or
- * empty: the default again, libtapi32.so as the host's loader finds it, else from the library's own folder. A
- * module is loaded once, when it is first needed; a file given here takes no turns with the default. 1; -1 null
- * or empty name. */
-int32_t ComHostMapModule(const char *name, const char *path);
 
 /* ---- Functions and message boxes ----------------------------------------------------------------- */
 

@@ -115,25 +115,25 @@ void busy(const Use& use, const Report&) {
 
 struct Cause {
     uint32_t detail;
-    const char* text;
     int32_t code; ///< 0: none
+    const char* text;
 };
 constexpr Cause causes[] = {
-    {disconnectedBy::normal, "Remote Party Disconnected", 0},
-    {disconnectedBy::unknown, "Disconnected: Unknown reason", 0},
-    {disconnectedBy::reject, "Remote Party rejected call", 0},
-    {disconnectedBy::pickup, "Disconnected: Local phone picked up", 0},
-    {disconnectedBy::forwarded, "Disconnected: Forwarded", 0},
-    {disconnectedBy::busy, "Disconnected: Busy", fail::busy},
-    {disconnectedBy::noAnswer, "Disconnected: No Answer", fail::noAnswer},
-    {disconnectedBy::badAddress, "Disconnected: Bad Address", 0},
-    {disconnectedBy::unreachable, "Disconnected: Unreachable", 0},
-    {disconnectedBy::congestion, "Disconnected: Congestion", 0},
-    {disconnectedBy::incompatible, "Disconnected: Incompatible", 0},
-    {disconnectedBy::unavailable, "Disconnected: Unavail", fail::unavailable},
-    {disconnectedBy::noDialTone, "Disconnected: No Dial Tone", fail::noDialTone},
+    {disconnectedBy::normal, 0, "Remote Party Disconnected"},
+    {disconnectedBy::unknown, 0, "Disconnected: Unknown reason"},
+    {disconnectedBy::reject, 0, "Remote Party rejected call"},
+    {disconnectedBy::pickup, 0, "Disconnected: Local phone picked up"},
+    {disconnectedBy::forwarded, 0, "Disconnected: Forwarded"},
+    {disconnectedBy::busy, fail::busy, "Disconnected: Busy"},
+    {disconnectedBy::noAnswer, fail::noAnswer, "Disconnected: No Answer"},
+    {disconnectedBy::badAddress, 0, "Disconnected: Bad Address"},
+    {disconnectedBy::unreachable, 0, "Disconnected: Unreachable"},
+    {disconnectedBy::congestion, 0, "Disconnected: Congestion"},
+    {disconnectedBy::incompatible, 0, "Disconnected: Incompatible"},
+    {disconnectedBy::unavailable, fail::unavailable, "Disconnected: Unavail"},
+    {disconnectedBy::noDialTone, fail::noDialTone, "Disconnected: No Dial Tone"},
 };
-constexpr Cause unknownCause{0, "Disconnected: LINECALLSTATE; Bad Reason", 0};
+constexpr Cause unknownCause{0, 0, "Disconnected: LINECALLSTATE; Bad Reason"};
 
 void disconnected(const Use& use, const Report& report) {
     const auto* found = std::ranges::find(causes, report.p2, &Cause::detail);

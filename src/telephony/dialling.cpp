@@ -79,8 +79,7 @@ int32_t makeCall(const Use& use, const std::string& dialString) {
     uint32_t line = use.line(); // not a later use's, on which nobody has asked for this call
     uint32_t call = 0;
     int32_t result = callService([&] {
-                         return service::lineMakeCall(line, &call, dialString.c_str(), 0U,
-                                                      &parameters.fixed);
+                         return service::lineMakeCall(line, &call, dialString.c_str(), 0U, &parameters.fixed);
                      }).result;
     if (result >= 0 && !use.change([&] { device.callHandle = call; }) && call != 0)
         forget(call); // disconnected meanwhile

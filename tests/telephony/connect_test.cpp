@@ -376,18 +376,17 @@ TEST_F(Connect, AFailureHandledElsewhereKeepsItsCause) {
 }
 
 TEST_F(Connect, AWordAboutACallThatNobodyKnowsYetIsKeptForIt) {
-    service.onMakeCall = [&](uint32_t call) {
-        if (service.dialled().back() == "T2") { // while the request is still under way
-            std::thread other([&] { service.tell(call, service::message::callState, callState::connected); });
-            other.detach();
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
+    ASSERT_EQ(ComTAPI_AutoAnswer("Modem A", 1),
+              1); // the first line that waits for a call, but not for this one
+    std::thread other;
+    service.onMakeCall = [&](uint32_t call) { // the request is still under way
+        other =
+            std::thread([=, this] { service.tell(call, service::message::callState, callState::connected); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     };
-    std::thread first([&] { EXPECT_EQ(ComTAPI_Connect("Modem A", "1", "T"), -29); });
-    EXPECT_TRUE(eventually([&] { return service.liveCalls() == 1; }));
     EXPECT_EQ(ComTAPI_Connect("Modem B", "2", "T"), 131);
-    ComTAPI_Cancel("Modem A");
-    first.join();
+    other.join();
+    ComTAPI_Disconnect("Modem A");
     ComTAPI_Disconnect("Modem B");
 }
 
@@ -398,6 +397,18 @@ TEST_F(Connect, AHangUpOnThePortsOwnThreadDoesNotWaitForItself) {
     service.postState(service.lastCall(), callState::disconnected, disconnectedBy::normal);
     EXPECT_TRUE(eventually([&] { return service.openLines() == 0; }));
     EXPECT_EQ(ComTAPI_Disconnect("Modem A"), 1);
+    expectIdle();
+}
+
+TEST_F(Connect, APortThatIsInTheWayIsClosedOnItsOwnThread) {
+    ASSERT_EQ(ComTAPI_OPENPORT(130, service.handleOf(0)), 130);
+    ASSERT_EQ(ComTAPI_AutoAnswer("Modem A", 1), 1);
+    const uint32_t line = service.openLine(0);
+    service.offer(line); // from here on the port's thread does everything
+    service.ring(line, 1);
+    EXPECT_TRUE(eventually([&] { return service.openLines() == 0 && ComOpenState(130) == 0; }));
+    EXPECT_EQ(telephony.logged("Failed to open tapi port: 130 Error Code:-2"), 1);
+    ComTAPI_Disconnect("Modem A");
     expectIdle();
 }
 
