@@ -237,10 +237,7 @@ int32_t ComHostSetLossless(int32_t port, int32_t on);
 
 /* ---- Modules ------------------------------------------------------------------------------------- */
 
-/* Sets the file that the module `name` ("TAPI32.DLL", letter case does not count) is loaded from. Null or
- * empty: the default again, libtapi32.so as the host's loader finds it, else from the library's own folder. A
- * module is loaded once, when it is first needed; a file given here takes no turns with the default. 1; -1 null
- * or empty name. */
+/* Loading `name` ("NAME.DLL") loads `path` instead; null or empty: the default again. 1, -1. */
 int32_t ComHostMapModule(const char *name, const char *path);
 
 /* ---- Messages ------------------------------------------------------------------------------------ */

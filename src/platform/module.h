@@ -3,7 +3,7 @@
 
 namespace brisolt::module {
 
-/// ComHostMapModule.
+/// ComHostMapModule: a mapped file stands alone, the default is not tried after it.
 bool map(const char* name, const char* path) noexcept;
 
 /// Loads "NAME.DLL": the file it is mapped to, else libname.so in lower case as the host finds it, else from

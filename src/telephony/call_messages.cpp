@@ -63,12 +63,16 @@ void portFailed(const Use& use, int32_t handle, int32_t code) {
 
 void portIsThere(const Use& use) {
     TelephonyDevice& device = use.device();
-    bool ours = use.change([&] {
+    bool live = false;
+    use.change([&] {
+        live = device.lineHandle != 0;
+        if (!live)
+            return;
         device.autoAnswerState = autoAnswer::connected;
         device.portOpened = 1;
         device.connected = 1;
     });
-    if (!ours) // disconnected while it was opened
+    if (!live) // disconnected or hung up while it was opened
         return closeOpenPort(device.devicePort);
     log("Opened Tapi Port: %d", device.devicePort.load());
     log("Connected Event");

@@ -256,9 +256,8 @@ TEST_F(Connect, WithoutMessagesFromTheLineTheCallGoesOnButThatIsTheCause) {
 
 TEST_F(Connect, ASilentModemIsDroppedWhenItsTimeIsOver) {
     service.onMakeCall = [](uint32_t) {};
-    const auto begun = clock::ticks();
+    ComTAPI_SetModemWaitTime(10);
     EXPECT_EQ(connect(), -20);
-    EXPECT_GE(clock::ticks() - begun, 90000U);
     EXPECT_EQ(telephony.logged("Timed-out waiting for modem to do something"), 1);
     EXPECT_EQ(telephony.logged("WaitForCallState failed"), 1);
     EXPECT_EQ(telephony.logged("Call Dropped."), 1);

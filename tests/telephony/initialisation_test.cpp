@@ -50,11 +50,19 @@ TEST(TelephonyInitialisation, ListsTheUnbrokenRunOfUsableDevices) {
 TEST(TelephonyInitialisation, KeepsAWaitTimeThatAModemCanMeet) {
     Telephony telephony;
     telephony.service.onMakeCall = [](uint32_t) {};
-    ComTAPI_SetModemWaitTime(300);
-    ASSERT_EQ(telephony.initialise(), 2);
-    ComTAPI_SetModemWaitTime(2); // afterwards whatever is set counts
-    EXPECT_EQ(ComTAPI_Connect("Modem A", "1", "T"), -20);
-    EXPECT_EQ(telephony.logged("Timed-out waiting for modem to do something"), 1);
+    auto timeOfSilentCall = [&](uint32_t seconds) {
+        EXPECT_EQ(telephony.initialise(seconds), 2);
+        const uint32_t begun = clock::ticks();
+        EXPECT_EQ(ComTAPI_Connect("Modem A", "1", "T"), -20);
+        const uint32_t time = clock::ticks() - begun;
+        Com_TAPI_Shutdown();
+        return time;
+    };
+    EXPECT_GE(timeOfSilentCall(5), 90000U);
+    EXPECT_GE(timeOfSilentCall(4294968), 90000U); // its milliseconds do not fit, and must not wrap to a few
+    const uint32_t kept = timeOfSilentCall(11);
+    EXPECT_GE(kept, 11000U);
+    EXPECT_LT(kept, 90000U);
 }
 
 // ---- one device that is not fit

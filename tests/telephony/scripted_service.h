@@ -116,7 +116,11 @@ struct Telephony {
         : service(std::move(modems)) {}
     ~Telephony();
 
-    int32_t initialise() { return ComTAPI_INIT(directory.file("log").c_str()); }
+    /// By default modems have time enough on the busiest machine.
+    int32_t initialise(uint32_t waitSeconds = 500) {
+        ComTAPI_SetModemWaitTime(waitSeconds);
+        return ComTAPI_INIT(directory.file("log").c_str());
+    }
     std::string log() const;
     /// How often the log has an entry that is exactly this text.
     int32_t logged(const std::string& entry) const;
