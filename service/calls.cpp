@@ -122,6 +122,7 @@ BRISOLT_EXPORT int32_t lineDeallocateCall(uint32_t call) {
         if (!now.isOver() && !now.dropping && !offered && now.state != callState::disconnected)
             return result::wrongCallState;
         modem->call = {};
+        modem->wake.call(); // the line may still be the call's
         return result::success;
     });
 }

@@ -52,7 +52,8 @@ void Session::work() {
     while (!closing_) {
         switch (phase_) {
         case Phase::talking: talk(); break;
-        case Phase::gone: waitForClosing(); break;
+        case Phase::lent:
+        case Phase::gone: leaveAlone(); break;
         default: listen();
         }
         obey();
@@ -71,6 +72,7 @@ void Session::end() noexcept {
     const std::lock_guard guard(board.mutex);
     modem_->life = Life::none;
     modem_->busy = false;
+    modem_->gone = true; // whoever has the line open
     board.changed.notify_all();
 }
 
@@ -102,9 +104,13 @@ void Session::talk() {
         disconnected(disconnectedBy::normal);
 }
 
-void Session::waitForClosing() const {
-    pollfd entry{modem_->wake.descriptor(), POLLIN, 0};
-    poll(&entry, 1, -1);
+/// Until the program wants something.
+void Session::leaveAlone() {
+    const int line = phase_ == Phase::gone ? -1 : dialogue_.line().descriptor();
+    std::array<pollfd, 2> entries{{{modem_->wake.descriptor(), POLLIN, 0}, {line, 0, 0}}};
+    poll(entries.data(), entries.size(), -1);
+    if ((entries[1].revents & hungUp) != 0)
+        deviceGone();
 }
 
 void Session::obey() {
@@ -117,12 +123,25 @@ void Session::obey() {
     closing_ = requests.close;
     if (closing_)
         return;
+    if (phase_ == Phase::lent && takeBack())
+        phase_ = Phase::idle;
     if (requests.drop)
         drop(requests.identifier);
     else if (requests.dial)
         place(*requests.dial, requests.identifier);
     else if (requests.answer)
         answer(requests.identifier);
+}
+
+/// Whether the call that the line was lent to has been released.
+bool Session::takeBack() {
+    {
+        const std::lock_guard guard(switchboard().mutex);
+        if (modem_->call.state == callState::disconnected)
+            return false;
+    }
+    dialogue_.line().discardInput();
+    return true;
 }
 
 } // namespace brisolt::service

@@ -23,7 +23,8 @@ private:
         dialling,
         answering,
         talking,
-        gone ///< nothing but the closing is left
+        lent, ///< the call is over, and its program may still read from the line
+        gone  ///< nothing but the closing is left
     };
 
     void work();
@@ -47,8 +48,9 @@ private:
     // What happens (session.cpp)
     void listen();
     void talk();
-    void waitForClosing() const;
+    void leaveAlone();
     void obey();
+    bool takeBack();
 
     std::shared_ptr<Modem> modem_;
     ModemSettings settings_;

@@ -120,9 +120,10 @@ void Session::connected() {
 
 // ---- ends
 
-/// By itself. What the other end sent last can still be read from the call's terminal.
+/// By itself. What the other end sent last can still be read by the program, from the line or from the call's
+/// terminal.
 void Session::disconnected(uint32_t cause) {
-    phase_ = Phase::idle;
+    phase_ = phase_ == Phase::talking && !relay_.isOpen() ? Phase::lent : Phase::idle;
     const std::lock_guard guard(switchboard().mutex);
     modem_->handOver = -1;
     modem_->busy = false;
@@ -152,13 +153,15 @@ void Session::endCall() {
             poll(&entry, 1, 100);
         dialogue_.hangUp(settings_.hangUp);
     }
+    if (phase_ == Phase::lent)
+        dialogue_.line().discardInput();
     relay_.close();
     if (phase_ != Phase::gone)
         phase_ = Phase::idle;
 }
 
 void Session::deviceGone() {
-    const bool unplugged = phase_ == Phase::talking || phase_ == Phase::idle;
+    const bool dialled = phase_ == Phase::dialling || phase_ == Phase::answering;
     phase_ = Phase::gone;
     const std::lock_guard guard(switchboard().mutex);
     modem_->gone = true;
@@ -166,7 +169,7 @@ void Session::deviceGone() {
     modem_->handOver = -1;
     if (!modem_->call.isOver() && modem_->call.state != callState::disconnected)
         postCallState(modem_, callState::disconnected,
-                      unplugged ? disconnectedBy::normal : disconnectedBy::unavailable);
+                      dialled ? disconnectedBy::unavailable : disconnectedBy::normal);
     postLineState(modem_, deviceState::disconnected, 0, 0);
 }
 

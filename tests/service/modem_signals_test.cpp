@@ -107,8 +107,15 @@ TEST_F(ModemSignals, TheProgramGetsTheLineItself) {
     const int second = commHandle(outgoing);
     EXPECT_NE(second, handle) << "each is its receiver's to close";
     close(second);
+    modem.write("last words");
     signals.carrier = false;
     EXPECT_EQ(untilState(outgoing, state::disconnected), cause::normal);
+    EXPECT_EQ(readFrom(handle, 10), "last words") << "nobody else reads them";
+    EXPECT_EQ(service.deallocate(outgoing), 0);
+    EXPECT_TRUE(until([&] {
+        modem.write("\r\nRING\r\n");
+        return received().back().message == service_::message::lineDeviceState;
+    })) << "the line is back";
 }
 
 TEST_F(ModemSignals, HangsUpByDtr) {
