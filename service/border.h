@@ -1,4 +1,5 @@
-// What all exported functions share: no exception leaves them, and a record is filled as far as its buffer goes.
+// What all exported functions share: no exception leaves them, and a record is filled as far as its buffer
+// goes.
 #pragma once
 
 #include <cstdint>

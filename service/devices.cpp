@@ -90,8 +90,8 @@ BRISOLT_EXPORT int32_t lineInitialize(uint32_t* application, void*, Callback cal
     });
 }
 
-/// All lines are closed and their threads are at their end when this returns. A modem that has to be talked out of
-/// a call takes a few seconds for it.
+/// All lines are closed and their threads are at their end when this returns. A modem that has to be talked
+/// out of a call takes a few seconds for it.
 BRISOLT_EXPORT int32_t lineShutdown(uint32_t application) {
     return guarded([&] {
         Switchboard& board = switchboard();

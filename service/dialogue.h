@@ -21,8 +21,8 @@ public:
     explicit Dialogue(const Wake& wake) : wake_(wake) {}
     SerialLine& line() { return line_; }
 
-    /// Takes the line, and has the modem answer and do what the profile asks for first. 0, or why not. A call of
-    /// the wake ends it.
+    /// Takes the line, and has the modem answer and do what the profile asks for first. 0, or why not. A call
+    /// of the wake ends it.
     int32_t open(const ModemSettings& settings);
 
     enum class Heard {

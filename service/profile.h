@@ -29,8 +29,8 @@ struct ModemSettings {
     uint32_t bearer = bearer::voice;
 };
 
-/// The modems in the order of the profile. A profile that is missing or wrong gives none, and a line on standard
-/// error that tells where.
+/// The modems in the order of the profile. A profile that is missing or wrong gives none, and a line on
+/// standard error that tells where.
 std::vector<ModemSettings> readModems();
 
 /// Changes settings by lines as they stand in a section. False: one of them is wrong, and nothing is changed.

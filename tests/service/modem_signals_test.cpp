@@ -1,5 +1,5 @@
-// Lines with modem signals. No terminal of a test machine has any, so the requests for them are answered here;
-// the modem at the other end is a pseudo terminal's.
+// Lines with modem signals. No terminal of a test machine has any, so the requests for them are answered
+// here; the modem at the other end is a pseudo terminal's.
 #include <atomic>
 #include <cstdarg>
 
