@@ -108,7 +108,10 @@ Dialogue::Heard Dialogue::pause(std::optional<Clock::time_point> until, int forR
 
 Dialogue::Heard Dialogue::listen(std::string& text, std::optional<Clock::time_point> until, int forRoom) {
     constexpr std::size_t longest = 200;
-    while (!until || Clock::now() < *until) {
+    constexpr std::size_t manyBytes = 256; // a line that never falls silent must not keep us from the wake
+    for (std::size_t taken = 1; !until || Clock::now() < *until; ++taken) {
+        if (taken % manyBytes == 0 && pause(Clock::now(), -1) == Heard::called)
+            return Heard::called;
         char byte = 0;
         const ssize_t count = line_.read(&byte, 1);
         if (count < 0)
