@@ -77,7 +77,7 @@ check:
 	find . -name .git -prune -o \( -name '*.h' -o -name '*.c' -o -name '*.cpp' \) -print0 | \
 	    xargs -0 clang-format --dry-run -Werror
 	$(call configure,release,release)
-	find src tools -name '*.cpp' -print0 | \
+	find src service tools -name '*.cpp' -print0 | \
 	    xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p '$(BUILD)/release'
 
 # The thread sanitizer needs addresses where it expects them, which a kernel with much randomisation does

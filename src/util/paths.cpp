@@ -43,7 +43,7 @@ struct Walk {
     }
     void endDirectory() {
         if (inExtension)
-            parts.directory += parts.name + parts.extension;
+            parts.directory.append(parts.name).append(parts.extension);
         parts.name.clear();
         parts.extension.clear();
         moveTo(parts.directory, token);
@@ -57,7 +57,7 @@ struct Walk {
         } else {
             parts.name.clear();
             moveTo(parts.name, token);
-            parts.extension = ".";
+            parts.extension.assign(1, '.');
         }
         inExtension = true;
     }

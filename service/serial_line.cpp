@@ -1,0 +1,126 @@
+#include "serial_line.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+
+#include "refusals.h"
+
+namespace brisolt::service {
+
+namespace {
+
+int32_t refuse(const ModemSettings& settings, const std::string& why, int32_t result) {
+    complain("[" + settings.name + "] " + settings.device + ": " + why);
+    return result;
+}
+
+int32_t openFailure(const ModemSettings& settings, int error) {
+    switch (error) {
+    case EBUSY: return result::lineInUse;
+    case ENOENT:
+    case ENXIO:
+    case ENODEV:
+    case EIO:
+    case ENOTTY:
+    case EISDIR: return refuse(settings, std::strerror(error), result::componentMissing);
+    default: return refuse(settings, std::strerror(error), result::operationFailed);
+    }
+}
+
+bool isMerelyNotReady(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
+
+ssize_t countOf(ssize_t result) {
+    return result >= 0 ? result : isMerelyNotReady(errno) ? 0 : -1;
+}
+
+} // namespace
+
+int32_t SerialLine::open(const ModemSettings& settings) {
+    // Without waiting for a carrier, now and at every read.
+    descriptor_ = Descriptor(::open(settings.device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (!descriptor_)
+        return openFailure(settings, errno);
+    const int32_t result = claim(settings);
+    if (result != result::success)
+        descriptor_.close();
+    return result;
+}
+
+/// The lock keeps out who asks for it, this process and the superuser included; TIOCEXCL everybody else.
+int32_t SerialLine::claim(const ModemSettings& settings) {
+    if (isatty(descriptor_.get()) == 0)
+        return openFailure(settings, ENOTTY);
+    if (flock(descriptor_.get(), LOCK_EX | LOCK_NB) != 0)
+        return openFailure(settings, errno == EWOULDBLOCK ? EBUSY : errno);
+    if (ioctl(descriptor_.get(), TCGETS2, &before_) != 0)
+        return openFailure(settings, errno);
+    ioctl(descriptor_.get(), TIOCEXCL);
+    if (!configure(settings)) {
+        const int error = errno;
+        close();
+        return openFailure(settings, error);
+    }
+    int lines = TIOCM_DTR | TIOCM_RTS;
+    ioctl(descriptor_.get(), TIOCMBIS, &lines);
+    ioctl(descriptor_.get(), TCFLSH, TCIOFLUSH);
+    return result::success;
+}
+
+bool SerialLine::configure(const ModemSettings& settings) {
+    termios2 wanted = before_;
+    wanted.c_iflag = IGNBRK;
+    if (settings.flow == Flow::software)
+        wanted.c_iflag |= IXON | IXOFF;
+    wanted.c_oflag = 0;
+    wanted.c_lflag = 0;
+    wanted.c_cflag = BOTHER | (static_cast<tcflag_t>(BOTHER) << IBSHIFT) | CS8 | CREAD | CLOCAL | HUPCL;
+    if (settings.flow == Flow::hardware)
+        wanted.c_cflag |= CRTSCTS;
+    wanted.c_ospeed = wanted.c_ispeed = settings.speed;
+    // An empty line then answers "try again", and a read of nothing is a hang-up alone.
+    wanted.c_cc[VMIN] = 1;
+    wanted.c_cc[VTIME] = 0;
+    return ioctl(descriptor_.get(), TCSETS2, &wanted) == 0;
+}
+
+void SerialLine::close() noexcept {
+    if (!descriptor_)
+        return;
+    // What is left to be sent would make the kernel wait for the modem; a pty would stay exclusive.
+    ioctl(descriptor_.get(), TCFLSH, TCIOFLUSH);
+    ioctl(descriptor_.get(), TCSETS2, &before_);
+    ioctl(descriptor_.get(), TIOCNXCL);
+    flock(descriptor_.get(), LOCK_UN);
+    descriptor_.close();
+}
+
+ssize_t SerialLine::read(char* bytes, std::size_t count) const noexcept {
+    const ssize_t result = ::read(descriptor_.get(), bytes, count);
+    return result == 0 ? -1 : countOf(result);
+}
+
+ssize_t SerialLine::write(std::string_view bytes) const noexcept {
+    return countOf(::write(descriptor_.get(), bytes.data(), bytes.size()));
+}
+
+void SerialLine::discardInput() const noexcept {
+    ioctl(descriptor_.get(), TCFLSH, TCIFLUSH);
+}
+
+bool SerialLine::carrier() const noexcept {
+    int lines = 0;
+    return ioctl(descriptor_.get(), TIOCMGET, &lines) == 0 && (lines & TIOCM_CAR) != 0;
+}
+
+bool SerialLine::setDtr(bool on) const noexcept {
+    int line = TIOCM_DTR;
+    return ioctl(descriptor_.get(), on ? TIOCMBIS : TIOCMBIC, &line) == 0;
+}
+
+} // namespace brisolt::service
