@@ -19,7 +19,7 @@ BRISOLT_EXPORT int32_t ComWriteDebugFileOnFail(int32_t port, const void* bytes, 
 }
 
 BRISOLT_EXPORT int32_t ComDebugFileOnFail_Save(int32_t port) {
-    return onPort(port, -1, capture::save);
+    return onPort(port, -1, [](Port& open) { return guarded(-3, [&] { return capture::save(open); }); });
 }
 
 BRISOLT_EXPORT int32_t ComClearDebugFileOnFail(int32_t port) {

@@ -15,7 +15,7 @@ using file::Sharing;
 namespace {
 
 int32_t narrow(int64_t number) noexcept {
-    return static_cast<int32_t>(std::min<int64_t>(number, INT32_MAX));
+    return static_cast<int32_t>(std::clamp<int64_t>(number, INT32_MIN, INT32_MAX));
 }
 
 int32_t copyWith(int32_t (*operation)(const char*, const char*), const char* destination,

@@ -122,10 +122,7 @@ BRISOLT_EXPORT int32_t ComSetModem_Start(int32_t port, const char* databaseFile,
                       modem::startInit);
 }
 BRISOLT_EXPORT int32_t ComSetModem_Next(int32_t port) {
-    return onPort(port, -1, [](Port& open) {
-        clearCancel(open); // of a cancel given before this call
-        return modem::stepInit(open);
-    });
+    return onPort(port, -1, [](Port& open) { return modem::stepInit(open); });
 }
 BRISOLT_EXPORT int32_t ComGetModem_State(int32_t port) {
     return onPort(port, -1, modem::initState);

@@ -55,15 +55,6 @@ BRISOLT_EXPORT int32_t ComSetAsciiParms(int32_t port, const ComAsciiParms* parms
 
 namespace {
 
-/// f(), or `otherwise` when memory runs out inside or a path is none.
-template <class F> int32_t guarded(int32_t otherwise, F f) noexcept {
-    try {
-        return f();
-    } catch (...) {
-        return otherwise;
-    }
-}
-
 /// Where a key stands. Incomplete with a null in it.
 struct Address {
     const char* section;

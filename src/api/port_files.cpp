@@ -33,9 +33,11 @@ template <class Open> int32_t handleOf(int32_t port, const char* name, Open open
 /// What use(file) gives for the handle's file, not below 0; 0 when there is none.
 template <class Use>
 int32_t moveBytes(int32_t port, int32_t handle, const void* buffer, int32_t count, Use use) noexcept {
-    if (!usable(buffer, count))
-        return -1;
     return onPort(port, -1, [=](Port&) {
+        if (handle == 0)
+            return 0;
+        if (!usable(buffer, count))
+            return -1;
         auto file = handles::find(handle);
         return file == nullptr ? 0 : std::max(use(*file), 0);
     });

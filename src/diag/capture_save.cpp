@@ -48,14 +48,14 @@ void deleteOldest(std::span<const std::string> files) noexcept {
     const std::string* oldest = nullptr;
     int64_t time = 0;
     for (const std::string& file : files) {
-        int64_t changed = directory::modified(file);
+        int64_t changed = file::modificationTime(file.c_str());
         if (changed < 0 || (oldest != nullptr && changed >= time))
             continue;
         oldest = &file;
         time = changed;
     }
     if (oldest != nullptr)
-        directory::removeFile(*oldest);
+        file::remove(oldest->c_str()); // not one that somebody has open or keeps from being written
 }
 
 void cleanUp(Port& port, const Paths& files) {
@@ -76,9 +76,9 @@ int32_t slotOf(std::string_view path) noexcept {
     return slot;
 }
 
-/// The lowest slot that none of the files has, 0 none.
-int32_t freeSlot(const Paths& files) {
-    for (int32_t slot = 1; slot <= slotCount; ++slot)
+/// The lowest slot from a first one on that none of the files has, 0 none.
+int32_t freeSlot(const Paths& files, int32_t first) {
+    for (int32_t slot = first; slot <= slotCount; ++slot)
         if (std::none_of(files.begin(), files.end(), [=](const auto& file) { return slotOf(file) == slot; }))
             return slot;
     return 0;
@@ -110,18 +110,38 @@ void forget(Port& port, const Captured& captured) {
         captureRing::keepLatest(*port.record, port.record->captureAdded - captured.upTo);
 }
 
-/// Nobody writes to the file meanwhile. One that takes only a part is gone again.
-bool writeFile(const std::string& path, std::string_view bytes) {
-    bool written = false;
-    {
-        file::Appender file(path.c_str(), file::Sharing::readOnly, file::Missing::create);
-        if (!file)
-            return false;
-        written = file.empty() && file.append(bytes);
+/// The file of the lowest free slot. Another save may have taken that of the list meanwhile. -4 there is none,
+/// -3 it cannot be made.
+int32_t createFile(const std::string& place, const Port& port, const Paths& earlier, file::File& file,
+                   std::string& path) {
+    int32_t slot = freeSlot(earlier, 1);
+    while (slot != 0) {
+        path = place + nameOf(port, slot);
+        file = file::File(path.c_str(),
+                          {file::Access::write, file::Sharing::readOnly, file::Opening::createNew});
+        if (file)
+            return 1;
+        if (!file::taken(path.c_str()))
+            return -3;
+        slot = freeSlot(earlier, slot + 1);
     }
-    if (!written)
-        directory::removeFile(path);
-    return written;
+    return -4;
+}
+
+/// A file that takes only a part is gone again.
+bool writeFile(file::File& file, const std::string& path, std::string_view bytes) {
+    constexpr std::size_t mostOfAWrite = 1 << 30;
+    bool good = true;
+    while (!bytes.empty() && good) {
+        auto count = static_cast<int32_t>(std::min(bytes.size(), mostOfAWrite));
+        int32_t written = file.write(bytes.data(), count);
+        good = written > 0;
+        bytes.remove_prefix(static_cast<std::size_t>(std::max(written, 0)));
+    }
+    good = file.close() && good;
+    if (!good)
+        file::discard(path.c_str());
+    return good;
 }
 
 } // namespace
@@ -133,13 +153,16 @@ int32_t save(Port& port) {
     Paths earlier = directory::files(directory, prefixOf(port));
     cleanUp(port, earlier);
     // By the list from before the clean-up: a number comes back one save later than its file went.
-    int32_t slot = freeSlot(earlier);
-    if (slot == 0)
+    if (freeSlot(earlier, 1) == 0)
         return -4;
     std::optional<Captured> captured = copyOf(port);
     if (!captured)
         return -2;
-    if (!writeFile(directory + nameOf(port, slot), captured->bytes))
+    file::File file;
+    std::string path;
+    if (int32_t result = createFile(directory, port, earlier, file, path); result < 1)
+        return result;
+    if (!writeFile(file, path, captured->bytes))
         return -3;
     process::flushStreams();
     forget(port, *captured);

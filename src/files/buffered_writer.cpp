@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/clock.h"
 #include "platform/file.h"
+#include "platform/thread.h"
 #include "port/log_file.h"
 #include "port/waits.h"
 
@@ -21,24 +23,34 @@ constexpr int32_t threshold = 61501; ///< bytes held from which they are written
 constexpr int32_t mostAttempts = 10;
 constexpr int32_t escapeCharacter = 27;
 
-/// The writer for the length of a scope, for one call at a time.
+/// The writer for the length of a scope, for one call at a time. None for a call that a message of the
+/// thread's own leads to while it writes, and none when the port closes meanwhile.
 class Turn {
 public:
-    explicit Turn(Port& port) noexcept : lock_(port.fileWriterLock), nested_(lock_.heldByMe()) {
-        if (!nested_)
-            lock_.lock();
+    explicit Turn(Port& port) : port_(port) {
+        const uint32_t me = thread::currentId();
+        while (port.fileWriter != me && !port.ending()) {
+            uint32_t seen = port.events.count();
+            uint32_t nobody = 0;
+            taken_ = port.fileWriter.compare_exchange_strong(nobody, me);
+            if (taken_)
+                return;
+            sleepOnPort(port, seen, {}, clock::Deadline::never());
+        }
     }
     ~Turn() {
-        if (!nested_)
-            lock_.unlock();
+        if (!taken_)
+            return;
+        port_.fileWriter = 0;
+        port_.events.wakeAll();
     }
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
-    explicit operator bool() const noexcept { return !nested_; }
+    explicit operator bool() const noexcept { return taken_; }
 
 private:
-    PortLock& lock_;
-    bool nested_;
+    Port& port_;
+    bool taken_ = false;
 };
 
 /// The bytes that wait.

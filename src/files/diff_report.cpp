@@ -70,6 +70,8 @@ int32_t reportDifferences(Port& port, const char* firstName, const char* secondN
             return failed(port, "File 1 read failure - Quiting");
         if (files.secondCount < 0)
             return failed(port, "File 2 read failure - Quiting");
+        if (!port.isOpen())
+            return noFirstFile; // nobody waits for it any more
         int32_t count = std::min(files.firstCount, files.secondCount);
         if (count == 0)
             break;

@@ -48,9 +48,13 @@ int32_t verifyFile(Port& port, const char* name, int32_t offset, std::span<const
         return -1;
     }
     bool positioned = offset >= 0 && file.seek(offset) == offset;
+    if (!positioned && expected.empty())
+        return -1;
     std::array<uint8_t, pieceSize> piece{};
     int32_t wrong = 0;
     for (std::size_t done = 0; done < expected.size();) {
+        if (!port.isOpen())
+            return -1;
         std::size_t wanted = std::min(pieceSize, expected.size() - done);
         int32_t got = positioned ? std::max(readFull(file, {piece.data(), wanted}), 0) : 0;
         if (static_cast<std::size_t>(got) < wanted) {

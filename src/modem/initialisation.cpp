@@ -186,6 +186,8 @@ int32_t runInit(Port& port, const InitRequest& request) {
     clearCancel(port);
     for (;;) {
         uint32_t seen = port.events.count();
+        if (port.cancels != cancels || port.ending())
+            return -1; // in the search already
         int32_t result = step(port);
         checkEscape(port, escapeKey); // lets messages through; neither the key nor quit ends the sequence
         if (port.cancels != cancels || port.ending())

@@ -28,7 +28,8 @@ bool acceptable(const InitRequest& request) noexcept;
 /// ComSetModem_Start for an acceptable request: inProgress; -1 the database is not readable; -2 the modem is not
 /// in it.
 int32_t startInit(Port& port, const InitRequest& request);
-/// ComSetModem_Next; a cancel that was given before it is forgotten. inProgress, finished, a step's failure, or -1 when the port is closed meanwhile.
+/// ComSetModem_Next; a cancel that was given before it is forgotten. inProgress, finished, a step's failure,
+/// or -1 when the port is closed meanwhile.
 int32_t stepInit(Port& port);
 /// ComGetModem_State.
 int32_t initState(const Port& port) noexcept;

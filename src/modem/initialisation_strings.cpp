@@ -78,6 +78,8 @@ int32_t find(Port& port, const char* databaseFile, const char* modemName, Entry&
         return -1;
     }
     for (int32_t records = 1;; ++records) {
+        if (port.ending())
+            return -1;
         fillWithPorts(port, entry);
         int32_t result = database.next(entry.destinations());
         if (std::strncmp(entry[Field::name], modemName, comparedCharacters) == 0) {

@@ -40,7 +40,7 @@ int32_t awaitCarrier(Port& port, const clock::Deadline& until) {
             return -1;
         if (carrier(port) > 0)
             return setCarrierLatch(port, true);
-        if (checkEscape(port, port.record->escapeChar) != 0)
+        if (checkEscape(port, port.record->escapeChar) == 1)
             return port.ending() ? -1 : 0;
         WaitFor what{.bytes = false, .messages = true, .quit = true};
         auto look = clock::Deadline::earlier(until, clock::Deadline::in(carrierPace));

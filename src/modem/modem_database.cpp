@@ -18,7 +18,7 @@ constexpr std::size_t maximumOf(std::size_t field) {
 } // namespace
 
 int32_t Database::open(const char* path) noexcept {
-    if (!file::Reader(path, file::Sharing::all))
+    if (!file::exists(path, file::Access::read, file::Sharing::all))
         return -2;
     close(); // from here on a failure leaves nothing open
     file::Reader file(path, file::Sharing::readOnly);

@@ -13,9 +13,5 @@ std::string onHost(std::string_view name);
 /// The paths of the files (directories left out) whose names begin with the prefix, in the order of the
 /// names. None when the directory cannot be read.
 std::vector<std::string> files(const std::string& directory, std::string_view prefix);
-/// When a file was changed last, in seconds since 1970; -1 when it is not there.
-int64_t modified(const std::string& path) noexcept;
-/// False when it is not there or must stay.
-bool removeFile(const std::string& path) noexcept;
 
 } // namespace brisolt::directory

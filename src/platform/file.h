@@ -99,7 +99,11 @@ private:
 bool exists(const char* path, Access access, Sharing sharing) noexcept;
 /// Deletes the name of a file that nobody has open and that may be written. Of a link the link goes.
 bool remove(const char* path) noexcept;
-/// The same, and in one step the successor takes that name and place, for good.
+/// Whether something has that name, a link that leads nowhere included.
+bool taken(const char* path) noexcept;
+/// Deletes a file of our own making that is not to be.
+void discard(const char* path) noexcept;
+/// As remove does it, and in one step the successor takes that name and place, for good.
 bool replace(const char* path, const char* successor) noexcept;
 /// Gives a file another name on the same disk, for good. False when something has that name already.
 bool rename(const char* from, const char* to) noexcept;

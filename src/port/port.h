@@ -79,13 +79,13 @@ struct Port {
     /// How often a cancel was given: for a long call in the middle of which others may clear the flag.
     std::atomic<uint32_t> cancels{0};
     std::atomic<int32_t> lossless{0};
-    std::atomic<int32_t> traceOn{0}; ///< the trace file has a name
-    std::mutex logMutex;             ///< the log file names of the record
-    std::mutex lineMutex;            ///< lineState and deviceName of the record
-    std::mutex showMutex;            ///< show of the record
-    std::mutex captureMutex;         ///< the capture of the record
-    std::mutex filesMutex;           ///< the file-string list and the state of the write check
-    PortLock fileWriterLock;         ///< the buffered writer, its writing out included
+    std::atomic<int32_t> traceOn{0};     ///< the trace file has a name
+    std::mutex logMutex;                 ///< the log file names of the record
+    std::mutex lineMutex;                ///< lineState and deviceName of the record
+    std::mutex showMutex;                ///< show of the record
+    std::mutex captureMutex;             ///< the capture of the record
+    std::mutex filesMutex;               ///< the file-string list and the state of the write check
+    std::atomic<uint32_t> fileWriter{0}; ///< the thread that uses the buffered writer
 
     /// The transfer that goes on the port step by step, if there is one; under portLock.
     std::shared_ptr<TextTransfer> transfer;

@@ -13,7 +13,8 @@ int32_t read(Port& port, void* buffer, int32_t count);
 int32_t readByte(Port& port);
 /// ComStatus.
 int32_t bytesWaiting(Port& port);
-/// As bytesWaiting for a wait that takes bytes off the device while it sleeps: looks at the ring alone where that is all there is to see.
+/// As bytesWaiting for a wait that takes bytes off the device while it sleeps: looks at the ring
+/// alone where that is all there is to see.
 int32_t bytesArrived(Port& port);
 /// ComReadBufToEmpty.
 int32_t readToEmpty(Port& port, uint8_t* buffer, int32_t terminator, int32_t maximum);

@@ -158,7 +158,7 @@ struct PortRecord {
     Shared<uint8_t> replaceFrom;
     Shared<uint8_t> replaceTo;
 
-    // ---- the buffered writer: under fileWriterLock of the port
+    // ---- the buffered writer: its user is named by fileWriter of the port
     int32_t bufWriteCount;
     char bufWriteFileName[nameSize];
     uint8_t bufWriteData[bufWriteSize];

@@ -141,7 +141,7 @@ int32_t lookAtBytes(Call& call, bool& came) {
 
 /// A close shows as an escape, too, but is told as what it is.
 int32_t lookAtEscape(Call& call) {
-    bool ended = cancelled(call.port) || checkEscape(call.port, call.port.record->escapeChar) != 0;
+    bool ended = cancelled(call.port) || checkEscape(call.port, call.port.record->escapeChar) == 1;
     if (!ended)
         return goOn;
     return call.port.ending() ? call.rules.closed : stopped;

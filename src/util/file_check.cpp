@@ -8,45 +8,34 @@
 #include "platform/file.h"
 #include "platform/memory.h"
 #include "util/checks.h"
+#include "util/file_blocks.h"
 
 namespace brisolt::checks {
 namespace {
 
-constexpr int32_t blockSize = 32000;
+constexpr int32_t roomSize = 32000;
 
 struct Release {
     void operator()(uint8_t* block) const noexcept { memory::releaseSmall(block); }
 };
 using Block = std::unique_ptr<uint8_t, Release>;
 
-/// Fewer bytes than a block only at the file's end, below 0 when a read fails.
-int32_t readBlock(file::Reader& file, uint8_t* block) noexcept {
-    int32_t filled = 0;
-    while (filled < blockSize) {
-        int32_t got = file.read(block + filled, blockSize - filled);
-        if (got < 0)
-            return got;
-        if (got == 0)
-            break;
-        filled += got;
-    }
-    return filled;
-}
-
 } // namespace
 
 int32_t checkFile(const char* name, uint32_t& check, void (*betweenBlocks)()) {
-    Block block(static_cast<uint8_t*>(memory::allocateSmall(blockSize)));
+    Block block(static_cast<uint8_t*>(memory::allocateSmall(roomSize)));
     if (!block)
         return -2;
-    file::Reader file(name, file::Sharing::readOnly);
+    if (!file::exists(name, file::Access::read, file::Sharing::all)) // a device would never end
+        return -1;
+    file::File file(name, {file::Access::read, file::Sharing::readOnly});
     if (!file)
         return -1;
     SignedCheck32 sum;
     int64_t total = 0;
-    for (int32_t count = blockSize; count == blockSize;) {
+    for (int32_t count = roomSize; count == roomSize;) {
         betweenBlocks();
-        count = readBlock(file, block.get());
+        count = readFull(file, {block.get(), roomSize});
         if (count < 0)
             return -4;
         sum.add({block.get(), static_cast<std::size_t>(count)});

@@ -24,11 +24,6 @@ bool free(const char* path) noexcept {
     return file::exists(path, Access::readWrite, Sharing::none);
 }
 
-bool nameTaken(const std::string& path) {
-    std::error_code ignored;
-    return std::filesystem::exists(std::filesystem::symlink_status(file::nameOnHost(path.c_str()), ignored));
-}
-
 File openSource(const char* path) {
     File source;
     if (free(path))
@@ -44,12 +39,6 @@ File createFile(const char* path, uint32_t permissions) noexcept {
              .sharing = Sharing::readOnly,
              .opening = Opening::createNew,
              .permissions = permissions}};
-}
-
-/// A file of our own making that is not to be.
-void discard(const std::string& path) {
-    std::error_code ignored;
-    std::filesystem::remove(file::nameOnHost(path.c_str()), ignored);
 }
 
 int32_t writeBlock(File& to, const Block& block, int32_t count, const char* path) noexcept {
@@ -81,8 +70,10 @@ int32_t transfer(File& from, const char* source, File& to, const char* destinati
             return result;
         copied += got;
     }
-    if (copied < expected)
+    if (copied < expected) {
+        setErrorText("cannot copy " + std::string(source) + ": it has become shorter");
         return readFailed;
+    }
     if (to.flush())
         return done;
     file::tellFailure("write to", destination);
@@ -98,7 +89,7 @@ File createDraft(const std::string& place, uint32_t permissions, std::string& dr
         std::snprintf(name, sizeof name, ".brisolt-%08x", random());
         draft = std::filesystem::path(place).replace_filename(name).string();
         file = createFile(draft.c_str(), permissions);
-        if (!file && !nameTaken(draft))
+        if (!file && !file::taken(draft.c_str()))
             break; // not the name is in the way
     }
     return file;
@@ -132,7 +123,7 @@ int32_t append(const char* destination, const char* source) {
     to.truncate(before);
     to.close();
     if (!there)
-        discard(destination);
+        file::discard(destination);
     return result;
 }
 
@@ -143,7 +134,7 @@ int32_t copy(const char* destination, const char* source) {
     if (!from)
         return noSource;
     std::string place = file::realPlace(destination); // a link to it is to stay one
-    bool replaces = nameTaken(place);
+    bool replaces = file::taken(place.c_str());
     if (replaces && !free(place.c_str())) {
         setErrorText("cannot replace " + place + ": it is read-only or in use");
         return noSource;
@@ -151,7 +142,7 @@ int32_t copy(const char* destination, const char* source) {
     std::string draft;
     File to = createDraft(place, replaces ? 0600 : file::permissions(source), draft);
     if (!to)
-        return noDestination;
+        return replaces ? noSource : noDestination;
     int32_t result = transfer(from, source, to, destination);
     if (result == done && replaces && !to.takeOver(place.c_str()))
         result = writeFailed;
@@ -159,7 +150,7 @@ int32_t copy(const char* destination, const char* source) {
     if (result == done)
         result = publish(draft, place, replaces);
     if (result != done)
-        discard(draft);
+        file::discard(draft.c_str());
     return result;
 }
 

@@ -73,12 +73,12 @@ std::vector<std::string> expand(std::string_view pattern, std::size_t mostNames)
     std::size_t mark = pattern.find(nameMark);
     std::vector<std::string> names =
         mark == pattern.npos ? found(pattern, mostNames) : selected(pattern, mark);
-    std::erase_if(names, [](const std::string& name) { return !fits(name); });
     return names;
 }
 
 FileList* add(FileList* list, std::string_view pattern) {
     std::vector<std::string> names = expand(pattern, mostFound);
+    std::erase_if(names, [](const std::string& name) { return !fits(name); });
     if (names.empty())
         return list;
     LiveLists& live = LiveLists::instance();

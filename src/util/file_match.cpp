@@ -50,18 +50,19 @@ public:
 
     bool take(Segment segment) noexcept {
         if (segment == "*") {
-            afterStar_ = true;
+            afterStar_ = lastIsStar_ = true;
             return true;
         }
         if (segment == "?") {
             if (rest_.empty())
                 return false;
             rest_.remove_prefix(1);
+            lastIsStar_ = false;
             return true;
         }
         return segment.empty() || takeText(segment);
     }
-    bool ended() const noexcept { return rest_.empty() || afterStar_; }
+    bool ended() const noexcept { return rest_.empty() || lastIsStar_; }
 
 private:
     /// A star reaches to the text that follows it, and no further.
@@ -70,11 +71,12 @@ private:
         if (at == rest_.npos)
             return false;
         rest_.remove_prefix(at + text.size());
-        afterStar_ = false;
+        afterStar_ = lastIsStar_ = false;
         return true;
     }
     std::string_view rest_;
-    bool afterStar_ = false;
+    bool afterStar_ = false;  ///< text may lie further on
+    bool lastIsStar_ = false; ///< the segment taken last takes all the rest
 };
 
 } // namespace

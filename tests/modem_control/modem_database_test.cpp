@@ -195,7 +195,7 @@ TEST_F(ModemDatabase, EveryNumberHasItsOwnReaderUntilItsEnd) {
     EXPECT_EQ(ComGetModem_End(256), 1);
 }
 
-TEST_F(ModemDatabase, RefusalsSayWhatIsWrongAndKeepWhatIsOpen) {
+TEST_F(ModemDatabase, RefusalsSayWhatIsWrong) {
     fileWith("a\r\nb\r\n");
     Record record;
     for (const int32_t number : {0, -1, 257, 300}) {
@@ -206,6 +206,9 @@ TEST_F(ModemDatabase, RefusalsSayWhatIsWrongAndKeepWhatIsOpen) {
     ASSERT_EQ(record.start(path), 5);
     EXPECT_EQ(record.start(directory.file("none")), -2);
     EXPECT_EQ(record.start(directory.path().string()), -2);
+    EXPECT_EQ(record.start("/dev/zero"), -2) << "it would never end";
+    EXPECT_EQ(record.next(), 5) << "the reading goes on";
+    EXPECT_STREQ(record.at(0), "b");
     memory::failAllocations(0, 1);
     EXPECT_EQ(record.start(path), -4);
     memory::failAllocations(0, 0);
@@ -213,8 +216,7 @@ TEST_F(ModemDatabase, RefusalsSayWhatIsWrongAndKeepWhatIsOpen) {
     EXPECT_EQ(ComGetModem_Next(port, record.at(0), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                                nullptr, nullptr, nullptr, nullptr, nullptr),
               -1);
-    EXPECT_EQ(record.next(), 5);
-    EXPECT_STREQ(record.at(0), "b");
+    EXPECT_EQ(record.next(), 1) << "without memory nothing stays open";
 }
 
 TEST_F(ModemDatabase, AFileThatSomebodyWritesIsRefused) {

@@ -411,7 +411,7 @@ TEST(TtyAdopt, LeavesTheDescriptorAsItWas) {
     Device device;
     ASSERT_EQ(device.adopt(slave), 1);
     EXPECT_EQ(device.handle(), slave);
-    EXPECT_NE(fcntl(slave, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(fcntl(slave, F_GETFL) & O_NONBLOCK, 0) << "waiting on it is the caller's business";
     ComHostLineState state = stateOf(device);
     state.baudRate = 2400;
     ASSERT_TRUE(device.setLineState(state));

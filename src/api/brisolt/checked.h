@@ -9,7 +9,7 @@ extern "C" {
 #endif
 
 /* Each of these gives -1 and does nothing else for a port number outside 1 to 256, a port that is not open,
- * and a null string or buffer. Any thread may call them. */
+ * a null string, and a null buffer for a count above 0. Any thread may call them. */
 
 /* ---- Opening ------------------------------------------------------------------------------------- */
 

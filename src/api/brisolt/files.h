@@ -69,8 +69,8 @@ int32_t ComDiffFile_Report(int32_t port, const char *firstName, const char *seco
  * the source itself, give -2. */
 int32_t ComAppendFile(const char *destination, const char *source);
 /* Replaces or creates the destination; where it is a link, the file that it leads to. The new file is
- * written beside it and takes its place, owner and permissions when complete. -1 also when a destination is there that cannot be
- * deleted: held, read-only, no file, or the source itself. */
+ * written beside it and takes its place, owner and permissions when complete. -1 also when a
+ * destination is there that cannot be deleted or replaced: held, read-only, no file, or the source itself. */
 int32_t ComCopyFile(const char *destination, const char *source);
 /* ComCopyFile, then deletes the source. -5 the copy is complete, but the source could not be deleted. */
 int32_t ComMoveFile(const char *destination, const char *source);
@@ -95,7 +95,7 @@ int32_t ComDeleteMultipleFiles(const char *pattern);
 /* Names the file (at most 259 characters): with mode 1 a new one in place of one that may be there, else the
  * existing one, at whose end the bytes go, or a new one. What was held for an earlier file is dropped. 1; -1
  * bad or closed port, name missing or too long, or the file cannot be opened or created (a held or read-only
- * one counts as absent and yet is in the way); no file is named then. */
+ * one counts as absent and yet is in the way; no file is named then). */
 int32_t ComBufferFileWrite_Start(int32_t port, const char *name, int32_t mode);
 /* Adds bytes. A call for which there is no room writes out what is held first, and then its own bytes in
  * pieces. 1 held or written; -1 bad or closed port, no file named, null or negative length, or not written:
@@ -159,8 +159,8 @@ const char *_justname(const char *path);
  */
 
 /* Opens a file for reading and writing without emptying it, or creates it; others may do both, too. It is
- * positioned at the end once: writes go on from wherever ComSetFilePointer put it. A character device can be
- * opened so. The handle; 0 bad or closed port, empty name, read-only, held by somebody who denies it. */
+ * positioned at the end once: writes go on from wherever ComSetFilePointer put it. A character device that can
+ * be positioned may be opened so. The handle; 0 bad or closed port, empty name, read-only, held by somebody who denies it. */
 int32_t ComOpenWriteFile(int32_t port, const char *name);
 /* Opens a file for reading from its start; others may read but not write it meanwhile. The handle; 0 bad or
  * closed port, empty name, unreadable, or open for writing. */

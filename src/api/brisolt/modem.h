@@ -115,8 +115,8 @@ int32_t ComGetModem_State(int32_t port);
  *   -1 bad port number, or null
  *   -2 (Start) the file cannot be read    -3 it cannot be read with others barred from writing    -4 no memory
  * The port number tells one reader from another, the port need not be open. Start ends the number's reading
- * before it, unless it gives -1 or -2; Next without one is at the end. ComGetModem_End ends the reading: 1; -1 bad port
- * number.
+ * before it, unless it gives -1 or -2; Next without one is at the end. ComGetModem_End ends the reading: 1;
+ * -1 bad port number.
  */
 int32_t ComGetModem_Start(int32_t port, const char *databaseFile, char *name, char *initStr, char *remarks,
                           char *resetStr, char *compressionOnStr, char *compressionOffStr,

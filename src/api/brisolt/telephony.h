@@ -11,8 +11,8 @@ extern "C" {
 /*
  * The service is the module TAPI32.DLL: the file given to ComHostMapModule alone, else libtapi32.so as the
  * host's loader finds it or from the library's own folder. It is loaded at the first call that needs it, once
- * in the life of the process; a failure to load it is final, and ComHostGetErrorText tells it. Its line devices are known by name and by index from 0; the call of device i
- * becomes port 130 + i, which is then read and written like any other.
+ * in the life of the process; a failure to load it is final, and ComHostGetErrorText tells it. Its line
+ * devices are known by name and by index from 0; the call of device i becomes port 130 + i, which is then read and written like any other.
  *
  * Calls make progress on whichever thread lets messages through (ComServiceMessagePump, the waits, the threads
  * of open ports). A program that waits for a call in another way has to pump.

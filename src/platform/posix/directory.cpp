@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <sys/stat.h>
 #include <system_error>
-#include <unistd.h>
 
 #include "platform/posix/file_names.h"
 
@@ -29,15 +27,6 @@ std::vector<std::string> files(const std::string& directory, std::string_view pr
     }
     std::sort(found.begin(), found.end());
     return found;
-}
-
-int64_t modified(const std::string& path) noexcept {
-    struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 ? int64_t{status.st_mtime} : -1;
-}
-
-bool removeFile(const std::string& path) noexcept {
-    return ::unlink(path.c_str()) == 0;
 }
 
 } // namespace brisolt::directory

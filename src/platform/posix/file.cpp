@@ -1,9 +1,11 @@
 #include "platform/file.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <limits>
 #include <string>
 #include <sys/file.h>
 #include <unistd.h>
@@ -69,6 +71,26 @@ bool lockAgainstOthers(int32_t descriptor, Sharing sharing) noexcept {
     return ::flock(descriptor, operation | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
+/// Readers that deny writing to others show it by a lock on a byte where no file has one.
+struct flock farByte(int kind) noexcept {
+    struct flock lock {};
+    lock.l_type = static_cast<short>(kind);
+    lock.l_whence = SEEK_SET;
+    lock.l_start = std::numeric_limits<off_t>::max() - 1;
+    lock.l_len = 1;
+    return lock;
+}
+
+void denyWriters(int32_t descriptor) noexcept {
+    struct flock lock = farByte(F_RDLCK);
+    ::fcntl(descriptor, F_OFD_SETLK, &lock);
+}
+
+bool deniedByReader(int32_t descriptor) noexcept {
+    struct flock lock = farByte(F_WRLCK);
+    return ::fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
 void leave(int32_t descriptor) noexcept {
     // Closing alone would leave the lock with a child that was forked meanwhile.
     ::flock(descriptor, LOCK_UN);
@@ -87,13 +109,44 @@ const char* enter(int32_t descriptor, const How& how, bool& entered) noexcept {
         return nullptr;
     if (!OpenFiles::instance().enter(descriptor, file, uses(how.access), denies(how.sharing)))
         return "this program is using it";
+    if (writes(how) && deniedByReader(descriptor)) {
+        leave(descriptor);
+        return "another program denies writing to it";
+    }
     if (writes(how) && !lockAgainstOthers(descriptor, how.sharing)) {
         leave(descriptor);
         return "another program is writing to it";
     }
+    if (!writes(how) && how.sharing != Sharing::all)
+        denyWriters(descriptor);
     entered = true;
     return nullptr;
 }
+
+/// A write beyond the program's limit of file sizes fails; the signal that comes with it would by default end
+/// the program.
+class LimitSignalHeld {
+public:
+    LimitSignalHeld() noexcept {
+        sigemptyset(&limit_);
+        sigaddset(&limit_, SIGXFSZ);
+        pthread_sigmask(SIG_BLOCK, &limit_, &before_);
+    }
+    LimitSignalHeld(const LimitSignalHeld&) = delete;
+    LimitSignalHeld& operator=(const LimitSignalHeld&) = delete;
+    ~LimitSignalHeld() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    /// It came, and nobody is to hear of it.
+    void drop() const noexcept {
+        const int error = errno;
+        timespec none{};
+        sigtimedwait(&limit_, nullptr, &none);
+        errno = error;
+    }
+
+private:
+    sigset_t limit_;
+    sigset_t before_;
+};
 
 template <class Call> auto untilUninterrupted(Call call) noexcept {
     auto result = call();
@@ -135,8 +188,10 @@ File::File(const char* path, const How& how) noexcept {
     descriptor_ = opened.descriptor;
     entered_ = opened.entered;
     // For people. A file that need not be there may be missing without a word.
-    if (opened.refusal != nullptr && how.opening != Opening::existing)
-        tell("write to", path, opened.refusal);
+    int error = errno;
+    if (opened.refusal != nullptr && (how.opening != Opening::existing || error != ENOENT))
+        tell(writes(how) ? "write to" : "read", path, opened.refusal);
+    errno = error;
 }
 
 File::File(File&& other) noexcept
@@ -165,7 +220,11 @@ int32_t File::read(void* buffer, int32_t count) noexcept {
 
 int32_t File::write(const void* bytes, int32_t count) noexcept {
     auto size = static_cast<std::size_t>(count > 0 ? count : 0);
-    return static_cast<int32_t>(untilUninterrupted([&] { return ::write(descriptor_, bytes, size); }));
+    LimitSignalHeld held;
+    auto written = untilUninterrupted([&] { return ::write(descriptor_, bytes, size); });
+    if (written < 0 && errno == EFBIG)
+        held.drop();
+    return static_cast<int32_t>(written);
 }
 
 int64_t File::seek(int64_t position) noexcept {

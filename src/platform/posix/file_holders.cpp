@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "platform/posix/open_files.h"
@@ -10,6 +11,10 @@
 namespace brisolt::file {
 
 namespace {
+
+/// Another program's look at the file is over in no time; whoever has it for longer holds it.
+constexpr int32_t looks = 5;
+constexpr timespec lookPause{0, 1'000'000};
 
 std::mutex& oneLook() {
     static std::mutex& mutex = *new std::mutex; // outlives the program's statics
@@ -35,10 +40,17 @@ Look::Answer Look::keepOthersOff(uint32_t denied) noexcept {
     // end the program. This one is ignored by default, and harmless to those who handle it.
     if (::fcntl(descriptor_, F_SETSIG, SIGURG) != 0)
         return Answer::unknown;
-    leased_ = ::fcntl(descriptor_, F_SETLEASE, (denied & reading) != 0 ? F_WRLCK : F_RDLCK) == 0;
-    if (leased_)
-        return Answer::free;
-    return errno == EAGAIN ? Answer::held : Answer::unknown;
+    for (int32_t tries = 1; !leased_; ++tries) {
+        leased_ = ::fcntl(descriptor_, F_SETLEASE, (denied & reading) != 0 ? F_WRLCK : F_RDLCK) == 0;
+        if (leased_)
+            break;
+        if (errno != EAGAIN)
+            return Answer::unknown;
+        if (tries == looks)
+            return Answer::held;
+        ::nanosleep(&lookPause, nullptr);
+    }
+    return Answer::free;
 }
 
 } // namespace brisolt::file

@@ -21,6 +21,17 @@ bool standsAsWritten(const char* path) noexcept {
     return ::access(path, F_OK) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
+/// How much of a name is a directory that is there under that very name, backslashes and all.
+std::size_t directoryAsWritten(char* name) noexcept {
+    char* slash = std::strrchr(name, '/');
+    if (slash == nullptr || std::find(name, slash, '\\') == slash)
+        return 0;
+    *slash = '\0';
+    bool there = ::access(name, F_OK) == 0;
+    *slash = '/';
+    return there ? static_cast<std::size_t>(slash - name) : 0;
+}
+
 int32_t openOnce(const HostName& name, int flags, int creation, uint32_t permissions) noexcept {
     if (!name.asWritten())
         return ::open(name.text(), flags | creation, permissions);
@@ -39,8 +50,11 @@ HostName::HostName(const char* path) noexcept {
         return;
     }
     std::size_t length = std::strlen(path);
-    if (length < sizeof translated_)
-        std::replace_copy(path, path + length + 1, translated_, '\\', '/');
+    if (length >= sizeof translated_)
+        return;
+    std::memcpy(translated_, path, length + 1);
+    char* end = translated_ + length;
+    std::replace(translated_ + directoryAsWritten(translated_), end, '\\', '/');
 }
 
 // A lease is broken by the very attempt to open; whoever has it is told and gives it up.

@@ -88,6 +88,15 @@ bool remove(const char* path) noexcept {
     return onFreeFile(path, [](const char* name) { return ::unlink(name) == 0; });
 }
 
+bool taken(const char* path) noexcept {
+    Status status{};
+    return ::lstat(HostName(path).text(), &status) == 0;
+}
+
+void discard(const char* path) noexcept {
+    ::unlink(HostName(path).text());
+}
+
 bool replace(const char* path, const char* successor) noexcept {
     HostName source(successor);
     bool done = onFreeFile(path, [&](const char* name) { return ::rename(source.text(), name) == 0; });
@@ -101,7 +110,7 @@ bool rename(const char* from, const char* to) noexcept {
     HostName target(to);
     bool done = ::renameat2(AT_FDCWD, source.text(), AT_FDCWD, target.text(), RENAME_NOREPLACE) == 0;
     // Some file systems cannot do it in one step; two names in between harm nobody.
-    if (!done && errno == EINVAL)
+    if (!done && (errno == EINVAL || errno == ENOSYS))
         done = ::link(source.text(), target.text()) == 0 && ::unlink(source.text()) == 0;
     if (done)
         keepName(to);

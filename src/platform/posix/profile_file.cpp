@@ -61,11 +61,12 @@ struct Profile {
 /// the one who holds its lock, and then becomes the profile. One that a crash has left behind is nobody's and
 /// serves the next.
 class Successor {
+    static constexpr std::size_t longestPart = 240; ///< of the profile's name: the host takes 255 in all
 public:
     explicit Successor(const std::string& profile) : profile_(profile) {
         std::filesystem::path path(profile);
         std::string name = ".";
-        name.append(path.filename().string()).append(".new");
+        name.append(path.filename().string().substr(0, longestPart)).append(".new");
         path_ = (path.parent_path() / name).string();
     }
     Successor(const Successor&) = delete;
