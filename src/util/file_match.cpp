@@ -50,19 +50,18 @@ public:
 
     bool take(Segment segment) noexcept {
         if (segment == "*") {
-            afterStar_ = lastIsStar_ = true;
+            afterStar_ = true;
             return true;
         }
         if (segment == "?") {
             if (rest_.empty())
                 return false;
             rest_.remove_prefix(1);
-            lastIsStar_ = false;
             return true;
         }
         return segment.empty() || takeText(segment);
     }
-    bool ended() const noexcept { return rest_.empty() || lastIsStar_; }
+    bool ended() const noexcept { return rest_.empty() || afterStar_; }
 
 private:
     /// A star reaches to the text that follows it, and no further.
@@ -71,12 +70,11 @@ private:
         if (at == rest_.npos)
             return false;
         rest_.remove_prefix(at + text.size());
-        afterStar_ = lastIsStar_ = false;
+        afterStar_ = false;
         return true;
     }
     std::string_view rest_;
-    bool afterStar_ = false;  ///< text may lie further on
-    bool lastIsStar_ = false; ///< the segment taken last takes all the rest
+    bool afterStar_ = false;
 };
 
 } // namespace

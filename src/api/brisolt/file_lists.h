@@ -64,7 +64,8 @@ int32_t ComFreeFileString(int32_t port);
 /*
  * Whether a name matches a pattern. It takes no second look: the text after a star is taken where it stands
  * first, so `*ab` does not match abab. A star reaches to the next text only: what follows that has to stand
- * right there. A question mark is exactly one character, also at the end. Without wildcards both must be
+ * right there. A question mark is exactly one character, also at the end, where a star before it has taken
+ * what came before: `*?` matches every name but an empty one. Without wildcards both must be
  * equal; letter case always counts, and names may be of any length. A pattern has at most 14 segments
  * (stars, question marks, the texts between them, and one more when it begins with a text), of which the
  * first 261 characters count. 1 it matches; 0 it does not; -1 too many segments, or null.
