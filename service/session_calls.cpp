@@ -123,11 +123,14 @@ void Session::connected() {
 /// By itself. What the other end sent last can still be read by the program, from the line or from the call's
 /// terminal.
 void Session::disconnected(uint32_t cause) {
+    const bool answering = phase_ == Phase::answering;
     phase_ = phase_ == Phase::talking && !relay_.isOpen() ? Phase::lent : Phase::idle;
     const std::lock_guard guard(switchboard().mutex);
     modem_->handOver = -1;
     modem_->busy = false;
     postCallState(modem_, callState::disconnected, cause);
+    if (answering) // it never was a call that somebody would have to drop
+        postCallState(modem_, callState::idle, 0);
 }
 
 void Session::drop(int32_t request) {

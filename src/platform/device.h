@@ -77,6 +77,8 @@ int32_t openHandle(const char* path) noexcept;
 int32_t closeHandle(int32_t handle) noexcept;
 /// Closes the descriptor that a tty was adopted from, unless its owner has and the number is another's now.
 void closeAdoptedDescriptor(void* ttyDevice, int32_t handle) noexcept;
+/// Closes a handle that came to us and that no device has taken over. The standard streams stay.
+void closeForeign(int32_t handle) noexcept;
 /// The built-in drivers.
 const ComHostDriver& tty() noexcept;
 const ComHostDriver& nullModem() noexcept;

@@ -27,12 +27,20 @@ int32_t armAutoAnswer(const char* deviceName, int32_t rings) {
         giveUp(*use);
         return -4;
     }
+    if (!use->current())
+        return fail::lineOpen;
     use->change([&] { device->failCode = 0; });
     setUpLine(*use, Purpose::answeringCalls);
     int32_t code = fail::lineOpen; // of a line that a disconnect has taken away meanwhile
-    use->change([&] { code = device->failCode; });
-    if (!namesLineFault(code))
-        return 1; // a call that came at once may have left a code of its own
+    use->change([&] {
+        bool open = device->lineHandle != 0;
+        if (open || device->failCode != 0)
+            code = device->failCode;
+        if (open && !namesLineFault(code))
+            code = 0; // a call that came at once may have left a code of its own
+    });
+    if (code == 0)
+        return 1;
     releaseWhatIsLeft(*use);
     giveUp(*use);
     return code;

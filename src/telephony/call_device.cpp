@@ -6,6 +6,7 @@
 #include "platform/thread.h"
 #include "port/port_table.h"
 #include "port/waits.h"
+#include "telephony/service_records.h"
 #include "telephony/telephony_log.h"
 
 namespace brisolt::telephony {
@@ -54,8 +55,14 @@ bool hasLine(const TelephonyDevice& device) noexcept {
     return device.lineHandle != 0;
 }
 
+/// The call of a device that answers has ended before it was one.
+bool callIsOver(const TelephonyDevice& device) noexcept {
+    return device.autoAnswerArmed == 1 && device.connected == 0 && device.openingPort == 0 &&
+           device.callState == service::callState::idle;
+}
+
 bool awaitsCall(const TelephonyDevice& device) noexcept {
-    return hasLine(device) && device.callHandle == 0 && device.offeredCall == 0;
+    return hasLine(device) && device.offeredCall == 0 && (device.callHandle == 0 || callIsOver(device));
 }
 
 } // namespace
@@ -73,11 +80,11 @@ TelephonyDevice* deviceOfCall(uint32_t call) {
 }
 
 void claimOffer(TelephonyDevice& device) {
-    if (device.offeredCall != 0 || device.callHandle != 0)
+    if (device.offeredCall != 0 || (device.callHandle != 0 && !callIsOver(device)))
         return;
     TelephonyDevice* other = findKnown([&](const TelephonyDevice& candidate) {
-        return &candidate != &device && candidate.offeredCall != 0 &&
-               candidate.autoAnswerState == autoAnswer::armed;
+        return &candidate != &device && hasLine(candidate) && candidate.offeredCall != 0 &&
+               candidate.autoAnswerArmed == 1 && candidate.autoAnswerState == autoAnswer::armed;
     });
     if (other != nullptr)
         device.offeredCall = other->offeredCall.exchange(0);

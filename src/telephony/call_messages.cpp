@@ -43,8 +43,7 @@ bool fetchHandle(const Use& use, uint32_t call, uint32_t& handle) {
 
 /// The handle came to us: nobody else will close it.
 void closeHandle(int32_t handle) noexcept {
-    if (Device device; device.adopt(handle) > 0)
-        device.closeWithHandle();
+    drivers::closeForeign(handle);
 }
 
 void closeOpenPort(int32_t number) {
@@ -151,13 +150,29 @@ void disconnected(const Use& use, const Report& report) {
     use.change([&] { use.device().callState = wasBusy ? callState::busy : callState::idle; });
 }
 
+/// An answered call that never became one must not be the last that an armed device sees.
+void armAgain(const Use& use, const Report& report) {
+    TelephonyDevice& device = use.device();
+    uint32_t over = 0;
+    use.change([&] {
+        bool waits = device.autoAnswerArmed == 1 && device.connected == 0 && device.openingPort == 0 &&
+                     device.hangupInProgress == 0;
+        if (!waits || report.handle == 0 || device.callHandle != report.handle)
+            return;
+        over = device.callHandle.exchange(0);
+        device.autoAnswerState = autoAnswer::armed;
+    });
+    if (over != 0)
+        callService([=] { return service::lineDeallocateCall(over); });
+}
+
 struct StateAction {
     uint32_t state;
     const char* text;                       ///< null: the action tells
     void (*act)(const Use&, const Report&); ///< null: the text is all
 };
 constexpr StateAction stateActions[] = {
-    {callState::idle, "Line idle", nullptr},
+    {callState::idle, "Line idle", armAgain},
     {callState::offering, nullptr, offered},
     {callState::accepted, nullptr, offered},
     {callState::dialTone, "Dial Tone Event", nullptr},

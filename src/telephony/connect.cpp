@@ -98,6 +98,8 @@ int32_t placeCall(const Use& use, const std::string& dialString) {
         giveUp(use);
         return refuseUnusable(device);
     }
+    if (!use.current()) // disconnected meanwhile: the line is not to be opened for it again
+        return endFailed(use);
     use.change([&] { device.failCode = 0; });
     dial(use, dialString);
     bool connected = false;

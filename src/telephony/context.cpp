@@ -128,8 +128,9 @@ int32_t shutDown() {
     HeldPort context(contextPort);
     if (!context)
         return 1;
+    uint32_t handle = application.exchange(0); // before the port: whoever initialises next has his own
     closeVirtual(*context);
-    if (uint32_t handle = application.exchange(0); handle != 0)
+    if (handle != 0)
         callService([=] { return service::lineShutdown(handle); });
     return 1;
 }

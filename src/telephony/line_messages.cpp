@@ -36,7 +36,11 @@ void ring(TelephonyDevice& device, const Report& report) {
     log("Calling to Answer Call - device:%d hCall:%x", index, device.offeredCall.load());
     uint32_t call = device.callHandle;
     Answer answer = callService([=] { return service::lineAnswer(call, nullptr, 0U); });
-    use.change([&] { device.autoAnswerState = autoAnswer::answering; });
+    use.change([&] {
+        if (device.autoAnswerState !=
+            autoAnswer::connected) // the service may have said so within the request
+            device.autoAnswerState = autoAnswer::answering;
+    });
     if (answer.result > 0) // accepted; this service answers a call in no other way
         use.change([&] { device.offeredCall = 0; });
     else

@@ -146,6 +146,7 @@ Handles endUse(TelephonyDevice& device) noexcept {
     Handles ended{.call = device.callHandle, .line = device.lineHandle};
     device.use = device.use + 1;
     device.callHandle = 0;
+    device.offeredCall = 0;
     device.lineHandle = 0;
     device.connected = 0;
     device.connecting = 0;

@@ -56,8 +56,10 @@ bool close(int32_t handle) noexcept {
         file = std::move(entry->second);
         table.files.erase(entry);
     }
-    // Whoever is reading or writing at this moment closes it when done.
-    return file.use_count() > 1 || file->close();
+    if (file.use_count() > 1)
+        return true; // whoever is reading or writing at this moment closes it when done
+    std::shared_ptr<file::File>(file).reset(); // its count puts us behind what others did before they let go
+    return file->close();
 }
 
 } // namespace brisolt::handles

@@ -1,4 +1,5 @@
 // The bell on a terminal of its own, and sounds through players that tell what they were given.
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -134,8 +135,10 @@ TEST_F(Sounds, InProgramsWithHabitsOfTheirOwn) {
     signal(SIGCHLD, SIG_IGN);
     EXPECT_EQ(Com_PlaySound(sound.c_str()), 1);
     signal(SIGCHLD, [](int) {
+        const int error = errno;
         while (waitpid(-1, nullptr, WNOHANG) > 0) {
         }
+        errno = error;
     });
     EXPECT_EQ(Com_PlaySound(sound.c_str()), 1);
     signal(SIGCHLD, SIG_DFL);

@@ -186,6 +186,11 @@ void closeAdoptedDescriptor(void* ttyDevice, int32_t handle) noexcept {
         ::close(handle);
 }
 
+void closeForeign(int32_t handle) noexcept {
+    if (handle > STDERR_FILENO)
+        ::close(handle);
+}
+
 const ComHostDriver& tty() noexcept {
     static const ComHostDriver driver = [] {
         ComHostDriver record{};
