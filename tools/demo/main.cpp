@@ -1,4 +1,5 @@
-// brisolt-demo: carries a real text over lines of two kinds and back, and looks whether every copy is the same.
+// brisolt-demo: carries a real text over lines of two kinds and back, and looks whether every copy is the same;
+// then has the telephony service place a call.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include "port.h"
 #include "process.h"
 #include "socat_line.h"
+#include "telephone_call.h"
 #include "text.h"
 
 namespace {
@@ -56,6 +58,7 @@ int main() {
         need(mkdtemp(directory.data()) != nullptr, directory + ": cannot be made");
         const bool same = demonstrate(directory);
         std::puts(same ? "All of them are the same." : "The copies DIFFER.");
+        callByTelephony(directory);
         std::printf(
             "\nTo look at, in %s:\n"
             "  trace-socat.txt, trace-100.txt, trace-200.txt   every read and write of the ports\n"
