@@ -31,7 +31,8 @@ bool isOpen(int32_t port) noexcept {
     return static_cast<bool>(HeldPort(port));
 }
 
-/// Nothing is held while the function runs: it holds the port itself, and a close is to be the last to let go.
+/// Nothing is held while the function runs: it holds the port itself, and a close is to be the last to let
+/// go.
 template <auto Function, class... Arguments> int32_t checked(int32_t port, Arguments... arguments) noexcept {
     return isOpen(port) ? Function(port, arguments...) : -1;
 }

@@ -110,7 +110,8 @@ void forget(Port& port, const Captured& captured) {
         captureRing::keepLatest(*port.record, port.record->captureAdded - captured.upTo);
 }
 
-/// The file of the lowest free slot. Another save may have taken that of the list meanwhile. -4 there is none,
+/// The file of the lowest free slot. Another save may have taken that of the list meanwhile. -4 there is
+/// none,
 /// -3 it cannot be made.
 int32_t createFile(const std::string& place, const Port& port, const Paths& earlier, file::File& file,
                    std::string& path) {

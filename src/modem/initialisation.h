@@ -25,8 +25,8 @@ struct InitRequest {
 /// Whether the names are there and fit.
 bool acceptable(const InitRequest& request) noexcept;
 
-/// ComSetModem_Start for an acceptable request: inProgress; -1 the database is not readable; -2 the modem is not
-/// in it.
+/// ComSetModem_Start for an acceptable request: inProgress; -1 the database is not readable; -2 the modem is
+/// not in it.
 int32_t startInit(Port& port, const InitRequest& request);
 /// ComSetModem_Next; a cancel that was given before it is forgotten. inProgress, finished, a step's failure,
 /// or -1 when the port is closed meanwhile.

@@ -7,7 +7,8 @@ namespace brisolt::modem {
 namespace {
 
 // The wording of the late texts differs from that of the others here and there. People search their logs for
-// these lines, so they stay as they are: "CONPRESSION", and the "5 tries" of a command that is sent seven times.
+// these lines, so they stay as they are: "CONPRESSION", and the "5 tries" of a command that is sent seven
+// times.
 constexpr Step table[] = {
     {
         .number = 100,

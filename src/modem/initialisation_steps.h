@@ -1,5 +1,5 @@
-// The steps that bring a modem into a known configuration, as one table: what each sends, how long it waits for
-// the modem's OK, what it writes to the log and where the sequence goes from there.
+// The steps that bring a modem into a known configuration, as one table: what each sends, how long it waits
+// for the modem's OK, what it writes to the log and where the sequence goes from there.
 #pragma once
 
 #include <array>

@@ -80,8 +80,8 @@ int32_t dial(Port& port, const char* number) {
     auto until = deadlineIn(patience);
     if (!settle(port))
         return -1;
-    // From here to the end of the line no cancel is looked at: a modem with half a command would take the next
-    // one for the rest of the number.
+    // From here to the end of the line no cancel is looked at: a modem with half a command would take the
+    // next one for the rest of the number.
     send(port, command<&PortRecord::dialStr>);
     writeString(port, number);
     writeByte(port, '\r');

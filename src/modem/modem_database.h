@@ -63,8 +63,8 @@ private:
     std::size_t position_ = 0, end_ = 0;
 };
 
-/// A database a port number for the callers that list one themselves; the port need not be open. The number is
-/// a valid one.
+/// A database a port number for the callers that list one themselves; the port need not be open. The number
+/// is a valid one.
 namespace listing {
 int32_t start(int32_t number, const char* path, const Destinations& into) noexcept;
 int32_t next(int32_t number, const Destinations& into) noexcept;

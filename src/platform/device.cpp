@@ -69,8 +69,8 @@ int32_t Device::adopt(int32_t handle) noexcept try {
     return -ENOMEM;
 }
 
-// A tty is adopted on a descriptor of its own even when its handle is ours, so that a cancel or a close of the
-// port cannot reach the next one that adopts the same handle. A handle that is no tty's may be one of a
+// A tty is adopted on a descriptor of its own even when its handle is ours, so that a cancel or a close of
+// the port cannot reach the next one that adopts the same handle. A handle that is no tty's may be one of a
 // registered driver.
 int32_t Device::takeOver(int32_t handle, bool isKept, const drivers::Opened& kept) {
     if (isKept && kept.driver.open != drivers::tty().open) {

@@ -30,8 +30,8 @@ public:
     void prepare() noexcept;
     bool woken() const noexcept; ///< between prepare and finish: wake() was called
     void finish() noexcept;
-    /// Between prepare and finish: sleeps on nothing else, at most that long (real milliseconds, -1: no limit).
-    /// Cheaper than a wait on the descriptor, which is for threads that watch a device as well.
+    /// Between prepare and finish: sleeps on nothing else, at most that long (real milliseconds, -1: no
+    /// limit). Cheaper than a wait on the descriptor, which is for threads that watch a device as well.
     void sleep(int32_t realMilliseconds) noexcept;
     int32_t descriptor() const noexcept { return signal_.descriptor(); }
     /// The time-out for a wait on the descriptor: the one given, cut short on a host that had no descriptor

@@ -1,11 +1,11 @@
 // A thread that is told by message of what its ports receive, and waits for messages, attends to those ports:
 // while it waits it takes their bytes off the devices itself, so that a byte on any of many lines reaches it
-// without the turn of another thread. The ports' own threads stand aside meanwhile. One of them, the guardian,
-// looks whether the thread comes back; when it stays away all take over again.
+// without the turn of another thread. The ports' own threads stand aside meanwhile. One of them, the
+// guardian, looks whether the thread comes back; when it stays away all take over again.
 //
 // A port is attended when that one thread is all it notifies, its rounds have no pace and its device has a
-// descriptor. At the first sign of anything else (a full ring, a suspension, a device that has gone away) it is
-// sent back to its own thread.
+// descriptor. At the first sign of anything else (a full ring, a suspension, a device that has gone away) it
+// is sent back to its own thread.
 #pragma once
 
 #include <cstdint>

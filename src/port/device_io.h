@@ -15,8 +15,8 @@ ComHostStatus statusRead(Port& port, uint32_t wanted = 0) noexcept;
 /// Reads what the device holds, at most the span's size. Bytes read.
 int32_t deviceRead(Port& port, std::span<uint8_t> destination) noexcept;
 
-/// Hands the device a block that is complete when the line has taken it. Bytes written; -1 when the device has
-/// no room for all of it or the port is not open: then nothing is written.
+/// Hands the device a block that is complete when the line has taken it. Bytes written; -1 when the device
+/// has no room for all of it or the port is not open: then nothing is written.
 int32_t deviceWrite(Port& port, std::span<const uint8_t> block) noexcept;
 
 /// The write itself, with its trace, once the room is known. Bytes written.

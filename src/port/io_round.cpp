@@ -115,8 +115,8 @@ void directRound(Port& port) noexcept {
 
 namespace {
 
-/// The receiving part of a thread's round. True when the device had bytes, also when the ring is full and took
-/// none: who is notified is told of them all the same.
+/// The receiving part of a thread's round. True when the device had bytes, also when the ring is full and
+/// took none: who is notified is told of them all the same.
 bool receiveLocked(Port& port) noexcept {
     HeldLock lock(port);
     bool had = receiveStep(port);

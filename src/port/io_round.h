@@ -25,12 +25,12 @@ void directRound(Port& port) noexcept;
 /// device is known to hold nothing. True when the device had bytes.
 bool threadRound(Port& port, bool mayReceive);
 
-/// Takes what the device holds for a caller that waits for bytes, as the I/O thread would have; who is notified
-/// of data hears of it from the thread. True when the device had bytes.
+/// Takes what the device holds for a caller that waits for bytes, as the I/O thread would have; who is
+/// notified of data hears of it from the thread. True when the device had bytes.
 bool takeFromDevice(Port& port) noexcept;
 
-/// Takes what the device holds and tells whom the port notifies, who must all be told by message. True when the
-/// device had bytes.
+/// Takes what the device holds and tells whom the port notifies, who must all be told by message. True when
+/// the device had bytes.
 bool tellFromDevice(Port& port);
 
 /// Hands the device what a lossless port has queued, for a caller that waits. False when the device took

@@ -1,6 +1,6 @@
 // Marks that a message of a device is being handled. Its state shows before everything that follows from it
-// (the open port, the cause of a failure) is there; whoever waits for the device on another thread looks again
-// when the message has been dealt with.
+// (the open port, the cause of a failure) is there; whoever waits for the device on another thread looks
+// again when the message has been dealt with.
 #pragma once
 
 #include "telephony/telephony_device.h"

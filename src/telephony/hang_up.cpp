@@ -40,8 +40,8 @@ private:
     bool taken_;
 };
 
-/// Until the hang-up on another thread is over. One of our own, further up the stack, and one that may need us
-/// to finish our message first, cannot be waited for.
+/// Until the hang-up on another thread is over. One of our own, further up the stack, and one that may need
+/// us to finish our message first, cannot be waited for.
 void awaitHangup(const Use& use) {
     TelephonyDevice& device = use.device();
     if (device.hangupThread == thread::currentId() || Handling::onThisThread())

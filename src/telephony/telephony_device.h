@@ -1,8 +1,8 @@
 // The table of telephony devices, and whose turn it is to use one.
 //
 // A device is used by one connect, auto-answer or call at a time. Each use has a number; whoever works for it
-// (the caller, a connect thread, whichever thread handles the service's messages) does so through a Use, which
-// writes nothing any more once the device has been disconnected or is used by somebody else.
+// (the caller, a connect thread, whichever thread handles the service's messages) does so through a Use,
+// which writes nothing any more once the device has been disconnected or is used by somebody else.
 #pragma once
 
 #include <atomic>

@@ -13,8 +13,8 @@ Probe probe(int32_t index);
 
 /// What a check is for.
 enum class Purpose { placingCalls, answeringCalls };
-/// 0 the line can be used; else what is in the way: 1 version, capabilities, line or address; 2 bearer modes; 3
-/// media modes; 4 it makes no calls; 5 in use; 7 no communications identifier.
+/// 0 the line can be used; else what is in the way: 1 version, capabilities, line or address; 2 bearer
+/// modes; 3 media modes; 4 it makes no calls; 5 in use; 7 no communications identifier.
 int32_t verifyUsableLine(TelephonyDevice& device, Purpose purpose);
 
 } // namespace brisolt::telephony

@@ -289,6 +289,13 @@ TEST(VirtualPort, EverythingAboveRunsOverACallersTransport) {
     char line[32] = {};
     EXPECT_EQ(ComReadBuf(11, line, '\r', 30, 10), 2);
     EXPECT_STREQ(line, "again!\r");
+    EXPECT_EQ(ComPuts(11, "login|"), 1);
+    EXPECT_EQ(ComStimulus(11, "login!", "name|", 100, 10), 1);
+    const char* stimuli[] = {"nobody!", "name!"};
+    const char* responses[] = {"", "bye|"};
+    EXPECT_EQ(ComStimulusArray(11, stimuli, responses, 2, 100, 10), 2);
+    EXPECT_EQ(readTimed(11, 6), "\rbye!\r");
+    EXPECT_EQ(ComStimulusFast(11, "silence", "", 100, 1), 2);
     EXPECT_EQ(ComPutc(11, '\r'), 1);
     EXPECT_TRUE(eventually([] { return ComStatus(11) == 2; }));
     EXPECT_EQ(ComGetc(11), '!');

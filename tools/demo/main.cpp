@@ -1,5 +1,5 @@
-// brisolt-demo: carries a real text over lines of two kinds and back, and looks whether every copy is the same;
-// then has the telephony service place a call.
+// brisolt-demo: carries a real text over lines of two kinds and back, and looks whether every copy is the
+// same; then has the telephony service place a call.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>

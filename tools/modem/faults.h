@@ -19,7 +19,8 @@ enum class Mishap {
 
 struct Fault {
     Mishap mishap = Mishap::silence;
-    /// Concerns command lines with this text behind their AT; letter case and blanks do not count. Empty: all.
+    /// Concerns command lines with this text behind their AT; letter case and blanks do not count. Empty:
+    /// all.
     std::string text = {};
     int times = -1; ///< so often, then no more; below 0: always
     Milliseconds delay = Milliseconds(0);

@@ -46,8 +46,8 @@ public:
 std::unique_ptr<Line> ptyLine(const std::string& link = {});
 
 /// One end of "null-modem:NAME"; the program opens the other, at any rate (the modem adapts to it). DTR, ring
-/// and carrier are lines there. A null modem crosses one line to two: DSR follows carrier. The modem holds the
-/// program off by CTS and lets itself be held off by RTS whatever &K says. `pollRealMs` is how often DTR
+/// and carrier are lines there. A null modem crosses one line to two: DSR follows carrier. The modem holds
+/// the program off by CTS and lets itself be held off by RTS whatever &K says. `pollRealMs` is how often DTR
 /// is looked at, which nothing tells about. Throws std::runtime_error.
 std::unique_ptr<Line> nullModemLine(const std::string& name, int pollRealMs = 10);
 

@@ -1,7 +1,7 @@
 // A modem's line over a pseudo terminal.
 //
-// Whether the program has the terminal open is what the kernel says of the master (hung up or not). It says so
-// all the time, so a hung-up master must not be polled; the next open is told by inotify instead.
+// Whether the program has the terminal open is what the kernel says of the master (hung up or not). It says
+// so all the time, so a hung-up master must not be polled; the next open is told by inotify instead.
 #include <algorithm>
 #include <array>
 #include <cerrno>

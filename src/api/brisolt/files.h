@@ -159,8 +159,9 @@ const char *_justname(const char *path);
  */
 
 /* Opens a file for reading and writing without emptying it, or creates it; others may do both, too. It is
- * positioned at the end once: writes go on from wherever ComSetFilePointer put it. A character device that can
- * be positioned may be opened so. The handle; 0 bad or closed port, empty name, read-only, held by somebody who denies it. */
+ * positioned at the end once: writes go on from wherever ComSetFilePointer put it. A character device that
+ * can be positioned may be opened so. The handle; 0 bad or closed port, empty name, read-only, held by
+ * somebody who denies it. */
 int32_t ComOpenWriteFile(int32_t port, const char *name);
 /* Opens a file for reading from its start; others may read but not write it meanwhile. The handle; 0 bad or
  * closed port, empty name, unreadable, or open for writing. */

@@ -19,8 +19,9 @@ extern "C" {
  * the start of the call; with 0 there is no wait for carrier, below 0 it is over at once.
  *   1   carrier, which is then latched (ComCarrierTx); with a time-out of 0: sent
  *   0   escaped (the port's escape character, or a request to quit), looked for while waiting for carrier
- *   -1  bad or closed port, also when closed meanwhile; null; the time is over; cancelled (ComCancel). A cancel
- *       never cuts the command line in half: given before it, nothing is sent; given in it, it ends behind it.
+ *   -1  bad or closed port, also when closed meanwhile; null; the time is over; cancelled (ComCancel). A
+ *       cancel never cuts the command line in half: given before it, nothing is sent; given in it, it ends
+ *       behind it.
  * Unless the result is 1 the modem may still be dialling: ComDisc. Messages are let through while waiting for
  * carrier, whatever yield is. A device without modem lines never shows carrier.
  */
@@ -115,8 +116,8 @@ int32_t ComGetModem_State(int32_t port);
  *   -1 bad port number, or null
  *   -2 (Start) the file cannot be read    -3 it cannot be read with others barred from writing    -4 no memory
  * The port number tells one reader from another, the port need not be open. Start ends the number's reading
- * before it, unless it gives -1 or -2; Next without one is at the end. ComGetModem_End ends the reading: 1;
- * -1 bad port number.
+ * before it, unless it gives -1 or -2; Next without one is at the end. ComGetModem_End ends the reading:
+ * 1; -1 bad port number.
  */
 int32_t ComGetModem_Start(int32_t port, const char *databaseFile, char *name, char *initStr, char *remarks,
                           char *resetStr, char *compressionOnStr, char *compressionOffStr,

@@ -26,8 +26,8 @@ int32_t ComGetTimeDateStrFormat2(char *buffer);
 
 /* The name with that stamp put before every dot: report.txt becomes report_1980_01_02_02_03_55.txt, a name
  * without a dot stays as it is. `output` needs the name's length, 20 bytes a dot and 1, and never more than
- * 400 bytes; it may be the name's own buffer. 1; 0 when the name has 260 characters or more, of which the first
- * 260 are taken, or when the result is longer than 399 characters, of which that many are stored. */
+ * 400 bytes; it may be the name's own buffer. 1; 0 when the name has 260 characters or more, of which the
+ * first 260 are taken, or when the result is longer than 399 characters, of which that many are stored. */
 int32_t ComCreateDatedFilename(const char *fileName, char *output);
 /* The name, a blank and the stamp: the name's length and 22 bytes. `output` may be the name's own buffer.
  * 0. */

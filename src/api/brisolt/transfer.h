@@ -114,8 +114,8 @@ int32_t ComA_Thread_Abort(int32_t port);
 
 /* Takes up to `count` waiting bytes as ComRead does and keeps the text of them: 32 to 126, line feed and
  * carriage return. The buffer holds count + 1 bytes and is terminated behind what was kept; what lies
- * behind that is undefined. Characters kept; 0 also for a bad or closed port or a count below 1 (the buffer is
- * an empty string then), and for null. */
+ * behind that is undefined. Characters kept; 0 also for a bad or closed port or a count below 1 (the buffer
+ * is an empty string then), and for null. */
 int32_t ComRead_ASCII(int32_t port, char *buffer, int32_t count);
 /* A file's size in bytes, 2147483647 for larger ones; -1 null, no name or a file that cannot be opened. */
 int32_t ComSizeA(const char *name);
