@@ -32,8 +32,8 @@ endef
 configure = cmake --preset $(1) -B '$(BUILD)/$(2)' --log-level=WARNING $(3)
 # $(call build,FOLDER,OPTIONS)
 build = cmake --build '$(BUILD)/$(1)' --parallel $(JOBS) $(2)
-# $(call run_tests,FOLDER)
-run_tests = ctest --test-dir '$(BUILD)/$(1)' --output-on-failure --no-tests=error -j $(JOBS) --timeout 300
+# $(call run_tests,FOLDER): most tests mostly wait, so more of them run than there are processors
+run_tests = ctest --test-dir '$(BUILD)/$(1)' --output-on-failure --no-tests=error -j $$(( 2 * $(JOBS) )) --timeout 300
 
 .PHONY: help demo test test-lines bench check sanitize install clean
 .NOTPARALLEL:
