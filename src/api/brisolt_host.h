@@ -214,7 +214,8 @@ typedef struct ComHostDriver {
      * ended through its wake descriptor). on 0: they wait again (an adopted handle is adopted anew). */
     void (*cancel)(void *device, int32_t on);
     /* A descriptor that polls readable when there are bytes to read, until they are read, so that one thread
-     * can wait for many devices at once. It lives as long as the device. -1: there is none, or not now. */
+     * can wait for many devices at once; a read that returns less than it was asked for has taken the last of
+     * them. It lives as long as the device. -1: there is none, or not now. */
     int32_t (*descriptor)(void *device);
 } ComHostDriver;
 

@@ -9,6 +9,17 @@ namespace brisolt {
 
 class WatchSet {
 public:
+    /// What a wait reports.
+    struct Event {
+        uint32_t tag;
+        bool trouble; ///< the other end has gone, or an error waits
+    };
+    /// When a descriptor with bytes is reported.
+    enum class Report {
+        always, ///< by every wait until they are read
+        news,   ///< once for what has come: who is told reads until a read falls short
+    };
+
     WatchSet() noexcept;
     ~WatchSet();
     WatchSet(const WatchSet&) = delete;
@@ -17,12 +28,12 @@ public:
     /// False when the host has no descriptor left for it.
     bool usable() const noexcept { return descriptor_ >= 0; }
     /// Watches for bytes to read. False when the host refuses.
-    bool add(int32_t descriptor, uint32_t tag) noexcept;
+    bool add(int32_t descriptor, uint32_t tag, Report report) noexcept;
     /// Before the descriptor is closed.
     void remove(int32_t descriptor) noexcept;
-    /// The tags of descriptors that are readable or in trouble, as many as fit; empty when the time is over
-    /// (real milliseconds, -1: no limit) or a signal came.
-    std::span<uint32_t> wait(std::span<uint32_t> tags, int32_t realMilliseconds) noexcept;
+    /// Whatever is readable or in trouble, as many as fit; empty when the time is over (real milliseconds,
+    /// -1: no limit) or a signal came.
+    std::span<Event> wait(std::span<Event> events, int32_t realMilliseconds) noexcept;
 
 private:
     int32_t descriptor_;

@@ -15,11 +15,14 @@
 
 namespace brisolt {
 
+constexpr uint32_t itsWakeTag = 0; ///< no port has this number
+
 /// One thread's attendance. Kept by the thread and by the I/O threads of its ports.
 class Attendant {
 public:
     Attendant(uint32_t itsThread, int32_t itsWake) noexcept
-        : thread(itsThread), usable_(set_.usable() && itsWake >= 0 && set_.add(itsWake, 0)) {}
+        : thread(itsThread),
+          usable_(set_.usable() && itsWake >= 0 && set_.add(itsWake, itsWakeTag, WatchSet::Report::always)) {}
 
     const uint32_t thread;
     SharedWatch watch;            ///< its waits, as the guardian sees them
@@ -35,8 +38,8 @@ public:
     bool isGuardian(const Port& port) noexcept;
     void wakeGuardian() noexcept;
     void wakePorts() noexcept;
-    /// The thread's wait: the numbers of the ports that have something.
-    std::span<uint32_t> wait(std::span<uint32_t> numbers, int32_t realMilliseconds) noexcept;
+    /// The thread's wait: the ports that have something, by number.
+    std::span<WatchSet::Event> wait(std::span<WatchSet::Event> events, int32_t realMilliseconds) noexcept;
 
 private:
     struct Member {
@@ -57,7 +60,7 @@ bool Attendant::admit(Port& port, int32_t descriptor) noexcept try {
     std::scoped_lock guard(mutex_);
     auto number = static_cast<uint32_t>(port.number.load());
     members_.push_back({&port, number, descriptor, port.threadWake});
-    if (!set_.add(descriptor, number)) {
+    if (!set_.add(descriptor, number, WatchSet::Report::news)) {
         members_.pop_back();
         return false;
     }
@@ -106,12 +109,13 @@ void Attendant::wakePorts() noexcept {
         member.wake->wake();
 }
 
-std::span<uint32_t> Attendant::wait(std::span<uint32_t> numbers, int32_t realMilliseconds) noexcept {
+std::span<WatchSet::Event> Attendant::wait(std::span<WatchSet::Event> events,
+                                           int32_t realMilliseconds) noexcept {
     watch.begun.fetch_add(1);
     watch.watchers.fetch_add(1);
     if (watch.thread.load() == ThreadWatch::onDevice)
         wakeGuardian();
-    auto ready = set_.wait(numbers, realMilliseconds);
+    auto ready = set_.wait(events, realMilliseconds);
     watch.watchers.fetch_sub(1);
     if (watch.thread.load() == ThreadWatch::parked)
         wakeGuardian();
@@ -188,14 +192,16 @@ uint32_t mayAttend(const Port& port) noexcept {
     return plain ? soleTarget(record) : 0;
 }
 
-void serve(Attendant& attendant, int32_t number) noexcept {
+void serve(Attendant& attendant, const WatchSet::Event& event) noexcept {
+    auto number = static_cast<int32_t>(event.tag);
     HeldPort port(number);
     if (!port) {
         attendant.dismissClosed(number);
         return;
     }
-    if (mayAttend(*port) == attendant.thread && tellFromDevice(*port))
+    if (!event.trouble && mayAttend(*port) == attendant.thread && tellFromDevice(*port))
         return;
+    port->deviceGone = event.trouble ? 1 : 0;
     attendant.dismiss(*port);
     port->wakeThread();
 }
@@ -208,12 +214,12 @@ void sleepAttending(Wake& wake, const clock::Deadline& until) noexcept {
         wake.finish();
         return;
     }
-    std::array<uint32_t, 64> numbers;
-    auto ready = attendant->wait(numbers, wake.patience(until.realMillisecondsLeft()));
+    std::array<WatchSet::Event, 64> events;
+    auto ready = attendant->wait(events, wake.patience(until.realMillisecondsLeft()));
     wake.finish(); // before the messages are posted: to a thread that is awake that is cheap
-    for (uint32_t number : ready)
-        if (number != 0)
-            serve(*attendant, static_cast<int32_t>(number));
+    for (const WatchSet::Event& event : ready)
+        if (event.tag != itsWakeTag)
+            serve(*attendant, event);
 }
 
 } // namespace
@@ -221,6 +227,8 @@ void sleepAttending(Wake& wake, const clock::Deadline& until) noexcept {
 int32_t awaitMessage(ComHostMessage* message, int32_t milliseconds) noexcept try {
     if (message == nullptr)
         return 0;
+    if (int32_t result = message::next(*message)) // one that is there costs no look at the clock
+        return result;
     auto until = milliseconds < 0 ? clock::Deadline::never()
                                   : clock::Deadline::in(static_cast<uint32_t>(milliseconds));
     Wake& wake = *Wake::ofThisThread();
@@ -276,7 +284,10 @@ ThreadWatch Attendance::choose() noexcept {
     bool back = sentBack();
     if (attendant_ != nullptr && (back || attendant_->thread != thread || attendant_->gone != 0))
         leave();
-    if (attendant_ == nullptr && thread != 0 && !back) // once on its own, whatever it was sent back for
+    // A while on its own, whatever it was sent back for; a device that has gone, until it shows life.
+    onItsOwn_ =
+        back && port_.deviceGone == 0 ? clock::Deadline::in(receivingLease) : clock::Deadline::never();
+    if (attendant_ == nullptr && thread != 0 && !back)
         join(thread);
     if (attendant_ == nullptr)
         return ThreadWatch::onDevice;

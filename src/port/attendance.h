@@ -40,6 +40,8 @@ public:
     /// The attending thread has come or gone while the choice was made.
     bool crossed(ThreadWatch choice) const noexcept;
     const clock::Deadline& asideUntil() const noexcept { return share_.asideUntil(); }
+    /// When a port that was sent back looks for its attendant again.
+    const clock::Deadline& onItsOwnUntil() const noexcept { return onItsOwn_; }
     /// The sleep is over.
     void awake() noexcept;
 
@@ -51,6 +53,7 @@ private:
     Port& port_;
     std::shared_ptr<Attendant> attendant_;
     bool guardian_ = false;
+    clock::Deadline onItsOwn_ = clock::Deadline::never();
     WatchShare share_{receivingLease};
 };
 

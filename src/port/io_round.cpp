@@ -51,17 +51,17 @@ void transmitBlock(Port& port) noexcept {
 
 } // namespace
 
-bool receiveStep(Port& port) noexcept {
+int32_t receiveStep(Port& port) noexcept {
     auto room = port.rx.room();
     if (tracing(port))
         room = tracedIntention(port, room);
     if (room.empty())
-        return false;
+        return 0;
     int32_t got = deviceRead(port, room);
     if (got < 1)
-        return false;
+        return 0;
     port.rx.filled(got);
-    return true;
+    return got;
 }
 
 void replacementStep(Port& port) noexcept {
@@ -101,7 +101,7 @@ void directRound(Port& port) noexcept {
     statusRead(port);
     int32_t before = port.record->rxHead;
     bool wrapped = before < port.record->rxTail;
-    if (receiveStep(port)) {
+    if (receiveStep(port) > 0) {
         int32_t head = port.record->rxHead;
         if (!wrapped && head > before && head < port.rx.size)
             trace(port, "Read HWM %d Read LWM", head);
@@ -119,7 +119,7 @@ namespace {
 /// took none: who is notified is told of them all the same.
 bool receiveLocked(Port& port) noexcept {
     HeldLock lock(port);
-    bool had = receiveStep(port);
+    bool had = receiveStep(port) > 0;
     if (!had && hasNotifications(port) && port.rx.room().empty())
         had = statusRead(port, COM_HOST_WANT_IN).inQueue > 0;
     if (had)
@@ -143,10 +143,30 @@ void tellReceived(Port& port) {
 bool takeLocked(Port& port) noexcept {
     HeldLock lock(port);
     statusRead(port);
-    if (!receiveStep(port))
+    if (receiveStep(port) == 0)
         return false;
     replacementStep(port);
     return true;
+}
+
+struct Drained {
+    bool had;   ///< the device had bytes
+    bool toEnd; ///< and has no more
+};
+
+/// The ring's room may lie in two pieces; a read that does not fill its piece has emptied the device.
+Drained drainLocked(Port& port) noexcept {
+    HeldLock lock(port);
+    statusRead(port);
+    Drained drained{.had = false, .toEnd = false};
+    for (auto room = port.rx.room(); !room.empty() && !drained.toEnd; room = port.rx.room()) {
+        int32_t got = receiveStep(port);
+        drained.had |= got > 0;
+        drained.toEnd = got < static_cast<int32_t>(room.size());
+    }
+    if (drained.had)
+        replacementStep(port);
+    return drained;
 }
 
 } // namespace
@@ -173,10 +193,10 @@ bool takeFromDevice(Port& port) noexcept {
 }
 
 bool tellFromDevice(Port& port) {
-    if (!takeLocked(port))
-        return false;
-    tellReceived(port);
-    return true;
+    Drained drained = drainLocked(port);
+    if (drained.had)
+        tellReceived(port);
+    return drained.toEnd;
 }
 
 bool sendToDevice(Port& port) noexcept {

@@ -8,9 +8,8 @@
 
 namespace brisolt {
 
-/// Moves what the device holds into the receive ring, as far as one piece of room goes. True when the
-/// device had bytes.
-bool receiveStep(Port& port) noexcept;
+/// Moves what the device holds into the receive ring, as far as one piece of room goes. How many bytes.
+int32_t receiveStep(Port& port) noexcept;
 
 /// Replaces a received byte value by another in the unread bytes, when that is switched on.
 void replacementStep(Port& port) noexcept;
@@ -29,8 +28,8 @@ bool threadRound(Port& port, bool mayReceive);
 /// notified of data hears of it from the thread. True when the device had bytes.
 bool takeFromDevice(Port& port) noexcept;
 
-/// Takes what the device holds and tells whom the port notifies, who must all be told by message. True when
-/// the device had bytes.
+/// Takes all that the device holds and tells whom the port notifies, who must all be told by message. False
+/// when the ring is full: then the device may hold more.
 bool tellFromDevice(Port& port);
 
 /// Hands the device what a lossless port has queued, for a caller that waits. False when the device took

@@ -52,6 +52,8 @@ public:
         if (receiving == ThreadWatch::aside)
             left =
                 (notifying_ ? attendance_.asideUntil() : receivingShare_.asideUntil()).realMillisecondsLeft();
+        else if (receiving == ThreadWatch::onDevice && notifying_)
+            left = attendance_.onItsOwnUntil().realMillisecondsLeft();
         if (sending == ThreadWatch::aside) {
             int32_t other = sendingShare_.asideUntil().realMillisecondsLeft();
             left = left < 0 ? other : std::min(left, other);

@@ -74,6 +74,7 @@ struct Port {
     std::atomic<int32_t> sendingFull{0};   ///< the device took less than offered; no room was seen since
 
     std::atomic<uint32_t> attendedBy{0}; ///< the thread that watches for bytes while it waits for messages
+    std::atomic<int32_t> deviceGone{0};  ///< the attending thread sent it back for that
     std::atomic<int32_t> untold{0}; ///< a caller took bytes that the thread has yet to notify somebody of
 
     /// How often a cancel was given: for a long call in the middle of which others may clear the flag.

@@ -47,6 +47,7 @@ void reset(Port& port, int32_t number) noexcept {
     port.writeRefused = 0;
     port.sendingFull = 0;
     port.attendedBy = 0;
+    port.deviceGone = 0;
     port.fileWriter = 0;
     port.untold = 0;
     port.lossless = 0;

@@ -118,7 +118,7 @@ int32_t bytesWaiting(Port& port) {
         if (tracing(port))
             if (auto held = statusRead(port, COM_HOST_WANT_IN).inQueue; held > 0)
                 trace(port, "%d characters in buffer to read", static_cast<int32_t>(held));
-        if (receiveStep(port))
+        if (receiveStep(port) > 0)
             port.events.wakeAll();
     }
     replacementStep(port);

@@ -29,6 +29,38 @@ struct FileStringTable {
 };
 
 struct PortRecord {
+    // ---- what every read, write and round looks at stands together: whoever serves many ports finds each
+    // one's cold, and pays for every line of memory
+    Shared<int32_t> ioMode;
+    Shared<uint32_t> threadSleep; ///< the pace of rounds, milliseconds
+    Shared<int32_t> suspended;
+    Shared<int32_t> writeThru;
+    Shared<int32_t> maxWriteChars;
+    Shared<int32_t> anyCharWindow;
+    Shared<int32_t> onCharWindow;
+    Shared<int32_t> onStringWindow;
+    Shared<uint32_t> anyCharThread;
+    Shared<uint32_t> onCharThread;
+    Shared<uint32_t> onStringThread;
+    Shared<int32_t> replaceEnabled;
+    Shared<int32_t> scrambleOn;
+    Shared<uint32_t> lineErrors;
+    Shared<int32_t> rxTail; ///< the ring positions are written under portLock
+    Shared<int32_t> rxHead;
+    Shared<int32_t> txTail;
+    Shared<int32_t> txHead;
+    Shared<uint8_t> scrambleKey;
+    Shared<uint8_t> replaceFrom;
+    Shared<uint8_t> replaceTo;
+    Shared<uint8_t> notifyChar;
+    Shared<ComEscapeFunc> escapeFunc;
+    Shared<ComReadFunc> readFunc;
+    Shared<ComWriteFunc> writeFunc;
+    Shared<ComPortFunc> statusFunc;
+    Shared<ComPortFunc> anyCharCallback;
+    Shared<ComPortFunc> onCharCallback;
+    Shared<ComPortFunc> onStringCallback;
+
     Shared<int32_t> carrierLossProtocol;
     Shared<int32_t> carrierLossState;
 
@@ -48,11 +80,8 @@ struct PortRecord {
     Shared<int32_t> dtrPulseTime; ///< hundredths of a second
     Shared<int32_t> yield;
     Shared<uint8_t> escapeChar;
-    Shared<ComEscapeFunc> escapeFunc;
     Shared<uint32_t> openTick;
     Shared<int32_t> portDelayInterval;
-    Shared<uint8_t> scrambleKey;
-    Shared<int32_t> scrambleOn;
 
     // ---- driver functions that replace primitives
     Shared<ComPortFunc> breakFunc;
@@ -60,14 +89,11 @@ struct PortRecord {
     Shared<ComPortFunc> dtrFunc;
     Shared<ComPortFunc> flushFunc;
     Shared<ComPortFunc> flushOutBufFunc;
-    Shared<ComReadFunc> readFunc;
     Shared<ComPortFunc> ringFunc;
     Shared<ComPortValueFunc> setBaudFunc;
     Shared<ComSetParmsFunc> setParmsFunc;
     Shared<ComPortValueFunc> setFlowFunc;
-    Shared<ComPortFunc> statusFunc;
     Shared<ComPortFunc> outBufStatusFunc;
-    Shared<ComWriteFunc> writeFunc;
     Shared<ComPortFunc> getBreakStatusFunc;
     Shared<ComPortFunc> getCtsStatusFunc;
     Shared<ComPortFunc> getDsrStatusFunc;
@@ -76,9 +102,6 @@ struct PortRecord {
     Shared<ComPortFunc> setRtsFunc;
     Shared<ComPortFunc> clearRtsFunc;
     Shared<ComPortFunc> updateStatusFunc;
-    Shared<ComPortFunc> onCharCallback;
-    Shared<ComPortFunc> anyCharCallback;
-    Shared<ComPortFunc> onStringCallback;
 
     // ---- the modem's parameters
     Shared<int32_t> dialTimeout; ///< seconds
@@ -107,19 +130,11 @@ struct PortRecord {
     // ---- the device
     Shared<int32_t> device;     ///< the handle shown to callers
     ComHostLineState lineState; ///< under lineMutex of the port
-    Shared<uint32_t> lineErrors;
 
     Shared<int32_t> fileStringCount;
     FileStringTable* fileStringTable; ///< both under filesMutex of the port
     Shared<int32_t> statusFlags;
     ComShowRecord show;
-
-    // ---- ring positions: written under portLock
-    Shared<int32_t> rxTail;
-    Shared<int32_t> rxHead;
-    Shared<int32_t> txTail;
-    Shared<int32_t> txHead;
-    Shared<int32_t> maxWriteChars;
 
     // ---- capture on failure: under captureMutex of the port
     Shared<int32_t> captureActive;
@@ -133,30 +148,16 @@ struct PortRecord {
     // ---- the I/O thread
     Shared<uint32_t> threadStartTick;
     Shared<uint32_t> ioThread; ///< its thread identifier; 0 none
+    Shared<uint32_t> suspendUntil;
+    Shared<int32_t> cancelFlag;
     uint8_t txStage[4096];
     char portDebugFileName[nameSize]; ///< the four log names are under logMutex of the port
-    Shared<int32_t> suspended;
-    Shared<uint32_t> suspendUntil;
-    Shared<uint32_t> threadSleep; ///< the pace of rounds, milliseconds
-    Shared<int32_t> writeThru;
-    Shared<int32_t> ioMode;
-    Shared<int32_t> cancelFlag;
     char protocolDebugFileName[nameSize];
     char debugFileName[nameSize];
     char verifyFileName[nameSize];
 
     // ---- notifications
-    Shared<int32_t> anyCharWindow;
-    Shared<int32_t> onCharWindow;
-    Shared<uint8_t> notifyChar;
-    Shared<int32_t> onStringWindow;
     char notifyString[300];
-    Shared<uint32_t> anyCharThread;
-    Shared<uint32_t> onCharThread;
-    Shared<uint32_t> onStringThread;
-    Shared<int32_t> replaceEnabled;
-    Shared<uint8_t> replaceFrom;
-    Shared<uint8_t> replaceTo;
 
     // ---- the buffered writer: its user is named by fileWriter of the port
     int32_t bufWriteCount;

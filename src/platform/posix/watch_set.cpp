@@ -15,9 +15,9 @@ WatchSet::~WatchSet() {
         ::close(descriptor_);
 }
 
-bool WatchSet::add(int32_t descriptor, uint32_t tag) noexcept {
+bool WatchSet::add(int32_t descriptor, uint32_t tag, Report report) noexcept {
     epoll_event event{};
-    event.events = EPOLLIN;
+    event.events = EPOLLIN | (report == Report::news ? EPOLLET : 0U);
     event.data.u32 = tag;
     return epoll_ctl(descriptor_, EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
@@ -26,14 +26,15 @@ void WatchSet::remove(int32_t descriptor) noexcept {
     epoll_ctl(descriptor_, EPOLL_CTL_DEL, descriptor, nullptr);
 }
 
-std::span<uint32_t> WatchSet::wait(std::span<uint32_t> tags, int32_t realMilliseconds) noexcept {
-    std::array<epoll_event, 64> events;
-    std::size_t most = std::min(events.size(), tags.size());
-    int got = epoll_wait(descriptor_, events.data(), static_cast<int>(most), realMilliseconds);
+std::span<WatchSet::Event> WatchSet::wait(std::span<Event> events, int32_t realMilliseconds) noexcept {
+    std::array<epoll_event, 64> raw;
+    std::size_t most = std::min(raw.size(), events.size());
+    int got = epoll_wait(descriptor_, raw.data(), static_cast<int>(most), realMilliseconds);
     std::size_t count = got < 0 ? 0 : static_cast<std::size_t>(got);
-    std::transform(events.begin(), events.begin() + count, tags.begin(),
-                   [](const epoll_event& event) { return event.data.u32; });
-    return tags.first(count);
+    std::transform(raw.begin(), raw.begin() + count, events.begin(), [](const epoll_event& event) {
+        return Event{.tag = event.data.u32, .trouble = (event.events & (EPOLLHUP | EPOLLERR)) != 0};
+    });
+    return events.first(count);
 }
 
 } // namespace brisolt
