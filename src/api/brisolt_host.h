@@ -238,7 +238,9 @@ int32_t ComHostSetLossless(int32_t port, int32_t on);
 
 /* ---- Modules ------------------------------------------------------------------------------------- */
 
-/* Loading `name` ("NAME.DLL") loads `path` instead; null or empty: the default again. 1, -1. */
+/* Loading `name` ("NAME.DLL") loads `path` instead; null or empty: the default again. The library loads a
+ * module when it first needs it and keeps the outcome, a failure too, for the life of the process: map it
+ * before. 1, -1. */
 int32_t ComHostMapModule(const char *name, const char *path);
 
 /* ---- Messages ------------------------------------------------------------------------------------ */

@@ -67,9 +67,11 @@ bool awaitsCall(const TelephonyDevice& device) noexcept {
 
 } // namespace
 
-TelephonyDevice* deviceOfCall(uint32_t call) {
+TelephonyDevice* deviceOfCall(uint32_t call, bool begins) {
     if (TelephonyDevice* device = owner(call))
         return device;
+    if (!begins && isOver(call))
+        return nullptr;
     if (TelephonyDevice* device = diallingHere())
         return device;
     if (TelephonyDevice* device = ownerAfterDialling(call))

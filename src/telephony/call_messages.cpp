@@ -54,7 +54,8 @@ void closeOpenPort(int32_t number) {
 void portFailed(const Use& use, int32_t handle, int32_t code) {
     int32_t number = use.device().devicePort;
     log("Failed to open tapi port: %d Error Code:%d", number, code);
-    closeOpenPort(number);
+    if (use.current()) // else it is a later use's
+        closeOpenPort(number);
     closeHandle(handle);
     hangUp(use);
     use.change([&] { use.device().commHandle = 0; });
@@ -83,8 +84,9 @@ void openPortFor(const Use& use, uint32_t call) {
         return;
     log("Connected!  Starting communications!");
     TelephonyDevice& device = use.device();
-    use.change([&] { device.commHandle = handle; });
     auto descriptor = static_cast<int32_t>(handle);
+    if (!use.change([&] { device.commHandle = handle; })) // disconnected meanwhile
+        return closeHandle(descriptor);
     log("Got device handle: %d", descriptor);
     int32_t opened = openTelephonyPort(device.devicePort, descriptor);
     if (opened == device.devicePort)
@@ -159,7 +161,7 @@ void armAgain(const Use& use, const Report& report) {
                      device.hangupInProgress == 0;
         if (!waits || report.handle == 0 || device.callHandle != report.handle)
             return;
-        over = device.callHandle.exchange(0);
+        over = takeCall(device);
         device.autoAnswerState = autoAnswer::armed;
     });
     if (over != 0)
@@ -220,7 +222,8 @@ bool takePrivilege(const Use& use, uint32_t privilege) {
 void handleCallState(const Report& report) {
     log("LINE CALL STATE: call:%x message:%x parm1:%x parm2:%x parm3:%x", report.handle, report.message,
         report.p1, report.p2, report.p3);
-    TelephonyDevice* device = deviceOfCall(report.handle);
+    bool begins = report.p1 == callState::offering || report.p1 == callState::accepted;
+    TelephonyDevice* device = deviceOfCall(report.handle, begins);
     if (device == nullptr)
         return;
     Use use(*device);

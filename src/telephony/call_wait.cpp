@@ -37,13 +37,6 @@ Waited end(TelephonyDevice& device, Waited how) noexcept {
     return how;
 }
 
-Waited cancelled(const Use& use) {
-    log("Cancel Call DeviceID:%d", use.index());
-    use.failInAnyCase(fail::cancelled);
-    hangUp(use);
-    return Waited::aborted;
-}
-
 Waited abortedBy(const char* text) {
     log("%s", text);
     return Waited::aborted;
@@ -68,6 +61,15 @@ bool hasFailed(const Use& use, bool late) {
 }
 
 } // namespace
+
+bool endIfCancelled(const Use& use) {
+    if (use.device().cancelRequested == 0)
+        return false;
+    log("Cancel Call DeviceID:%d", use.index());
+    use.failInAnyCase(fail::cancelled);
+    hangUp(use);
+    return true;
+}
 
 void passTime(Port& context, uint32_t seen) {
     auto until = clock::Deadline::in(passLength);
@@ -101,8 +103,8 @@ Waited waitForCallState(const Use& use, uint32_t wanted) {
             return abortedBy("WAITABORTED");
         if (connecting && !late && Handling::elsewhere(device))
             continue;
-        if (device.cancelRequested != 0)
-            return cancelled(use);
+        if (endIfCancelled(use))
+            return Waited::aborted;
         if (wanted == 0 && device.callStateChanged != 0)
             return end(device, Waited::reached);
         if (device.waitEnded != 0)

@@ -18,6 +18,9 @@ enum class Waited {
 /// Waits until the call is in that state; 0: in any other than it was.
 Waited waitForCallState(const Use& use, uint32_t wanted);
 
+/// Whether the device's connect has been cancelled, in which case it is ended: no number is dialled then.
+bool endIfCancelled(const Use& use);
+
 /// Handles messages, and sleeps until there is news of any device (the context port's events differ from
 /// `seen`) or a fifth of a second is over.
 void passTime(Port& context, uint32_t seen);

@@ -110,15 +110,20 @@ int32_t placeCall(const Use& use, const std::string& dialString) {
     return portOf(device);
 }
 
-int32_t connect(const CallRequest& request) {
-    TelephonyDevice* device = nullptr;
+int32_t lookUpFree(const CallRequest& request, TelephonyDevice*& device, std::string& toDial) {
     if (int32_t refusal = lookUp(request, device); refusal != 0)
         return refusal;
     if (inUse(*device))
         return refuseInUse(*device);
-    std::string toDial = dialString(request);
-    if (toDial.empty())
-        return refuseUnusable(*device);
+    toDial = dialString(request);
+    return toDial.empty() ? refuseUnusable(*device) : 0;
+}
+
+int32_t connect(const CallRequest& request) {
+    TelephonyDevice* device = nullptr;
+    std::string toDial;
+    if (int32_t refusal = lookUpFree(request, device, toDial); refusal != 0)
+        return refusal;
     std::optional<Use> use = begin(*device, UseKind::connect);
     return use ? placeCall(*use, toDial) : refuseInUse(*device);
 }

@@ -21,6 +21,8 @@ int32_t connect(const CallRequest& request);
 // ---- for the connect thread
 /// Logs the request and finds its device. 0, or the code of the refusal.
 int32_t lookUp(const CallRequest& request, TelephonyDevice*& device);
+/// The same for a device that nobody uses and a number that can be dialled.
+int32_t lookUpFree(const CallRequest& request, TelephonyDevice*& device, std::string& toDial);
 int32_t refuseInUse(TelephonyDevice& device);
 int32_t refuseUnusable(const TelephonyDevice& device);
 /// The mode letter and the number; empty for a number that is missing or too long to be dialled in full.

@@ -97,13 +97,9 @@ int32_t startThread(std::unique_ptr<Start> start) {
 
 int32_t connectOnThread(const CallRequest& request) {
     TelephonyDevice* device = nullptr;
-    if (int32_t refusal = lookUp(request, device); refusal != 0)
+    std::string toDial;
+    if (int32_t refusal = lookUpFree(request, device, toDial); refusal != 0)
         return refusal;
-    if (inUse(*device))
-        return refuseInUse(*device);
-    std::string toDial = dialString(request);
-    if (toDial.empty())
-        return refuseUnusable(*device);
     auto start = std::make_unique<Start>(
         Start{Use(*device), request.deviceName, request.phoneNumber, toDial.substr(0, 1)});
     std::optional<Use> use = begin(*device, UseKind::startConnect);

@@ -6,6 +6,7 @@
 #include "platform/module.h"
 #include "port/port_table.h"
 #include "telephony/call_messages.h"
+#include "telephony/hang_up.h"
 #include "telephony/service_binding.h"
 #include "telephony/service_calls.h"
 #include "telephony/usable_line.h"
@@ -110,6 +111,8 @@ int32_t initialise(const char* logFile) {
         return -1;
     if (initialised())
         return -2;
+    if (application != 0)
+        releaseAll();
     clearTable();
     if (openVirtual(contextPort) != contextPort)
         return -1;

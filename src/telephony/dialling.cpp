@@ -67,6 +67,7 @@ private:
 };
 
 void forget(uint32_t call) {
+    noteOver(call);
     callService([=] { return service::lineDrop(call, nullptr, 0U); });
     callService([=] { return service::lineDeallocateCall(call); });
 }
@@ -91,6 +92,8 @@ bool dialCallInParts(const Use& use, const std::string& dialString) {
         use.fail(fail::capabilities);
         return false;
     }
+    if (endIfCancelled(use))
+        return false;
     int32_t result = makeCall(use, dialString);
     if (result < 0) {
         log("Error in lineMakeCall: %d", result);

@@ -56,9 +56,14 @@ void awaitHangup(const Use& use) {
 }
 
 /// A handle is released by whoever takes it out of the entry. 0: somebody else has.
-uint32_t take(const Use& use, Shared<uint32_t>& handle) {
+uint32_t callOf(const Use& use) {
     uint32_t taken = 0;
-    use.change([&] { taken = handle.exchange(0); });
+    use.change([&] { taken = takeCall(use.device()); });
+    return taken;
+}
+uint32_t lineOf(const Use& use) {
+    uint32_t taken = 0;
+    use.change([&] { taken = use.device().lineHandle.exchange(0); });
     return taken;
 }
 
@@ -82,7 +87,7 @@ bool endCall(const Use& use, uint32_t call) {
         awaitIdle(use);
         log("Call Dropped.");
     }
-    if (take(use, use.device().callHandle) != call)
+    if (callOf(use) != call)
         return true; // released by a disconnect meanwhile
     log("Deallocating Line");
     if (Answer answer = callService([=] { return service::lineDeallocateCall(call); }); !answer.ok)
@@ -133,15 +138,19 @@ void hangUp(const Use& use) {
         device.callHandle.load(), device.lineHandle.load());
     if (uint32_t call = device.callHandle; call != 0 && !endCall(use, call))
         return;
-    if (uint32_t line = take(use, device.lineHandle); line != 0)
+    if (uint32_t line = lineOf(use); line != 0)
         endLine(line);
     use.change([&] { device.connected = 0; });
     log("Call stopped");
 }
 
 void releaseWhatIsLeft(const Use& use) {
-    TelephonyDevice& device = use.device();
-    release({.call = take(use, device.callHandle), .line = take(use, device.lineHandle)});
+    release({.call = callOf(use), .line = lineOf(use)});
+}
+
+void releaseAll() {
+    for (TelephonyDevice& device : allDevices())
+        release(endUse(device));
 }
 
 void disconnect(TelephonyDevice& device) {

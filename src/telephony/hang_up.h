@@ -15,4 +15,8 @@ void releaseWhatIsLeft(const Use& use);
 /// ComTAPI_Disconnect of a known device.
 void disconnect(TelephonyDevice& device);
 
+/// Releases what the devices still hold at the service: of a telephony whose context port was closed without
+/// its shutdown.
+void releaseAll();
+
 } // namespace brisolt::telephony

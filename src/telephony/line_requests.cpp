@@ -98,7 +98,8 @@ Lack judge(TelephonyDevice& device, const service::DeviceCapabilities& capabilit
     if (texts.tellsAll)
         log("DevCaps Line Features: %x", capabilities.lineFeatures);
     if ((capabilities.lineFeatures & service::feature::lineMakeCall) == 0) {
-        log(texts.makeCall, capabilities.lineFeatures);
+        if (texts.makeCall != nullptr)
+            log(texts.makeCall, capabilities.lineFeatures);
         return Lack::makeCall;
     }
     return Lack::nothing;

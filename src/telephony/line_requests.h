@@ -38,8 +38,8 @@ enum class Lack { nothing, bearerModes, mediaModes, makeCall };
 struct LackTexts {
     const char* bearerModes;
     const char* mediaModes;
-    const char* makeCall;
-    bool tellsAll; ///< the media modes and the line features are logged before they are judged
+    const char* makeCall; ///< null: nothing
+    bool tellsAll;        ///< the media modes and the line features are logged before they are judged
 };
 /// The first thing that a modem for data calls would have and this device does not. Notes the bearer mode.
 Lack judge(TelephonyDevice& device, const service::DeviceCapabilities& capabilities, const LackTexts& texts);

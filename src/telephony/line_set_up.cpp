@@ -13,8 +13,9 @@ using AddressStatus = ServiceRecord<service::AddressStatus>;
 constexpr LackTexts lackTexts{.bearerModes =
                                   "The selected line doesn't support DATA or VOICE or MULTIUSE capabilities",
                               .mediaModes = "The selected line doesn't support DATAMODEM capabilities",
-                              .makeCall = "The selected line doesn't support MAKECALL capabilities",
+                              .makeCall = nullptr, // told below, after the message box
                               .tellsAll = false};
+constexpr const char* noMakeCall = "The selected line doesn't support MAKECALL capabilities";
 
 /// In what the two purposes differ. The statusMessages text is a format for the service's code.
 struct SetUpStyle {
@@ -64,7 +65,8 @@ uint32_t checkDevice(const Use& use, const SetUpStyle& style) {
     case Lack::bearerModes: break; // leaves no code, and callers count on that
     case Lack::mediaModes: use.fail(fail::noMediaModes); break;
     case Lack::makeCall:
-        messageBox::show("Error on Requested line", lackTexts.makeCall);
+        messageBox::show("Error on Requested line", noMakeCall);
+        log("%s", noMakeCall);
         use.fail(fail::noMakeCall);
         break;
     }

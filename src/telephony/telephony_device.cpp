@@ -1,6 +1,7 @@
 #include "telephony/telephony_device.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <limits>
 
@@ -13,6 +14,10 @@ namespace {
 
 TelephonyDevice table[deviceLimit];
 std::atomic<int32_t> count{0};
+
+/// Words about a call may be on their way while it is released; not so many calls end in that time.
+std::array<std::atomic<uint32_t>, 128> over;
+std::atomic<uint32_t> overCount{0};
 
 /// What begins anew with every use; with the lock held.
 void resetEntry(TelephonyDevice& device) noexcept {
@@ -82,6 +87,8 @@ void setDeviceCount(int64_t number) noexcept {
 void clearTable() noexcept {
     for (TelephonyDevice& device : allDevices())
         clearEntry(device);
+    for (auto& ended : over)
+        ended = 0;
     setDeviceCount(0);
 }
 
@@ -141,11 +148,26 @@ bool takeOver(const Use& use) noexcept {
     });
 }
 
+uint32_t takeCall(TelephonyDevice& device) noexcept {
+    uint32_t call = device.callHandle;
+    noteOver(call); // before it is nobody's
+    device.callHandle = 0;
+    return call;
+}
+
+void noteOver(uint32_t call) noexcept {
+    if (call != 0)
+        over[overCount.fetch_add(1) % over.size()] = call;
+}
+
+bool isOver(uint32_t call) noexcept {
+    return call != 0 && std::ranges::any_of(over, [=](const auto& ended) { return ended == call; });
+}
+
 Handles endUse(TelephonyDevice& device) noexcept {
     std::lock_guard lock(device.mutex);
-    Handles ended{.call = device.callHandle, .line = device.lineHandle};
+    Handles ended{.call = takeCall(device), .line = device.lineHandle};
     device.use = device.use + 1;
-    device.callHandle = 0;
     device.offeredCall = 0;
     device.lineHandle = 0;
     device.connected = 0;

@@ -140,6 +140,11 @@ bool namesLineFault(int32_t code) noexcept;
 std::optional<Use> begin(TelephonyDevice& device, UseKind kind) noexcept;
 /// The connect thread takes over: what was said to its connect since it was started stays said.
 bool takeOver(const Use& use) noexcept;
+/// The call is taken out of the entry, for whoever releases it: it is over. With the mutex held.
+uint32_t takeCall(TelephonyDevice& device) noexcept;
+void noteOver(uint32_t call) noexcept;
+/// Whether the call is one of the last that ended so: what is still said about it is for nobody.
+bool isOver(uint32_t call) noexcept;
 struct Handles {
     uint32_t call, line;
 };

@@ -89,13 +89,8 @@ int32_t checkOpenLine(uint32_t line, const CheckTexts& texts) {
             log("%s", texts.addressStatus);
         return reasonGeneral;
     }
-    int32_t refusal = 0;
-    auto identifier = fetchIdentifier(line, 0, service::select::line, identifierSize,
-                                      [&](int32_t result) { refusal = result; });
-    if (refusal != 0)
+    if (!fetchIdentifier(line, 0, service::select::line, identifierSize, [](int32_t) {}))
         return reasonNoIdentifier;
-    if (!identifier)
-        return reasonGeneral;
     log("%s", texts.usable);
     return 0;
 }

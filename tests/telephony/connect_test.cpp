@@ -297,6 +297,16 @@ TEST_F(Connect, ACancelEndsTheWait) {
     ComTAPI_Disconnect("Modem A");
 }
 
+TEST_F(Connect, ACancelBeforeTheNumberIsDialledSparesTheCall) {
+    service.padding = [](uint32_t) { // while the line is looked at
+        ComTAPI_Cancel("Modem A");
+        return 0U;
+    };
+    EXPECT_EQ(connect(), -29);
+    EXPECT_TRUE(service.dialled().empty());
+    expectIdle();
+}
+
 TEST_F(Connect, AShutdownEndsTheWait) {
     service.onMakeCall = [](uint32_t) {};
     std::thread closer([&] {

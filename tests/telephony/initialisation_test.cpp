@@ -164,6 +164,18 @@ TEST(TelephonyInitialisation, RefusedRegistrations) {
     EXPECT_EQ(telephony.initialise(), 2);
 }
 
+TEST(TelephonyInitialisation, AContextThatWasClosedByHandLeavesNoLineBehind) {
+    Telephony telephony;
+    ASSERT_EQ(telephony.initialise(), 2);
+    ASSERT_EQ(ComTAPI_AutoAnswer("Modem A", 1), 1);
+    ASSERT_EQ(ComVirtualClose(129), 1);
+    EXPECT_EQ(telephony.initialise(), 2);
+    EXPECT_EQ(telephony.service.openLines(), 0U);
+    EXPECT_EQ(ComTAPI_AutoAnswer("Modem A", 1), 1);
+    EXPECT_EQ(telephony.service.openLines(), 1U);
+    EXPECT_EQ(telephony.service.count("lineInitialize"), 1) << "the registration stays";
+}
+
 TEST(TelephonyInitialisation, RequestsAreRepeatedWhileTheServiceAsksForIt) {
     Telephony telephony;
     telephony.service.answer("lineInitialize", {result::callAgain1, result::callAgain2, result::callAgain3});
