@@ -1,5 +1,5 @@
-// A set of descriptors that the host keeps for one thread's waits: a wait costs the same however many there
-// are. Others may add and remove while it goes on.
+// A set of descriptors that the host keeps: a wait costs the same however many there are. Others may add and
+// remove, and wait, too, while one goes on.
 #pragma once
 
 #include <cstdint>
@@ -14,12 +14,6 @@ public:
         uint32_t tag;
         bool trouble; ///< the other end has gone, or an error waits
     };
-    /// When a descriptor with bytes is reported.
-    enum class Report {
-        always, ///< by every wait until they are read
-        news,   ///< once for what has come: who is told reads until a read falls short
-    };
-
     WatchSet() noexcept;
     ~WatchSet();
     WatchSet(const WatchSet&) = delete;
@@ -27,13 +21,16 @@ public:
 
     /// False when the host has no descriptor left for it.
     bool usable() const noexcept { return descriptor_ >= 0; }
-    /// Watches for bytes to read. False when the host refuses.
-    bool add(int32_t descriptor, uint32_t tag, Report report) noexcept;
+    /// Watches for bytes to read, and for trouble. It is reported once for all that has come: whoever is told
+    /// reads until a read falls short. False when the host refuses.
+    bool add(int32_t descriptor, uint32_t tag) noexcept;
     /// Before the descriptor is closed.
     void remove(int32_t descriptor) noexcept;
-    /// Whatever is readable or in trouble, as many as fit; empty when the time is over (real milliseconds,
-    /// -1: no limit) or a signal came.
-    std::span<Event> wait(std::span<Event> events, int32_t realMilliseconds) noexcept;
+    /// Sleeps until there is something to collect, `wake` is readable or the time is over (real milliseconds,
+    /// -1: no limit). Whether there is something.
+    bool wait(int32_t wake, int32_t realMilliseconds) noexcept;
+    /// What there is, as much as fits; it is handed out once.
+    std::span<Event> collect(std::span<Event> events) noexcept;
 
 private:
     int32_t descriptor_;

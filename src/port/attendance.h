@@ -1,7 +1,6 @@
 // A thread that is told by message of what its ports receive, and waits for messages, attends to those ports:
 // while it waits it takes their bytes off the devices itself, so that a byte on any of many lines reaches it
-// without the turn of another thread. The ports' own threads stand aside meanwhile. One of them, the
-// guardian, looks whether the thread comes back; when it stays away all take over again.
+// without the turn of another thread. The ports' own threads stand aside meanwhile.
 //
 // A port is attended when that one thread is all it notifies, its rounds have no pace and its device has a
 // descriptor. At the first sign of anything else (a full ring, a suspension, a device that has gone away) it
@@ -12,7 +11,8 @@
 #include <memory>
 
 #include "api/brisolt_host.h"
-#include "port/watch_share.h"
+#include "platform/clock.h"
+#include "port/port.h"
 
 namespace brisolt {
 
@@ -35,15 +35,12 @@ public:
     Attendance& operator=(const Attendance&) = delete;
     ~Attendance() { leave(); }
 
-    /// Who watches for bytes while the thread sleeps.
+    /// Who watches for bytes while the thread sleeps: the thread itself, or the attendant.
     ThreadWatch choose() noexcept;
-    /// The attending thread has come or gone while the choice was made.
-    bool crossed(ThreadWatch choice) const noexcept;
-    const clock::Deadline& asideUntil() const noexcept { return share_.asideUntil(); }
+    /// The port has been sent back since the choice was made.
+    bool crossed() const noexcept;
     /// When a port that was sent back looks for its attendant again.
     const clock::Deadline& onItsOwnUntil() const noexcept { return onItsOwn_; }
-    /// The sleep is over.
-    void awake() noexcept;
 
 private:
     bool sentBack() const noexcept;
@@ -52,9 +49,8 @@ private:
 
     Port& port_;
     std::shared_ptr<Attendant> attendant_;
-    bool guardian_ = false;
+    uint32_t ticket_ = 0;
     clock::Deadline onItsOwn_ = clock::Deadline::never();
-    WatchShare share_{receivingLease};
 };
 
 } // namespace brisolt

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <mutex>
 
 #include "port/device_io.h"
 #include "port/port_table.h"
@@ -155,10 +156,12 @@ struct Drained {
 };
 
 /// The ring's room may lie in two pieces; a read that does not fill its piece has emptied the device.
-Drained drainLocked(Port& port) noexcept {
-    HeldLock lock(port);
-    statusRead(port);
+Drained drain(Port& port) noexcept {
     Drained drained{.had = false, .toEnd = false};
+    const std::unique_lock lock(port.portLock, std::try_to_lock);
+    if (!lock.owns_lock())
+        return drained;
+    statusRead(port);
     for (auto room = port.rx.room(); !room.empty() && !drained.toEnd; room = port.rx.room()) {
         int32_t got = receiveStep(port);
         drained.had |= got > 0;
@@ -193,7 +196,7 @@ bool takeFromDevice(Port& port) noexcept {
 }
 
 bool tellFromDevice(Port& port) {
-    Drained drained = drainLocked(port);
+    Drained drained = drain(port);
     if (drained.had)
         tellReceived(port);
     return drained.toEnd;

@@ -29,7 +29,7 @@ bool threadRound(Port& port, bool mayReceive);
 bool takeFromDevice(Port& port) noexcept;
 
 /// Takes all that the device holds and tells whom the port notifies, who must all be told by message. False
-/// when the ring is full: then the device may hold more.
+/// when the device may hold more: the ring is full, or somebody else is busy with the port.
 bool tellFromDevice(Port& port);
 
 /// Hands the device what a lossless port has queued, for a caller that waits. False when the device took

@@ -34,7 +34,8 @@ public:
         receiving = sending = ThreadWatch::onDevice;
         notifying_ = hasNotifications(port_);
         if (port_.device.canWait()) {
-            receiving = notifying_ ? attendance_.choose() : receivingShare_.choose(port_.receiving);
+            ThreadWatch attended = attendance_.choose(); // which also ends with the notifications
+            receiving = notifying_ ? attended : receivingShare_.choose(port_.receiving);
             sending = sendingShare_.choose(port_.sending);
         }
         port_.receiving.thread = receiving;
@@ -43,17 +44,16 @@ public:
     /// A caller has come or gone while the choice was made, and did not see it yet.
     bool crossed() const noexcept {
         bool crossedReceiving =
-            notifying_ ? attendance_.crossed(receiving) : WatchShare::crossed(receiving, port_.receiving);
+            notifying_ ? attendance_.crossed() : WatchShare::crossed(receiving, port_.receiving);
         return crossedReceiving || WatchShare::crossed(sending, port_.sending);
     }
     /// -1: until something happens.
     int32_t realMillisecondsLeft() const noexcept {
         int32_t left = -1;
-        if (receiving == ThreadWatch::aside)
-            left =
-                (notifying_ ? attendance_.asideUntil() : receivingShare_.asideUntil()).realMillisecondsLeft();
-        else if (receiving == ThreadWatch::onDevice && notifying_)
+        if (notifying_)
             left = attendance_.onItsOwnUntil().realMillisecondsLeft();
+        else if (receiving == ThreadWatch::aside)
+            left = receivingShare_.asideUntil().realMillisecondsLeft();
         if (sending == ThreadWatch::aside) {
             int32_t other = sendingShare_.asideUntil().realMillisecondsLeft();
             left = left < 0 ? other : std::min(left, other);
@@ -63,7 +63,6 @@ public:
     void awake() noexcept {
         port_.receiving.thread = ThreadWatch::away;
         port_.sending.thread = ThreadWatch::away;
-        attendance_.awake();
     }
 
 private:

@@ -4,9 +4,8 @@ namespace brisolt {
 
 thread_local char PortLock::thisThread = 0;
 
-// Most holders are gone again within the time that a sleep would cost; a device write is worth one.
+// A device write is worth a sleep.
 void PortLock::awaitTurn(uint32_t ticket) noexcept {
-    constexpr int32_t looks = 40;
     for (int32_t i = 0; i < looks; ++i)
         if (serving_.load() == ticket)
             return;

@@ -127,8 +127,12 @@ int32_t MarkFilter::undo(uint8_t* bytes, int32_t count, std::optional<uint8_t> e
     return kept;
 }
 
-int32_t read(void* device, void* buffer, int32_t count) noexcept {
-    TtyDevice& tty = of(device);
+namespace {
+
+constexpr int32_t floodLimit = 65536;
+
+/// What the host gives: a count, 0 for nothing, or its negative error.
+int32_t readUnfiltered(TtyDevice& tty, uint8_t* buffer, int32_t count) {
     if (tty.isCopy && (look(tty, COM_HOST_WAIT_READ) & POLLIN) == 0)
         return 0; // it might wait
     const ssize_t result = ::read(tty.descriptor, buffer, static_cast<std::size_t>(count));
@@ -144,8 +148,30 @@ int32_t read(void* device, void* buffer, int32_t count) noexcept {
     }
     if (tty.dtrHoldsInput)
         holdPeerOff(tty);
-    const auto bytes = static_cast<int32_t>(result);
-    return tty.filtersInput ? filter(tty, static_cast<uint8_t*>(buffer), bytes) : bytes;
+    return static_cast<int32_t>(result);
+}
+
+} // namespace
+
+int32_t read(void* device, void* buffer, int32_t count) noexcept {
+    TtyDevice& tty = of(device);
+    auto* bytes = static_cast<uint8_t*>(buffer);
+    int32_t kept = readUnfiltered(tty, bytes, count);
+    if (!tty.filtersInput || kept <= 0)
+        return kept;
+    int32_t room = count;
+    int32_t got = kept;
+    kept = filter(tty, bytes, got);
+    // What was dropped has made room: a read that falls short has to mean that no more is there. A flood of
+    // bytes to drop must not keep us here; the next of them will be told of, too.
+    for (int32_t taken = got; got == room && kept < count && taken < floodLimit; taken += got) {
+        room = count - kept;
+        got = readUnfiltered(tty, bytes + kept, room);
+        if (got <= 0)
+            break;
+        kept += filter(tty, bytes + kept, got);
+    }
+    return kept;
 }
 
 int32_t descriptor(void* device) noexcept {

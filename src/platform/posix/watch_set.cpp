@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <unistd.h>
 
@@ -15,9 +16,9 @@ WatchSet::~WatchSet() {
         ::close(descriptor_);
 }
 
-bool WatchSet::add(int32_t descriptor, uint32_t tag, Report report) noexcept {
+bool WatchSet::add(int32_t descriptor, uint32_t tag) noexcept {
     epoll_event event{};
-    event.events = EPOLLIN | (report == Report::news ? EPOLLET : 0U);
+    event.events = EPOLLIN | EPOLLET;
     event.data.u32 = tag;
     return epoll_ctl(descriptor_, EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
@@ -26,10 +27,15 @@ void WatchSet::remove(int32_t descriptor) noexcept {
     epoll_ctl(descriptor_, EPOLL_CTL_DEL, descriptor, nullptr);
 }
 
-std::span<WatchSet::Event> WatchSet::wait(std::span<Event> events, int32_t realMilliseconds) noexcept {
+bool WatchSet::wait(int32_t wake, int32_t realMilliseconds) noexcept {
+    std::array<pollfd, 2> watched{{{descriptor_, POLLIN, 0}, {wake, POLLIN, 0}}};
+    return poll(watched.data(), watched.size(), realMilliseconds) > 0 && watched[0].revents != 0;
+}
+
+std::span<WatchSet::Event> WatchSet::collect(std::span<Event> events) noexcept {
     std::array<epoll_event, 64> raw;
     std::size_t most = std::min(raw.size(), events.size());
-    int got = epoll_wait(descriptor_, raw.data(), static_cast<int>(most), realMilliseconds);
+    int got = epoll_wait(descriptor_, raw.data(), static_cast<int>(most), 0);
     std::size_t count = got < 0 ? 0 : static_cast<std::size_t>(got);
     std::transform(raw.begin(), raw.begin() + count, events.begin(), [](const epoll_event& event) {
         return Event{.tag = event.data.u32, .trouble = (event.events & (EPOLLHUP | EPOLLERR)) != 0};
