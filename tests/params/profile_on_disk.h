@@ -27,7 +27,6 @@ public:
         text << std::ifstream(path_, std::ios::binary).rdbuf();
         return std::move(text).str();
     }
-    bool exists() const { return std::filesystem::exists(path_); }
     /// Files in the directory: one, unless something was left behind.
     int files() const {
         return static_cast<int>(std::distance(std::filesystem::directory_iterator(directory_.path()), {}));

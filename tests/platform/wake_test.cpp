@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include "platform/clock.h"
 #include "platform/error_text.h"
@@ -108,24 +107,6 @@ TEST(Wake, ManyWakersLeaveNoDescriptorReadable) {
     wake->prepare();
     wake->finish();
     EXPECT_FALSE(readable(wake->descriptor()));
-}
-
-TEST(Wake, WaitAnyTellsWhatHappened) {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    Watch watches[] = {
-        {.descriptor = ends[0], .forRead = true}, {}, {.descriptor = ends[1], .forWrite = true}};
-    EXPECT_EQ(waitAny(watches, -1), 1);
-    EXPECT_TRUE(watches[2].writable);
-    EXPECT_FALSE(watches[0].readable || watches[1].hungUp);
-    ASSERT_EQ(write(ends[1], "x", 1), 1);
-    EXPECT_EQ(waitAny(watches, 0), 2);
-    EXPECT_TRUE(watches[0].readable);
-    close(ends[1]);
-    EXPECT_EQ(waitAny({watches, 1}, -1), 1);
-    EXPECT_TRUE(watches[0].hungUp);
-    close(ends[0]);
-    EXPECT_EQ(waitAny({watches + 1, 1}, 1), 0);
 }
 
 TEST(Wake, WorksWhileThreadsEnd) {
