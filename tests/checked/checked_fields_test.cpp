@@ -1,6 +1,5 @@
 // Single fields of a port's parameters: that each pair has its own field, what a change does to the device, and
 // changes by several threads.
-#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string>

@@ -1,10 +1,8 @@
 // What rounds move between the rings and the device, and what becomes of bytes that one of them does not
 // take.
-#include <algorithm>
 #include <fstream>
 #include <future>
 #include <iterator>
-#include <numeric>
 #include <random>
 #include <string>
 #include <vector>

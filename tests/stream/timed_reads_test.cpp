@@ -3,7 +3,6 @@
 #include <random>
 
 #include "stream/open_port.h"
-#include "support/bare_port.h"
 #include "support/pty.h"
 
 namespace brisolt::test {

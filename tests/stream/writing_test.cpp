@@ -66,22 +66,6 @@ TEST(Writing, CharactersAndStrings) {
     ComHostDestroyWindow(window);
 }
 
-TEST(Writing, AFullRingTellsHowManyItTook) {
-    Pty far;
-    OpenPort open(port, far.slavePath());
-    const std::string sent = pattern(5000);
-    {
-        HeldLock noRounds(open.inside());
-        EXPECT_EQ(write(port, sent), 2048);
-        EXPECT_EQ(write(port, "more"), 0);
-        EXPECT_EQ(ComPutc(port, 'x'), 0);
-        EXPECT_EQ(ComOutBufStatus(port), 2048);
-    }
-    EXPECT_EQ(far.read(2048), sent.substr(0, 2048));
-    EXPECT_TRUE(eventually([] { return ComOutBufStatus(port) == 0; }));
-    EXPECT_EQ(far.readToQuiet(), "");
-}
-
 // ---- A far end that holds us off --------------------------------------------------------------------------
 
 /// A port whose far end lets nothing through until it says so.
