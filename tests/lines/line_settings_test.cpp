@@ -11,8 +11,7 @@ namespace {
 
 /// Two ports that are joined by a null modem.
 struct Pair {
-    explicit Pair(const std::string& name, const std::string& options = {})
-        : here(1, "null-modem:" + name + options), there(2, "null-modem:" + name + options) {
+    explicit Pair(const std::string& name) : here(1, "null-modem:" + name), there(2, "null-modem:" + name) {
         ComSetBackgroundTimeout(here, 0);
         ComSetBackgroundTimeout(there, 0);
     }
@@ -39,31 +38,9 @@ TEST(Lines, LinesCrossToTheOtherEnd) {
     ComClearRTS(pair.here);
     EXPECT_EQ(ComCarrier(pair.there), 1);
     EXPECT_EQ(ComGetCTSStatus(pair.there), 0);
-}
-
-TEST(Lines, EveryFlowModeHoldsTheOtherEndByItsOwnMeans) {
-    struct Case {
-        int32_t mode;
-        bool cts, dsr; ///< what holds output off when it is low
-    };
-    for (const Case& flow : {Case{0, true, false}, Case{1, false, false}, Case{2, false, false},
-                             Case{3, false, true}, Case{4, true, true}, Case{5, false, true}}) {
-        SCOPED_TRACE(flow.mode);
-        Pair pair("lines-flow" + std::to_string(flow.mode));
-        ComHostSetLossless(pair.here, 1);
-        ASSERT_EQ(ComSetFlow(pair.here, flow.mode), 1);
-        const auto heldBy = [&](int32_t (*lower)(int32_t), int32_t (*raise)(int32_t)) {
-            lower(pair.there);
-            write(pair.here, "x");
-            std::this_thread::sleep_for(30ms);
-            const bool held = ComStatus(pair.there) == 0;
-            raise(pair.there);
-            EXPECT_EQ(readTimed(pair.there, 1), "x");
-            return held;
-        };
-        EXPECT_EQ(heldBy(ComClearRTS, ComSetRTS), flow.cts);
-        EXPECT_EQ(heldBy(ComClearDTR, ComSetDTR), flow.dsr);
-    }
+    EXPECT_EQ(ComCarrierTx(pair.there), 0) << "the latch is not the line";
+    EXPECT_EQ(ComSetCarrier(pair.there, 7), 1);
+    EXPECT_EQ(ComCarrierTx(pair.there), 1);
 }
 
 TEST(Lines, BreaksAndDtrPulsesAreSeenAtTheOtherEnd) {
@@ -72,10 +49,6 @@ TEST(Lines, BreaksAndDtrPulsesAreSeenAtTheOtherEnd) {
     EXPECT_EQ(ComBreak(pair.here), 1);
     EXPECT_TRUE(eventually([&] { return ComGetBreakStatus(pair.there) == 1; }));
     EXPECT_EQ(ComGetBreakStatus(pair.there), 0) << "once";
-
-    EXPECT_EQ(ComSetBreak_ON(pair.here), 1);
-    EXPECT_TRUE(eventually([&] { return ComGetBreakStatus(pair.there) == 1; }));
-    EXPECT_EQ(ComSetBreak_OFF(pair.here), 1);
 
     pair.here.record().dtrPulseTime = 20;
     auto pulse = std::async(std::launch::async, [&] { return ComDTR(pair.here); });
@@ -128,9 +101,6 @@ TEST(Lines, ATerminalWithoutModemLinesSaysSo) {
     EXPECT_EQ(ComCarrier(port), -1);
     EXPECT_EQ(ComGetCTSStatus(port), 0);
     EXPECT_EQ(ComGetDSRStatus(port), 0);
-    EXPECT_EQ(ComSetBaud(port, 4'000'000), 1);
-    EXPECT_EQ(lineOf(port).baudRate, 4'000'000U);
-    EXPECT_EQ(ComBreak(port), 1);
 }
 
 TEST(Lines, ADeviceThatHoldsBytesIsAwaitedForHalfASecondAtMost) {
@@ -163,16 +133,6 @@ TEST(Lines, TwoThreadsThatChangeDifferentSettingsLoseNone) {
     }
 }
 
-TEST(Lines, TheLatchIsNotTheLine) {
-    Pair pair("lines-latch");
-    EXPECT_EQ(ComCarrierTx(pair.here), 0);
-    EXPECT_EQ(ComSetCarrier(pair.here, 7), 1);
-    ComClearDTR(pair.there);
-    EXPECT_EQ(ComCarrierTx(pair.here), 1);
-    EXPECT_EQ(ComSetCarrier(pair.here, 0), 1);
-    EXPECT_EQ(ComCarrierTx(pair.here), 0);
-}
-
 TEST(Lines, ClosedPortsAndNullsAreRefused) {
     for (const int32_t port : {-1, 0, 77, 257}) {
         for (auto* function : {ComBreak, ComSetBreak_ON, ComSetBreak_OFF, ComDTR, ComCarrier, ComCarrierTx,
@@ -183,18 +143,9 @@ TEST(Lines, ClosedPortsAndNullsAreRefused) {
         EXPECT_EQ(ComSetParms(port, 1, 8, 1), -1);
         EXPECT_EQ(ComSetCode(port, "code"), -1);
     }
-    std::array<char, 5> version{};
-    EXPECT_EQ(ComGetVersionNumber(version.data()), 1);
-    EXPECT_STREQ(version.data(), "5.30");
-    EXPECT_EQ(ComGetVersionNumber(nullptr), -1);
 }
 
 // ---- Scrambling ------------------------------------------------------------------------------------
-
-/// The key from a code whose only byte it is.
-std::string codeOf(int32_t key) {
-    return {static_cast<char>(key)};
-}
 
 TEST(Scrambling, EveryByteUnderEveryKeyComesBack) {
     Pair pair("scramble");
@@ -204,8 +155,8 @@ TEST(Scrambling, EveryByteUnderEveryKeyComesBack) {
     for (std::size_t i = 0; i < all.size(); ++i)
         all[i] = static_cast<char>(i);
     for (int32_t key = 1; key < 256; ++key) {
-        ASSERT_EQ(ComSetCode(pair.here, codeOf(key).c_str()), 1);
-        ASSERT_EQ(ComSetCode(pair.there, codeOf(key).c_str()), 1);
+        const std::string code{static_cast<char>(key)}; // its sum is the key
+        ASSERT_EQ(ComSetCode(pair.here, code.c_str()) + ComSetCode(pair.there, code.c_str()), 2);
         std::string sent = all;
         ASSERT_EQ(ComWrite(pair.here, sent.data(), 256), 256);
         EXPECT_NE(sent, all) << "the caller's buffer is scrambled in its place";

@@ -1,37 +1,15 @@
 // What the tests of the port engine share.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <string>
-#include <thread>
 
 #include "api/brisolt.h"
 #include "api/brisolt_host.h"
-#include "platform/clock.h"
 #include "port/record.h"
+#include "support/timing.h"
 
 namespace brisolt::test {
-
-/// Lets the library's time run faster, so that the 0.6 s of a close pass in 12 ms.
-struct FastClock {
-    static constexpr uint32_t factor = 50;
-    FastClock() { clock::setTestScale(factor); }
-    ~FastClock() { clock::setTestScale(1); }
-    FastClock(const FastClock&) = delete;
-    FastClock& operator=(const FastClock&) = delete;
-};
-
-/// Whether something becomes true in a time that only a fault takes up.
-template <class Condition> bool eventually(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
 
 inline int32_t openOn(int32_t port, const std::string& path, const char* name = "COM") {
     ComHostMapDevice(port, path.c_str());

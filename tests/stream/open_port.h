@@ -20,9 +20,9 @@
 
 #include "api/brisolt.h"
 #include "api/brisolt_host.h"
-#include "platform/clock.h"
 #include "port/port_table.h"
 #include "support/temp_dir.h"
+#include "support/timing.h"
 
 namespace brisolt::test {
 
@@ -66,14 +66,6 @@ private:
     std::unique_ptr<HeldPort> hold_;
 };
 
-/// Time that runs so many times as fast while it lives.
-struct FastClock {
-    explicit FastClock(uint32_t factor) { clock::setTestScale(factor); }
-    FastClock(const FastClock&) = delete;
-    FastClock& operator=(const FastClock&) = delete;
-    ~FastClock() { clock::setTestScale(1); }
-};
-
 /// A log file of a port, read entry by entry.
 class LogFile {
 public:
@@ -101,17 +93,6 @@ public:
 private:
     TempDir directory_;
 };
-
-/// Whether something becomes true; with a limit that only a fault reaches.
-template <class Condition> bool eventually(Condition condition, std::chrono::milliseconds limit = 10s) {
-    const auto end = SteadyClock::now() + limit;
-    while (!condition()) {
-        if (SteadyClock::now() >= end)
-            return false;
-        std::this_thread::sleep_for(2ms);
-    }
-    return true;
-}
 
 inline std::chrono::nanoseconds processorTime(clockid_t whose) {
     timespec used{};

@@ -1,9 +1,8 @@
 // The reads that wait: for a count, a terminator, a quiet line, or for the time to be over.
-#include <cctype>
+#include <cstdio>
 #include <random>
 
 #include "stream/open_port.h"
-#include "support/bare_port.h"
 #include "support/pty.h"
 
 namespace brisolt::test {
@@ -32,70 +31,46 @@ std::string textOf(const uint8_t* bytes, int32_t count) {
     return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count)};
 }
 
-/// A text taken apart: its numbers, and what it is with a # for each of them.
-struct Parts {
-    explicit Parts(const std::string& text) {
-        for (std::size_t at = 0; at < text.size(); ++at) {
-            std::size_t end = at;
-            while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])) != 0)
-                ++end;
-            form += end > at ? '#' : text[at];
-            if (end > at) {
-                numbers.push_back(std::stoll(text.substr(at, end - at)));
-                at = end - 1;
-            }
-        }
-    }
-    std::string form;
-    std::vector<int64_t> numbers;
-};
-
 // ---- ComReadTimed -----------------------------------------------------------------------------------------
 
 TEST_F(TimedReads, TimeIsWhatWasAskedForOrTenSeconds) {
-    LogFile trace, protocol;
-    ComSetPortDebugFile(port, trace.path().c_str());
-    ComSetProtocolDebugFile(port, protocol.path().c_str(), "timed");
     FastClock fast(25);
     struct Case {
         int32_t asked, applied;
     };
-    const std::vector<Case> cases{{300, 300}, {5, 1000}, {10, 1000}, {11, 11}, {0, 1000}, {-700, 1000}};
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-        SCOPED_TRACE(cases[i].asked);
+    for (const Case& c :
+         {Case{300, 300}, Case{5, 1000}, Case{10, 1000}, Case{11, 11}, Case{0, 1000}, Case{-700, 1000}}) {
+        LogFile trace;
+        ComSetPortDebugFile(port, trace.path().c_str());
         const uint32_t start = clock::ticks();
-        EXPECT_EQ(ComReadTimed(port, buffer, 10, cases[i].asked), 0);
-        const int32_t length = cases[i].applied * 10;
-        EXPECT_GE(clock::ticks() - start, static_cast<uint32_t>(length));
-
-        const std::string line = trace.entries({"ComReadTimed"}).at(i);
-        const auto [form, numbers] = Parts(line);
-        EXPECT_EQ(form,
-                  "ComReadTimed: Timed Out:  Starttime: # Endtime: #  Desired Endtime: # Endtimeparm: #");
-        EXPECT_EQ(protocol.entries().at(i), line + " ");
-        ASSERT_EQ(numbers.size(), 4U);
-        EXPECT_GE(numbers[0], static_cast<int64_t>(start));
-        EXPECT_EQ(numbers[2] - numbers[0], length);
-        EXPECT_GE(numbers[1], numbers[2]);
-        EXPECT_EQ(numbers[3], cases[i].applied);
+        EXPECT_EQ(ComReadTimed(port, buffer, 10, c.asked), 0);
+        EXPECT_GE(clock::ticks() - start, static_cast<uint32_t>(c.applied) * 10) << c.asked;
+        const std::string line = trace.entries({"ComReadTimed"}).at(0);
+        uint32_t begin = 0, end = 0, desired = 0;
+        int32_t applied = 0;
+        const char* const format =
+            "ComReadTimed: Timed Out:  Starttime: %u Endtime: %u  Desired Endtime: %u Endtimeparm: %d";
+        EXPECT_EQ(std::sscanf(line.c_str(), format, &begin, &end, &desired, &applied), 4) << line;
+        EXPECT_EQ(desired - begin, static_cast<uint32_t>(c.applied) * 10);
+        EXPECT_GE(end, desired);
+        EXPECT_EQ(applied, c.applied);
     }
 }
 
 TEST_F(TimedReads, GivesTheCountAtOnceAndWhatHasComeAtTheEnd) {
-    LogFile trace;
+    LogFile trace, protocol;
     ComSetPortDebugFile(port, trace.path().c_str());
+    ComSetProtocolDebugFile(port, protocol.path().c_str(), "timed");
     arrive("abcde");
     ComCancel(port); // nothing waits: forgotten by the next wait
     const auto start = SteadyClock::now();
     EXPECT_EQ(readTimed(port, 3, 60000), "abc");
     EXPECT_LT(SteadyClock::now() - start, 60s);
     EXPECT_EQ(open.record().cancelFlag, 0);
-    const std::string line = trace.entries({"ComReadTimed"}).at(0);
-    const auto [form, numbers] = Parts(line);
-    EXPECT_EQ(form, "ComReadTimed: Got requested bytes Bytes: # Starttime: # Endtime: # Endtimeparm: #");
-    EXPECT_EQ(numbers.front(), 3);
-    EXPECT_EQ(numbers.back(), 60000);
     EXPECT_EQ(readTimed(port, 10, 20), "de");
+    const std::vector<std::string> traced = trace.entries({"ComReadTimed"});
+    EXPECT_TRUE(traced.at(0).starts_with("ComReadTimed: Got requested bytes Bytes: 3 ")) << traced[0];
+    EXPECT_EQ(protocol.entries().at(0), traced.at(1) + " ") << "who runs out of time is told in both";
 }
 
 // ---- ComReadBuf -------------------------------------------------------------------------------------------
@@ -147,13 +122,6 @@ TEST_F(TimedReads, ReadBufEndsOnEscape) {
     EXPECT_EQ(ComReadBuf(port, buffer, never, 10, 60), 4);
     EXPECT_EQ(textOf(buffer, 2), std::string("a\0", 2));
     EXPECT_EQ(workArea().matchLen, 0);
-
-    // A quit ends it too, and stays.
-    ComHostPostQuit(ComHostThreadId());
-    EXPECT_EQ(ComReadBuf(port, buffer, never, 10, 60), 4);
-    EXPECT_EQ(textOf(buffer, 2), std::string("b\0", 2));
-    ComHostMessage message;
-    EXPECT_EQ(ComHostGetMessage(&message, 0), -1);
 }
 
 TEST_F(TimedReads, ReadBufThatIsCancelledLeavesTheBufferAsItIs) {

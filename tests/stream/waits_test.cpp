@@ -81,44 +81,13 @@ protected:
     Pty far;
 };
 
-TEST_F(Waits, EscapeCharacter) {
+TEST_F(Waits, EndByEscapeQuitOrCancelAsEachOfThemIsToldTo) {
     expectAll(&Wait::escaped, [](Waiting& waiting) {
         ComHostPostChar(waiting.thread, 'x');
         ComHostPostChar(waiting.thread, 27);
     });
-}
-
-TEST_F(Waits, Quit) {
     expectAll(&Wait::quit, [](Waiting& waiting) { ComHostPostQuit(waiting.thread); });
-}
-
-TEST_F(Waits, Cancel) {
     expectAll(&Wait::cancelled, [](Waiting&) { EXPECT_EQ(ComCancel(port), 1); });
-}
-
-class CloseDuringWaits : public Waits, public testing::WithParamInterface<const char*> {};
-INSTANTIATE_TEST_SUITE_P(Mode, CloseDuringWaits, testing::Values("threaded", "THUNK"),
-                         [](const auto& test) { return std::string(test.param); });
-
-TEST_P(CloseDuringWaits, EndsThemAtOnce) {
-    OpenPort open(port, far.slavePath(), {.name = GetParam()});
-    std::deque<Waiting> waiting;
-    for (const Wait& wait : waits)
-        waiting.emplace_back(wait);
-    auto closing = std::async(std::launch::async, [&open] { return open.close(); });
-    const auto end = SteadyClock::now() + 2s;
-    for (std::size_t i = 0; i < waits.size(); ++i) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - SteadyClock::now());
-        EXPECT_EQ(waiting[i].result(std::max(left, 0ms)), -1) << waits[i].what;
-    }
-    EXPECT_EQ(closing.get(), 1);
-}
-
-TEST_F(Waits, CloseEndsThePausesOfAString) {
-    OpenPort open(port, far.slavePath());
-    Waiting waiting({"ComPuts", [] { return ComPuts(port, std::string(60, '~').c_str()); }, 0, 0, 0});
-    EXPECT_EQ(open.close(), 1);
-    EXPECT_EQ(waiting.result(), -1);
 }
 
 // ---- Single rules -----------------------------------------------------------------------------------------
@@ -162,26 +131,16 @@ TEST_F(Waits, EscapeHandlesTheMessagesBeforeIt) {
     EXPECT_EQ(ComServiceMessagePump(), 0);
     EXPECT_EQ(handled, (std::vector<uint32_t>{0x400, COM_HOST_MESSAGE_CHAR, 0x401}));
 
-    // A quit is seen before all messages, which wait behind it, and stays.
-    handled.clear();
+    // A quit is seen before all messages, and stays.
     postAll();
     ComHostPostQuit(ComHostThreadId());
-    for (int32_t twice = 0; twice < 2; ++twice) {
-        EXPECT_EQ(ComEscape(port, 27), 1);
-        EXPECT_EQ(ComServiceMessagePump(), 1);
-        EXPECT_EQ(ComSleepMS(port, 60000), -1);
-    }
-    EXPECT_TRUE(handled.empty());
+    EXPECT_EQ(ComServiceMessagePump() + ComEscape(port, 27), 2);
+    EXPECT_EQ(handled.size(), 3U);
     ComHostDestroyWindow(window);
 }
 
-TEST_F(Waits, SettingsOfWaits) {
+TEST_F(Waits, ASleepTakesItsTime) {
     OpenPort open(port, far.slavePath());
-    EXPECT_EQ(ComPortGetEscapeChar(port), 0);
-    EXPECT_EQ(ComPortSetEscapeChar(port, 0x300 + 200), 1);
-    EXPECT_EQ(ComPortGetEscapeChar(port), 200);
-    EXPECT_EQ(ComSleep(port, 0), 1);
-    EXPECT_EQ(ComSleepMS(port, 0), 1);
     FastClock fast(20);
     for (int32_t yield : {1, 0}) {
         ComSetYield(port, yield);
@@ -190,8 +149,6 @@ TEST_F(Waits, SettingsOfWaits) {
         EXPECT_EQ(ComSleepMS(port, 500), 1);
         EXPECT_GE(clock::ticks() - start, 3500U);
     }
-    ComCancel(port); // for nobody: the next wait forgets it
-    EXPECT_EQ(ComReadBuf(port, buffer, 256, 9, 1), 3);
 }
 
 std::atomic<int32_t> asked{0};
@@ -241,7 +198,6 @@ TEST_F(Waits, IdleWaitsUseNextToNoProcessorTime) {
              ComSleepMS(port, 500);
              ComSetYield(port, 1);
          }},
-        {"nobody", sleepHalfASecond},
     };
     for (const Case& c : cases)
         EXPECT_LT(processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, c.call), 50ms) << c.what;
@@ -271,31 +227,6 @@ TEST_F(Waits, ATimedReadLetsMessagesThroughAndNothingElse) {
     EXPECT_LT(used, 50ms);
     other.get();
     ComHostDestroyWindow(window);
-}
-
-TEST_F(Waits, BytesEndAWaitWhateverThePace) {
-    OpenPort open(port, far.slavePath());
-    const std::vector<Wait> reads{
-        {"ComReadTimed", [] { return ComReadTimed(port, buffer, 3, 6000); }, 3, 0, 0},
-        {"ComReadBuf", [] { return ComReadBuf(port, buffer, 'c', 9, 60); }, 2, 0, 0},
-        {"ComReadBufToQuiet", [] { return ComReadBufToQuiet(port, buffer, 4, 600); }, 3, 0, 0},
-    };
-    const auto nobody = [](int32_t) { return 1; };
-    for (uint32_t pace : {50U, 10000U, 0U})
-        for (bool notifying : {false, true}) {
-            ComSetBackgroundTimeout(port, pace);
-            ComSetNotifyMessageOnAnyCharCallBackFunc(port, notifying ? +nobody : nullptr);
-            for (const Wait& read : reads) {
-                SCOPED_TRACE(testing::Message()
-                             << read.what << " pace " << pace << " notifying " << notifying);
-                Waiting waiting(read);
-                for (const char* byte : {"a", "b", "c"}) {
-                    far.write(byte);
-                    std::this_thread::sleep_for(20ms);
-                }
-                ASSERT_EQ(waiting.result(), read.escaped);
-            }
-        }
 }
 
 // The port's thread and a caller pass the watch over the device to and fro; a byte must not fall in between.

@@ -4,13 +4,10 @@
 //
 //     echo DEVICE          sends back all it reads
 //     send DEVICE FILE     sends a file
-//     sink DEVICE COUNT    reads so many bytes and prints their digest in hex
 //     hold PATH            keeps a device or file to itself; prints "held"
 //     pty-echo             makes a pseudo terminal, prints its slave's path and echoes on it
-//     pty-pair-close       makes one, prints the path, and hangs up at a line from standard input
 #include <array>
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -27,11 +24,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "../digest.h"
-
 namespace {
-
-using brisolt::test::Digest;
 
 [[noreturn]] void fail(const std::string& what) {
     throw std::runtime_error(what + ": " + std::strerror(errno));
@@ -141,19 +134,6 @@ void sendFile(int fd, const std::string& path) {
     tcdrain(fd);
 }
 
-void sink(int fd, std::size_t count) {
-    std::array<char, 4096> bytes{};
-    std::string_view got;
-    Digest digest;
-    for (std::size_t left = count; left > 0; left -= got.size()) {
-        if (!readSome(fd, bytes, got))
-            throw std::runtime_error("the line ended " + std::to_string(left) + " bytes early");
-        got = got.substr(0, left);
-        digest.add(got);
-    }
-    std::printf("%016" PRIx64 "\n", digest.value());
-}
-
 void hold(const std::string& path) {
     const int fd = open(path.c_str(), O_RDWR | O_NOCTTY);
     if (fd < 0)
@@ -167,29 +147,15 @@ void hold(const std::string& path) {
     waitForInputToEnd();
 }
 
-void closeOnRequest() {
-    const int master = makePty();
-    std::array<char, 256> line{};
-    if (read(STDIN_FILENO, line.data(), line.size()) > 0) {
-        close(master);
-        say("closed");
-        waitForInputToEnd();
-    }
-}
-
 int run(const std::string& mode, const std::string& first, const std::string& second) {
     if (mode == "echo")
         echo(openDevice(first));
     else if (mode == "send")
         sendFile(openDevice(first), second);
-    else if (mode == "sink")
-        sink(openDevice(first), std::strtoull(second.c_str(), nullptr, 10));
     else if (mode == "hold")
         hold(first);
     else if (mode == "pty-echo")
         echo(makePty());
-    else if (mode == "pty-pair-close")
-        closeOnRequest();
     else
         return 2;
     return 0;

@@ -1,0 +1,32 @@
+// Time in tests: the library's runs faster, and a wait ends when what it waits for has come.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <thread>
+
+#include "platform/clock.h"
+
+namespace brisolt::test {
+
+/// Lets the library's time run faster: with 50 the 0.6 s of a close pass in 12 ms.
+struct FastClock {
+    explicit FastClock(uint32_t factor = 50) { clock::setTestScale(factor); }
+    ~FastClock() { clock::setTestScale(1); }
+    FastClock(const FastClock&) = delete;
+    FastClock& operator=(const FastClock&) = delete;
+};
+
+/// Whether something becomes true; with a limit that only a fault reaches.
+template <class Condition>
+bool eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+} // namespace brisolt::test
