@@ -9,7 +9,7 @@ JOBS ?= $(shell nproc)
 
 build_packages := g++ cmake ninja-build pkg-config
 tool_packages := $(build_packages) libcli11-dev
-test_packages := $(tool_packages) libgtest-dev socat binutils ppp minicom
+test_packages := $(tool_packages) libgtest-dev socat binutils ppp
 bench_packages := $(tool_packages) libbenchmark-dev libboost-dev libserialport-dev zlib1g-dev
 lines_packages := $(test_packages) qemu-system-x86 busybox-static kmod
 check_packages := $(test_packages) clang-format clang-tidy
