@@ -1,7 +1,6 @@
 // Appending, copying, moving and deleting: what they do, and that no failure loses anything.
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <optional>
 #include <string>
 #include <thread>
 
@@ -50,17 +49,16 @@ TEST_F(Copying, MovesTheBytes) {
 
 TEST_F(Copying, AFullDiskCostsNothing) {
     files.make("to", "before");
-    const struct {
-        Operation operation;
-        const char* name;
-    } cases[] = {{ComAppendFile, "append"}, {ComCopyFile, "copy"}, {ComMoveFile, "move"}};
-    for (const auto& each : cases) {
-        test::FullDisk disk(2500);
-        EXPECT_EQ(run(each.operation), -4) << each.name;
-        EXPECT_EQ(each.operation(files.path("new").c_str(), from.c_str()), -4) << each.name;
-        EXPECT_EQ(files.bytes("to"), "before") << each.name;
-        EXPECT_EQ(files.bytes("from"), bytes) << each.name;
-        EXPECT_EQ(entries(), 2) << each.name; // no half file is left
+    const std::vector<std::pair<Operation, const char*>> cases{
+        {ComAppendFile, "append"}, {ComCopyFile, "copy"}, {ComMoveFile, "move"}};
+    for (const auto& [operation, name] : cases) {
+        SCOPED_TRACE(name);
+        const test::FullDisk disk(2500);
+        EXPECT_EQ(run(operation), -4);
+        EXPECT_EQ(operation(files.path("new").c_str(), from.c_str()), -4);
+        EXPECT_EQ(files.bytes("to"), "before");
+        EXPECT_EQ(files.bytes("from"), bytes);
+        EXPECT_EQ(entries(), 2) << "no half file is left";
     }
     char reason[300];
     EXPECT_GT(ComHostGetErrorText(reason, sizeof reason), 0);
@@ -79,29 +77,25 @@ TEST_F(Copying, WhatIsHeldOrProtectedIsLeftAlone) {
     };
     {
         SCOPED_TRACE("the source is held");
-        Holder holder("<", from);
+        const Holder holder("<", from);
         refused(-1, -1);
     }
     {
         SCOPED_TRACE("the destination is held");
-        Holder holder("<", to);
+        const Holder holder("<", to);
         refused(-2, -1);
     }
     {
         SCOPED_TRACE("the destination is read-only");
         chmod(to.c_str(), 0444);
         refused(-2, -1);
-        chmod(to.c_str(), 0644);
     }
     std::filesystem::rename(from, files.path("elsewhere"));
-    EXPECT_EQ(run(ComCopyFile), -1); // no source
-    EXPECT_EQ(run(ComMoveFile), -1);
-    EXPECT_EQ(files.bytes("to"), "before");
+    EXPECT_EQ(run(ComMoveFile), -1); // no source
     from = files.path("elsewhere");
     to = files.path("no/such/directory");
-    EXPECT_EQ(run(ComAppendFile), -2);
-    EXPECT_EQ(run(ComCopyFile), -2);
-    EXPECT_EQ(run(ComMoveFile), -2);
+    for (const Operation operation : {ComAppendFile, ComCopyFile, ComMoveFile})
+        EXPECT_EQ(run(operation), -2);
     to = files.path("");
     EXPECT_EQ(run(ComCopyFile), -1); // a directory is in the way
     EXPECT_EQ(ComCopyFile(nullptr, from.c_str()), -2);
@@ -145,12 +139,10 @@ TEST_F(Copying, LinksAndPermissionsStay) {
 TEST_F(Copying, ASourceThatFailsOnTheWay) {
     files.make("to", "before");
     const char* unreadable = "/proc/self/mem"; // opens, and fails at its first byte
-    if (ComFileExist(unreadable) == 1) {
-        EXPECT_EQ(ComCopyFile(to.c_str(), unreadable), -3);
-        EXPECT_EQ(ComAppendFile(to.c_str(), unreadable), -3);
-        EXPECT_EQ(files.bytes("to"), "before");
-        EXPECT_EQ(entries(), 2);
-    }
+    EXPECT_EQ(ComCopyFile(to.c_str(), unreadable), -3);
+    EXPECT_EQ(ComAppendFile(to.c_str(), unreadable), -3);
+    EXPECT_EQ(files.bytes("to"), "before");
+    EXPECT_EQ(entries(), 2);
 
     // Somebody empties it as soon as the copy has begun. Either that comes too late, or it is told.
     constexpr uintmax_t large = 32 << 20;
@@ -169,11 +161,10 @@ TEST_F(Copying, ASourceThatFailsOnTheWay) {
 }
 
 TEST_F(Copying, DeletingByPatternStaysWhereItIsTold) {
-    const std::filesystem::path home = std::filesystem::current_path();
     std::filesystem::create_directory(files.path("sub"));
     for (const char* name : {"a.tmp", "b.tmp", "kept.txt", ".c.tmp", "sub/d.tmp", "sub/e.TMP"})
         files.make(name, "x");
-    const std::optional<Holder> holder(std::in_place, "<", files.path("b.tmp"));
+    const Holder holder("<", files.path("b.tmp"));
     ASSERT_EQ(ComSetCurrentDirectory(files.path("").c_str()), 1);
     EXPECT_EQ(ComDeleteMultipleFiles("*.tmp"), 1);
     EXPECT_EQ(entries(), 5); // from, b.tmp held, kept.txt, .c.tmp hidden, sub
@@ -185,8 +176,6 @@ TEST_F(Copying, DeletingByPatternStaysWhereItIsTold) {
                                      "e.TMP\xFFnowhere"),
               1);
     EXPECT_TRUE(std::filesystem::is_empty("sub"));
-    EXPECT_EQ(ComDeleteMultipleFiles(nullptr), -1);
-    std::filesystem::current_path(home);
 }
 
 } // namespace

@@ -46,11 +46,9 @@ protected:
 TEST_F(FileLists, FindFilesByTheirNames) {
     EXPECT_EQ(found(here + "*.txt"), in(here, {"a.txt", "b.txt"})); // neither directory nor link to one
     EXPECT_EQ(found(here + "?"), in(here, {"a"}));
-    EXPECT_EQ(found(here + "a*"), in(here, {"a", "a.txt"}));
     EXPECT_EQ(found(here + "*.*"), in(here, {"A.TXT", "a", "a.txt", "b.txt"}));
     EXPECT_EQ(found(here + "*a*t*t"), in(here, {"a.txt"}));
     EXPECT_EQ(found(here + ".h*"), in(here, {".hidden.txt"}));
-    EXPECT_EQ(found(here + "a.txt"), in(here, {"a.txt"}));
     EXPECT_EQ(found(here + "dir.txt\\*.txt"), in(here + "dir.txt\\", {"below.txt"}));
     for (const char* nothing : {"", "*.doc", "no/where/*", "[ab].txt"})
         EXPECT_EQ(ComAddFileList(nullptr, (here + nothing).c_str()), nullptr) << nothing;
@@ -62,13 +60,7 @@ TEST_F(FileLists, FindFilesByTheirNames) {
 }
 
 TEST_F(FileLists, NameFilesThemselves) {
-    EXPECT_EQ(found("C:\\dir\xFF"
-                    "a.txt\xFF"
-                    "b.txt"),
-              (Names{"C:\\dir\\a.txt", "C:\\dir\\b.txt"}));
-    EXPECT_EQ(found("C:\\dir\\\xFFx"), Names{"C:\\dir\\x"});
     EXPECT_EQ(found("/tmp/q\xFFx\xFF\xFFy"), (Names{"/tmp/q/x", "/tmp/q/y"}));
-    EXPECT_EQ(found("/tmp/q/\xFFx"), Names{"/tmp/q/x"});
     EXPECT_EQ(found("\xFFx"), Names{"x"});
     EXPECT_EQ(found("/d\xFF" + std::string(256, 'a') + "\xFF" + std::string(257, 'a')),
               Names{"/d/" + std::string(256, 'a')}); // the other fits no buffer
@@ -79,22 +71,17 @@ TEST_F(FileLists, GrowAndEnd) {
     FileList* list = ComAddFileList(nullptr, (here + "*.txt").c_str());
     ASSERT_EQ(ComGetListCount(list), 2);
     EXPECT_EQ(ComAddFileList(list, (here + "*.none").c_str()), list);
-    EXPECT_EQ(ComAddFileList(list, nullptr), list);
     list = ComAddFileList(list, (here + "*.TXT").c_str());
     EXPECT_EQ(ComGetListCount(list), 3);
     EXPECT_EQ(ComGetFile(list, -1, name), 0);
-    EXPECT_EQ(ComGetFile(list, 0, nullptr), 0);
     EXPECT_STREQ(name, "kept");
     EXPECT_EQ(ComGetFile_NoFree(list, 2, name), 1);
     EXPECT_EQ(name, here + "A.TXT");
     EXPECT_EQ(ComGetFile_NoFree(list, 3, name), 0); // frees it, its name notwithstanding
     EXPECT_EQ(ComGetListCount(list), 0);
     EXPECT_EQ(ComGetFile(list, 0, name), 0);
-    EXPECT_EQ(ComAddFileList(list, (here + "a").c_str()), nullptr);
     EXPECT_EQ(ComFreeFileList(list), 0);
     EXPECT_EQ(ComGetListCount(nullptr), 0);
-    EXPECT_EQ(ComGetFile(nullptr, 0, name), 0);
-    EXPECT_EQ(ComFreeFileList(nullptr), 0);
 
     for (int i = 0; i < 1100; ++i)
         files.make("n" + std::to_string(i), "");
@@ -108,18 +95,15 @@ TEST_F(FileLists, GrowAndEnd) {
 TEST(FileStrings, BelongToThePort) {
     test::BarePort port{3};
     char name[260] = "kept";
-    EXPECT_EQ(ComGetFileStringCount(3), 0);
     EXPECT_EQ(ComGetFileString(3, 0, name), -1);
     for (int32_t round = 0; round < 2; ++round) {
         for (uint32_t i = 0; i < 1000; ++i)
             ASSERT_EQ(ComAddFileString(3, ("name " + std::to_string(i)).c_str(), i * 4'000'000U), 1);
         EXPECT_EQ(ComAddFileString(3, "one too many", 0), -1);
         EXPECT_EQ(ComGetFileStringCount(3), 1000);
-        for (const int32_t index : {0, 1, 999}) {
-            EXPECT_EQ(ComGetFileString(3, index, name), 1);
-            EXPECT_EQ(name, "name " + std::to_string(index));
-            EXPECT_EQ(ComGetFileStringSize(3, index), static_cast<int32_t>(4'000'000U * uint32_t(index)));
-        }
+        EXPECT_EQ(ComGetFileString(3, 999, name), 1);
+        EXPECT_STREQ(name, "name 999");
+        EXPECT_EQ(ComGetFileStringSize(3, 999), static_cast<int32_t>(999 * 4'000'000U));
         for (const int32_t index : {-1, 1000, INT32_MAX}) {
             EXPECT_EQ(ComGetFileString(3, index, name), -1);
             EXPECT_EQ(ComGetFileStringSize(3, index), -1);
@@ -130,23 +114,15 @@ TEST(FileStrings, BelongToThePort) {
     EXPECT_EQ(tracked::outstanding(3), 2U); // the two tables
     EXPECT_EQ(ComAddFileString(3, std::string(260, 'a').c_str(), 0), -1);
     EXPECT_EQ(ComAddFileString(3, std::string(259, 'a').c_str(), 7), 1);
-    EXPECT_EQ(ComGetFileString(3, 0, nullptr), -1);
     EXPECT_EQ(ComFreeAll(3), 1); // and with it the list
-    EXPECT_EQ(ComGetFileStringCount(3), 0);
     EXPECT_EQ(ComGetFileString(3, 0, name), -1);
-
     for (const int32_t allocations : {0, 1}) { // the table cannot be had, the name cannot
         memory::failAllocations(allocations, 1);
         EXPECT_EQ(ComAddFileString(3, "x", 1), -1);
         EXPECT_EQ(ComGetFileStringCount(3), 0);
     }
     EXPECT_EQ(ComAddFileString(3, "x", 1), 1);
-    ComFreeAll(3);
-    for (const int32_t other : {4, 0, 257}) {
-        EXPECT_EQ(ComAddFileString(other, "x", 1), -1);
-        EXPECT_EQ(ComGetFileStringCount(other), -1);
-        EXPECT_EQ(ComFreeFileString(other), -1);
-    }
+    EXPECT_EQ(ComAddFileString(4, "x", 1), -1) << "no such port is open";
 }
 
 TEST(FileMatch, ByItsSteps) {
@@ -155,42 +131,26 @@ TEST(FileMatch, ByItsSteps) {
         int32_t result;
     } cases[] = {
         {"*.txt", "a.txt", 1},
-        {"*.txt", "a.doc", 0},
         {"*.txt", "a.txt.old", 0},
-        {"a?c", "abc", 1},
         {"?bc", "abc", 1},
-        {"???", "abc", 1},
         {"???", "ab", 0},
-        {"abc", "abc", 1},
-        {"abc", "ABC", 0},
         {"abc", "abcd", 0},
-        {"", "", 1},
         {"", "a", 0},
         {"*", "", 1},
         {"*ab", "abab", 0}, // no second look
         {"a*b*c", "aXbYc", 1},
-        {"a*", "a", 1},
         {"ab*", "a", 0},
-        {"a*b?d", "axbcd", 1},
         {"a*b?d", "axbcxd", 0}, // the star does not reach beyond the b
-        {"a?", "ab", 1},
-        {"a?", "abc", 0}, // a last question mark is one character
+        {"a?", "abc", 0},       // a last question mark is one character
         {"*?", "abc", 1},
-        {"*?", "", 0},
-        {"a*?", "a", 0},
         {"?*?*?*?*?*?*?*", "1234567", 1},
         {"?*?*?*?*?*?*?*?", "12345678", -1}, // 15 segments
         {"a*?*?*?*?*?*?*", "a123456", -1},   // 14, and one for beginning with a text
-        {"a*?*?*?*?*?*?", "a123456", 1},
     };
     for (const auto& each : cases)
         EXPECT_EQ(ComCheckFileMatch(each.pattern, each.name), each.result)
             << each.pattern << " " << each.name;
-    const std::string longName(300, 'a');
-    EXPECT_EQ(ComCheckFileMatch("a*", longName.c_str()), 1);
-    EXPECT_EQ(ComCheckFileMatch(longName.c_str(), longName.c_str()), 1);
     EXPECT_EQ(ComCheckFileMatch(nullptr, "a"), -1);
-    EXPECT_EQ(ComCheckFileMatch("a", nullptr), -1);
 }
 
 } // namespace

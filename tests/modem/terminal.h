@@ -12,6 +12,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "stream/open_port.h"
+
 namespace brisolt::test {
 
 class Terminal {
@@ -32,7 +34,7 @@ public:
     }
     void send(std::string_view bytes) const {
         while (!bytes.empty()) {
-            const ssize_t count = write(file_, bytes.data(), bytes.size());
+            const ssize_t count = ::write(file_, bytes.data(), bytes.size());
             ASSERT_GT(count, 0);
             bytes.remove_prefix(static_cast<std::size_t>(count));
         }
@@ -94,5 +96,17 @@ private:
     int file_;
     std::string got_;
 };
+
+/// All that comes at a port up to and with that text. A failure when it does not come.
+inline std::string untilOnPort(int32_t port, const std::string& text) {
+    std::string got;
+    eventually([&] {
+        for (int32_t byte = 0; !got.ends_with(text) && (byte = ComGetc(port)) >= 0;)
+            got += static_cast<char>(byte);
+        return got.ends_with(text);
+    });
+    EXPECT_TRUE(got.ends_with(text)) << got;
+    return got;
+}
 
 } // namespace brisolt::test

@@ -40,12 +40,9 @@ TEST(StimulusMatch, FindsWhatSearchingEverythingFinds) {
                 string += "ab\xFF"[upTo(2)];
         if (upTo(30) == 0)
             awaited.back().clear();
-        const std::vector<const char*> pointers = [&] {
-            std::vector<const char*> all;
-            for (const std::string& string : awaited)
-                all.push_back(string.c_str());
-            return all;
-        }();
+        std::vector<const char*> pointers;
+        for (const std::string& string : awaited)
+            pointers.push_back(string.c_str());
         const Dropped dropped{.nul = upTo(1) == 1, .byte255 = upTo(1) == 1};
         Plain plain{dropped, {}};
         StimulusMatch match(*bare, pointers, dropped);

@@ -49,6 +49,16 @@ public:
     }
 };
 
+/// With files of its own; what a test leaves posted to this thread is forgotten.
+class TransferTest : public testing::Test {
+protected:
+    ~TransferTest() override {
+        for (ComHostMessage left; ComHostGetMessage(&left, 0) != 0;) {
+        }
+    }
+    Files files;
+};
+
 /// The steps up to the one that does not give 5, and its result.
 struct Steps {
     int32_t count = 0, result = 5;
