@@ -29,6 +29,14 @@ using namespace std::chrono_literals;
 
 namespace {
 
+/// Where Debian puts it; empty when it is not installed.
+std::string program(const std::string& name) {
+    for (const char* folder : {"/usr/sbin/", "/usr/bin/", "/sbin/", "/bin/"})
+        if (std::filesystem::exists(folder + name))
+            return folder + name;
+    return {};
+}
+
 PeerProcess shell(const std::string& script, const std::vector<std::string>& arguments) {
     std::vector<std::string> words{"-c", script, "sh"};
     words.insert(words.end(), arguments.begin(), arguments.end());
@@ -52,8 +60,8 @@ struct ModemCommand : testing::Test {
 } // namespace
 
 TEST_F(ModemCommand, ChatDialsTalksAndHangsUp) {
-    const std::string chat = "/usr/sbin/chat";
-    if (!std::filesystem::exists(chat))
+    const std::string chat = program("chat");
+    if (chat.empty())
         GTEST_SKIP() << "chat is not installed (Debian package ppp)";
     // At its own pace: chat's pauses are real seconds.
     PeerProcess here(BRISOLT_MODEM,
@@ -74,6 +82,53 @@ TEST_F(ModemCommand, ChatDialsTalksAndHangsUp) {
         {chat, dir.file("here")});
     EXPECT_EQ(login.wait(30s), 0) << login.readAll(1s);
     answering.kill(SIGTERM);
+}
+
+TEST_F(ModemCommand, MinicomDialsTalksAndHangsUp) {
+    const std::string minicom = program("minicom");
+    if (minicom.empty())
+        GTEST_SKIP() << "minicom is not installed (Debian package minicom)";
+    Exchange exchange;
+    const Simulator here(ptyLine(), exchange, {.number = "100"});
+    const Simulator there(ptyLine(), exchange, {.number = "200", .stored = "E0S0=1"});
+    Terminal terminal(there.path());
+    std::ofstream(dir.file("script")) << R"(timeout 60
+send "ATZ"
+expect {
+    "OK"
+}
+send "ATDT200"
+expect {
+    "CONNECT 33600"
+}
+expect {
+    "password? "
+}
+send "sesame"
+expect {
+    "welcome"
+}
+sleep 2
+send "+++\c"
+expect {
+    "OK"
+}
+send "ATH"
+)";
+    // It wants a terminal of its own; script gives it one.
+    PeerProcess program = shell("HOME=\"$1\" TERM=vt100 exec script -qec \"$2 -o -z -D $3 -S $1/script\" "
+                                "/dev/null",
+                                {dir.path().string(), minicom, here.path()});
+    terminal.until("CONNECT 33600\r\n", 30s);
+    terminal.send("password? ");
+    terminal.until("sesame\r");
+    terminal.send("welcome\r\n");
+    terminal.until("NO CARRIER\r\n", 30s);
+    EXPECT_EQ(here.commands(), (std::vector<std::string>{"ATZ", "ATDT200", "ATH"}));
+    program.write("\x01x");
+    for (int tries = 0; tries < 20 && program.wait(500ms) < 0; ++tries)
+        program.write("\r");
+    EXPECT_EQ(program.wait(1s), 0);
 }
 
 TEST_F(ModemCommand, OutlivesTheOthersOfItsExchange) {
@@ -115,6 +170,7 @@ TEST_F(ModemCommand, TellsWhatItCannotDo) {
         int code;
         const char* complaint;
     } cases[] = {{{"--rate", "0"}, 2, "--rate"},
+                 {{"--slow", "Z:soon"}, 1, "Z:soon"},
                  {{"--stored", "ATX9"}, 1, "ATX9"},
                  {{"--link", dir.file("file")}, 1, "no symbolic link"},
                  {{"--exchange", dir.file("file") + "/x"}, 1, "file/x"}};
