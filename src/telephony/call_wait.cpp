@@ -22,14 +22,14 @@ constexpr uint32_t passLength = 200; ///< milliseconds
 /// States in which a call that is to connect has failed.
 struct Failure {
     uint32_t state;
-    const char* text;
     int32_t code; ///< 0: somebody else knows the cause
+    const char* text;
 };
 constexpr Failure failures[] = {
-    {callState::idle, "Got Idle state signal while WaitForCallState", 0},
-    {callState::busy, "Got Busy signal while WaitForCallState", fail::busy},
-    {callState::specialInformation, "Got SPECIALINFO signal while WaitForCallState", 0},
-    {callState::disconnected, "Got DISCONNECTED signal while WaitForCallState", 0},
+    {callState::idle, 0, "Got Idle state signal while WaitForCallState"},
+    {callState::busy, fail::busy, "Got Busy signal while WaitForCallState"},
+    {callState::specialInformation, 0, "Got SPECIALINFO signal while WaitForCallState"},
+    {callState::disconnected, 0, "Got DISCONNECTED signal while WaitForCallState"},
 };
 
 Waited end(TelephonyDevice& device, Waited how) noexcept {
