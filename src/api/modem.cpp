@@ -130,6 +130,7 @@ BRISOLT_EXPORT int32_t ComGetModem_State(int32_t port) {
 
 // ---- the database
 
+// NOLINTBEGIN(readability-non-const-parameter): the caller's buffers, filled through Destinations
 BRISOLT_EXPORT int32_t ComGetModem_Start(int32_t port, const char* databaseFile, char* name, char* initStr,
                                          char* remarks, char* resetStr, char* compressionOnStr,
                                          char* compressionOffStr, char* flowControlOffStr,
@@ -171,6 +172,7 @@ BRISOLT_EXPORT int32_t ComGetModem_Next(int32_t port, char* name, char* initStr,
                              errorControlForcedStr};
     return complete(port, into) ? modem::listing::next(port, into) : -1;
 }
+// NOLINTEND(readability-non-const-parameter)
 BRISOLT_EXPORT int32_t ComGetModem_End(int32_t port) {
     if (!validPort(port))
         return -1;

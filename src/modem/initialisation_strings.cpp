@@ -61,12 +61,16 @@ bool kept(Port& port, const Group& group) noexcept {
     return (port.workArea->modemInit.*group.flags & keepPortsStrings) != 0;
 }
 
+static_assert(sizeof(CommandText::text) <= longestField + 1);
+
 /// Fields that a line of the database does not have keep what the port has, not what the line before had.
 void fillWithPorts(Port& port, Entry& entry) noexcept {
     for (const Group& group : groups)
         for (const Source& source : group.strings)
-            if (source.command != nullptr)
-                std::strcpy(entry[source.field], textOf(port, *source.command).text);
+            if (source.command != nullptr) {
+                CommandText text = textOf(port, *source.command);
+                std::memcpy(entry[source.field], text.text, sizeof text.text);
+            }
 }
 
 /// The modem's record; inProgress, -1 or -2.
