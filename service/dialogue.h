@@ -44,7 +44,7 @@ public:
 
 private:
     bool greet();
-    bool setUp(const ModemSettings& settings, const std::string& command);
+    bool setUp(const ModemSettings& settings, const std::string& text);
     std::optional<Result> command(const std::string& text, Milliseconds patience);
     std::optional<Result> awaitResult(Milliseconds patience);
     bool heardTheEnd(Milliseconds patience);

@@ -105,7 +105,7 @@ void Attendant::attend(Wake& wake, int32_t realMilliseconds) noexcept {
 bool Attendant::startWatchman() noexcept {
     if (watchmanStarted_)
         return true;
-    auto* self = new (std::nothrow) std::shared_ptr<Attendant>(shared_from_this());
+    auto* self = new (std::nothrow) std::shared_ptr<Attendant>(weak_from_this().lock());
     watchmanStarted_ = self != nullptr && thread::start(watchmanMain, self, "brisolt-watch");
     if (!watchmanStarted_)
         delete self;

@@ -112,7 +112,7 @@ void hangUp(const Station& here, const Station& there) {
 
 std::vector<std::string> carryOverCall(const std::string& directory, const std::string& text) {
     std::printf("\nA call between two modems, each on a null modem, set up as a \"%s\"\n", modemName);
-    const Texts copies{"received-by-200.txt", "back-at-100.txt"};
+    Texts copies{"received-by-200.txt", "back-at-100.txt"};
     const auto path = [&directory](const std::string& name) { return directory + "/" + name; };
     simulated::Exchange exchange;
     const Station here(1, "100", exchange, directory), there(2, "200", exchange, directory);

@@ -18,7 +18,7 @@ Modem::Modem(Line& line, Telephone& telephone, Exchange& exchange, const Clock& 
 }
 
 void Modem::turn() {
-    Phase before = phase_;
+    Phase before;
     do {
         before = phase_;
         now_ = clock_.now();

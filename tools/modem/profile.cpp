@@ -71,11 +71,15 @@ bool Profile::setExtended(std::string_view name, std::string_view value) {
 std::string Profile::show() const {
     std::string text;
     for (const auto& [name, value] : settings)
-        text += name + std::to_string(value) + ' ';
+        text.append(name).append(std::to_string(value)).append(" ");
     for (const auto& [name, value] : extended)
-        text += '+' + name + '=' + value + ' ';
+        text.append("+").append(name).append("=").append(value).append(" ");
     for (int number = 0; number <= 12; ++number)
-        text += 'S' + std::to_string(number) + ':' + registers.show(number) + ' ';
+        text.append("S")
+            .append(std::to_string(number))
+            .append(":")
+            .append(registers.show(number))
+            .append(" ");
     text.pop_back();
     return text;
 }
