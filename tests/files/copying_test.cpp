@@ -144,7 +144,8 @@ TEST_F(Copying, ASourceThatFailsOnTheWay) {
     EXPECT_EQ(files.bytes("to"), "before");
     EXPECT_EQ(entries(), 2);
 
-    // Somebody empties it as soon as the copy has begun. Either that comes too late, or it is told.
+    // Somebody empties it as soon as the copy has begun. Either that comes too late, or before anything was
+    // read, or it is told.
     constexpr uintmax_t large = 32 << 20;
     std::filesystem::resize_file(from, large);
     std::thread somebody([this] {
@@ -153,8 +154,9 @@ TEST_F(Copying, ASourceThatFailsOnTheWay) {
     });
     const int32_t result = run(ComCopyFile);
     somebody.join();
+    const uintmax_t copied = std::filesystem::file_size(to);
     if (result == 1)
-        EXPECT_EQ(std::filesystem::file_size(to), large);
+        EXPECT_TRUE(copied == large || copied == 0) << copied;
     else
         EXPECT_EQ(result, -3);
     EXPECT_EQ(entries(), 2);
