@@ -250,6 +250,14 @@ private:
     std::minstd_rand random_;
 };
 
+std::string descriptorNames() {
+    std::string all;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        all += ' ' + std::filesystem::read_symlink(entry, gone).string();
+    }
+    return all;
+}
 int64_t openDescriptors() {
     const std::filesystem::directory_iterator all("/proc/self/fd");
     return std::distance(begin(all), end(all));
@@ -308,8 +316,10 @@ TEST(PortRaceAlone, EverythingAtOnceOnTheSamePorts) {
     for (int32_t port = 1; port <= portCount; ++port)
         EXPECT_TRUE(eventually([&] { return closeEither(port, false), ComOpenState(port) == 0; })) << port;
     EXPECT_TRUE(eventually([] { return ioThreads() == 0; })) << ioThreads() << " I/O threads are left";
-    EXPECT_TRUE(eventually([&] { return openDescriptors() <= descriptorsBefore; }))
-        << openDescriptors() << " descriptors, before there were " << descriptorsBefore;
+    // This thread keeps one more once a close has made it wait for a null modem.
+    EXPECT_TRUE(eventually([&] { return openDescriptors() <= descriptorsBefore + 1; }))
+        << openDescriptors() << " descriptors, before there were " << descriptorsBefore << ":"
+        << descriptorNames();
     for (int32_t port = 1; port <= portCount; ++port)
         EXPECT_EQ(tracked::outstanding(port), 0U) << port;
     expectAllWork(lines);
