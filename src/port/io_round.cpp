@@ -62,6 +62,7 @@ int32_t receiveStep(Port& port) noexcept {
     if (got < 1)
         return 0;
     port.rx.filled(got);
+    port.answerDue.store(0, std::memory_order_relaxed);
     return got;
 }
 

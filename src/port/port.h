@@ -73,6 +73,7 @@ struct Port {
     std::atomic<int32_t> writeRefused{0};  ///< the device has failed to write; no byte was taken since
     std::atomic<int32_t> sendingFull{0};   ///< the device took less than offered; no room was seen since
 
+    std::atomic<int32_t> answerDue{0};   ///< a caller has written; no bytes have come since
     std::atomic<uint32_t> attendedBy{0}; ///< the thread that watches for bytes while it waits for messages
     std::atomic<int32_t> deviceGone{0};  ///< the attending thread sent it back for that
     std::atomic<int32_t> untold{0}; ///< a caller took bytes that the thread has yet to notify somebody of

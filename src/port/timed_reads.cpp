@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/message.h"
+#include "port/io_round.h"
 #include "port/log_file.h"
 #include "port/reading.h"
 #include "port/trace.h"
@@ -33,9 +34,18 @@ int32_t readTimedOut(Port& port, void* buffer, int32_t count, const TimedRead& t
     return read(port, buffer, count);
 }
 
+/// Where bytes stream in, the next of them are mostly there when the caller asks for them: one look costs
+/// less than a wait that is over at once. Who has just written waits for an answer, which takes its time.
+bool nextBytesAreThere(Port& port) noexcept {
+    return port.receiving.threadStandsAside() && port.answerDue.load(std::memory_order_relaxed) == 0 &&
+           takeFromDevice(port);
+}
+
 } // namespace
 
 void sleepForBytes(Port& port, uint32_t seen, bool endsOnQuit, bool messages, const clock::Deadline& until) {
+    if (nextBytesAreThere(port))
+        return;
     bool asked = port.record->escapeFunc.load() != nullptr; // a function in its place knows no quit
     bool handled = messages && (asked || !message::quitPending());
     WaitFor what{.bytes = true, .messages = handled, .quit = messages && endsOnQuit};

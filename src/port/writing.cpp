@@ -99,6 +99,7 @@ int32_t write(Port& port, void* buffer, int32_t count) {
     if (!port.threaded())
         directRound(port);
     statusRead(port);
+    port.answerDue.store(1, std::memory_order_relaxed);
     return port.lossless != 0 ? writeLossless(port, bytes) : writeDefault(port, bytes);
 }
 
