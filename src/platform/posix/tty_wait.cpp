@@ -17,6 +17,7 @@ constexpr int32_t goneStep = 250; // milliseconds between two looks at a device 
 constexpr int32_t dsrStep = 10;
 constexpr int32_t inputStep = 20; // between two looks at an input queue that fills up
 constexpr int32_t noStep = -1;
+constexpr int32_t floodLimit = 65536; // bytes that one read takes when most of them are dropped
 constexpr int16_t goneBits = POLLHUP | POLLERR | POLLNVAL;
 
 int16_t pollBits(uint32_t events) {
@@ -128,8 +129,6 @@ int32_t MarkFilter::undo(uint8_t* bytes, int32_t count, std::optional<uint8_t> e
 }
 
 namespace {
-
-constexpr int32_t floodLimit = 65536;
 
 /// What the host gives: a count, 0 for nothing, or its negative error.
 int32_t readUnfiltered(TtyDevice& tty, uint8_t* buffer, int32_t count) {
