@@ -1,8 +1,8 @@
 # The headers, the library, the command, and the files by which pkg-config and CMake find them.
 include(CMakePackageConfigHelpers)
 
-install(FILES src/api/brisolt.h src/api/brisolt_host.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
-install(DIRECTORY src/api/brisolt DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(FILES include/brisolt.h include/brisolt_host.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(DIRECTORY include/brisolt DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 install(TARGETS brisolt EXPORT brisolt)
 if(TARGET brisolt_tapi32)
     # Beside the library, where it looks for it.

@@ -1,5 +1,5 @@
 // Exported: capture on failure.
-#include "api/brisolt/capture.h"
+#include "brisolt/capture.h"
 #include "api/border.h"
 #include "diag/capture.h"
 

@@ -1,15 +1,15 @@
 // Everyday calls with a check of the port in front, and calls that show how arguments arrive.
-#include "api/brisolt/checked.h"
+#include "brisolt/checked.h"
 
 #include <algorithm>
 #include <cstring>
 
 #include "api/border.h"
-#include "api/brisolt/lines.h"
-#include "api/brisolt/modem.h"
-#include "api/brisolt/ports.h"
-#include "api/brisolt/stream.h"
-#include "api/brisolt/transfer.h"
+#include "brisolt/lines.h"
+#include "brisolt/modem.h"
+#include "brisolt/ports.h"
+#include "brisolt/stream.h"
+#include "brisolt/transfer.h"
 #include "port/waits.h"
 
 using namespace brisolt;

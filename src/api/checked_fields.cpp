@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "api/border.h"
-#include "api/brisolt/checked.h"
+#include "brisolt/checked.h"
 #include "modem/modem_commands.h"
 #include "params/parameter_records.h"
 

@@ -1,7 +1,7 @@
 // Exported: checksums and CRCs.
-#include "api/brisolt/checks.h"
-#include "api/brisolt/waits.h"
+#include "brisolt/checks.h"
 #include "api/export.h"
+#include "brisolt/waits.h"
 #include "platform/clock.h"
 #include "util/checks.h"
 #include "util/file_check.h"

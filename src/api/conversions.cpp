@@ -3,7 +3,7 @@
 #include <span>
 
 #include "api/border.h"
-#include "api/brisolt/conversions.h"
+#include "brisolt/conversions.h"
 #include "diag/array_dump.h"
 #include "platform/process.h"
 #include "platform/sound.h"

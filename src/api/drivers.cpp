@@ -1,5 +1,5 @@
 // Virtual ports and the functions that take the place of a port's own.
-#include "api/brisolt/drivers.h"
+#include "brisolt/drivers.h"
 #include "api/border.h"
 #include "virtual/virtual_ports.h"
 

@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "api/border.h"
-#include "api/brisolt/file_lists.h"
+#include "brisolt/file_lists.h"
 #include "files/file_strings.h"
 #include "util/file_list.h"
 #include "util/file_match.h"

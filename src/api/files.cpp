@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "api/border.h"
-#include "api/brisolt/files.h"
+#include "brisolt/files.h"
 #include "platform/file.h"
 #include "util/file_copy.h"
 #include "util/file_diff.h"

@@ -2,10 +2,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "api/brisolt_host.h"
 #include "api/export.h"
-#include "platform/device.h"
+#include "brisolt_host.h"
+#include "device/device.h"
 #include "platform/error_text.h"
+#include "platform/serial.h"
 
 namespace {
 
@@ -38,7 +39,7 @@ BRISOLT_EXPORT int32_t ComHostGetDevice(int32_t index, char* path, int32_t pathS
                                         int32_t descriptionSize) try {
     std::string foundPath;
     std::string foundDescription;
-    if (!brisolt::deviceNames::list(index, foundPath, foundDescription))
+    if (!brisolt::serial::list(index, foundPath, foundDescription))
         return 0;
     copyCut(foundPath, path, pathSize);
     copyCut(foundDescription, description, descriptionSize);

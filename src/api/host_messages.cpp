@@ -1,5 +1,5 @@
 // The exported functions for messages, windows, function words and message boxes.
-#include "api/brisolt_host.h"
+#include "brisolt_host.h"
 
 #include "api/export.h"
 #include "platform/function_words.h"

@@ -1,6 +1,6 @@
 // The host function about modules.
-#include "api/brisolt_host.h"
 #include "api/export.h"
+#include "brisolt_host.h"
 #include "platform/module.h"
 
 BRISOLT_EXPORT int32_t ComHostMapModule(const char* name, const char* path) {

@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "api/border.h"
-#include "api/brisolt/lines.h"
+#include "brisolt/lines.h"
 #include "port/line_settings.h"
 #include "port/line_status.h"
 #include "port/scramble.h"

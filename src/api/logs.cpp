@@ -2,8 +2,8 @@
 #include <cstdarg>
 
 #include "api/border.h"
-#include "api/brisolt/logs.h"
 #include "api/export.h"
+#include "brisolt/logs.h"
 #include "diag/debug_logs.h"
 #include "port/trace.h"
 

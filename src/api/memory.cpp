@@ -1,6 +1,6 @@
 // The port record's address, and tracked memory.
 #include "api/border.h"
-#include "api/brisolt/ports.h"
+#include "brisolt/ports.h"
 #include "files/file_strings.h"
 #include "port/tracked_memory.h"
 

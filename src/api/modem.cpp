@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "api/border.h"
-#include "api/brisolt/modem.h"
+#include "brisolt/modem.h"
 #include "modem/initialisation.h"
 #include "modem/modem_commands.h"
 #include "modem/modem_database.h"

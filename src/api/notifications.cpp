@@ -2,7 +2,7 @@
 #include "script/notifications.h"
 
 #include "api/border.h"
-#include "api/brisolt/notifications.h"
+#include "brisolt/notifications.h"
 
 using namespace brisolt;
 

@@ -1,5 +1,5 @@
 // Parameter records and profile files.
-#include "api/brisolt/parameters.h"
+#include "brisolt/parameters.h"
 
 #include <algorithm>
 #include <cstring>

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "api/border.h"
-#include "api/brisolt/files.h"
+#include "brisolt/files.h"
 #include "platform/file.h"
 #include "port/record.h"
 #include "util/paths.h"

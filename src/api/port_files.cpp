@@ -4,7 +4,7 @@
 #include <span>
 
 #include "api/border.h"
-#include "api/brisolt/files.h"
+#include "brisolt/files.h"
 #include "files/buffered_writer.h"
 #include "files/diff_report.h"
 #include "files/write_check.h"

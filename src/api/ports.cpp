@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "api/border.h"
-#include "api/brisolt/ports.h"
+#include "brisolt/ports.h"
 #include "platform/clock.h"
 #include "port/flow.h"
 #include "port/io_thread.h"

@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "api/border.h"
-#include "api/brisolt/progress.h"
+#include "brisolt/progress.h"
 #include "platform/file.h"
 #include "transfer/progress.h"
 

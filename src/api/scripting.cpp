@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "api/border.h"
-#include "api/brisolt/scripting.h"
+#include "brisolt/scripting.h"
 #include "port/waits.h"
 #include "script/peek.h"
 #include "script/stimulus.h"

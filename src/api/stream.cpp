@@ -1,5 +1,5 @@
 // Reading and writing.
-#include "api/brisolt/stream.h"
+#include "brisolt/stream.h"
 #include "api/border.h"
 #include "port/reading.h"
 #include "port/stream_settings.h"

@@ -1,5 +1,5 @@
 // Telephony.
-#include "api/brisolt/telephony.h"
+#include "brisolt/telephony.h"
 
 #include "api/border.h"
 #include "port/open_close.h"

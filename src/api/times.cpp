@@ -3,8 +3,8 @@
 #include <string>
 
 #include "api/border.h"
-#include "api/brisolt/times.h"
 #include "api/export.h"
+#include "brisolt/times.h"
 #include "platform/clock.h"
 #include "util/dated_names.h"
 #include "util/time_strings.h"

@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "api/border.h"
-#include "api/brisolt/transfer.h"
+#include "brisolt/transfer.h"
 #include "port/waits.h"
 #include "transfer/text_receive.h"
 #include "transfer/text_send.h"

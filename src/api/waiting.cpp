@@ -1,6 +1,6 @@
 // Waiting, escape and cancel.
 #include "api/border.h"
-#include "api/brisolt/waits.h"
+#include "brisolt/waits.h"
 #include "port/waits.h"
 
 using namespace brisolt;

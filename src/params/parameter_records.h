@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "api/brisolt/parameters.h"
+#include "brisolt/parameters.h"
 #include "port/port.h"
 
 namespace brisolt {

@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-#include "api/brisolt/parameters.h"
+#include "brisolt/parameters.h"
 
 namespace brisolt::profile {
 

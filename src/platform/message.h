@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "api/brisolt_host.h"
+#include "brisolt_host.h"
 
 namespace brisolt::message {
 

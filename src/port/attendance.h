@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "api/brisolt_host.h"
+#include "brisolt_host.h"
 #include "platform/clock.h"
 #include "port/port.h"
 

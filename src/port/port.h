@@ -11,7 +11,7 @@
 #include <memory>
 #include <mutex>
 
-#include "platform/device.h"
+#include "device/device.h"
 #include "platform/wake.h"
 #include "port/port_events.h"
 #include "port/port_lock.h"

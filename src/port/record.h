@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "api/brisolt/progress.h"
-#include "api/brisolt_host.h"
+#include "brisolt/progress.h"
+#include "brisolt_host.h"
 #include "port/shared.h"
 
 namespace brisolt {

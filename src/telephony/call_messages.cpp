@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/device.h"
+#include "platform/serial.h"
 #include "port/open_close.h"
 #include "port/port_table.h"
 #include "telephony/call_device.h"
@@ -43,7 +43,7 @@ bool fetchHandle(const Use& use, uint32_t call, uint32_t& handle) {
 
 /// The handle came to us: nobody else will close it.
 void closeHandle(int32_t handle) noexcept {
-    drivers::closeForeign(handle);
+    serial::closeForeign(handle);
 }
 
 void closeOpenPort(int32_t number) {

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "api/brisolt.h"
+#include "brisolt.h"
 #include "platform/clock.h"
 #include "support/bare_port.h"
 #include "support/temp_dir.h"

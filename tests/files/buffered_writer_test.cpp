@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "api/brisolt.h"
+#include "brisolt.h"
 #include "files/full_disk.h"
 #include "files/holders.h"
 #include "support/bare_port.h"

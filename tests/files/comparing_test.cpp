@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "api/brisolt.h"
+#include "brisolt.h"
 #include "support/bare_port.h"
 #include "transfer/files.h"
 

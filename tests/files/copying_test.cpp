@@ -6,8 +6,8 @@
 
 #include <sys/stat.h>
 
-#include "api/brisolt.h"
-#include "api/brisolt_host.h"
+#include "brisolt.h"
+#include "brisolt_host.h"
 #include "files/full_disk.h"
 #include "files/holders.h"
 #include "transfer/files.h"

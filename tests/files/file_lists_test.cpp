@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "api/brisolt.h"
+#include "brisolt.h"
 #include "platform/memory.h"
 #include "port/tracked_memory.h"
 #include "support/bare_port.h"

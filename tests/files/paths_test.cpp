@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "api/brisolt.h"
+#include "brisolt.h"
 #include "transfer/files.h"
 
 namespace brisolt {

@@ -12,7 +12,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "api/brisolt.h"
+#include "brisolt.h"
 #include "files/holders.h"
 #include "platform/file.h"
 #include "support/bare_port.h"

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "api/brisolt.h"
+#include "brisolt.h"
 #include "support/temp_dir.h"
 
 namespace brisolt::test {

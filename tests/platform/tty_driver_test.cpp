@@ -14,9 +14,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "platform/device.h"
+#include "device/device.h"
 #include "platform/error_text.h"
-#include "platform/posix/tty_device.h"
+#include "platform/posix/tty/tty_device.h"
 #include "port/ports.h"
 #include "support/peer_process.h"
 #include "support/pty.h"

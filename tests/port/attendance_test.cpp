@@ -10,8 +10,8 @@
 
 #include <gtest/gtest.h>
 
-#include "api/brisolt.h"
-#include "api/brisolt_host.h"
+#include "brisolt.h"
+#include "brisolt_host.h"
 #include "port/port_table.h"
 #include "support/pty.h"
 #include "support/timing.h"

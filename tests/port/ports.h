@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "api/brisolt.h"
-#include "api/brisolt_host.h"
+#include "brisolt.h"
+#include "brisolt_host.h"
 #include "port/record.h"
 #include "support/timing.h"
 

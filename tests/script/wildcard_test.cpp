@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "api/brisolt/scripting.h"
+#include "brisolt/scripting.h"
 
 namespace {
 

@@ -19,7 +19,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "api/brisolt_host.h"
+#include "brisolt_host.h"
 #include "modem/simulator.h"
 #include "service/refusals.h"
 #include "support/temp_dir.h"

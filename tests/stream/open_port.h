@@ -18,8 +18,8 @@
 
 #include <gtest/gtest.h>
 
-#include "api/brisolt.h"
-#include "api/brisolt_host.h"
+#include "brisolt.h"
+#include "brisolt_host.h"
 #include "port/port_table.h"
 #include "support/temp_dir.h"
 #include "support/timing.h"

@@ -1,5 +1,5 @@
 // Discarding, resuming and the settings of the byte stream, with the other end of a null modem as witness.
-#include "platform/device.h"
+#include "device/device.h"
 #include "stream/open_port.h"
 
 namespace brisolt::test {

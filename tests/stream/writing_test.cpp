@@ -1,6 +1,6 @@
 // Writing: straight through or through the ring, what becomes of bytes that the far end holds off, and what
 // the trace says of it.
-#include "platform/device.h"
+#include "device/device.h"
 #include "stream/open_port.h"
 #include "support/pty.h"
 

@@ -14,7 +14,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "api/brisolt_host.h"
+#include "brisolt_host.h"
 #include "platform/signal.h"
 
 namespace brisolt::test {

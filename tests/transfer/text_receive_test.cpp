@@ -1,7 +1,7 @@
 // Text files on their way in: in one call, step by step, and what is read of them as text.
 #include <future>
 
-#include "api/brisolt_host.h"
+#include "brisolt_host.h"
 #include "support/peer_process.h"
 #include "support/pty.h"
 #include "transfer/files.h"

@@ -1,7 +1,7 @@
 // Text files on their way out: in one call and step by step.
 #include <future>
 
-#include "api/brisolt_host.h"
+#include "brisolt_host.h"
 #include "port/scramble.h"
 #include "support/pty.h"
 #include "support/scripted_driver.h"

@@ -8,8 +8,8 @@
 #include <unistd.h>
 #include <vector>
 
-#include "api/brisolt.h"
-#include "api/brisolt_host.h"
+#include "brisolt.h"
+#include "brisolt_host.h"
 #include "platform/memory.h"
 #include "transfer/files.h"
 

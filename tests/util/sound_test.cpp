@@ -13,8 +13,8 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "api/brisolt.h"
-#include "api/brisolt_host.h"
+#include "brisolt.h"
+#include "brisolt_host.h"
 #include "support/pty.h"
 #include "support/temp_dir.h"
 

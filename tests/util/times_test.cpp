@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "api/brisolt.h"
+#include "brisolt.h"
 #include "platform/clock.h"
 
 namespace brisolt {

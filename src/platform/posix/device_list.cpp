@@ -5,10 +5,9 @@
 #include <algorithm>
 #include <fstream>
 
-#include "platform/device.h"
-#include "platform/device_names.h"
+#include "platform/serial.h"
 
-namespace brisolt::deviceNames {
+namespace brisolt::serial {
 namespace {
 
 namespace fs = std::filesystem;
@@ -131,10 +130,10 @@ bool list(int32_t index, std::string& path, std::string& description) {
     return true;
 }
 
-std::string hostDefault(int32_t port) {
+std::string defaultPath(int32_t port) {
     std::error_code none;
     std::string named = "/dev/com" + std::to_string(port);
     return fs::exists(named, none) ? named : "/dev/ttyS" + std::to_string(port - 1);
 }
 
-} // namespace brisolt::deviceNames
+} // namespace brisolt::serial

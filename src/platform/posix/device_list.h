@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace brisolt::deviceNames {
+namespace brisolt::serial {
 
 struct ListedDevice {
     std::string path;
@@ -18,4 +18,4 @@ std::vector<ListedDevice> listBelow(const std::filesystem::path& classDirectory)
 /// Less, with numbers inside the texts compared as numbers: ttyS2 before ttyS10.
 bool naturallyLess(std::string_view a, std::string_view b);
 
-} // namespace brisolt::deviceNames
+} // namespace brisolt::serial

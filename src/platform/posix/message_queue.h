@@ -7,7 +7,7 @@
 #include <deque>
 #include <unordered_set>
 
-#include "api/brisolt_host.h"
+#include "brisolt_host.h"
 
 namespace brisolt {
 

@@ -23,10 +23,10 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/device.h"
+#include "device/device.h"
+#include "device/null_modem_cable.h"
+#include "device/null_modem_write.h"
 #include "platform/error_text.h"
-#include "platform/null_modem_cable.h"
-#include "platform/null_modem_write.h"
 
 namespace brisolt {
 

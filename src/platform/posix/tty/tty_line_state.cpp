@@ -7,7 +7,7 @@
 #include <sys/ioctl.h>
 
 #include "platform/error_text.h"
-#include "platform/posix/tty_device.h"
+#include "platform/posix/tty/tty_device.h"
 
 namespace brisolt::tty {
 namespace {

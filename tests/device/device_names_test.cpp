@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/device.h"
+#include "device/device.h"
 #include "platform/posix/device_list.h"
 #include "support/scripted_driver.h"
 #include "support/temp_dir.h"
@@ -80,14 +80,14 @@ protected:
 } // namespace
 
 TEST_F(DeviceList, ListsWhatHasADeviceInNaturalOrder) {
-    const auto devices = names::listBelow(root / "class");
+    const auto devices = brisolt::serial::listBelow(root / "class");
     ASSERT_EQ(devices.size(), 3U);
     EXPECT_EQ(devices[0].path, "/dev/ttyS2");
     EXPECT_EQ(devices[1].path, "/dev/ttyS10");
     EXPECT_EQ(devices[2].path, "/dev/ttyUSB0");
     EXPECT_EQ(devices[1].description, "8250_pci");
     EXPECT_EQ(devices[2].description, "Converter A1 (ftdi_sio)");
-    EXPECT_TRUE(names::listBelow(root / "absent").empty());
+    EXPECT_TRUE(brisolt::serial::listBelow(root / "absent").empty());
 }
 
 TEST_F(DeviceList, NamesTheDriverAboveTheKernelsOwnLevels) {
@@ -98,7 +98,7 @@ TEST_F(DeviceList, NamesTheDriverAboveTheKernelsOwnLevels) {
     for (const char* level : {"chip/chip:0", "chip/chip:0/chip:0.0"})
         fs::create_symlink(root / "bus/serial-base", root / "devices" / level / "subsystem");
     fs::create_symlink(root / "drivers/dw-apb-uart", root / "devices/chip/driver");
-    EXPECT_EQ(names::listBelow(root / "class")[1].description, "dw-apb-uart");
+    EXPECT_EQ(brisolt::serial::listBelow(root / "class")[1].description, "dw-apb-uart");
 }
 
 namespace {

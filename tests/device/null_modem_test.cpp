@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include "device/device.h"
 #include "platform/clock.h"
-#include "platform/device.h"
 #include "platform/error_text.h"
 #include "platform/signal.h"
 #include "port/ports.h"

@@ -10,7 +10,7 @@
 #include <asm/termbits.h>
 #include <linux/serial.h>
 
-#include "api/brisolt_host.h"
+#include "brisolt_host.h"
 #include "platform/clock.h"
 #include "platform/signal.h"
 

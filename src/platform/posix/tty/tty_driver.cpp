@@ -10,9 +10,9 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include "platform/device.h"
 #include "platform/error_text.h"
-#include "platform/posix/tty_device.h"
+#include "platform/posix/tty/tty_device.h"
+#include "platform/serial.h"
 #include "platform/thread.h"
 
 namespace brisolt::tty {
@@ -174,7 +174,7 @@ bool isGone(int32_t error) noexcept {
 
 } // namespace brisolt::tty
 
-namespace brisolt::drivers {
+namespace brisolt::serial {
 
 void closeAdoptedDescriptor(void* ttyDevice, int32_t handle) noexcept {
     struct stat ours {};
@@ -191,7 +191,7 @@ void closeForeign(int32_t handle) noexcept {
         ::close(handle);
 }
 
-const ComHostDriver& tty() noexcept {
+const ComHostDriver& ttyDriver() noexcept {
     static const ComHostDriver driver = [] {
         ComHostDriver record{};
         record.size = sizeof record;
@@ -220,4 +220,4 @@ const ComHostDriver& tty() noexcept {
     return driver;
 }
 
-} // namespace brisolt::drivers
+} // namespace brisolt::serial

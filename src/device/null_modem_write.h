@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "platform/null_modem_end.h"
+#include "device/null_modem_end.h"
 
 namespace brisolt {
 

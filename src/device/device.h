@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "api/brisolt_host.h"
+#include "brisolt_host.h"
 
 namespace brisolt {
 
@@ -75,12 +75,6 @@ namespace drivers {
 int32_t registerDriver(const char* scheme, const ComHostDriver* driver) noexcept;
 int32_t openHandle(const char* path) noexcept;
 int32_t closeHandle(int32_t handle) noexcept;
-/// Closes the descriptor that a tty was adopted from, unless its owner has and the number is another's now.
-void closeAdoptedDescriptor(void* ttyDevice, int32_t handle) noexcept;
-/// Closes a handle that came to us and that no device has taken over. The standard streams stay.
-void closeForeign(int32_t handle) noexcept;
-/// The built-in drivers.
-const ComHostDriver& tty() noexcept;
 const ComHostDriver& nullModem() noexcept;
 int32_t ringNullModem(const char* path, bool on) noexcept;
 } // namespace drivers
@@ -90,8 +84,6 @@ int32_t map(int32_t port, const char* path) noexcept;
 /// The path behind a name: "\\.\COMn" and "COMn" resolve (mapping, /dev/comN, /dev/ttyS(N-1)); anything
 /// else stands for itself.
 std::string resolve(std::string_view name);
-/// The host's serial devices, sorted by path. False past the last.
-bool list(int32_t index, std::string& path, std::string& description);
 } // namespace deviceNames
 
 } // namespace brisolt

@@ -7,7 +7,7 @@
 #include <deque>
 #include <optional>
 
-#include "api/brisolt_host.h"
+#include "brisolt_host.h"
 #include "platform/signal.h"
 
 namespace brisolt {

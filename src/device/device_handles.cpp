@@ -3,8 +3,8 @@
 #include <map>
 #include <mutex>
 
-#include "platform/device.h"
-#include "platform/device_drivers.h"
+#include "device/device.h"
+#include "device/driver_registry.h"
 #include "platform/error_text.h"
 
 namespace brisolt::drivers {

@@ -8,7 +8,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "platform/posix/tty_device.h"
+#include "platform/posix/tty/tty_device.h"
 
 namespace brisolt::tty {
 namespace {

@@ -1,9 +1,9 @@
-#include "platform/null_modem_write.h"
+#include "device/null_modem_write.h"
 
 #include <algorithm>
 #include <system_error>
 
-#include "platform/null_modem_cable.h"
+#include "device/null_modem_cable.h"
 
 namespace brisolt {
 

@@ -1,5 +1,5 @@
 // The registry of device drivers: schemes of device paths and the drivers behind them.
-#include "platform/device_drivers.h"
+#include "device/driver_registry.h"
 
 #include <algorithm>
 #include <cctype>
@@ -8,8 +8,9 @@
 #include <mutex>
 #include <vector>
 
-#include "platform/device.h"
+#include "device/device.h"
 #include "platform/error_text.h"
+#include "platform/serial.h"
 
 namespace brisolt::drivers {
 namespace {
@@ -88,13 +89,13 @@ ComHostDriver forPath(const std::string& path) {
     const std::size_t colon = path.find(':');
     const std::string scheme = colon == std::string::npos ? std::string() : schemeOf(path.substr(0, colon));
     if (scheme.empty())
-        return tty();
+        return serial::ttyDriver();
     if (scheme == nullModemScheme)
         return nullModem();
     Registry& all = registry();
     const std::scoped_lock guard(all.lock);
     const Registration* registration = all.find(scheme);
-    return registration != nullptr ? registration->driver : tty();
+    return registration != nullptr ? registration->driver : serial::ttyDriver();
 }
 
 bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self) {
@@ -118,7 +119,8 @@ bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self) {
 int32_t openPath(const std::string& path, Opened& opened) {
     opened.driver = forPath(path);
     // Drivers from outside may say nothing about a failure; the built-in ones say more in their turn.
-    const bool tellsItself = opened.driver.open == tty().open || opened.driver.open == nullModem().open;
+    const bool tellsItself =
+        opened.driver.open == serial::ttyDriver().open || opened.driver.open == nullModem().open;
     const int32_t result =
         opened.driver.open(opened.driver.context, path.c_str(), &opened.self, &opened.handle);
     if (result > 0 && opened.self != nullptr)

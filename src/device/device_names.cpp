@@ -1,10 +1,9 @@
 // Which device a port's name opens: the table of mapped paths and the host's own devices behind it.
-#include "platform/device_names.h"
-
 #include <array>
 #include <mutex>
 
-#include "platform/device.h"
+#include "device/device.h"
+#include "platform/serial.h"
 
 namespace brisolt::deviceNames {
 namespace {
@@ -73,7 +72,7 @@ std::string resolve(std::string_view name) {
         if (!mapped.empty())
             return mapped;
     }
-    return hostDefault(port);
+    return serial::defaultPath(port);
 }
 
 } // namespace brisolt::deviceNames

@@ -15,7 +15,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include "platform/posix/tty_device.h"
+#include "platform/posix/tty/tty_device.h"
 
 namespace brisolt::tty {
 namespace {

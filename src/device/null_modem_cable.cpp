@@ -1,4 +1,4 @@
-#include "platform/null_modem_cable.h"
+#include "device/null_modem_cable.h"
 
 #include <algorithm>
 #include <chrono>

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "device/null_modem_end.h"
 #include "platform/clock.h"
-#include "platform/null_modem_end.h"
 #include "platform/signal.h"
 
 namespace brisolt {

@@ -1,4 +1,4 @@
-#include "platform/null_modem_end.h"
+#include "device/null_modem_end.h"
 
 #include <algorithm>
 #include <system_error>

@@ -1,11 +1,12 @@
-#include "platform/device.h"
+#include "device/device.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 
-#include "platform/device_drivers.h"
+#include "device/driver_registry.h"
 #include "platform/error_text.h"
+#include "platform/serial.h"
 
 namespace brisolt {
 namespace {
@@ -73,12 +74,12 @@ int32_t Device::adopt(int32_t handle) noexcept try {
 // the port cannot reach the next one that adopts the same handle. A handle that is no tty's may be one of a
 // registered driver.
 int32_t Device::takeOver(int32_t handle, bool isKept, const drivers::Opened& kept) {
-    if (isKept && kept.driver.open != drivers::tty().open) {
+    if (isKept && kept.driver.open != serial::ttyDriver().open) {
         driver_ = kept.driver;
         self_ = kept.self;
         return 1;
     }
-    driver_ = drivers::tty();
+    driver_ = serial::ttyDriver();
     void* self = nullptr;
     int32_t result = driver_.adopt(driver_.context, handle, &self);
     if (result == -ENOTTY && drivers::adoptForeign(handle, driver_, self))
@@ -91,13 +92,13 @@ int32_t Device::takeOver(int32_t handle, bool isKept, const drivers::Opened& kep
 void Device::closeWithHandle() noexcept {
     if (shared_ >= 0)
         drivers::closeHandle(shared_);
-    else if (adopted_ && driver_.open == drivers::tty().open)
-        drivers::closeAdoptedDescriptor(self_, handle_);
+    else if (adopted_ && driver_.open == serial::ttyDriver().open)
+        serial::closeAdoptedDescriptor(self_, handle_);
     close();
 }
 
 void Device::close() noexcept {
-    const bool ownsDevice = shared_ < 0 || driver_.open == drivers::tty().open;
+    const bool ownsDevice = shared_ < 0 || driver_.open == serial::ttyDriver().open;
     if (self_ != nullptr && ownsDevice)
         driver_.close(self_);
     self_ = nullptr;

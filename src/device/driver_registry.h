@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "api/brisolt_host.h"
+#include "brisolt_host.h"
 
 namespace brisolt::drivers {
 
