@@ -1,128 +1,50 @@
 // Programs that nobody here wrote, at the modem; and the command, run as a user runs it.
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
+#include <sys/resource.h>
+
 #include "modem/simulator.h"
 #include "support/peer_process.h"
-#include "support/temp_dir.h"
 #include "terminal.h"
 
-#ifndef BRISOLT_MODEM
-#define BRISOLT_MODEM ""
-#endif
-
-#ifndef BRISOLT_DEMO
-#define BRISOLT_DEMO ""
-#endif
-
-using brisolt::test::PeerProcess;
-using brisolt::test::TempDir;
-using brisolt::test::Terminal;
+using namespace brisolt::test;
 using namespace simulated;
-using namespace std::chrono_literals;
+namespace fs = std::filesystem;
 
 namespace {
 
-/// Where Debian puts it; empty when it is not installed.
-std::string program(const std::string& name) {
-    for (const char* folder : {"/usr/sbin/", "/usr/bin/", "/sbin/", "/bin/"})
-        if (std::filesystem::exists(folder + name))
-            return folder + name;
-    return {};
-}
+const PeerProcess::Options captured{.captureErrors = true, .inherit = -1};
 
 PeerProcess shell(const std::string& script, const std::vector<std::string>& arguments) {
     std::vector<std::string> words{"-c", script, "sh"};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    return {"/bin/sh", words, {.captureErrors = true, .inherit = -1}};
+    return {"/bin/sh", words, captured};
 }
-
-struct ModemCommand : testing::Test {
-    TempDir dir;
-
-    void SetUp() override {
-        if (std::string(BRISOLT_MODEM).empty())
-            GTEST_SKIP() << "the command is not part of this build";
-    }
-    PeerProcess start(const std::vector<std::string>& more) const {
-        std::vector<std::string> words{"--exchange", dir.file("exchange"), "--time-scale", "10"};
-        words.insert(words.end(), more.begin(), more.end());
-        return {BRISOLT_MODEM, words, {.captureErrors = true, .inherit = -1}};
-    }
-};
 
 } // namespace
 
-TEST_F(ModemCommand, ChatDialsTalksAndHangsUp) {
-    const std::string chat = program("chat");
-    if (chat.empty())
-        GTEST_SKIP() << "chat is not installed (Debian package ppp)";
-    // At its own pace: chat's pauses are real seconds.
-    PeerProcess here(BRISOLT_MODEM,
-                     {"--exchange", dir.file("exchange"), "--number", "100", "--link", dir.file("here")});
-    PeerProcess there(BRISOLT_MODEM, {"--exchange", dir.file("exchange"), "--number", "200", "--stored",
-                                      "S0=1", "--link", dir.file("there")});
-    ASSERT_TRUE(here.readLine());
-    const auto path = there.readLine();
-    ASSERT_TRUE(path);
-    EXPECT_EQ(std::filesystem::read_symlink(dir.file("there")), *path);
-
-    PeerProcess answering = shell(
-        "exec <>$2 >&0; exec $1 TIMEOUT 20 CONNECT '' 'user:' 'login: \\c' 'user:' '' 'NO CARRIER' '\\c'",
-        {chat, dir.file("there")});
-    PeerProcess login = shell(
-        "exec <>$2 >&0; $1 ABORT BUSY ABORT ERROR TIMEOUT 20 '' ATZ OK 'AT&F&C1&D2' OK 'AT&K3' OK ATDT200 "
-        "'CONNECT 33600' 'user:' login: '\\d\\d+++\\d\\d\\c' OK ATH0 OK '\\c'",
-        {chat, dir.file("here")});
-    EXPECT_EQ(login.wait(30s), 0) << login.readAll(1s);
-    answering.kill(SIGTERM);
-}
-
-TEST_F(ModemCommand, MinicomDialsTalksAndHangsUp) {
-    const std::string minicom = program("minicom");
-    if (minicom.empty())
+TEST(ModemOnAPty, IsDialledTalkedToAndHungUpByMinicom) {
+    if (!fs::exists("/usr/bin/minicom"))
         GTEST_SKIP() << "minicom is not installed (Debian package minicom)";
     Exchange exchange;
+    const TempDir dir;
     const Simulator here(ptyLine(), exchange, {.number = "100"});
     const Simulator there(ptyLine(), exchange, {.number = "200", .stored = "E0S0=1"});
     Terminal terminal(there.path());
-    std::ofstream(dir.file("script")) << R"(timeout 60
-send "ATZ"
-expect {
-    "OK"
-}
-send "ATDT200"
-expect {
-    "CONNECT 33600"
-}
-expect {
-    "password? "
-}
-send "sesame"
-expect {
-    "welcome"
-}
-sleep 2
-send "+++\c"
-expect {
-    "OK"
-}
-send "ATH"
-)";
+    std::ofstream(dir.file("script"))
+        << "timeout 60\nsend \"ATZ\"\nexpect {\n\"OK\"\n}\nsend \"ATDT200\"\nexpect {\n\"password? \"\n}\n"
+           "send \"sesame\"\nsleep 2\nsend \"+++\\c\"\nexpect {\n\"OK\"\n}\nsend \"ATH\"\n";
     // It wants a terminal of its own; script gives it one.
-    PeerProcess program = shell("HOME=\"$1\" TERM=vt100 exec script -qec \"$2 -o -z -D $3 -S $1/script\" "
-                                "/dev/null",
-                                {dir.path().string(), minicom, here.path()});
+    PeerProcess program =
+        shell("HOME=\"$1\" TERM=vt100 exec script -qec \"minicom -o -z -D $2 -S $1/script\" /dev/null",
+              {dir.path().string(), here.path()});
     terminal.until("CONNECT 33600\r\n", 30s);
     terminal.send("password? ");
     terminal.until("sesame\r");
-    terminal.send("welcome\r\n");
     terminal.until("NO CARRIER\r\n", 30s);
     EXPECT_EQ(here.commands(), (std::vector<std::string>{"ATZ", "ATDT200", "ATH"}));
     program.write("\x01x");
@@ -131,31 +53,47 @@ send "ATH"
     EXPECT_EQ(program.wait(1s), 0);
 }
 
+#ifdef BRISOLT_MODEM
+
+struct ModemCommand : testing::Test {
+    TempDir dir;
+
+    PeerProcess start(const std::vector<std::string>& more) const {
+        std::vector<std::string> words{"--exchange", dir.file("exchange"), "--time-scale", "10"};
+        words.insert(words.end(), more.begin(), more.end());
+        return {BRISOLT_MODEM, words, captured};
+    }
+    static void expectRefusal(PeerProcess&& program, const std::string& complaint, int code = 1) {
+        EXPECT_EQ(program.wait(), code) << complaint;
+        const std::string text = program.readAll();
+        EXPECT_NE(text.find(complaint), std::string::npos) << text;
+    }
+};
+
 TEST_F(ModemCommand, OutlivesTheOthersOfItsExchange) {
     PeerProcess here = start({"--number", "100", "--busy", "5", "6"});
-    const auto path = here.readLine();
-    ASSERT_TRUE(path);
-    Terminal terminal(*path);
+    Terminal terminal(here.readLine().value_or(""));
     terminal.ask("ATE0");
-    for (int round = 0; round < 2; ++round) {
-        PeerProcess there = start({"--number", "200", "--link", dir.file("there"), "--stored", "S0=1"});
-        ASSERT_TRUE(there.readLine());
-        Terminal far(dir.file("there"));
+    const std::string link = dir.file("there");
+    for (const int end : {SIGKILL, SIGTERM}) {
+        PeerProcess there = start({"--number", "200", "--link", link, "--stored", "S0=1"});
+        ASSERT_TRUE(there.readLine()) << "a dead one's number and link can be had";
+        Terminal far(link);
         terminal.send("ATD200\r");
         terminal.until("CONNECT 33600\r\n");
         far.until("CONNECT 33600\r\n");
         far.send("alive");
         terminal.until("alive");
 
-        PeerProcess same = start({"--number", "200"});
-        EXPECT_EQ(same.wait(), 1);
-        EXPECT_NE(same.readAll().find("another modem has the number 200"), std::string::npos);
+        expectRefusal(start({"--number", "200"}), "another modem has the number 200");
+        expectRefusal(start({"--link", dir.path().string() + "/./there"}),
+                      "/there: is the link of a modem that runs (process " + std::to_string(there.id()));
+        EXPECT_TRUE(fs::exists(link)) << "and it still leads there";
 
-        there.kill(round == 0 ? SIGKILL : SIGTERM);
-        EXPECT_EQ(there.wait(), round == 0 ? 128 + SIGKILL : 0);
+        there.kill(end);
+        EXPECT_EQ(there.wait(), end == SIGKILL ? 128 + SIGKILL : 0);
         terminal.until("NO CARRIER\r\n");
-        EXPECT_EQ(std::filesystem::is_symlink(dir.file("there")), round == 0)
-            << "a dead process leaves its link";
+        EXPECT_EQ(fs::is_symlink(link), end == SIGKILL) << "a dead process leaves its link";
         terminal.send("ATD200\r");
         terminal.until("NO CARRIER\r\n");
     }
@@ -164,34 +102,58 @@ TEST_F(ModemCommand, OutlivesTheOthersOfItsExchange) {
 }
 
 TEST_F(ModemCommand, TellsWhatItCannotDo) {
-    std::ofstream(dir.file("file")) << "mine";
-    const struct {
-        std::vector<std::string> words;
-        int code;
-        const char* complaint;
-    } cases[] = {{{"--rate", "0"}, 2, "--rate"},
-                 {{"--slow", "Z:soon"}, 1, "Z:soon"},
-                 {{"--stored", "ATX9"}, 1, "ATX9"},
-                 {{"--link", dir.file("file")}, 1, "no symbolic link"},
-                 {{"--exchange", dir.file("file") + "/x"}, 1, "file/x"}};
-    for (const auto& one : cases) {
-        PeerProcess modem(BRISOLT_MODEM, one.words, {.captureErrors = true, .inherit = -1});
-        EXPECT_EQ(modem.wait(), one.code) << one.complaint;
-        const std::string text = modem.readAll();
-        EXPECT_NE(text.find(one.complaint), std::string::npos) << text;
-    }
+    const std::string file = dir.file("file"), link = dir.file("link"), fresh = dir.file("new");
+    std::ofstream(file) << "mine";
+    fs::create_symlink(file, link);
+    expectRefusal(start({"--rate", "0"}), "--rate", 2);
+    expectRefusal(start({"--slow", "Z:soon"}), "Z:soon");
+    expectRefusal(start({"--stored", "ATX9"}), "ATX9");
+    expectRefusal(start({"--number", "1/2"}), "is no telephone number");
+    expectRefusal(start({"--link", file}), "file: is there already");
+    expectRefusal(start({"--link", link}), "link: is there already");
+    expectRefusal({BRISOLT_MODEM, {"--exchange", file + "/x"}, captured}, "file/x");
+    for (const auto& [to, why] : {std::pair("/dev/full", "No space left"), {"&-", "Bad file descriptor"}})
+        expectRefusal(shell(std::string("exec $1 --link $2 >") + to, {BRISOLT_MODEM, fresh}), why);
+    EXPECT_FALSE(fs::is_symlink(fresh));
+
     PeerProcess faulty = start({"--silent", "Z:1", "--refuse", "&K3", "--verbose"});
-    const auto path = faulty.readLine();
-    ASSERT_TRUE(path);
-    Terminal terminal(*path);
+    Terminal terminal(faulty.readLine().value_or(""));
     terminal.send("ATZ\rAT&K3\rATZ\r");
     EXPECT_EQ(terminal.until("OK\r\n"), "ATZ\rAT&K3\r\r\nERROR\r\nATZ\r\r\nOK\r\n");
     EXPECT_EQ(faulty.readLine(), "command ATZ");
 }
 
+// A host that has nothing left for a modem in the middle of its life.
+TEST_F(ModemCommand, EndsWhenTheHostGivesNoMore) {
+    const std::string link = dir.file("here");
+    const auto expectEnd = [&](__rlimit_resource resource, bool called, const std::string& complaint) {
+        PeerProcess modem = start({"--number", "100", "--link", link});
+        const std::string path = modem.readLine().value_or("");
+        rlimit limit{3, 3};
+        for (; called && fs::is_symlink("/proc/" + std::to_string(modem.id()) + "/fd/" +
+                                        std::to_string(limit.rlim_cur));)
+            limit.rlim_max = ++limit.rlim_cur;
+        ASSERT_EQ(prlimit(modem.id(), resource, &limit, nullptr), 0);
+        Exchange exchange(dir.file("exchange"));
+        const Simulator caller(ptyLine(), exchange);
+        if (called)
+            Terminal(caller.path()).send("AT&D0DT100\r");
+        // The lines that it is given it keeps, so it needs more and more.
+        PeerProcess talker = shell("exec yes \"$(printf 'ATE0Q1\\r')\" >$1", {path});
+        expectRefusal(std::move(modem), "brisolt-modem: " + complaint + "\n");
+        EXPECT_FALSE(fs::is_symlink(link));
+    };
+    expectEnd(RLIMIT_NOFILE, true, "telephone line: Too many open files");
+    expectEnd(RLIMIT_NOFILE, false, "waiting for the line: Invalid argument");
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // which have books of their own to keep
+    expectEnd(RLIMIT_DATA, false, "out of memory");
+#endif
+}
+
+#endif
+#ifdef BRISOLT_DEMO
+
 TEST(Demonstration, SucceedsAndFailsWithWhatItShows) {
-    if (std::string(BRISOLT_DEMO).empty())
-        GTEST_SKIP() << "the demonstration is not part of this build";
     const TempDir dir;
     PeerProcess demo = shell("TMPDIR=$2 exec $1", {BRISOLT_DEMO, dir.path().string()});
     EXPECT_EQ(demo.wait(60s), 0) << demo.readAll(1s);
@@ -199,3 +161,5 @@ TEST(Demonstration, SucceedsAndFailsWithWhatItShows) {
     EXPECT_EQ(alone.wait(), 1);
     EXPECT_NE(alone.readAll().find("brisolt-demo: socat: "), std::string::npos);
 }
+
+#endif

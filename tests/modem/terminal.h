@@ -39,33 +39,15 @@ public:
             bytes.remove_prefix(static_cast<std::size_t>(count));
         }
     }
-    /// Whether a byte could be sent at once.
-    bool hasRoom() const {
-        pollfd entry{file_, POLLOUT, 0};
-        return poll(&entry, 1, 0) == 1 && (entry.revents & POLLOUT) != 0;
-    }
     /// All that comes up to and with that text. A failure, and what came, when it does not come.
     std::string until(std::string_view text, Milliseconds limit = Milliseconds(20000)) {
-        const auto end = Clock::now() + limit;
-        std::size_t at = 0;
-        while ((at = got_.find(text)) == std::string::npos)
-            if (!more(end)) {
-                ADD_FAILURE() << "no \"" << text << "\" in \"" << got_ << '"';
-                return std::exchange(got_, {});
-            }
-        return take(at + text.size());
+        const bool came = more(limit, [&] { return got_.find(text) != std::string::npos; });
+        EXPECT_TRUE(came) << "no \"" << text << "\" in \"" << got_ << '"';
+        return take(came ? got_.find(text) + text.size() : got_.size());
     }
     std::string read(std::size_t count, Milliseconds limit = Milliseconds(20000)) {
-        const auto end = Clock::now() + limit;
-        while (got_.size() < count && more(end)) {
-        }
+        more(limit, [&] { return got_.size() >= count; });
         return take(std::min(count, got_.size()));
-    }
-    /// What comes until nothing has come for a while.
-    std::string untilQuiet(Milliseconds quiet = Milliseconds(150)) {
-        while (more(Clock::now() + quiet)) {
-        }
-        return take(got_.size());
     }
     /// Sends a command line; all that comes up to OK.
     std::string ask(const std::string& line) {
@@ -74,18 +56,18 @@ public:
     }
 
 private:
-    using Clock = std::chrono::steady_clock;
-
-    bool more(Clock::time_point end) {
-        const auto left = std::chrono::ceil<Milliseconds>(end - Clock::now()).count();
-        pollfd entry{file_, POLLIN, 0};
-        if (poll(&entry, 1, static_cast<int>(std::max<Milliseconds::rep>(left, 0))) <= 0)
-            return false;
-        std::array<char, 4096> bytes{};
-        const ssize_t count = ::read(file_, bytes.data(), bytes.size());
-        if (count > 0)
+    template <class Condition> bool more(Milliseconds limit, Condition enough) {
+        const auto end = SteadyClock::now() + limit;
+        for (ssize_t count = 1; !enough();) {
+            const auto left = std::chrono::ceil<Milliseconds>(end - SteadyClock::now());
+            pollfd entry{file_, POLLIN, 0};
+            std::array<char, 4096> bytes{};
+            if (poll(&entry, 1, static_cast<int>(std::max(left, 0ms).count())) <= 0 ||
+                (count = ::read(file_, bytes.data(), bytes.size())) <= 0)
+                return false;
             got_.append(bytes.data(), static_cast<std::size_t>(count));
-        return count > 0;
+        }
+        return true;
     }
     std::string take(std::size_t count) {
         std::string bytes = got_.substr(0, count);
@@ -96,17 +78,5 @@ private:
     int file_;
     std::string got_;
 };
-
-/// All that comes at a port up to and with that text. A failure when it does not come.
-inline std::string untilOnPort(int32_t port, const std::string& text) {
-    std::string got;
-    eventually([&] {
-        for (int32_t byte = 0; !got.ends_with(text) && (byte = ComGetc(port)) >= 0;)
-            got += static_cast<char>(byte);
-        return got.ends_with(text);
-    });
-    EXPECT_TRUE(got.ends_with(text)) << got;
-    return got;
-}
 
 } // namespace brisolt::test

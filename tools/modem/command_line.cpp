@@ -122,7 +122,7 @@ std::optional<Command> nextCommand(std::string_view& line) {
     constexpr std::string_view families = "&%\\";
     const bool two = families.find(line.front()) != std::string_view::npos && line.size() > 1;
     Command command;
-    command.name = line.substr(0, two ? 2 : 1);
+    command.name = std::string(line.substr(0, two ? 2 : 1));
     line.remove_prefix(command.name.size());
     if (command.name == "+")
         takeExtended(line, command);

@@ -84,7 +84,7 @@ Modem::Outcome Modem::perform(const Command& command) {
     return profile_.set(command.name, command.number.value_or(0)) ? Outcome::next : Outcome::error;
 }
 
-/// The profile that was stored in an earlier life.
+/// The first profile as it was stored in an earlier life.
 void Modem::restoreStored(const std::string& line) {
     std::string ignored;
     CommandLine reader;
@@ -95,7 +95,7 @@ void Modem::restoreStored(const std::string& line) {
     while (const auto command = nextCommand(rest))
         if (reader.tooLong() || perform(*command) != Outcome::next || phase_ != Phase::idle)
             throw std::runtime_error("\"" + line + "\" cannot be stored");
-    stored_ = profile_;
+    stored_[0] = profile_;
     toProgram_.clear();
 }
 
@@ -196,13 +196,21 @@ Modem::Outcome Modem::information(const Command& command) {
 }
 
 Modem::Outcome Modem::reset(const Command& command) {
-    if (command.number.value_or(0) > 1)
+    const int number = command.number.value_or(0);
+    if (number > 1)
         return Outcome::error;
     if (phase_ != Phase::idle)
         hangUp();
-    profile_ = stored_;
+    restore(number);
     // What stands behind it on the line would be set by a modem that is about to forget it.
     return Outcome::done;
+}
+
+/// &Y is no part of the profiles that it chooses from.
+void Modem::restore(int number) {
+    const int chosen = profile_["&Y"];
+    profile_ = stored_.at(static_cast<std::size_t>(number));
+    profile_.set("&Y", chosen);
 }
 
 Modem::Outcome Modem::registers(const Command& command) {
@@ -229,12 +237,16 @@ Modem::Outcome Modem::extended(const Command& command) {
             return Outcome::next;
         }
     const auto setting = profile_.extended.find(name);
-    const std::string value = setting == profile_.extended.end() ? "" : setting->second;
-    const bool asked = command.query || command.text == "?";
-    if (!profile_.setExtended(name, asked ? value : command.text))
+    if (setting == profile_.extended.end())
         return Outcome::error;
+    // The class of service is told bare, since it is older than the others.
+    const std::string head = name == "FCLASS" ? "" : "+" + name + ": ";
     if (command.query)
-        inform("+" + name + ": " + value);
+        inform(head + setting->second);
+    else if (command.text == "?")
+        inform(head + std::string(extendedValues(name)));
+    else if (!profile_.setExtended(name, command.text))
+        return Outcome::error;
     return Outcome::next;
 }
 
@@ -251,10 +263,11 @@ Modem::Outcome Modem::view(const Command&) {
 }
 
 Modem::Outcome Modem::store(const Command& command) {
-    if (command.number.value_or(0) > 1)
+    const auto place = static_cast<std::size_t>(command.number.value_or(0));
+    if (place >= stored_.size())
         return Outcome::error;
-    stored_ = profile_;
-    stored_.registers[ringCount] = 0;
+    stored_[place] = profile_;
+    stored_[place].registers[ringCount] = 0;
     return Outcome::next;
 }
 

@@ -9,15 +9,13 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+#include "host_failure.h"
+
 namespace simulated {
 
 namespace {
 
 namespace fs = std::filesystem;
-
-std::runtime_error failure(const std::string& what, int error) {
-    return std::runtime_error(what + ": " + std::generic_category().message(error));
-}
 
 } // namespace
 
@@ -80,18 +78,21 @@ Descriptor Exchange::lockedFile(const std::string& number, uint16_t port) const 
     // In a folder that others may write to, a link could point at any file of ours.
     Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666));
     if (!file)
-        throw failure(path.string(), errno);
+        failHost(path.string());
     if (flock(file.get(), LOCK_EX | LOCK_NB) != 0)
         throw std::runtime_error("another modem has the number " + number);
     const std::string text = std::to_string(port) + "\n";
     if (ftruncate(file.get(), 0) != 0 ||
         pwrite(file.get(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
-        throw failure(path.string(), errno);
+        failHost(path.string());
     return file;
 }
 
 uint16_t Exchange::portInFolder(const std::string& number) const {
-    const Descriptor file(open((folder_ / number).c_str(), O_RDONLY | O_CLOEXEC));
+    const fs::path path = folder_ / number;
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file && (errno == EMFILE || errno == ENFILE || errno == ENOMEM))
+        failHost(path.string());
     // Whoever can lock it is alone with it.
     if (!file || flock(file.get(), LOCK_SH | LOCK_NB) == 0)
         return 0;

@@ -28,7 +28,8 @@ public:
     /// Bytes taken; never waits. With nobody at the other end bytes are taken and gone.
     virtual std::size_t write(std::string_view bytes) = 0;
 
-    /// Whether the program holds DTR up.
+    /// Whether the program holds DTR up; looked at in every turn, and again when bytes have been read: whoever
+    /// sent them was there, also when he has left.
     virtual bool dtr() = 0;
     virtual void setCarrier(bool on) = 0;
     virtual void setRing(bool on) = 0;
@@ -39,10 +40,10 @@ public:
 };
 
 /// A pseudo terminal. It has no modem lines: carrier and ring do not show, and the program's DTR is up while
-/// anybody has the terminal open. It may be opened and closed any number of times. A program that leaves it
-/// exclusive (TIOCEXCL) locks everybody but root out of it, as it would on any terminal.
-///   link   a symbolic link to it, replaced if it is one already and removed at the end; empty: none
-/// Throws std::runtime_error.
+/// anybody has the terminal open and its speed is not 0. It may be opened and closed any number of times. A
+/// program that leaves it exclusive (TIOCEXCL) locks everybody but root out of it, as it would on any terminal.
+///   link   a symbolic link to it, removed at the end; empty: none. One that a dead modem has left is replaced
+/// Throws std::runtime_error: also when the link is that of a modem that runs, or no link to a terminal.
 std::unique_ptr<Line> ptyLine(const std::string& link = {});
 
 /// One end of "null-modem:NAME"; the program opens the other, at any rate (the modem adapts to it). DTR, ring

@@ -29,12 +29,15 @@ void Modem::turn() {
             thinking_.stop();
             execute(commandLine_.commands());
         }
-        for (bool more = true; more;) {
-            more = readProgram();
+        // A program that never stops talking is not all that a modem has to look at.
+        constexpr int fair = 64;
+        unread_ = true;
+        for (int part = 0; unread_ && part < fair; ++part) {
+            unread_ = readProgram();
             pump();
             showCarrier();
             flush();
-            more = more && takesBytes();
+            unread_ = unread_ && takesBytes();
         }
         if (escape_.over(now_))
             escape();
@@ -50,7 +53,7 @@ int Modem::watch(std::vector<pollfd>& entries) {
     Milliseconds due = never;
     for (const Timer* timer : {&thinking_, &patience_, &ringing_, &dtrDown_, &carrierLost_, &drop_, &escape_})
         due = std::min(due, timer->due);
-    const int weWant = clock_.realMillisecondsTo(due);
+    const int weWant = unread_ ? 0 : clock_.realMillisecondsTo(due);
     return weWant < 0 || lineWants < 0 ? std::max(weWant, lineWants) : std::min(weWant, lineWants);
 }
 
@@ -103,12 +106,17 @@ void Modem::dtrDropped() {
     const int rule = profile_["&D"];
     if (rule == 1 && phase_ == Phase::online)
         escape();
-    if (rule >= 2 && phase_ == Phase::offHook)
-        hangUp();
-    else if (rule >= 2 && phase_ != Phase::idle)
-        fail(Result::noCarrier);
+    if (rule >= 2) {
+        // What has been sent and not done yet is not done for whoever comes next.
+        thinking_.stop();
+        input_.clear();
+        if (phase_ == Phase::offHook)
+            hangUp();
+        else if (phase_ != Phase::idle)
+            fail(Result::noCarrier);
+    }
     if (rule == 3)
-        profile_ = stored_;
+        restore(profile_["&Y"]);
 }
 
 void Modem::showCarrier() {

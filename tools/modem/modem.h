@@ -55,6 +55,7 @@ private:
     Outcome goOnline(const Command& command);
     Outcome information(const Command& command);
     Outcome reset(const Command& command);
+    void restore(int number);
     Outcome registers(const Command& command);
     Outcome namedRegister(const Command& command);
     Outcome extended(const Command& command);
@@ -108,7 +109,8 @@ private:
     Milliseconds now_{0};
     Phase phase_ = Phase::idle;
     bool carrier_ = false; ///< as it shows
-    Profile profile_, stored_;
+    Profile profile_;
+    std::array<Profile, 2> stored_;      ///< of &W and Z
     std::array<std::string, 4> numbers_; ///< of &Z
     int namedRegister_ = 0;              ///< the one of the last S command
     CommandLine commandLine_;
@@ -142,7 +144,8 @@ private:
     bool heldByXoff_ = false;
     bool saidXoff_ = false;
 
-    std::string input_; ///< from the program, not looked at yet
+    std::string input_;   ///< from the program, not looked at yet
+    bool unread_ = false; ///< more of it could be taken at once
     std::string toProgram_;
     std::string toTelephone_;
 };

@@ -1,5 +1,6 @@
 // The bytes between the program, the modem and the telephone.
 #include <algorithm>
+#include <utility>
 
 #include "modem.h"
 
@@ -22,18 +23,20 @@ bool Modem::takesBytes() const {
     return !thinking_.runs() && toTelephone_.size() < enough && toProgram_.size() < enough;
 }
 
-/// True when the program may have more to say than was taken now.
+/// Takes a part; true when the program may have more to say than was taken.
 bool Modem::readProgram() {
-    while (takesBytes()) {
-        if (input_.empty())
-            input_ = line_.read(1024);
-        if (input_.empty())
+    if (takesBytes() && input_.empty()) {
+        std::string bytes = line_.read(1024);
+        if (bytes.empty())
             return false;
-        std::size_t done = 0;
-        while (done < input_.size() && takesBytes())
-            takeByte(input_[done++]);
-        input_.erase(0, done);
+        // Nothing is done before it is known that somebody is there for whom it is done.
+        lookAtDtr();
+        input_ = std::move(bytes);
     }
+    std::size_t done = 0;
+    while (done < input_.size() && takesBytes())
+        takeByte(input_[done++]);
+    input_.erase(0, done);
     return true;
 }
 

@@ -19,6 +19,7 @@ struct Options {
     Milliseconds training{1000}; ///< from picking up to CONNECT
     Milliseconds ringOn{2000}, ringOff{4000};
     std::function<void(std::string_view)> log = {}; ///< told what happens, on the simulator's thread
+    std::function<void()> failed = {}; ///< told on that thread, last of all, when something has ended it
 };
 
 enum class Phase {

@@ -29,8 +29,38 @@ constexpr Setting settings[] = {
     {"\\T", 255, 0}, {"\\V", 4, 1}, {"\\X", 1, 0},
 };
 
-constexpr std::string_view extendedCommands[] = {"DR",     "DS",  "EB",  "EFCS", "ER",  "ES", "ESR", "ETBM",
-                                                 "FCLASS", "ICF", "IFC", "ILRR", "IPR", "MR", "MS",  "VCID"};
+struct Extended {
+    std::string_view name;
+    std::string_view factory;
+    std::string_view values;
+};
+
+// Of these only flow control is obeyed, and the class of service tells the truth: a program that was told OK
+// would send a fax.
+constexpr Extended extendedCommands[] = {
+    {"DR", "0", "(0,1)"},
+    {"DS", "3,0,2048,32", "(0-3),(0,1),(512-2048),(6-250)"},
+    {"EB", "0,0,30", "(0-2),(0,1),(0-254)"},
+    {"EFCS", "1", "(0-2)"},
+    {"ER", "0", "(0,1)"},
+    {"ES", "3,0,2", "(0-4),(0-4),(0-9)"},
+    {"ESR", "1", "(0-2)"},
+    {"ETBM", "1,1,20", "(0-2),(0-2),(0-30)"},
+    {"FCLASS", "0", "0"},
+    {"ICF", "3,3", "(0-6),(0-3)"},
+    {"IFC", "2,2", "(0-3),(0-2)"},
+    {"ILRR", "0", "(0,1)"},
+    {"IPR", "0", "(0,300,1200,2400,4800,9600,19200,38400,57600,115200)"},
+    {"MR", "0", "(0,1)"},
+    {"MS", "V34,1,300,33600", "(V21,V22,V22B,V32,V32B,V34),(0,1),(300-33600),(300-33600)"},
+    {"VCID", "0", "(0-2)"},
+};
+
+const Extended* extendedCommand(std::string_view name) {
+    const auto* const known = std::find_if(std::begin(extendedCommands), std::end(extendedCommands),
+                                           [name](const Extended& entry) { return entry.name == name; });
+    return known == std::end(extendedCommands) ? nullptr : known;
+}
 
 // What each family calls XON/XOFF.
 struct FlowCommand {
@@ -44,6 +74,8 @@ constexpr FlowCommand flowCommands[] = {{"&K", 4}, {"\\Q", 1}};
 Profile::Profile() {
     for (const Setting& setting : simulated::settings)
         settings.emplace(setting.name, setting.factory);
+    for (const Extended& entry : extendedCommands)
+        extended.emplace(entry.name, entry.factory);
 }
 
 bool Profile::set(std::string_view name, int value) {
@@ -59,13 +91,22 @@ bool Profile::set(std::string_view name, int value) {
 }
 
 bool Profile::setExtended(std::string_view name, std::string_view value) {
-    if (std::find(std::begin(extendedCommands), std::end(extendedCommands), name) ==
-        std::end(extendedCommands))
+    const Extended* const known = extendedCommand(name);
+    if (known == nullptr)
+        return false;
+    if (value.empty())
+        value = known->factory;
+    if (name == "FCLASS" && value != known->values)
         return false;
     extended.insert_or_assign(std::string(name), std::string(value));
     if (name == "IFC")
         flow_ = value.starts_with('1') ? Flow::software : Flow::other;
     return true;
+}
+
+std::string_view extendedValues(std::string_view name) {
+    const Extended* const known = extendedCommand(name);
+    return known == nullptr ? std::string_view() : known->values;
 }
 
 std::string Profile::show() const {

@@ -23,6 +23,7 @@ struct Profile {
     int operator[](std::string_view name) const { return settings.find(name)->second; }
     /// False when there is no such command, or it takes no such number.
     bool set(std::string_view name, int value);
+    /// The same of a plus command; an empty value is the factory's.
     bool setExtended(std::string_view name, std::string_view value);
     /// Whether XON and XOFF from the program hold the modem off: &K4 and its relatives. Whichever of them
     /// was set last counts.
@@ -33,5 +34,8 @@ private:
     enum class Flow { other, software };
     Flow flow_ = Flow::other;
 };
+
+/// The values that a plus command knows, as +IFC=? tells them; empty when there is no such command.
+std::string_view extendedValues(std::string_view name);
 
 } // namespace simulated

@@ -3,14 +3,15 @@
 #include <cerrno>
 #include <condition_variable>
 #include <csignal>
-#include <cstdint>
+#include <exception>
+#include <functional>
 #include <mutex>
-#include <stdexcept>
-#include <system_error>
 #include <thread>
 #include <utility>
 
 #include <sys/eventfd.h>
+
+#include "host_failure.h"
 
 #include "modem.h"
 
@@ -18,17 +19,15 @@ namespace simulated {
 
 struct Simulator::Inside {
     Inside(std::unique_ptr<Line> itsLine, Exchange& exchange, const Options& options)
-        : line(std::move(itsLine)), clock(options.timeScale), telephone(exchange, options.number),
-          modem(*line, telephone, exchange, clock, options) {
+        : failed(options.failed), line(std::move(itsLine)), clock(options.timeScale),
+          telephone(exchange, options.number), modem(*line, telephone, exchange, clock, options) {
         if (!called)
-            throw std::runtime_error("event: " + std::generic_category().message(errno));
+            failHost("event");
     }
 
     void run();
-    void wake() const {
-        const uint64_t one = 1;
-        static_cast<void>(write(called.get(), &one, sizeof one));
-    }
+    void live();
+    void wake() const { eventfd_write(called.get(), 1); }
     /// Changes something of the modem, which then looks at it.
     template <typename Change> void change(Change change) {
         const std::lock_guard guard(mutex);
@@ -40,6 +39,8 @@ struct Simulator::Inside {
     mutable std::condition_variable turned;
     Descriptor called{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
     bool stop = false;
+    std::exception_ptr failure; ///< what has ended its thread
+    std::function<void()> failed;
 
     std::unique_ptr<Line> line;
     Clock clock;
@@ -54,6 +55,21 @@ void Simulator::Inside::run() {
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, nullptr);
     line->enter();
+    try {
+        live();
+    } catch (...) {
+        {
+            const std::lock_guard guard(mutex);
+            failure = std::current_exception();
+            telephone.hangUp();
+            turned.notify_all();
+        }
+        if (failed)
+            failed();
+    }
+}
+
+void Simulator::Inside::live() {
     std::unique_lock guard(mutex);
     std::vector<pollfd> entries;
     while (!stop) {
@@ -62,10 +78,11 @@ void Simulator::Inside::run() {
         entries.assign(1, {called.get(), POLLIN, 0});
         const int patience = modem.watch(entries);
         guard.unlock();
-        poll(entries.data(), entries.size(), patience);
+        if (poll(entries.data(), entries.size(), patience) < 0 && errno != EINTR)
+            failHost("waiting for the line");
         guard.lock();
-        uint64_t calls = 0;
-        static_cast<void>(read(called.get(), &calls, sizeof calls));
+        eventfd_t calls = 0;
+        eventfd_read(called.get(), &calls);
     }
 }
 
@@ -90,7 +107,15 @@ Status Simulator::status() const {
 
 bool Simulator::waitFor(Phase phase, Milliseconds limit) const {
     std::unique_lock guard(inside_->mutex);
-    return inside_->turned.wait_for(guard, limit, [&] { return inside_->modem.status().phase == phase; });
+    const auto reached = [&] { return inside_->modem.status().phase == phase; };
+    inside_->turned.wait_for(guard, limit, [&] { return reached() || inside_->failure != nullptr; });
+    return reached();
+}
+
+void Simulator::rethrowFailure() const {
+    const std::lock_guard guard(inside_->mutex);
+    if (inside_->failure)
+        std::rethrow_exception(inside_->failure);
 }
 
 std::vector<std::string> Simulator::commands() const {

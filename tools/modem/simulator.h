@@ -10,13 +10,14 @@
 // What the modem does:
 //   commands   AT with several commands a line, A/; A D E H I O Q S V X Z &C &D &F &V &W &Z and, of flow
 //              control, &K, \Q and +IFC are obeyed; the settings of well-known families are kept and answered
-//              OK. Of DSR (&S) and RTS (&R) it knows nothing.
+//              OK. There are two stored profiles, &Y tells which of them &D3 goes back to. +FCLASS knows data
+//              (0) only. Of DSR (&S) and RTS (&R) it knows nothing.
 //   dialling   T P , W @ ! ; L S=n. An X level that listens waits for a dial tone; X0, X1 and X3 dial blindly
 //              after S6 seconds. Numbers that nobody has are refused; NO ANSWER comes to @ only. Behind ";"
 //              the modem stays off hook: another D or an O makes it look for carrier.
 //   calls      It rings 2 s every 6 s. A modem without DTR (&D2, &D3) does not answer. CONNECT tells the
 //              rate that both have in common. When the other end hangs up, carrier goes after S10.
-//   DTR        On a null modem the line; on a pty whether a program has it open.
+//   DTR        On a null modem the line; on a pty whether a program has it open at a speed other than 0.
 //
 // A scale runs the modem's time faster: with .timeScale = 20 a minute of S7 takes three seconds, and a guard
 // time 50 ms. A program under test has to run at the same pace; at high scales a busy machine may make
@@ -52,6 +53,9 @@ public:
     bool waitFor(Phase phase, Milliseconds limit = Milliseconds(10000)) const;
     /// The command lines it was given, with AT, in capitals and without blanks.
     std::vector<std::string> commands() const;
+    /// Throws what has ended it before its time, if anything has: no memory, or nothing more that the host would
+    /// give. Its call is over then and it does no more (see Options::failed).
+    void rethrowFailure() const;
 
     // What goes wrong from now on
     void add(const Fault& fault);

@@ -4,8 +4,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include <arpa/inet.h>
@@ -13,6 +11,8 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+
+#include "host_failure.h"
 
 namespace simulated {
 
@@ -38,6 +38,8 @@ void keepLittle(const Descriptor& socket) {
 /// once, but for a process that hangs and takes no callers.
 Descriptor connectTo(uint16_t port) {
     Descriptor made(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!made)
+        failHost("telephone line");
     keepLittle(made);
     const timeval patience{1, 0};
     setsockopt(made.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
@@ -80,7 +82,7 @@ Telephone::Telephone(Exchange& exchange, std::string number)
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
     if (!listener_ || bind(listener_.get(), generic, size) != 0 || listen(listener_.get(), 16) != 0 ||
         getsockname(listener_.get(), generic, &size) != 0)
-        throw std::runtime_error("telephone line: " + std::generic_category().message(errno));
+        failHost("telephone line");
     if (!number_.empty())
         exchange_.enlist(number_, ntohs(address.sin_port));
 }
@@ -163,10 +165,15 @@ void Telephone::turn(bool engaged) {
 }
 
 void Telephone::acceptCallers(bool engaged) {
-    for (;;) {
+    // Asked first, since an accept wants a descriptor also when nobody is at the door.
+    for (pollfd door{listener_.get(), POLLIN, 0}; poll(&door, 1, 0) > 0;) {
         Descriptor caller(accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-        if (!caller)
+        if (!caller) {
+            // Whoever is not let in stays there, and a wait for the next caller would end at once.
+            if (!wouldBlock() && errno != ECONNABORTED)
+                failHost("telephone line");
             return;
+        }
         if (engaged || call_ != Call::none || socket_) {
             sendLine(caller, "BUSY\n");
             shutdown(caller.get(), SHUT_WR);

@@ -4,15 +4,18 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
+#include "modem/host_failure.h"
 #include "modem/simulator.h"
 
 namespace {
@@ -31,7 +34,8 @@ Two modems, one of which answers by itself, and a terminal at the other:
   brisolt term /tmp/modem100        then type ATDT200
 
 A pseudo terminal has no modem lines: a program sees a call by CONNECT, RING and NO CARRIER only.
-DTR is up while a program has the terminal open; without DTR a modem answers no call unless &D0 is set.)";
+DTR is up while a program has the terminal open at a speed other than 0; without DTR a modem answers no
+call unless &D0 is set.)";
 
 struct Arguments {
     Options modem;
@@ -167,13 +171,24 @@ void run(Arguments& arguments, const sigset_t& ending) {
         arguments.modem.log = [](std::string_view text) {
             std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
         };
+    arguments.modem.failed = [] { kill(getpid(), SIGTERM); };
     Simulator modem(ptyLine(arguments.link), exchange, arguments.modem);
     addFaults(modem, arguments);
     // Whoever started us reads this line and knows that the terminal is there.
-    std::puts(modem.path().c_str());
-    std::fflush(stdout);
+    if (std::puts(modem.path().c_str()) < 0 || std::fflush(stdout) != 0)
+        failHost("standard output: " + modem.path() + " cannot be written");
     int signal = 0;
     sigwait(&ending, &signal);
+    modem.rethrowFailure();
+}
+
+/// A standard stream that is closed would give its number to the next thing opened, the terminal say.
+void fillStandardStreams() {
+    int opened = 0;
+    while (opened >= 0 && opened <= STDERR_FILENO)
+        opened = open("/dev/null", O_RDONLY); // so that what is written fails
+    if (opened >= 0)
+        close(opened);
 }
 
 } // namespace
@@ -186,6 +201,7 @@ int main(int argc, char** argv) {
         sigaddset(&ending, signal);
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
 
+    fillStandardStreams();
     try {
         CLI::App app(description);
         app.footer(footer);
@@ -200,6 +216,9 @@ int main(int argc, char** argv) {
         }
         run(arguments, ending);
         return 0;
+    } catch (const std::bad_alloc&) {
+        std::fputs("brisolt-modem: out of memory\n", stderr);
+        return 1;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "brisolt-modem: %s\n", error.what());
         return 1;
