@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
+#include <system_error>
 
 #include "api/export.h"
 #include "refusals.h"
@@ -15,6 +16,8 @@ template <class Body> int32_t guarded(Body body) noexcept try {
     return body();
 } catch (const std::bad_alloc&) {
     return result::outOfMemory;
+} catch (const std::system_error&) { // no thread, no descriptor
+    return result::resourceUnavailable;
 } catch (...) {
     return result::operationFailed;
 }

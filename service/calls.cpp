@@ -69,6 +69,7 @@ BRISOLT_EXPORT int32_t lineMakeCallA(uint32_t line, uint32_t* call, const char* 
             return result::operationFailed;
         if (modem->busy || !modem->call.isOver())
             return result::callUnavailable;
+        reserveMessages();
         modem->requests.dial = dialString;
         modem->call = {.handle = board.newHandle(), .state = callState::dialling};
         *call = modem->call.handle;
@@ -86,6 +87,7 @@ BRISOLT_EXPORT int32_t lineAnswer(uint32_t call, const char*, uint32_t) {
             return result::notOwner;
         if (modem->call.state != callState::offering || modem->busy)
             return result::wrongCallState;
+        reserveMessages();
         modem->requests.answer = true;
         return request(*modem);
     });

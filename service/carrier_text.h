@@ -6,29 +6,36 @@
 // them, so that they do not reach the program.
 #pragma once
 
-#include <chrono>
+#include <array>
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <string_view>
+
+#include "waiting.h"
 
 namespace brisolt::service {
 
 class CarrierText {
 public:
-    using Clock = std::chrono::steady_clock;
-
     /// Bytes from the modem; appends to `data` what is for the program.
     void take(std::string_view bytes, Clock::time_point now, std::string& data);
     /// When to call settle(); none: not before more bytes have come.
-    std::optional<Clock::time_point> due() const { return due_; }
+    Until due() const { return due_; }
     /// What the silence means: true, the carrier is lost; else what was kept back goes to `data`.
     bool settle(Clock::time_point now, std::string& data);
 
+    /// The most that take() can append beside the bytes it is given.
+    static constexpr std::size_t mostKept = 24;
+
 private:
+    bool isBlank(char byte) const;
+    bool continues(char byte) const;
+    void giveUp(std::string& data);
+
     std::size_t seen_ = 0; ///< so much of the words is what came last
-    std::string kept_;     ///< of that, what the program has not been given
-    std::optional<Clock::time_point> due_;
+    std::array<char, mostKept> kept_{};
+    std::size_t keptSize_ = 0; ///< of what came last, what the program has not been given
+    Until due_;
 };
 
 } // namespace brisolt::service

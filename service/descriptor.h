@@ -1,10 +1,8 @@
-// A file descriptor that is closed with its owner, and a call to a thread that waits in a poll.
+// A file descriptor that is closed with its owner.
 #pragma once
 
-#include <cstdint>
 #include <utility>
 
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 namespace brisolt::service {
@@ -31,20 +29,7 @@ private:
     int number_;
 };
 
-class Wake {
-public:
-    void call() const noexcept {
-        const uint64_t one = 1;
-        static_cast<void>(write(event_.get(), &one, sizeof one));
-    }
-    void clear() const noexcept {
-        uint64_t calls = 0;
-        static_cast<void>(read(event_.get(), &calls, sizeof calls));
-    }
-    int descriptor() const noexcept { return event_.get(); }
-
-private:
-    Descriptor event_{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
-};
+/// Of a read or write that does not wait: bytes, 0 nothing can be done now, -1 nothing ever can.
+ssize_t countOf(ssize_t result) noexcept;
 
 } // namespace brisolt::service

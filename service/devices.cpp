@@ -29,13 +29,14 @@ void takeModems(std::unique_lock<std::mutex>& lock, std::vector<ModemSettings> p
         awaitEnd(lock, *modem);
     if (!board.applications.empty())
         return;
-    board.modems.clear();
+    std::vector<std::shared_ptr<Modem>> modems;
     for (ModemSettings& settings : profile) {
         auto modem = std::make_shared<Modem>();
-        modem->identifier = static_cast<uint32_t>(board.modems.size());
+        modem->identifier = static_cast<uint32_t>(modems.size());
         modem->settings = std::move(settings);
-        board.modems.push_back(std::move(modem));
+        modems.push_back(std::move(modem));
     }
+    board.modems.swap(modems);
 }
 
 /// The same for a line whenever it is asked for, whatever its place in the profile.
@@ -96,9 +97,9 @@ BRISOLT_EXPORT int32_t lineShutdown(uint32_t application) {
     return guarded([&] {
         Switchboard& board = switchboard();
         std::unique_lock lock(board.mutex);
+        const auto modems = board.modems; // what can fail comes first
         if (board.applications.erase(application) == 0)
             return result::badApplication;
-        const auto modems = board.modems;
         for (const auto& modem : modems)
             if (modem->application == application)
                 beginEnd(*modem);

@@ -4,8 +4,6 @@
 #include <array>
 #include <utility>
 
-#include <poll.h>
-
 #include "refusals.h"
 
 namespace brisolt::service {
@@ -16,7 +14,7 @@ using namespace std::chrono_literals;
 
 /// What every modem obeys, and what all that is read here relies on: results in words, and no answer to a
 /// caller before the program wants it.
-const std::string basics = "ATE0Q0V1S0=0";
+constexpr std::string_view basics = "ATE0Q0V1S0=0";
 
 constexpr auto greetingPatience = 700ms;
 constexpr auto setUpPatience = 5000ms; // some reset themselves for seconds
@@ -52,7 +50,7 @@ int32_t Dialogue::open(const ModemSettings& settings) {
         if (!setUp(settings, text))
             return result::operationFailed;
     // Once more: a reset may have undone it.
-    return setUp(settings, basics) ? result::success : result::operationFailed;
+    return setUp(settings, std::string(basics)) ? result::success : result::operationFailed;
 }
 
 /// Nothing is wrong with the modem when the opening was called off.
@@ -84,19 +82,13 @@ bool Dialogue::setUp(const ModemSettings& settings, const std::string& text) {
 
 // ---- what is said and heard
 
-Dialogue::Heard Dialogue::pause(std::optional<Clock::time_point> until, int forRoom) {
+Dialogue::Heard Dialogue::pause(Until until, int forRoom) {
     std::array<pollfd, 3> entries{{{deaf_ ? -1 : wake_.descriptor(), POLLIN, 0},
                                    {line_.descriptor(), POLLIN, 0},
                                    {forRoom, POLLOUT, 0}}};
-    int milliseconds = -1;
-    if (until) {
-        const auto left = std::chrono::ceil<Milliseconds>(*until - Clock::now()).count();
-        milliseconds = static_cast<int>(std::max<int64_t>(left, 0));
-    }
-    const int happened = poll(entries.data(), entries.size(), milliseconds);
-    if (happened == 0)
+    if (!waitFor(entries, until))
         return Heard::silence;
-    if (entries[0].revents != 0) {
+    if (!deaf_ && wake_.called()) {
         called_ = true;
         return Heard::called;
     }
@@ -106,8 +98,7 @@ Dialogue::Heard Dialogue::pause(std::optional<Clock::time_point> until, int forR
     return hungUp && (entries[1].revents & POLLIN) == 0 ? Heard::gone : Heard::line;
 }
 
-Dialogue::Heard Dialogue::listen(std::string& text, std::optional<Clock::time_point> until, int forRoom) {
-    constexpr std::size_t longest = 200;
+Dialogue::Heard Dialogue::listen(std::string_view& text, Until until, int forRoom) {
     constexpr std::size_t manyBytes = 256; // a line that never falls silent must not keep us from the wake
     for (std::size_t taken = 1; !until || Clock::now() < *until; ++taken) {
         if (taken % manyBytes == 0 && pause(Clock::now(), -1) == Heard::called)
@@ -119,11 +110,11 @@ Dialogue::Heard Dialogue::listen(std::string& text, std::optional<Clock::time_po
         if (count == 0) {
             if (const Heard heard = pause(until, forRoom); heard != Heard::line)
                 return heard;
-        } else if (byte == '\n' && !begun_.empty()) {
-            text = std::exchange(begun_, {});
+        } else if (byte == '\n' && begunSize_ > 0) {
+            text = {begun_.data(), std::exchange(begunSize_, 0)};
             return Heard::line;
-        } else if (byte >= ' ' && begun_.size() < longest) {
-            begun_ += byte;
+        } else if (byte >= ' ' && begunSize_ < begun_.size()) {
+            begun_[begunSize_++] = byte;
         }
     }
     return Heard::silence;
@@ -137,17 +128,16 @@ bool Dialogue::say(std::string_view bytes) {
             return false;
         bytes.remove_prefix(static_cast<std::size_t>(count));
         pollfd entry{line_.descriptor(), POLLOUT, 0};
-        const auto left = std::chrono::ceil<Milliseconds>(until - Clock::now()).count();
-        if (!bytes.empty() && (left <= 0 || poll(&entry, 1, static_cast<int>(left)) == 0))
+        if (!bytes.empty() && (Clock::now() >= until || !waitFor({&entry, 1}, until)))
             return false;
     }
     return true;
 }
 
-std::optional<Result> Dialogue::command(const std::string& text, Milliseconds patience) {
+std::optional<Result> Dialogue::command(std::string_view text, Milliseconds patience) {
     line_.discardInput();
-    begun_.clear();
-    if (!say(text + "\r"))
+    begunSize_ = 0;
+    if (!say(text) || !say("\r"))
         return std::nullopt;
     return awaitResult(patience);
 }
@@ -155,7 +145,7 @@ std::optional<Result> Dialogue::command(const std::string& text, Milliseconds pa
 /// Results that end a command; a caller's ring, say, does not.
 std::optional<Result> Dialogue::awaitResult(Milliseconds patience) {
     const auto until = Clock::now() + patience;
-    std::string text;
+    std::string_view text;
     while (listen(text, until) == Heard::line) {
         const Result result = codeOf(text).result;
         if (result == Result::ok || result == Result::error || result == Result::failed ||
@@ -176,33 +166,33 @@ void Dialogue::hangUp(HangUp how) {
     deaf_ = false;
 }
 
-/// Whether the modem said so; a line of the other end may look like it.
-bool Dialogue::heardTheEnd(Milliseconds patience) {
+/// Listens for all of the time.
+bool Dialogue::heardOk(Milliseconds patience) {
     const auto until = Clock::now() + patience;
-    std::string text;
+    std::string_view text;
+    bool ok = false;
     while (listen(text, until) == Heard::line)
-        if (codeOf(text).result == Result::failed)
-            return true;
-    return false;
+        ok = ok || codeOf(text).result == Result::ok;
+    return ok;
 }
 
 /// False: there is no such signal, or the modem does not heed it.
 bool Dialogue::dropDtr() {
     if (!line_.setDtr(false))
         return false;
-    heardTheEnd(dtrTime);
+    heardOk(dtrTime);
     line_.setDtr(true);
     return command(basics, keyPatience) == Result::ok;
 }
 
-/// The silence, the escape characters, the silence. True when it is on hook.
+/// The silence, the escape characters, the silence: in full, whatever is heard meanwhile. It may be the other
+/// end's words, and a command that comes too soon is data to a modem in a call. True when it is on hook.
 bool Dialogue::escape(Milliseconds patience) {
-    // Perhaps the other end has been faster.
-    if (heardTheEnd(guardTime) && command("ATH0", patience) == Result::ok)
-        return true;
+    heardOk(guardTime);
     if (called_ || !say("+++"))
         return false;
-    awaitResult(guardTime + greetingPatience);
+    if (!heardOk(guardTime) && !called_)
+        awaitResult(greetingPatience);
     return !called_ && command("ATH0", patience) == Result::ok;
 }
 

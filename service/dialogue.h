@@ -1,21 +1,21 @@
 // Talking to a modem in its command state: commands, and the lines it says.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "descriptor.h"
 #include "profile.h"
 #include "result_codes.h"
 #include "serial_line.h"
+#include "waiting.h"
 
 namespace brisolt::service {
 
 class Dialogue {
 public:
-    using Clock = std::chrono::steady_clock;
     using Milliseconds = std::chrono::milliseconds;
 
     explicit Dialogue(const Wake& wake) : wake_(wake) {}
@@ -32,8 +32,9 @@ public:
         room,    ///< at the descriptor that was given
         gone     ///< the device has been taken away
     };
-    /// The next line that is not empty. Not a byte is taken behind its end: what follows may be data.
-    Heard listen(std::string& text, std::optional<Clock::time_point> until, int forRoom = -1);
+    /// The next line that is not empty; the text lasts until more is listened to. Not a byte is taken behind
+    /// its end: what follows may be data.
+    Heard listen(std::string_view& text, Until until, int forRoom = -1);
     /// False: the line did not take it all.
     bool say(std::string_view bytes);
 
@@ -45,17 +46,18 @@ public:
 private:
     bool greet();
     bool setUp(const ModemSettings& settings, const std::string& text);
-    std::optional<Result> command(const std::string& text, Milliseconds patience);
+    std::optional<Result> command(std::string_view text, Milliseconds patience);
     std::optional<Result> awaitResult(Milliseconds patience);
-    bool heardTheEnd(Milliseconds patience);
+    bool heardOk(Milliseconds patience);
     bool dropDtr();
     bool escape(Milliseconds patience);
     void complainOf(const ModemSettings& settings, const std::string& what) const;
-    Heard pause(std::optional<Clock::time_point> until, int forRoom);
+    Heard pause(Until until, int forRoom);
 
     const Wake& wake_;
     SerialLine line_;
-    std::string begun_;   ///< of a line
+    std::array<char, 200> begun_{}; ///< of a line, which may be the last one heard
+    std::size_t begunSize_ = 0;
     bool deaf_ = false;   ///< to the wake
     bool called_ = false; ///< by it
 };

@@ -1,6 +1,5 @@
 // The entry points about lines: opening one makes a thread that lives as long as it does.
 #include <csignal>
-#include <system_error>
 #include <type_traits>
 
 #include <fcntl.h>
@@ -8,6 +7,7 @@
 
 #include "border.h"
 #include "line_end.h"
+#include "messages.h"
 #include "session.h"
 #include "switchboard.h"
 
@@ -41,19 +41,22 @@ void awaitEnd(std::unique_lock<std::mutex>& lock, Modem& modem) {
 
 namespace {
 
-/// Its signals belong to the program.
-std::thread startThread(const std::shared_ptr<Modem>& modem) {
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::thread thread;
-    try {
-        thread = std::thread([modem] { Session(modem).run(); });
-    } catch (const std::system_error&) {
-        // the thread that is missing tells
+struct SignalsBlocked {
+    SignalsBlocked() noexcept {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before);
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return thread;
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+    sigset_t before{};
+};
+
+/// Signals belong to the program's own threads.
+std::thread startThread(std::unique_ptr<Session> session) {
+    const SignalsBlocked blocked;
+    return std::thread([session = std::move(session)] { session->run(); });
 }
 
 int32_t checkOpening(uint32_t application, uint32_t device, uint32_t privileges, uint32_t mediaModes) {
@@ -80,21 +83,18 @@ int32_t awaitTurn(std::unique_lock<std::mutex>& lock, uint32_t application, Mode
 
 /// Takes the line and waits until its thread tells whether the modem answers.
 int32_t openLine(std::unique_lock<std::mutex>& lock, const std::shared_ptr<Modem>& modem, uint32_t line) {
+    if (!modem->wake.open())
+        return result::resourceUnavailable;
+    modem->wake.clear(); // the last thread may have ended with a call still to come
+    reserveMessages();
+    modem->thread = startThread(std::make_unique<Session>(modem)); // what fails has changed nothing so far
     modem->life = Life::opening;
     modem->opened.reset();
     modem->gone = modem->busy = false;
     modem->call = {};
     modem->requests = {};
-    modem->wake.clear(); // the last thread may have ended with a call still to come
     modem->lineStates = 0;
     modem->line = line;
-    modem->thread = startThread(modem);
-    if (!modem->thread.joinable()) {
-        modem->line = 0;
-        modem->life = Life::none;
-        switchboard().changed.notify_all();
-        return result::resourceUnavailable;
-    }
     switchboard().changed.wait(lock, [&] { return modem->opened.has_value(); });
     const int32_t opened = *modem->opened;
     if (opened != result::success && modem->line == line)
@@ -104,20 +104,28 @@ int32_t openLine(std::unique_lock<std::mutex>& lock, const std::shared_ptr<Modem
     return opened != result::success || modem->line == line ? opened : result::operationFailed;
 }
 
-/// The identifier of an open line has nothing in it: what a program could use comes with a call.
-int32_t identify(VariableString* identifier, int descriptor) {
+/// What a program could use comes with a call; the identifier of an open line has nothing in it.
+int32_t identifyLine(VariableString* identifier) {
     VariableString answer{};
     answer.stringFormat = stringFormat::binary;
-    if (descriptor < 0)
-        return fill(identifier, answer);
+    return fill(identifier, answer);
+}
+
+int32_t identifyCall(VariableString* identifier, Modem& modem) {
+    if (modem.handOver < 0)
+        return result::wrongCallState;
+    VariableString answer{};
+    answer.stringFormat = stringFormat::binary;
     constexpr uint32_t size = sizeof(uint32_t);
     if (!hasRoom<VariableString>(identifier, size))
-        return fill(identifier, answer, &descriptor, size);
-    const int copy = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+        return fill(identifier, answer, &modem.handOver, size);
+    const int copy = fcntl(modem.handOver, F_DUPFD_CLOEXEC, 0);
     if (copy < 0)
         return result::resourceUnavailable;
     answer.stringSize = size;
     answer.stringOffset = sizeof answer;
+    modem.requests.handedOver = true;
+    modem.wake.call();
     return fill(identifier, answer, &copy, size);
 }
 
@@ -202,15 +210,13 @@ BRISOLT_EXPORT int32_t lineGetIDA(uint32_t line, uint32_t address, uint32_t call
         const std::lock_guard guard(switchboard().mutex);
         if (wanted == select::call) {
             const std::shared_ptr<Modem> modem = modemOfCall(call);
-            if (modem == nullptr)
-                return result::badCall;
-            return modem->handOver < 0 ? result::wrongCallState : identify(identifier, modem->handOver);
+            return modem == nullptr ? result::badCall : identifyCall(identifier, *modem);
         }
         if (wanted != select::line && wanted != select::address)
             return result::badSelect;
         if (modemOfLine(line) == nullptr)
             return result::badLine;
-        return wanted == select::address && address != 0 ? result::badAddress : identify(identifier, -1);
+        return wanted == select::address && address != 0 ? result::badAddress : identifyLine(identifier);
     });
 }
 

@@ -1,5 +1,6 @@
 #include "messages.h"
 
+#include <new>
 #include <utility>
 
 #include "brisolt_host.h"
@@ -14,6 +15,13 @@ struct Delivery {
     Event event;
 };
 
+/// A call is told to be dialled, proceeding, connected, disconnected and idle; two requests are replied to, and
+/// the line may be taken away.
+std::size_t wantedSpares() {
+    constexpr std::size_t perModem = 8;
+    return perModem * switchboard().modems.size();
+}
+
 bool isWanted(const Switchboard& board, const Event& event) {
     const bool lineOpen = event.modem->line == event.line && event.modem->application == event.application;
     const bool callThere = event.call == 0 || event.modem->call.handle == event.call;
@@ -25,7 +33,10 @@ std::optional<Delivery> takeEvent() {
     const std::lock_guard guard(board.mutex);
     while (!board.events.empty()) {
         Event event = std::move(board.events.front());
-        board.events.pop_front();
+        if (board.spareEvents.size() < wantedSpares())
+            board.spareEvents.splice(board.spareEvents.end(), board.events, board.events.begin());
+        else
+            board.events.pop_front();
         if (isWanted(board, event)) {
             const uintptr_t instance = event.modem->instance;
             return Delivery{board.applications.at(event.application), instance, std::move(event)};
@@ -43,10 +54,18 @@ void deliver(void*, int32_t, uint32_t, uintptr_t, intptr_t) {
     }
 }
 
-void post(Event event) {
+void post(const Event& event) noexcept {
     Switchboard& board = switchboard();
-    board.events.push_back(std::move(event));
-    ComHostPostMessage(board.window, 0, 0, 0);
+    try {
+        board.events.push_back(event);
+    } catch (const std::bad_alloc&) {
+        if (board.spareEvents.empty())
+            return; // the state can still be asked for
+        board.spareEvents.front() = event;
+        board.events.splice(board.events.end(), board.spareEvents, board.spareEvents.begin());
+    }
+    board.announced = false;
+    announceMessages();
 }
 
 Event about(const std::shared_ptr<Modem>& modem, uint32_t message) {
@@ -67,7 +86,19 @@ bool openMessages() {
     return board.window > 0;
 }
 
-void postCallState(const std::shared_ptr<Modem>& modem, uint32_t state, uint32_t detail) {
+void reserveMessages() {
+    auto& spare = switchboard().spareEvents;
+    while (spare.size() < wantedSpares())
+        spare.emplace_back();
+}
+
+bool announceMessages() noexcept {
+    Switchboard& board = switchboard();
+    board.announced = board.announced || ComHostPostMessage(board.window, 0, 0, 0) > 0;
+    return board.announced;
+}
+
+void postCallState(const std::shared_ptr<Modem>& modem, uint32_t state, uint32_t detail) noexcept {
     if (modem->line == 0 || modem->call.handle == 0)
         return;
     modem->call.state = state;
@@ -76,20 +107,20 @@ void postCallState(const std::shared_ptr<Modem>& modem, uint32_t state, uint32_t
     event.device = event.call = modem->call.handle;
     event.p1 = state;
     event.p2 = detail;
-    post(std::move(event));
+    post(event);
 }
 
-void postReply(const std::shared_ptr<Modem>& modem, int32_t request, int32_t result) {
+void postReply(const std::shared_ptr<Modem>& modem, int32_t request, int32_t result) noexcept {
     if (modem->line == 0 || modem->call.handle == 0 || request == 0)
         return;
     Event event = about(modem, message::reply);
     event.device = event.call = modem->call.handle;
     event.p1 = static_cast<uint32_t>(request);
     event.p2 = static_cast<uint32_t>(result);
-    post(std::move(event));
+    post(event);
 }
 
-void postLineState(const std::shared_ptr<Modem>& modem, uint32_t state, uint32_t p2, uint32_t p3) {
+void postLineState(const std::shared_ptr<Modem>& modem, uint32_t state, uint32_t p2, uint32_t p3) noexcept {
     if (modem->line == 0 || (modem->lineStates & state) == 0)
         return;
     Event event = about(modem, message::lineDeviceState);
@@ -97,7 +128,7 @@ void postLineState(const std::shared_ptr<Modem>& modem, uint32_t state, uint32_t
     event.p1 = state;
     event.p2 = p2;
     event.p3 = p3;
-    post(std::move(event));
+    post(event);
 }
 
 } // namespace brisolt::service

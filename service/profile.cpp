@@ -1,16 +1,20 @@
 #include "profile.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <optional>
-#include <sstream>
+#include <system_error>
+
+#include <fcntl.h>
+
+#include "descriptor.h"
 
 namespace brisolt::service {
 
@@ -90,6 +94,18 @@ constexpr Key keys[] = {
     {"bearer", setWord<&ModemSettings::bearer, bearers>, "voice or data"},
 };
 
+/// A semicolon or a # behind a blank: nobody means it to go to a modem or to be part of a path.
+bool endsInComment(std::string_view text) {
+    return text.find(" ;") != std::string_view::npos || text.find(" #") != std::string_view::npos ||
+           text.find("\t;") != std::string_view::npos || text.find("\t#") != std::string_view::npos;
+}
+
+std::string wrongValue(const Key& key, std::string_view value, bool commented) {
+    std::string text(key.name);
+    text.append(" = \"").append(value).append("\": has to be ").append(key.possible);
+    return commented ? text + " (a comment has to have a line of its own)" : text;
+}
+
 /// Empty, or what is wrong with a line "key = value".
 std::string setKey(ModemSettings& settings, std::string_view line) {
     const std::size_t equals = line.find('=');
@@ -97,15 +113,17 @@ std::string setKey(ModemSettings& settings, std::string_view line) {
         return "neither [a modem] nor key = value";
     const std::string name = lowerCase(trimmed(line.substr(0, equals)));
     std::string_view value = trimmed(line.substr(equals + 1));
-    if (value.size() >= 2 && value.front() == '"' && value.back() == '"')
+    const bool quoted = value.size() >= 2 && value.front() == '"' && value.back() == '"';
+    if (quoted)
         value = value.substr(1, value.size() - 2);
     const auto* const key =
         std::find_if(std::begin(keys), std::end(keys), [&](const Key& one) { return one.name == name; });
     if (key == std::end(keys))
         return "unknown key \"" + name + '"';
-    if (key->set(settings, std::string(value)))
+    const bool commented = !quoted && endsInComment(value);
+    if (key->set(settings, std::string(value)) && !commented)
         return {};
-    return name + " = \"" + std::string(value) + "\": has to be " + std::string(key->possible);
+    return wrongValue(*key, value, commented);
 }
 
 // ---- the file
@@ -187,16 +205,27 @@ std::vector<std::string> places() {
     return paths;
 }
 
-/// The file's text; none, with errno, when it cannot be read.
+/// The file's text; none, with errno, when it cannot be read. A host that is short of what that takes may have
+/// it later: that is no profile that is missing.
 std::optional<std::string> readFile(const std::string& path) {
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (file && file.peek() != std::ifstream::traits_type::eof())
-        text << file.rdbuf();
-    if (errno != 0 || (!file && !file.eof()))
-        return std::nullopt;
-    return text.str();
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
+    std::string text;
+    std::array<char, 4096> some{};
+    ssize_t count = -1;
+    while (file &&
+           ((count = read(file.get(), some.data(), some.size())) > 0 || (count < 0 && errno == EINTR)))
+        text.append(some.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    if (count == 0)
+        return text;
+    if (errno == EMFILE || errno == ENFILE || errno == ENOMEM)
+        throw std::system_error(errno, std::generic_category(), path);
+    return std::nullopt;
+}
+
+/// Some editors put a mark of the encoding in front.
+std::string_view withoutMark(std::string_view text) {
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    return text.substr(text.starts_with(mark) ? mark.size() : 0);
 }
 
 } // namespace
@@ -213,7 +242,7 @@ std::vector<ModemSettings> readModems() {
         std::vector<ModemSettings> modems;
         if (!text) {
             complain(path + ": " + std::strerror(errno));
-        } else if (const auto problem = parse(*text, modems)) {
+        } else if (const auto problem = parse(withoutMark(*text), modems)) {
             complain(path + ":" + std::to_string(problem->line) + ": " + problem->what);
             modems.clear();
         } else if (modems.empty()) {

@@ -30,7 +30,7 @@ struct ModemSettings {
 };
 
 /// The modems in the order of the profile. A profile that is missing or wrong gives none, and a line on
-/// standard error that tells where.
+/// standard error that tells where. Throws std::system_error when the host is short of what reading takes.
 std::vector<ModemSettings> readModems();
 
 /// Changes settings by lines as they stand in a section. False: one of them is wrong, and nothing is changed.

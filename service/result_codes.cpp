@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include <strings.h>
+
 #include "telephony/service_records.h"
 
 namespace brisolt::service {
@@ -42,8 +44,11 @@ constexpr Code information{"", true, Result::information, 0};
 } // namespace
 
 const Code& codeOf(std::string_view line) {
+    line = line.substr(0, line.find_last_not_of(' ') + 1);
     const auto* const found = std::find_if(std::begin(codes), std::end(codes), [line](const Code& code) {
-        return code.more ? line.starts_with(code.text) : line == code.text;
+        const std::size_t size = code.text.size();
+        const bool fits = code.more ? line.size() >= size : line.size() == size;
+        return fits && strncasecmp(line.data(), code.text.data(), size) == 0;
     });
     return found == std::end(codes) ? information : *found;
 }

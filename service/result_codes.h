@@ -24,7 +24,7 @@ struct Code {
     uint32_t cause; ///< of a failed outgoing call, as its disconnection is reported
 };
 
-/// The code that a line without its end is.
+/// The code that a line without its end is, in any letter case and whatever blanks are behind it.
 const Code& codeOf(std::string_view line);
 
 } // namespace brisolt::service

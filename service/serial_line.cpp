@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 
 #include "refusals.h"
+#include "terminal_settings.h"
 
 namespace brisolt::service {
 
@@ -27,16 +28,11 @@ int32_t openFailure(const ModemSettings& settings, int error) {
     case EIO:
     case ENOTTY:
     case EISDIR: return refuse(settings, std::strerror(error), result::componentMissing);
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM: return refuse(settings, std::strerror(error), result::resourceUnavailable);
     default: return refuse(settings, std::strerror(error), result::operationFailed);
     }
-}
-
-bool isMerelyNotReady(int error) {
-    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
-}
-
-ssize_t countOf(ssize_t result) {
-    return result >= 0 ? result : isMerelyNotReady(errno) ? 0 : -1;
 }
 
 } // namespace
@@ -48,7 +44,7 @@ int32_t SerialLine::open(const ModemSettings& settings) {
         return openFailure(settings, errno);
     const int32_t result = claim(settings);
     if (result != result::success)
-        descriptor_.close();
+        close();
     return result;
 }
 
@@ -58,14 +54,13 @@ int32_t SerialLine::claim(const ModemSettings& settings) {
         return openFailure(settings, ENOTTY);
     if (flock(descriptor_.get(), LOCK_EX | LOCK_NB) != 0)
         return openFailure(settings, errno == EWOULDBLOCK ? EBUSY : errno);
-    if (ioctl(descriptor_.get(), TCGETS2, &before_) != 0)
+    termios2 found{};
+    if (ioctl(descriptor_.get(), TCGETS2, &found) != 0)
         return openFailure(settings, errno);
+    before_ = found;
     ioctl(descriptor_.get(), TIOCEXCL);
-    if (!configure(settings)) {
-        const int error = errno;
-        close();
-        return openFailure(settings, error);
-    }
+    if (!configure(settings))
+        return openFailure(settings, errno);
     int lines = TIOCM_DTR | TIOCM_RTS;
     ioctl(descriptor_.get(), TIOCMBIS, &lines);
     ioctl(descriptor_.get(), TCFLSH, TCIOFLUSH);
@@ -73,30 +68,25 @@ int32_t SerialLine::claim(const ModemSettings& settings) {
 }
 
 bool SerialLine::configure(const ModemSettings& settings) {
-    termios2 wanted = before_;
-    wanted.c_iflag = IGNBRK;
+    termios2 wanted = *before_;
+    makeRaw(wanted, settings.speed);
+    wanted.c_cflag |= HUPCL;
     if (settings.flow == Flow::software)
         wanted.c_iflag |= IXON | IXOFF;
-    wanted.c_oflag = 0;
-    wanted.c_lflag = 0;
-    wanted.c_cflag = BOTHER | (static_cast<tcflag_t>(BOTHER) << IBSHIFT) | CS8 | CREAD | CLOCAL | HUPCL;
     if (settings.flow == Flow::hardware)
         wanted.c_cflag |= CRTSCTS;
-    wanted.c_ospeed = wanted.c_ispeed = settings.speed;
-    // An empty line then answers "try again", and a read of nothing is a hang-up alone.
-    wanted.c_cc[VMIN] = 1;
-    wanted.c_cc[VTIME] = 0;
     return ioctl(descriptor_.get(), TCSETS2, &wanted) == 0;
 }
 
 void SerialLine::close() noexcept {
-    if (!descriptor_)
-        return;
-    // What is left to be sent would make the kernel wait for the modem; a pty would stay exclusive.
-    ioctl(descriptor_.get(), TCFLSH, TCIOFLUSH);
-    ioctl(descriptor_.get(), TCSETS2, &before_);
-    ioctl(descriptor_.get(), TIOCNXCL);
-    flock(descriptor_.get(), LOCK_UN);
+    if (before_) {
+        // What is left to be sent would make the kernel wait for the modem; a pty would stay exclusive.
+        ioctl(descriptor_.get(), TCFLSH, TCIOFLUSH);
+        ioctl(descriptor_.get(), TCSETS2, &*before_);
+        ioctl(descriptor_.get(), TIOCNXCL);
+        flock(descriptor_.get(), LOCK_UN);
+    }
+    before_.reset();
     descriptor_.close();
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -40,7 +41,7 @@ private:
     bool configure(const ModemSettings& settings);
 
     Descriptor descriptor_;
-    termios2 before_{}; ///< to be restored
+    std::optional<termios2> before_; ///< to be restored; none: the line is not ours
 };
 
 } // namespace brisolt::service

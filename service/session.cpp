@@ -6,26 +6,26 @@
 
 #include <poll.h>
 
+#include "messages.h"
 #include "refusals.h"
 
 namespace brisolt::service {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 /// How often to look at the carrier. The host tells about modem signals only in a wait that nothing but a
 /// signal ends.
-constexpr int carrierInterval = 250;
+constexpr auto carrierInterval = 250ms;
+/// How often to announce what the host has no room for.
+constexpr auto announceInterval = 100ms;
 constexpr short hungUp = POLLHUP | POLLERR | POLLNVAL;
-
-ModemSettings settingsOf(const Modem& modem) {
-    const std::lock_guard guard(switchboard().mutex);
-    return modem.settings;
-}
 
 } // namespace
 
 Session::Session(std::shared_ptr<Modem> modem)
-    : modem_(std::move(modem)), settings_(settingsOf(*modem_)), dialogue_(modem_->wake) {}
+    : modem_(std::move(modem)), settings_(modem_->settings), dialogue_(modem_->wake) {}
 
 void Session::run() noexcept {
     try {
@@ -33,6 +33,8 @@ void Session::run() noexcept {
             work();
     } catch (...) {
         opened(result::outOfMemory); // unless it was before
+        endCall();
+        deviceGone(); // no more can be made of the line
     }
     end();
 }
@@ -50,6 +52,10 @@ bool Session::opened(int32_t result) {
 
 void Session::work() {
     while (!closing_) {
+        {
+            const std::lock_guard guard(switchboard().mutex);
+            announced_ = announceMessages();
+        }
         switch (phase_) {
         case Phase::talking: talk(); break;
         case Phase::lent:
@@ -76,11 +82,19 @@ void Session::end() noexcept {
     board.changed.notify_all();
 }
 
+/// When to come back although nothing happens.
+Until Session::soon() const {
+    return announced_ ? Until() : Clock::now() + announceInterval;
+}
+
 void Session::listen() {
-    std::string text;
-    switch (dialogue_.listen(text, ringsUntil_, relay_.leftover())) {
+    std::string_view text;
+    switch (dialogue_.listen(text, sooner(ringsUntil_, soon()), relay_.leftover())) {
     case Dialogue::Heard::line: heard(text); break;
-    case Dialogue::Heard::silence: ringingEnded(); break;
+    case Dialogue::Heard::silence:
+        if (ringsUntil_ && Clock::now() >= *ringsUntil_)
+            ringingEnded();
+        break;
     case Dialogue::Heard::room: relay_.deliver(); break;
     case Dialogue::Heard::gone: deviceGone(); break;
     case Dialogue::Heard::called: break;
@@ -92,14 +106,16 @@ void Session::talk() {
     const bool carried = relay_.isOpen();
     std::array<pollfd, 3> entries{
         {{modem_->wake.descriptor(), POLLIN, 0}, {line.descriptor(), 0, 0}, {-1, 0, 0}}};
-    const int patience = carried ? relay_.watch(line, std::span<pollfd, 2>(&entries[1], 2)) : carrierInterval;
-    if (poll(entries.data(), entries.size(), patience) < 0)
-        return;
+    const Until until =
+        carried ? relay_.watch(line, std::span<pollfd, 2>(&entries[1], 2)) : Clock::now() + carrierInterval;
+    waitFor(entries, sooner(until, soon()));
     const Relay::State state = carried          ? relay_.turn(line)
                                : line.carrier() ? Relay::State::talking
                                                 : Relay::State::carrierLost;
     if (state == Relay::State::deviceGone || (entries[1].revents & hungUp) != 0)
         deviceGone();
+    else if (state == Relay::State::carrierLost && carried)
+        hungUpThere();
     else if (state == Relay::State::carrierLost)
         disconnected(disconnectedBy::normal);
 }
@@ -108,18 +124,20 @@ void Session::talk() {
 void Session::leaveAlone() {
     const int line = phase_ == Phase::gone ? -1 : dialogue_.line().descriptor();
     std::array<pollfd, 2> entries{{{modem_->wake.descriptor(), POLLIN, 0}, {line, 0, 0}}};
-    poll(entries.data(), entries.size(), -1);
+    waitFor(entries, soon());
     if ((entries[1].revents & hungUp) != 0)
         deviceGone();
 }
 
 void Session::obey() {
-    modem_->wake.clear();
     Requests requests;
     {
         const std::lock_guard guard(switchboard().mutex);
+        modem_->wake.clear();
         requests = std::exchange(modem_->requests, {});
     }
+    if (requests.handedOver)
+        relay_.handOver();
     closing_ = requests.close;
     if (closing_)
         return;

@@ -2,8 +2,7 @@
 #pragma once
 
 #include <memory>
-#include <optional>
-#include <string>
+#include <string_view>
 
 #include "dialogue.h"
 #include "relay.h"
@@ -13,11 +12,11 @@ namespace brisolt::service {
 
 class Session {
 public:
+    /// With the switchboard's lock held.
     explicit Session(std::shared_ptr<Modem> modem);
     void run() noexcept;
 
 private:
-    using Clock = Dialogue::Clock;
     enum class Phase {
         idle,
         dialling,
@@ -32,20 +31,22 @@ private:
     void end() noexcept;
 
     // Calls (session_calls.cpp)
-    void heard(const std::string& text);
+    void heard(std::string_view text);
     void rang();
     void ringingEnded();
-    void place(const std::string& number, int32_t request);
+    void place(std::string_view number, int32_t request);
     void answer(int32_t request);
-    void begin(Phase phase, const std::string& command, int32_t request);
+    void begin(Phase phase, std::string_view command, std::string_view number, int32_t request);
     void connected();
     void disconnected(uint32_t cause);
+    void hungUpThere();
     void drop(int32_t request);
     void endCall();
     void deviceGone();
-    void report(uint32_t state, uint32_t detail = 0);
+    void report(uint32_t state);
 
     // What happens (session.cpp)
+    Until soon() const;
     void listen();
     void talk();
     void leaveAlone();
@@ -61,7 +62,8 @@ private:
 
     uint32_t rings_ = 0;
     bool offered_ = false; ///< the program knows about the caller who rings
-    std::optional<Clock::time_point> ringsUntil_;
+    Until ringsUntil_;
+    bool announced_ = true; ///< the host knows of all messages
 };
 
 } // namespace brisolt::service

@@ -16,16 +16,17 @@ using namespace std::chrono_literals;
 constexpr auto ringGap = 9s;
 /// For what a program has left behind to be sent before its call ends.
 constexpr auto drainPatience = 2s;
+constexpr auto drainInterval = 100ms;
 constexpr uint32_t ringMode = 1; ///< modems know of no other
 
 } // namespace
 
-void Session::report(uint32_t state, uint32_t detail) {
+void Session::report(uint32_t state) {
     const std::lock_guard guard(switchboard().mutex);
-    postCallState(modem_, state, detail);
+    postCallState(modem_, state, 0);
 }
 
-void Session::heard(const std::string& text) {
+void Session::heard(std::string_view text) {
     const Code& code = codeOf(text);
     if (phase_ == Phase::idle) {
         if (code.result == Result::ring)
@@ -75,17 +76,17 @@ void Session::ringingEnded() {
     postCallState(modem_, callState::idle, 0);
 }
 
-void Session::place(const std::string& number, int32_t request) {
-    begin(Phase::dialling, settings_.dial + number, request);
+void Session::place(std::string_view number, int32_t request) {
+    begin(Phase::dialling, settings_.dial, number, request);
     if (phase_ == Phase::dialling)
         report(callState::proceeding);
 }
 
 void Session::answer(int32_t request) {
-    begin(Phase::answering, settings_.answer, request);
+    begin(Phase::answering, settings_.answer, {}, request);
 }
 
-void Session::begin(Phase phase, const std::string& command, int32_t request) {
+void Session::begin(Phase phase, std::string_view command, std::string_view number, int32_t request) {
     if (phase_ != Phase::idle) // the device went away meanwhile
         return;
     ringsUntil_.reset();
@@ -99,7 +100,7 @@ void Session::begin(Phase phase, const std::string& command, int32_t request) {
             postCallState(modem_, callState::dialling, 0);
     }
     phase_ = phase;
-    if (!dialogue_.say(command + "\r"))
+    if (!dialogue_.say(command) || !dialogue_.say(number) || !dialogue_.say("\r"))
         disconnected(disconnectedBy::unavailable);
 }
 
@@ -127,10 +128,24 @@ void Session::disconnected(uint32_t cause) {
     phase_ = phase_ == Phase::talking && !relay_.isOpen() ? Phase::lent : Phase::idle;
     const std::lock_guard guard(switchboard().mutex);
     modem_->handOver = -1;
-    modem_->busy = false;
+    modem_->busy = modem_->requests.aboutCall();
     postCallState(modem_, callState::disconnected, cause);
     if (answering) // it never was a call that somebody would have to drop
         postCallState(modem_, callState::idle, 0);
+}
+
+/// So the line says, and it may have been the other end's words: the modem is hung up all the same, or a call
+/// that nobody knows of would go on. The program hears of the end at once, and the modem is busy a little longer.
+void Session::hungUpThere() {
+    {
+        const std::lock_guard guard(switchboard().mutex);
+        modem_->handOver = -1;
+        postCallState(modem_, callState::disconnected, disconnectedBy::normal);
+    }
+    dialogue_.hangUp(settings_.hangUp);
+    phase_ = Phase::idle;
+    const std::lock_guard guard(switchboard().mutex);
+    modem_->busy = modem_->requests.aboutCall();
 }
 
 void Session::drop(int32_t request) {
@@ -153,7 +168,7 @@ void Session::endCall() {
         const auto until = Clock::now() + drainPatience;
         pollfd entry{dialogue_.line().descriptor(), POLLOUT, 0};
         while (relay_.isOpen() && relay_.drain(dialogue_.line()) && Clock::now() < until)
-            poll(&entry, 1, 100);
+            waitFor({&entry, 1}, Clock::now() + drainInterval);
         dialogue_.hangUp(settings_.hangUp);
     }
     if (phase_ == Phase::lent)

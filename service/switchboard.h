@@ -4,7 +4,7 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -13,9 +13,9 @@
 #include <thread>
 #include <vector>
 
-#include "descriptor.h"
 #include "profile.h"
 #include "telephony/service_records.h"
+#include "waiting.h"
 
 namespace brisolt::service {
 
@@ -31,7 +31,9 @@ struct Call {
 struct Requests {
     std::optional<std::string> dial;
     bool answer = false, drop = false, close = false;
-    int32_t identifier = 0; ///< of the request, for its reply
+    bool handedOver = false; ///< it has got its end of the call
+    int32_t identifier = 0;  ///< of the request, for its reply
+    bool aboutCall() const { return dial || answer || drop; }
 };
 
 /// Of a modem's thread.
@@ -77,8 +79,10 @@ struct Switchboard {
     std::condition_variable changed; ///< of a modem: `opened` or `life`
     std::map<uint32_t, Callback> applications;
     std::vector<std::shared_ptr<Modem>> modems; ///< by identifier
-    std::deque<Event> events;
-    int32_t window = 0; ///< of all messages
+    std::list<Event> events;
+    std::list<Event> spareEvents; ///< for what has to be told when memory is short
+    bool announced = true;        ///< the window knows of the events
+    int32_t window = 0;           ///< of all messages
 
     /// A handle or a request that nothing else has had.
     uint32_t newHandle() { return ++lastHandle_; }

@@ -1,17 +1,14 @@
 // Lines: opening and closing them, modems that do not answer, and callers that ask for nonsense.
 #include <sys/file.h>
+#include <sys/ioctl.h>
 
-#include "support/pty.h"
+#include <asm/termbits.h>
+
 #include "telephony_program.h"
 
 using namespace brisolt::test;
-namespace service_ = brisolt::service;
-namespace result = brisolt::service::result;
-
-namespace {
 
 struct Lines : TwoModems {
-    uint32_t line = 0;
     bool canCall() const {
         service_::AddressStatus status{};
         status.sizes.total = sizeof status;
@@ -19,19 +16,6 @@ struct Lines : TwoModems {
         return status.addressFeatures == service_::feature::addressMakeCall;
     }
 };
-
-/// One line at whatever the test is.
-struct OneLine : TelephonyProgram {
-    uint32_t line = 0;
-    Clock::time_point begun = Clock::now();
-    auto took() const { return Clock::now() - begun; }
-    void startAt(const std::string& device, const std::string& more = {}) {
-        ASSERT_EQ(start("[One]\ndevice = " + device + "\n" + more), 0);
-        begun = Clock::now();
-    }
-};
-
-} // namespace
 
 TEST_F(Lines, OpenSetUpTheModemAndClose) {
     ASSERT_EQ(openLine(0, line), 0);
@@ -42,26 +26,26 @@ TEST_F(Lines, OpenSetUpTheModemAndClose) {
     EXPECT_EQ(service.getId(line, 0, 0, service_::select::line, &identifier, "COMM/DataModem"), 0);
     EXPECT_EQ(identifier.sizes.needed, sizeof identifier);
 
-    uint32_t second = 0;
-    EXPECT_EQ(openLine(0, second), result::lineInUse);
-    EXPECT_EQ(openLine(1, second), 0) << "another modem is another line";
+    EXPECT_EQ(openLine(0, outgoing), result::lineInUse);
+    EXPECT_EQ(openLine(1, outgoing), 0) << "another modem is another line";
     EXPECT_EQ(service.close(line), 0);
     const int other = open(here->path().c_str(), O_RDWR | O_NOCTTY);
-    EXPECT_EQ(flock(other, LOCK_EX | LOCK_NB), 0) << "nobody holds it any more";
-    close(other);
+    ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0) << "nobody holds it any more";
     EXPECT_EQ(service.close(line), result::badLine);
-    EXPECT_EQ(openLine(0, line), 0) << "and can be opened again at once";
-}
-
-TEST_F(Lines, AnotherProgramHoldsIt) {
-    const int other = open(here->path().c_str(), O_RDWR | O_NOCTTY);
-    ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
-    EXPECT_EQ(openLine(0, line), result::lineInUse);
+    EXPECT_EQ(openLine(0, line), result::lineInUse) << "by another program";
     close(other);
     ASSERT_EQ(openLine(0, line), 0);
     const int late = open(here->path().c_str(), O_RDWR | O_NOCTTY);
     EXPECT_TRUE(late < 0 || flock(late, LOCK_EX | LOCK_NB) != 0) << "and we hold it against others";
     close(late);
+    here.reset(); // unplugged while nothing happens
+    EXPECT_TRUE(until([&] {
+        return !received.empty() && received.back().message == service_::message::lineDeviceState &&
+               received.back().p1 == service_::deviceState::disconnected;
+    }));
+    EXPECT_FALSE(canCall());
+    EXPECT_EQ(service.makeCall(line, &outgoing, "T200", 0, nullptr), result::operationFailed);
+    EXPECT_EQ(service.close(line), 0);
 }
 
 TEST_F(Lines, ModemThatIsSlowOrRefuses) {
@@ -74,152 +58,128 @@ TEST_F(Lines, ModemThatIsSlowOrRefuses) {
               "telephony: [There] " + there->path() + ": the modem refuses AT&F&C1&D2X4\n");
 }
 
-TEST_F(Lines, ModemLeftInACallIsTakenOutOfIt) {
-    const int other = open(here->path().c_str(), O_RDWR | O_NOCTTY);
-    ASSERT_EQ(openLine(1, line, service_::privilege::owner), 0);
-    reaction() = [&](const Message& one) {
-        if (one.message == service_::message::callState && one.p1 == service_::callState::offering)
-            service.answer(one.device, nullptr, 0);
-    };
-    writeTo(other, "ATD200\r");
-    ASSERT_TRUE(until([&] { return here->status().phase == simulated::Phase::online; }));
-    // It stays open beside us, so nothing but the escape ends the call.
-    uint32_t mine = 0;
-    EXPECT_EQ(openLine(0, mine), 0);
-    EXPECT_EQ(here->status().phase, simulated::Phase::idle);
-    close(other);
-}
-
-TEST_F(OneLine, NoModemAnswers) {
+TEST_F(TelephonyProgram, NoDeviceAndNoModemAndAnOpeningThatIsCalledOff) {
     Pty silent;
-    startAt(silent.slavePath());
     testing::internal::CaptureStderr();
+    ASSERT_EQ(startAt("/dev/there-is-none"), 0);
+    EXPECT_EQ(openLine(0, line), result::componentMissing);
+    EXPECT_EQ(configure("colour = red"), result::badParameter);
+    EXPECT_EQ(configure("device = /dev/null"), 0);
+    EXPECT_EQ(openLine(0, line), result::componentMissing);
+    EXPECT_EQ(configure("device = " + silent.slavePath()), 0);
     EXPECT_EQ(openLine(0, line), result::operationFailed);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "telephony: [One] " + silent.slavePath() + ": no modem answers\n");
-    EXPECT_FALSE(silent.connected());
-}
-
-TEST_F(OneLine, NoDevice) {
-    startAt("/dev/there-is-none");
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(openLine(0, line), result::componentMissing);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "telephony: [One] /dev/there-is-none: No such file or directory\n");
-    EXPECT_EQ(service.setConfiguration(0, "device = /dev/null", 18, service_::modemClass), 0);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(openLine(0, line), result::componentMissing);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("/dev/null: "), std::string::npos);
-    EXPECT_EQ(service.setConfiguration(0, "colour = red", 12, service_::modemClass), result::badParameter);
-}
-
-TEST_F(OneLine, ShutdownEndsAnOpeningAtOnce) {
-    Pty silent;
-    startAt(silent.slavePath());
-    testing::internal::CaptureStderr();
+    silent.readToQuiet();
     std::thread opener([&] { EXPECT_EQ(openLine(0, line), result::operationFailed); });
     EXPECT_FALSE(silent.read(3).empty()) << "it has begun";
-    begun = Clock::now();
+    const auto begun = Clock::now();
     EXPECT_EQ(service.shutdown(application), 0);
     opener.join();
-    EXPECT_LT(took(), Milliseconds(1000)) << "a silent modem takes longer than that to be given up";
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_LT(Clock::now() - begun, Milliseconds(1500)) << "a silent modem is given up after 5 s";
     EXPECT_FALSE(silent.connected());
-    EXPECT_EQ(service.shutdown(application), result::badApplication);
-    application = 0;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "telephony: [One] /dev/there-is-none: No such file or directory\n"
+              "telephony: [One] /dev/null: Inappropriate ioctl for device\n"
+              "telephony: [One] " +
+                  silent.slavePath() + ": no modem answers\n");
+    EXPECT_EQ(service.shutdown(std::exchange(application, 0)), result::badApplication);
 }
 
-TEST_F(Lines, UnpluggedWhileNothingHappens) {
-    ASSERT_EQ(openLine(0, line), 0);
-    here.reset();
-    EXPECT_TRUE(until([&] {
-        return !received().empty() && received().back().message == service_::message::lineDeviceState &&
-               received().back().p1 == service_::deviceState::disconnected;
-    }));
-    EXPECT_FALSE(canCall());
-    uint32_t call = 0;
-    EXPECT_EQ(service.makeCall(line, &call, "T200", 0, nullptr), result::operationFailed);
+TEST_F(TelephonyProgram, RatesAreThoseThatOtherProgramsKnow) {
+    PlainModem modem;
+    callOver(modem);
+    const int terminals[] = {modem.line.master(), commHandle(outgoing)};
+    termios2 settings{};
+    for (const int terminal : terminals) {
+        ASSERT_EQ(ioctl(terminal, TCGETS2, &settings), 0);
+        EXPECT_EQ(settings.c_cflag & CBAUD, tcflag_t{B115200});
+        settings.c_cflag = (settings.c_cflag & ~tcflag_t{CBAUD}) | B1200;
+        ioctl(terminal, TCSETS2, &settings);
+        ioctl(terminal, TCGETS2, &settings);
+        EXPECT_EQ(settings.c_ispeed, 1200U) << "another program's rate holds both ways";
+    }
+    close(terminals[1]);
+    modem.online = false;
     EXPECT_EQ(service.close(line), 0);
+    EXPECT_EQ(configure("speed = 250000"), 0);
+    EXPECT_EQ(openLine(0, line), 0);
+    ioctl(terminals[0], TCGETS2, &settings);
+    EXPECT_EQ(settings.c_ospeed, 250000U);
+    EXPECT_EQ(settings.c_ispeed, 250000U);
 }
 
 TEST_F(Lines, SmallRecordsGetWhatFits) {
     char space[300] = {};
-    auto* const capabilities = reinterpret_cast<service_::DeviceCapabilities*>(space);
-    const auto ask = [&](uint32_t total) {
-        capabilities->sizes.total = total;
-        return service.deviceCapabilities(application, 0, service_::highestVersion, 0, capabilities);
-    };
-    EXPECT_EQ(ask(251), result::recordTooSmall);
-    EXPECT_EQ(ask(0), result::recordTooSmall);
-    EXPECT_EQ(ask(252), 0);
-    EXPECT_EQ(capabilities->sizes.needed, 257U);
-    EXPECT_EQ(capabilities->sizes.used, 252U);
-    EXPECT_EQ(capabilities->nameSize, 0U);
-    EXPECT_EQ(space[252], 0);
-    EXPECT_EQ(ask(257), 0);
-    EXPECT_STREQ(space + capabilities->nameOffset, "Here");
-
+    auto* const record = reinterpret_cast<service_::DeviceCapabilities*>(space);
+    for (const uint32_t total : {0U, 251U, 252U, 257U}) {
+        record->sizes.total = total;
+        EXPECT_EQ(service.deviceCapabilities(application, 0, service_::highestVersion, 0, record),
+                  total < 252 ? result::recordTooSmall : 0);
+        EXPECT_EQ(record->sizes.needed, total < 252 ? 0U : 257U);
+        EXPECT_EQ(record->sizes.used, total < 252 ? 0U : total);
+        EXPECT_STREQ(space + 252, total < 257 ? "" : "Here");
+        EXPECT_EQ(record->nameOffset, total < 257 ? 0U : 252U);
+    }
     service_::AddressCapabilities address{};
-    address.sizes.total = sizeof address;
-    EXPECT_EQ(service.addressCapabilities(application, 1, 0, service_::highestVersion, 0, &address), 0);
-    EXPECT_EQ(address.lineDeviceId, 1U);
-    address.sizes.total = 227;
-    EXPECT_EQ(service.addressCapabilities(application, 1, 0, 0, 0, &address), result::recordTooSmall);
+    for (const int32_t result : {result::recordTooSmall, 0}) {
+        address.sizes.total = result == 0 ? 228 : 227;
+        EXPECT_EQ(service.addressCapabilities(application, 1, 0, service_::highestVersion, 0, &address),
+                  result);
+        EXPECT_EQ(address.lineDeviceId, result == 0 ? 1U : 0U);
+    }
 }
 
 TEST_F(Lines, VersionsThatBothKnow) {
-    uint32_t version = 0;
-    service_::ExtensionId extension{{1, 2, 3, 4}};
-    EXPECT_EQ(service.negotiate(application, 0, 0x10003, 0x20002, &version, &extension), 0);
-    EXPECT_EQ(version, 0x20002U);
-    EXPECT_EQ(extension.words[3], 0U);
-    EXPECT_EQ(service.negotiate(application, 0, 0x10001, 0x10004, &version, nullptr), 0);
-    EXPECT_EQ(version, 0x10004U);
-    EXPECT_EQ(service.negotiate(application, 0, 0x20003, 0x30000, &version, nullptr),
-              result::incompatibleVersion);
-    EXPECT_EQ(service.negotiate(application, 0, 0x10000, 0x10002, &version, nullptr),
-              result::incompatibleVersion);
-    EXPECT_EQ(service.negotiate(application, 2, 0x10003, 0x20002, &version, nullptr), result::badDevice);
+    for (const auto& [low, high, common] :
+         std::initializer_list<std::array<uint32_t, 3>>{{0x10003, 0x20002, 0x20002},
+                                                        {0x10001, 0x10004, 0x10004},
+                                                        {0x20003, 0x30000, 0},
+                                                        {0x10000, 0x10002, 0}}) {
+        uint32_t version = 0;
+        service_::ExtensionId extension{{1, 2, 3, 4}};
+        EXPECT_EQ(service.negotiate(application, 0, low, high, &version, &extension),
+                  common == 0 ? result::incompatibleVersion : 0);
+        EXPECT_EQ(version, common);
+        EXPECT_EQ(extension.words[3], common == 0 ? 4U : 0U);
+        EXPECT_EQ(service.negotiate(application, 2, low, high, &version, nullptr), result::badDevice);
+    }
 }
 
 TEST_F(Lines, NonsenseIsRefused) {
     ASSERT_EQ(openLine(0, line), 0);
-    uint32_t number = 0;
     service_::VariableString identifier{};
     identifier.sizes.total = sizeof identifier;
-    EXPECT_EQ(service.initialize(nullptr, nullptr, callback, "x", &number), result::nullPointer);
-    EXPECT_EQ(service.initialize(&number, nullptr, nullptr, "x", &number), result::nullPointer);
-    EXPECT_EQ(service.deviceCapabilities(application, 0, 0, 0, nullptr), result::nullPointer);
-    EXPECT_EQ(service.addressStatus(line, 0, nullptr), result::nullPointer);
-    EXPECT_EQ(service.negotiate(application, 0, 0, ~0U, nullptr, nullptr), result::nullPointer);
-    EXPECT_EQ(service.getId(line, 0, 0, 1, nullptr, service_::modemClass), result::nullPointer);
-    EXPECT_EQ(service.getId(line, 0, 0, 1, &identifier, nullptr), result::nullPointer);
+    const char* const modem = service_::modemClass;
+    for (const int32_t said :
+         {service.initialize(nullptr, nullptr, callback, "x", &outgoing),
+          service.initialize(&outgoing, nullptr, nullptr, "x", &outgoing),
+          service.negotiate(application, 0, 0, ~0U, nullptr, nullptr),
+          service.deviceCapabilities(application, 0, 0, 0, nullptr), service.addressStatus(line, 0, nullptr),
+          service.open(application, 1, nullptr, 0, 0, 0, 1, 16, nullptr),
+          service.setConfiguration(0, nullptr, 1, modem), service.getId(line, 0, 0, 1, nullptr, modem),
+          service.getId(line, 0, 0, 1, &identifier, nullptr),
+          service.makeCall(line, nullptr, "1", 0, nullptr),
+          service.makeCall(line, &outgoing, nullptr, 0, nullptr)})
+        EXPECT_EQ(said, result::nullPointer);
     EXPECT_EQ(service.getId(line, 0, 0, 1, &identifier, "wave/in"), result::badClass);
-    EXPECT_EQ(service.getId(line, 0, 0, 3, &identifier, service_::modemClass), result::badSelect);
-    EXPECT_EQ(service.getId(line, 0, line, 4, &identifier, service_::modemClass), result::badCall);
-    EXPECT_EQ(service.makeCall(line, nullptr, "1", 0, nullptr), result::nullPointer);
-    EXPECT_EQ(service.makeCall(line, &number, nullptr, 0, nullptr), result::nullPointer);
-    EXPECT_EQ(service.makeCall(application, &number, "1", 0, nullptr), result::badLine);
-    for (const char* bad : {"", "T1\rATZ", "T1;", "no number", "\xFF"})
-        EXPECT_EQ(service.makeCall(line, &number, bad, 0, nullptr), result::badNumber) << bad;
-    EXPECT_EQ(service.makeCall(line, &number, std::string(81, '1').c_str(), 0, nullptr), result::badNumber);
+    EXPECT_EQ(service.getId(line, 0, 0, 3, &identifier, modem), result::badSelect);
+    EXPECT_EQ(service.getId(line, 0, line, 4, &identifier, modem), result::badCall);
+    EXPECT_EQ(service.makeCall(application, &outgoing, "1", 0, nullptr), result::badLine);
+    const std::string tooLong(81, '1');
+    for (const char* bad : {"", "T1\rATZ", "T1;", "no number", "\xFF", tooLong.c_str()})
+        EXPECT_EQ(service.makeCall(line, &outgoing, bad, 0, nullptr), result::badNumber) << bad;
     service_::CallParameters parameters{};
-    EXPECT_EQ(service.makeCall(line, &number, "1", 0, &parameters), result::recordTooSmall);
+    EXPECT_EQ(service.makeCall(line, &outgoing, "1", 0, &parameters), result::recordTooSmall);
     parameters.totalSize = sizeof parameters;
     parameters.bearerMode = service_::bearer::data;
-    EXPECT_EQ(service.makeCall(line, &number, "1", 0, &parameters), result::badBearer);
-    EXPECT_EQ(service.open(line, 0, &number, 0, 0, 0, 1, 16, nullptr), result::badApplication);
-    EXPECT_EQ(service.open(application, 9, &number, 0, 0, 0, 1, 16, nullptr), result::badDevice);
-    EXPECT_EQ(service.open(application, 1, nullptr, 0, 0, 0, 1, 16, nullptr), result::nullPointer);
-    EXPECT_EQ(service.open(application, 1, &number, 0, 0, 0, 0, 16, nullptr), result::badPrivileges);
-    EXPECT_EQ(service.open(application, 1, &number, 0, 0, 0, 5, 16, nullptr), result::badPrivileges);
-    EXPECT_EQ(service.open(application, 1, &number, 0, 0, 0, 4, 4, nullptr), result::badMedia);
-    EXPECT_EQ(service.setConfiguration(0, nullptr, 1, service_::modemClass), result::nullPointer);
-    for (const uint32_t wrong : {0U, line, application, ~0U}) {
-        EXPECT_EQ(service.answer(wrong, nullptr, 0), result::badCall);
-        EXPECT_EQ(service.drop(wrong, nullptr, 0), result::badCall);
-        EXPECT_EQ(service.deallocate(wrong), result::badCall);
-        EXPECT_EQ(service.callStatus(wrong, nullptr), result::badCall);
-    }
+    EXPECT_EQ(service.makeCall(line, &outgoing, "1", 0, &parameters), result::badBearer);
+    EXPECT_EQ(openLine(9, outgoing), result::badDevice);
+    EXPECT_EQ(openLine(1, outgoing, 0), result::badPrivileges);
+    EXPECT_EQ(openLine(1, outgoing, privilege::none | privilege::owner), result::badPrivileges);
+    EXPECT_EQ(service.open(line, 1, &outgoing, 0, 0, 0, 1, 16, nullptr), result::badApplication);
+    EXPECT_EQ(service.open(application, 1, &outgoing, 0, 0, 0, 4, 4, nullptr), result::badMedia);
+    for (const uint32_t wrong : {0U, line, application, ~0U})
+        for (const int32_t said : {service.answer(wrong, nullptr, 0), service.drop(wrong, nullptr, 0),
+                                   service.deallocate(wrong), service.callStatus(wrong, nullptr)})
+            EXPECT_EQ(said, result::badCall);
     EXPECT_TRUE(canCall()) << "none of it has changed anything";
 }

@@ -3,81 +3,65 @@
 
 #include "telephony_program.h"
 
-using brisolt::test::TelephonyProgram;
-namespace service_ = brisolt::service;
-
-namespace {
+using namespace brisolt::test;
 
 struct Profiles : TelephonyProgram {
-    /// What a start with such a profile says; it has to give no devices.
-    std::string complaint(const std::string& profile) {
+    /// What a start says that has to give no devices.
+    std::string complaint() {
         testing::internal::CaptureStderr();
         devices = 7;
-        EXPECT_EQ(start(profile), service_::result::noDevices) << profile;
+        EXPECT_EQ(start(), result::noDevices);
         EXPECT_EQ(devices, 0U);
         return testing::internal::GetCapturedStderr();
     }
-    service_::DeviceCapabilities capabilities(uint32_t device, std::string& name) const {
-        char space[400] = {};
-        auto* const record = reinterpret_cast<service_::DeviceCapabilities*>(space);
-        record->sizes.total = sizeof space;
-        EXPECT_EQ(service.deviceCapabilities(application, device, service_::highestVersion, 0, record), 0);
-        name = space + record->nameOffset;
-        EXPECT_EQ(record->nameSize, name.size() + 1);
-        EXPECT_EQ(record->sizes.needed, record->sizes.used);
-        return *record;
-    }
 };
 
-} // namespace
-
 TEST_F(Profiles, SectionsAreTheLinesInTheirOrder) {
-    ASSERT_EQ(start("\n; comment\n# another\r\n[ Office modem ]\nDevice=/dev/ttyS9\n\n"
-                    "[Leased]\n\tdevice = \"/dev/ttyS8\"\nspeed = 9600\nbearer=Data\nhangup = escape\n"
-                    "flow = none\ninit = ATZ|AT&F\ndial = ATM0D\nanswer = ATX4A"),
-              0);
+    writeProfile("\xEF\xBB\xBF; an editor's mark is in front\n# another\r\n[ Office modem ]\n"
+                 "Device=/dev/ttyS9\n\n[Leased]\n\tdevice = \"/dev/ttyS8\"\nspeed = 9600\nbearer=Data\n"
+                 "hangup = escape\nflow = none\ninit = \"ATZ|AT &F ;\"\ndial = ATM0D\nanswer = ATX4A");
+    ASSERT_EQ(start(), 0);
     EXPECT_EQ(devices, 2U);
-    std::string name;
-    const auto office = capabilities(0, name);
-    EXPECT_EQ(name, "Office modem");
-    EXPECT_EQ(office.bearerModes, service_::bearer::voice);
-    EXPECT_EQ(office.mediaModes, service_::media::dataModem);
-    EXPECT_EQ(office.lineFeatures, service_::feature::lineMakeCall);
-    EXPECT_EQ(office.nameFormat, service_::stringFormat::plain);
-    const auto leased = capabilities(1, name);
-    EXPECT_EQ(name, "Leased");
-    EXPECT_EQ(leased.bearerModes, service_::bearer::data);
-    EXPECT_EQ(leased.maxRate, 9600U);
-    EXPECT_NE(leased.permanentLineId, office.permanentLineId);
+    struct {
+        service_::DeviceCapabilities fixed;
+        char name[100];
+    } lines[2] = {};
+    for (const uint32_t device : {0U, 1U}) {
+        auto& [record, name] = lines[device];
+        record.sizes.total = sizeof lines[device];
+        EXPECT_EQ(service.deviceCapabilities(application, device, service_::highestVersion, 0, &record), 0);
+        EXPECT_STREQ(name, device == 0 ? "Office modem" : "Leased");
+        EXPECT_EQ(record.nameSize, std::string(name).size() + 1);
+        EXPECT_EQ(record.nameFormat, service_::stringFormat::plain);
+        EXPECT_EQ(record.sizes.needed, record.sizes.used);
+        EXPECT_EQ(record.bearerModes, device == 0 ? service_::bearer::voice : service_::bearer::data);
+        EXPECT_EQ(record.maxRate, device == 0 ? 115200U : 9600U);
+        EXPECT_EQ(record.mediaModes, service_::media::dataModem);
+        EXPECT_EQ(record.lineFeatures, service_::feature::lineMakeCall);
+    }
+    EXPECT_NE(lines[0].fixed.permanentLineId, lines[1].fixed.permanentLineId);
 }
 
 TEST_F(Profiles, MissingTellsWhere) {
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(start(), service_::result::noDevices);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find(profilePath()), std::string::npos);
-
+    EXPECT_NE(complaint().find(profilePath()), std::string::npos);
     // Without a folder of its own: the user's, then everybody's.
     unsetenv("BRISOLT_TELEPHONY");
     const std::string config = std::filesystem::path(profilePath()).parent_path();
     setenv("XDG_CONFIG_HOME", config.c_str(), 1);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(start(), service_::result::noDevices);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "telephony: no modems: there is no " + config +
-                  "/brisolt/telephony.ini nor /etc/brisolt/telephony.ini\n");
+    EXPECT_EQ(complaint(), "telephony: no modems: there is no " + config +
+                               "/brisolt/telephony.ini nor /etc/brisolt/telephony.ini\n");
     std::filesystem::create_directory(config + "/brisolt");
     std::ofstream(config + "/brisolt/telephony.ini") << "[A]\ndevice = /dev/ttyS9\n";
     EXPECT_EQ(start(), 0);
 }
 
 TEST_F(Profiles, WrongOnesTellPathAndLine) {
-    const struct {
-        const char* profile;
-        const char* place;
-    } wrong[] = {
+    const char* const wrong[][2] = {
         {"[A]\ndevice = /dev/a\nsped = 3\n", ":3: unknown key \"sped\""},
         {"[A]\ndevice = /dev/a\nspeed = fast\n", ":3: speed = \"fast\": has to be bits a second"},
         {"[A]\ndevice = /dev/a\nspeed = 9600x\n", ":3: speed"},
+        {"[A]\nspeed = 9600 ; x\n", ":2: speed = \"9600 ; x\": has to be bits a second (a comment has to"},
+        {"[A]\ndevice = /a\t# x\n", ":2: device = \"/a\t# x\": has to be the path of a serial device (a com"},
         {"[A]\ndevice = /dev/a\nspeed = 0\n", ":3: speed"},
         {"[A]\n\ndevice = /dev/a\nhangup = loudly\n", ":4: hangup = \"loudly\": has to be dtr or escape"},
         {"[A]\ndevice = /dev/a\ndial = AT\tD\n", ":3: dial"},
@@ -89,12 +73,12 @@ TEST_F(Profiles, WrongOnesTellPathAndLine) {
         {"[A\n", ":1: no ]"},
         {"[]\n", ":1: a modem without a name"},
         {"[A]\nrubbish\n", ":2: neither"},
-        {"; nothing\n", ": no [modem] in it"},
         {"", ": no [modem] in it"},
     };
-    for (const auto& one : wrong) {
-        const std::string said = complaint(one.profile);
-        EXPECT_TRUE(said.starts_with("telephony: " + profilePath() + one.place)) << said;
+    for (const auto& [profile, place] : wrong) {
+        writeProfile(profile);
+        const std::string said = complaint();
+        EXPECT_TRUE(said.starts_with("telephony: " + profilePath() + place)) << said;
         EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
     }
 }
