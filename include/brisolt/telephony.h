@@ -11,15 +11,17 @@ extern "C" {
 /*
  * The service is the module TAPI32.DLL: the file given to ComHostMapModule alone, else libtapi32.so as the
  * host's loader finds it or from the library's own folder. It is loaded at the first call that needs it, once
- * in the life of the process; a failure to load it is final, and ComHostGetErrorText tells it. Its line
- * devices are known by name and by index from 0; the call of device i becomes port 130 + i, which is then
- * read and written like any other.
+ * in the life of the process; a failure to load it is final, unless the host was only short of memory or
+ * descriptors, and ComHostGetErrorText tells it. Its line devices are known by name and by index from 0; the
+ * call of device i becomes port 130 + i, which is then read and written like any other.
  *
  * Calls make progress on whichever thread lets messages through (ComServiceMessagePump, the waits, the
- * threads of open ports). A program that waits for a call in another way has to pump. The thread
- * that handles a message which ends a call may be busy with that for as long as the service takes to hang up. Devices do not disturb each other's waits. A message about a call that nobody knows yet goes to
- * the device that is dialling or waits for one, else to the first whose line is open. A service that asks
- * for a request again is asked 100 times more.
+ * threads of open ports). A program that waits for a call in another way has to pump. The thread that handles
+ * a message which ends a call may be busy with that for as long as the service takes to hang up. Devices do not
+ * disturb each other's waits. Of the calls that nobody knows yet an offered one goes to the first armed device
+ * that has none, word of another to the device that is dialling; either else to the first whose line is open.
+ * What comes late about a call that has ended is nobody's. A service that asks for a request again is asked
+ * 100 times more.
  *
  * Names are compared byte by byte; an empty name and null are no device's. Results that are named by number
  * only: -6 telephony is not initialised, -2 there are no devices, -3 no device has the name.

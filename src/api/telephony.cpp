@@ -15,15 +15,6 @@ using telephony::TelephonyDevice;
 
 namespace {
 
-/// Lets no exception out; `otherwise` when memory runs out inside.
-template <class F> int32_t guarded(int32_t otherwise, F&& f) noexcept {
-    try {
-        return f();
-    } catch (...) {
-        return otherwise;
-    }
-}
-
 constexpr int32_t notInitialised = -6, noDevices = -2, noSuchDevice = -3;
 
 /// f(device) for the device of that name, else the code of the refusal.
@@ -140,7 +131,7 @@ BRISOLT_EXPORT int32_t ComTAPI_GetAutoAnswer_ConnectPort(const char* deviceName)
 // ---- ports of calls
 
 BRISOLT_EXPORT int32_t ComTAPI_OPENPORT(int32_t port, int32_t handle) {
-    return guarded(-20, [=] { return telephony::openTelephonyPort(port, handle); });
+    return telephony::openTelephonyPort(port, handle);
 }
 
 BRISOLT_EXPORT int32_t ComTAPI_CLOSEPORT(int32_t port) {

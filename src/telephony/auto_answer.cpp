@@ -30,7 +30,11 @@ int32_t armAutoAnswer(const char* deviceName, int32_t rings) {
     if (!use->current())
         return fail::lineOpen;
     use->change([&] { device->failCode = 0; });
-    setUpLine(*use, Purpose::answeringCalls);
+    try {
+        setUpLine(*use, Purpose::answeringCalls);
+    } catch (...) { // no memory to wait with
+        use->fail(fail::lineOpen);
+    }
     int32_t code = fail::lineOpen; // of a line that a disconnect has taken away meanwhile
     use->change([&] {
         bool open = device->lineHandle != 0;

@@ -24,9 +24,13 @@ template <class Condition> TelephonyDevice* findKnown(Condition condition) noexc
 }
 
 TelephonyDevice* owner(uint32_t call) noexcept {
-    return findKnown([=](const TelephonyDevice& device) {
-        return call != 0 && (device.callHandle == call || device.offeredCall == call);
-    });
+    if (call == 0)
+        return nullptr;
+    TelephonyDevice* device =
+        findKnown([=](const TelephonyDevice& candidate) { return candidate.callHandle == call; });
+    if (device != nullptr)
+        return device;
+    return findKnown([=](const TelephonyDevice& candidate) { return candidate.offeredCall == call; });
 }
 
 /// The device whose make-call request is under way on this thread.
@@ -62,23 +66,28 @@ bool callIsOver(const TelephonyDevice& device) noexcept {
 }
 
 bool awaitsCall(const TelephonyDevice& device) noexcept {
-    return hasLine(device) && device.offeredCall == 0 && (device.callHandle == 0 || callIsOver(device));
+    return hasLine(device) && device.autoAnswerArmed == 1 && device.offeredCall == 0 &&
+           (device.callHandle == 0 || callIsOver(device));
+}
+
+TelephonyDevice* deviceForOffer() noexcept {
+    TelephonyDevice* device = findKnown(awaitsCall);
+    return device != nullptr ? device : findKnown(hasLine);
 }
 
 } // namespace
 
-TelephonyDevice* deviceOfCall(uint32_t call, bool begins) {
+TelephonyDevice* deviceOfCall(uint32_t call, bool offered) {
     if (TelephonyDevice* device = owner(call))
         return device;
-    if (!begins && isOver(call))
-        return nullptr;
+    if (offered)
+        return deviceForOffer();
     if (TelephonyDevice* device = diallingHere())
         return device;
     if (TelephonyDevice* device = ownerAfterDialling(call))
         return device;
-    if (TelephonyDevice* device = findKnown(awaitsCall))
-        return device;
-    return findKnown(hasLine);
+    // Asked last: a service may give the handle of an old call to a new one.
+    return isOver(call) ? nullptr : findKnown(hasLine);
 }
 
 void claimOffer(TelephonyDevice& device) {

@@ -152,17 +152,21 @@ void disconnected(const Use& use, const Report& report) {
     use.change([&] { use.device().callState = wasBusy ? callState::busy : callState::idle; });
 }
 
-/// An answered call that never became one must not be the last that an armed device sees.
+/// An incoming call that never became one must not be the last that an armed device sees.
 void armAgain(const Use& use, const Report& report) {
     TelephonyDevice& device = use.device();
     uint32_t over = 0;
     use.change([&] {
         bool waits = device.autoAnswerArmed == 1 && device.connected == 0 && device.openingPort == 0 &&
                      device.hangupInProgress == 0;
-        if (!waits || report.handle == 0 || device.callHandle != report.handle)
+        if (report.handle == 0)
             return;
-        over = takeCall(device);
-        device.autoAnswerState = autoAnswer::armed;
+        if (device.offeredCall == report.handle)
+            over = takeOffer(device);
+        else if (waits && device.callHandle == report.handle)
+            over = takeCall(device);
+        if (waits && over != 0)
+            device.autoAnswerState = autoAnswer::armed;
     });
     if (over != 0)
         callService([=] { return service::lineDeallocateCall(over); });
@@ -222,8 +226,8 @@ bool takePrivilege(const Use& use, uint32_t privilege) {
 void handleCallState(const Report& report) {
     log("LINE CALL STATE: call:%x message:%x parm1:%x parm2:%x parm3:%x", report.handle, report.message,
         report.p1, report.p2, report.p3);
-    bool begins = report.p1 == callState::offering || report.p1 == callState::accepted;
-    TelephonyDevice* device = deviceOfCall(report.handle, begins);
+    bool offered = report.p1 == callState::offering || report.p1 == callState::accepted;
+    TelephonyDevice* device = deviceOfCall(report.handle, offered);
     if (device == nullptr)
         return;
     Use use(*device);

@@ -1,11 +1,8 @@
 #include "telephony/connect.h"
 
-#include <cstring>
-
 #include "port/open_close.h"
 #include "port/port_table.h"
 #include "telephony/context.h"
-#include "telephony/dialling.h"
 #include "telephony/hang_up.h"
 #include "telephony/telephony_log.h"
 #include "telephony/usable_line.h"
@@ -14,7 +11,6 @@ namespace brisolt::telephony {
 
 namespace {
 
-constexpr std::size_t longestNumber = 74;
 constexpr int32_t lineUnusable = -4;
 constexpr int32_t notConnected = -5;
 
@@ -47,6 +43,24 @@ int32_t endFailed(const Use& use) {
     }
     log("Return Connect Failure Port: %d Fail Code: 0x%x", portOf(device), static_cast<uint32_t>(code));
     return code;
+}
+
+int32_t attemptCall(const Use& use, const DialString& toDial) {
+    TelephonyDevice& device = use.device();
+    if (verifyUsableLine(device, Purpose::placingCalls) != 0) {
+        giveUp(use);
+        return refuseUnusable(device);
+    }
+    if (!use.current()) // disconnected meanwhile: the line is not to be opened for it again
+        return endFailed(use);
+    use.change([&] { device.failCode = 0; });
+    dial(use, toDial);
+    bool connected = false;
+    use.change([&] { connected = device.portOpened != 0 && device.connected != 0; });
+    if (!connected || !portIsOpen(portOf(device)))
+        return endFailed(use);
+    log("Return CONNECTED Port: %d", portOf(device));
+    return portOf(device);
 }
 
 } // namespace
@@ -85,43 +99,27 @@ int32_t refuseUnusable(const TelephonyDevice& device) {
     return lineUnusable;
 }
 
-std::string dialString(const CallRequest& request) {
-    if (request.phoneNumber == nullptr || strnlen(request.phoneNumber, longestNumber + 1) > longestNumber)
-        return {};
-    bool pulse = request.dialMode != nullptr && std::strcmp(request.dialMode, "P") == 0;
-    return (pulse ? "P" : "T") + std::string(request.phoneNumber);
-}
-
-int32_t placeCall(const Use& use, const std::string& dialString) {
-    TelephonyDevice& device = use.device();
-    if (verifyUsableLine(device, Purpose::placingCalls) != 0) {
-        giveUp(use);
-        return refuseUnusable(device);
+int32_t placeCall(const Use& use, const DialString& toDial) {
+    try {
+        return attemptCall(use, toDial);
+    } catch (...) { // no memory to wait with
+        log("Out of Memory error, canceling action");
+        return endFailed(use);
     }
-    if (!use.current()) // disconnected meanwhile: the line is not to be opened for it again
-        return endFailed(use);
-    use.change([&] { device.failCode = 0; });
-    dial(use, dialString);
-    bool connected = false;
-    use.change([&] { connected = device.portOpened != 0 && device.connected != 0; });
-    if (!connected || !portIsOpen(portOf(device)))
-        return endFailed(use);
-    log("Return CONNECTED Port: %d", portOf(device));
-    return portOf(device);
 }
 
-int32_t lookUpFree(const CallRequest& request, TelephonyDevice*& device, std::string& toDial) {
+int32_t lookUpFree(const CallRequest& request, TelephonyDevice*& device, DialString& toDial) {
     if (int32_t refusal = lookUp(request, device); refusal != 0)
         return refusal;
     if (inUse(*device))
         return refuseInUse(*device);
-    toDial = dialString(request);
+    toDial = dialString(request.phoneNumber, request.dialMode);
     return toDial.empty() ? refuseUnusable(*device) : 0;
 }
 
 int32_t connect(const CallRequest& request) {
     TelephonyDevice* device = nullptr;
-    std::string toDial;
+    DialString toDial;
     if (int32_t refusal = lookUpFree(request, device, toDial); refusal != 0)
         return refusal;
     std::optional<Use> use = begin(*device, UseKind::connect);

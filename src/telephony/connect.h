@@ -2,8 +2,8 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
+#include "telephony/dialling.h"
 #include "telephony/telephony_device.h"
 
 namespace brisolt::telephony {
@@ -22,13 +22,11 @@ int32_t connect(const CallRequest& request);
 /// Logs the request and finds its device. 0, or the code of the refusal.
 int32_t lookUp(const CallRequest& request, TelephonyDevice*& device);
 /// The same for a device that nobody uses and a number that can be dialled.
-int32_t lookUpFree(const CallRequest& request, TelephonyDevice*& device, std::string& toDial);
+int32_t lookUpFree(const CallRequest& request, TelephonyDevice*& device, DialString& toDial);
 int32_t refuseInUse(TelephonyDevice& device);
 int32_t refuseUnusable(const TelephonyDevice& device);
-/// The mode letter and the number; empty for a number that is missing or too long to be dialled in full.
-std::string dialString(const CallRequest& request);
 /// Checks the line, dials and waits for the port. The port's number, or a failure; the use is over unless the
 /// call is connected.
-int32_t placeCall(const Use& use, const std::string& dialString);
+int32_t placeCall(const Use& use, const DialString& toDial);
 
 } // namespace brisolt::telephony

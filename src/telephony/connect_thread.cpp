@@ -1,6 +1,5 @@
 #include "telephony/connect_thread.h"
 
-#include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
@@ -20,28 +19,29 @@ constexpr int32_t notStarted = -30;
 /// What the thread needs, a copy of its own: the number in full, which the entry may not hold.
 struct Start {
     Use use;
-    std::string deviceName;
-    std::string phoneNumber;
-    std::string dialMode;
+    DialString toDial;
 };
 
-void storeRequest(const Use& use, const std::string& dialString) {
+void storeRequest(const Use& use, const DialString& toDial) {
     TelephonyDevice& device = use.device();
+    const char mode[] = {toDial.text[0], '\0'};
     use.change([&] {
-        setText(device.dialMode, int32_t{sizeof device.dialMode}, dialString.substr(0, 1).c_str());
-        setText(device.phoneNumber, int32_t{sizeof device.phoneNumber}, dialString.c_str() + 1);
+        setText(device.dialMode, int32_t{sizeof device.dialMode}, mode);
+        setText(device.phoneNumber, int32_t{sizeof device.phoneNumber}, toDial.number());
     });
 }
 
 /// ComTAPI_Connect for a device that is taken already. Nothing said to it since the start is lost.
 int32_t connectStarted(const Start& start) {
-    CallRequest request{start.deviceName.c_str(), start.phoneNumber.c_str(), start.dialMode.c_str()};
+    char name[lineNameSize];
+    copyLineName(start.use.device(), name);
+    CallRequest request{.deviceName = name, .phoneNumber = start.toDial.number(), .dialMode = nullptr};
     TelephonyDevice* device = nullptr;
     if (int32_t refusal = lookUp(request, device); refusal != 0) {
         giveUp(start.use);
         return refusal;
     }
-    return takeOver(start.use) ? placeCall(start.use, dialString(request)) : fail::waiting;
+    return takeOver(start.use) ? placeCall(start.use, start.toDial) : fail::waiting;
 }
 
 /// Unless the result is wanted no more it becomes the device's.
@@ -68,7 +68,7 @@ void threadMain(void* argument) {
     int32_t result = fail::waiting;
     try {
         result = connectStarted(*start);
-    } catch (...) { // no memory
+    } catch (...) { // no memory to close the port with that was left of the call
         giveUp(start->use);
     }
     tell(start->use, result);
@@ -97,11 +97,12 @@ int32_t startThread(std::unique_ptr<Start> start) {
 
 int32_t connectOnThread(const CallRequest& request) {
     TelephonyDevice* device = nullptr;
-    std::string toDial;
+    DialString toDial;
     if (int32_t refusal = lookUpFree(request, device, toDial); refusal != 0)
         return refusal;
-    auto start = std::make_unique<Start>(
-        Start{Use(*device), request.deviceName, request.phoneNumber, toDial.substr(0, 1)});
+    std::unique_ptr<Start> start(new (std::nothrow) Start{Use(*device), toDial});
+    if (start == nullptr)
+        return notStarted;
     std::optional<Use> use = begin(*device, UseKind::startConnect);
     if (!use)
         return refuseInUse(*device);

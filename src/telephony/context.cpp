@@ -103,6 +103,17 @@ int32_t enumerate() {
     return count;
 }
 
+int32_t setUp(const char* logFile) {
+    uint32_t time = waitTime;
+    if (time < leastWaitTime || time > mostWaitTime)
+        waitTime = usualWaitTime;
+    setUpLog(logFile);
+    if (int32_t outcome = registerWithService(); outcome < 0)
+        return outcome;
+    setDeviceCount(reportedDevices);
+    return enumerate();
+}
+
 } // namespace
 
 int32_t initialise(const char* logFile) {
@@ -116,14 +127,12 @@ int32_t initialise(const char* logFile) {
     clearTable();
     if (openVirtual(contextPort) != contextPort)
         return -1;
-    uint32_t time = waitTime;
-    if (time < leastWaitTime || time > mostWaitTime)
-        waitTime = usualWaitTime;
-    setUpLog(logFile);
-    if (int32_t outcome = registerWithService(); outcome < 0)
-        return outcome;
-    setDeviceCount(reportedDevices);
-    return enumerate();
+    try {
+        return setUp(logFile);
+    } catch (...) { // no memory: as if it had never been opened
+        shutDown();
+        return -1;
+    }
 }
 
 int32_t shutDown() {

@@ -1,6 +1,5 @@
 #include "telephony/dialling.h"
 
-#include <array>
 #include <cstring>
 
 #include "platform/thread.h"
@@ -73,28 +72,28 @@ void forget(uint32_t call) {
 }
 
 /// The service's answer to the request; negative: refused.
-int32_t makeCall(const Use& use, const std::string& dialString) {
+int32_t makeCall(const Use& use, const DialString& toDial) {
     TelephonyDevice& device = use.device();
     Parameters parameters = callParameters(device.bearerMode);
     DialMark mark(use);
     uint32_t line = use.line(); // not a later use's, on which nobody has asked for this call
     uint32_t call = 0;
     int32_t result = callService([&] {
-                         return service::lineMakeCall(line, &call, dialString.c_str(), 0U, &parameters.fixed);
+                         return service::lineMakeCall(line, &call, toDial.text, 0U, &parameters.fixed);
                      }).result;
     if (result >= 0 && !use.change([&] { device.callHandle = call; }) && call != 0)
         forget(call); // disconnected meanwhile
     return result;
 }
 
-bool dialCallInParts(const Use& use, const std::string& dialString) {
+bool dialCallInParts(const Use& use, const DialString& toDial) {
     if (!hasAddressCapabilities(use)) {
         use.fail(fail::capabilities);
         return false;
     }
     if (endIfCancelled(use))
         return false;
-    int32_t result = makeCall(use, dialString);
+    int32_t result = makeCall(use, toDial);
     if (result < 0) {
         log("Error in lineMakeCall: %d", result);
         use.fail(fail::makeCall);
@@ -105,13 +104,23 @@ bool dialCallInParts(const Use& use, const std::string& dialString) {
         use.fail(fail::waiting);
         return false;
     }
-    log("TAPI lineMakeCall Completed - return: %d phone number:%s", result, dialString.c_str());
+    log("TAPI lineMakeCall Completed - return: %d phone number:%s", result, toDial.text);
     return true;
 }
 
 } // namespace
 
-void dial(const Use& use, const std::string& dialString) {
+DialString dialString(const char* phoneNumber, const char* dialMode) noexcept {
+    DialString made;
+    std::size_t length = phoneNumber == nullptr ? 0 : strnlen(phoneNumber, longestNumber + 1);
+    if (phoneNumber == nullptr || length > longestNumber)
+        return made;
+    made.text[0] = dialMode != nullptr && std::strcmp(dialMode, "P") == 0 ? 'P' : 'T';
+    std::memcpy(made.text + 1, phoneNumber, length);
+    return made;
+}
+
+void dial(const Use& use, const DialString& toDial) {
     auto status = setUpLine(use, Purpose::placingCalls);
     if (!status)
         return;
@@ -122,7 +131,7 @@ void dial(const Use& use, const std::string& dialString) {
         use.fail(fail::lineInUse);
         return;
     }
-    if (dialCallInParts(use, dialString)) {
+    if (dialCallInParts(use, toDial)) {
         log("DialCallInParts succeeded.");
         return;
     }

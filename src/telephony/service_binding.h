@@ -1,16 +1,17 @@
 // The entry points of the telephony service, found by name when they are first called.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
-#include <mutex>
 
-#include "platform/module.h"
 #include "telephony/service_records.h"
 
 namespace brisolt::service {
 
-/// The loaded service; null, for the life of the process, when the first attempt to load it failed.
-void* loadedModule() noexcept;
+/// The address of an entry point, null when it cannot be had. The service is loaded by the first call. One that
+/// is not there is missed for the life of the process; where only the host was short of something the next call
+/// tries again.
+void* entryPoint(const char* name) noexcept;
 
 /// One entry point. Called like the function itself; one that cannot be had answers for it.
 template <class Function> class Entry {
@@ -18,16 +19,15 @@ public:
     constexpr explicit Entry(const char* name) noexcept : name_(name) {}
 
     template <class... Arguments> int32_t operator()(Arguments... arguments) {
-        std::call_once(looked_, [this] {
-            function_ = reinterpret_cast<Function*>(module::find(loadedModule(), name_));
-        });
-        return function_ == nullptr ? result::unavailable : function_(arguments...);
+        Function* function = function_;
+        if (function == nullptr)
+            function_ = function = reinterpret_cast<Function*>(entryPoint(name_));
+        return function == nullptr ? result::unavailable : function(arguments...);
     }
 
 private:
     const char* name_;
-    std::once_flag looked_;
-    Function* function_ = nullptr;
+    std::atomic<Function*> function_{nullptr};
 };
 
 inline constinit Entry<LineInitialize> lineInitialize{"lineInitialize"};

@@ -57,7 +57,7 @@ bool accepted(int32_t code) noexcept {
     return verdict->then == Then::repeat;
 }
 
-bool Repetitions::another() noexcept {
+bool Repetitions::another() noexcept try {
     if (++made_ > mostRepetitions)
         return false;
     if (made_ > atOnce) {
@@ -67,6 +67,8 @@ bool Repetitions::another() noexcept {
         pause(*context, laterPause);
     }
     return true;
+} catch (...) { // no memory to wait with
+    return false;
 }
 
 } // namespace brisolt::telephony

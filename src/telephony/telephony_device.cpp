@@ -148,11 +148,23 @@ bool takeOver(const Use& use) noexcept {
     });
 }
 
-uint32_t takeCall(TelephonyDevice& device) noexcept {
-    uint32_t call = device.callHandle;
+namespace {
+
+uint32_t take(Shared<uint32_t>& handle) noexcept {
+    uint32_t call = handle;
     noteOver(call); // before it is nobody's
-    device.callHandle = 0;
+    handle = 0;
     return call;
+}
+
+} // namespace
+
+uint32_t takeCall(TelephonyDevice& device) noexcept {
+    return take(device.callHandle);
+}
+
+uint32_t takeOffer(TelephonyDevice& device) noexcept {
+    return take(device.offeredCall);
 }
 
 void noteOver(uint32_t call) noexcept {
@@ -168,7 +180,7 @@ Handles endUse(TelephonyDevice& device) noexcept {
     std::lock_guard lock(device.mutex);
     Handles ended{.call = takeCall(device), .line = device.lineHandle};
     device.use = device.use + 1;
-    device.offeredCall = 0;
+    takeOffer(device);
     device.lineHandle = 0;
     device.connected = 0;
     device.connecting = 0;

@@ -142,6 +142,8 @@ std::optional<Use> begin(TelephonyDevice& device, UseKind kind) noexcept;
 bool takeOver(const Use& use) noexcept;
 /// The call is taken out of the entry, for whoever releases it: it is over. With the mutex held.
 uint32_t takeCall(TelephonyDevice& device) noexcept;
+/// The same for a call that was only offered.
+uint32_t takeOffer(TelephonyDevice& device) noexcept;
 void noteOver(uint32_t call) noexcept;
 /// Whether the call is one of the last that ended so: what is still said about it is for nobody.
 bool isOver(uint32_t call) noexcept;

@@ -12,6 +12,7 @@ namespace brisolt::telephony {
 namespace {
 
 constexpr uint32_t ringSize = 16384;
+constexpr int32_t noMemory = -20;
 
 int32_t refused(int32_t code, const char* text) noexcept {
     log("%s", text);
@@ -85,14 +86,16 @@ int32_t setUpLine(Port& port) {
 
 } // namespace
 
-int32_t openTelephonyPort(int32_t number, int32_t handle) {
+int32_t openTelephonyPort(int32_t number, int32_t handle) noexcept try {
     Opening opening(number, ringSize, ringSize);
     if (opening.code() < 0)
         return opening.code();
     Port& port = opening.port();
     PortRecord& record = *port.record;
     log("Opening Port: %d Handle:%d ", number, handle);
-    if (port.device.adopt(handle) < 0)
+    if (int32_t result = port.device.adopt(handle); result == -ENOMEM)
+        return noMemory;
+    else if (result < 0)
         return refused(-30, "SetupComm failure"); // no device, no queues
     if (int32_t code = setUpQueues(port); code < 0)
         return code;
@@ -105,6 +108,8 @@ int32_t openTelephonyPort(int32_t number, int32_t handle) {
         return refused(code, "Create Thread Failure");
     log("TAPI_OPENPORT - SUCCESS: %d", number);
     return opening.succeed();
+} catch (...) { // no memory
+    return noMemory;
 }
 
 } // namespace brisolt::telephony

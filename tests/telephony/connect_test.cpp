@@ -1,408 +1,310 @@
 // Calls that are placed: from the number to the port, and every way in which that can fail.
-#include <atomic>
-#include <ostream>
+#include <span>
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
-#include "telephony/scripted_service.h"
+#include "telephony/two_modems.h"
 
 namespace brisolt::test {
 namespace {
 
-namespace result = service::result;
-namespace callState = service::callState;
-namespace disconnectedBy = service::disconnectedBy;
-
-struct Connect : testing::Test {
-    void SetUp() override { ASSERT_EQ(telephony.initialise(), 2); }
-
-    static int32_t connect(const char* number = "5551", const char* mode = "T") {
-        return ComTAPI_Connect("Modem A", number, mode);
-    }
-    /// Nothing is left at the service, and the device may be tried again.
-    void expectIdle() {
-        EXPECT_EQ(service.openLines(), 0U);
-        EXPECT_EQ(service.liveCalls(), 0U);
-        EXPECT_EQ(ComOpenState(130), 0);
-    }
-
-    Telephony telephony;
-    ScriptedService& service = telephony.service;
-};
+using Connect = TwoModems;
 
 TEST_F(Connect, TheConnectedCallIsAPort) {
+    service.onMakeCall = [&](uint32_t call) {
+        service.postState(call, callState::connected);
+        service.postState(call, callState::connected); // told twice, there is one port
+    };
     EXPECT_EQ(connect("5551", "P"), 130);
-    EXPECT_EQ(service.dialled(), std::vector<std::string>{"P5551"});
-    EXPECT_EQ(service.lastParameters.totalSize, 178U);
-    EXPECT_EQ(service.lastParameters.bearerMode, service::bearer::voice);
-    EXPECT_EQ(service.lastParameters.mediaMode, 16U);
-    EXPECT_EQ(service.lastParameters.callFlags, 2U);
+    ComServiceMessagePump();
+    EXPECT_EQ(service.count("lineGetIDA of a call"), 1);
+    const service::CallParameters& asked = service.lastParameters;
+    EXPECT_EQ(std::tuple(asked.totalSize, asked.bearerMode, asked.mediaMode, asked.callFlags),
+              std::tuple(178U, service::bearer::voice, 16U, 2U));
     EXPECT_EQ(service.lastDisplayable, std::string("#\0", 2));
-
-    send(130, "over there");
-    EXPECT_EQ(service.lineOf(0).read(10), "over there");
-    service.lineOf(0).write("and back");
-    EXPECT_EQ(receive(130, 8), "and back");
-
+    EXPECT_EQ(service.seen(service.opened), (std::vector<std::pair<uint32_t, uint32_t>>{{1, 16}, {1, 16}}));
     EXPECT_EQ(connect(), -1);
-    EXPECT_EQ(ComTAPI_AutoAnswer("Modem A", 1), -1);
+    EXPECT_EQ(arm(), -1);
     EXPECT_EQ(ComTAPI_Disconnect("Modem A"), 1);
     expectIdle();
     EXPECT_TRUE(eventually([&] { return !service.lineOf(0).connected(); })) << "the handle stayed open";
-    EXPECT_EQ(telephony.logged("Return CONNECTED Port: 130"), 1);
-    EXPECT_EQ(telephony.logged("TAPI lineMakeCall Completed - return: 1 phone number:P5551"), 1);
-    EXPECT_EQ(telephony.logged("Line Dropped Response: 1"), 1);
-    EXPECT_EQ(telephony.logged("Line Closed.\n"), 1);
-    EXPECT_EQ(connect("1", "t"), 130);
-    EXPECT_EQ(service.dialled().back(), "T1");
-    ComTAPI_Disconnect("Modem A");
+    expectLogged({"Return CONNECTED Port: 130", "Line Dropped Response: 1", "Line Closed.\n",
+                  "TAPI lineMakeCall Completed - return: 1 phone number:P5551"});
 }
 
 TEST_F(Connect, NumbersAreDialledInFullOrNotAtAll) {
     const std::string longest(74, '7');
-    EXPECT_EQ(connect(longest.c_str(), nullptr), 130);
-    EXPECT_EQ(service.dialled().back(), "T" + longest);
-    ComTAPI_Disconnect("Modem A");
-    const int32_t opened = service.count("lineOpenA");
+    for (const char* mode : {"P", "t", "PP", static_cast<const char*>(nullptr)}) {
+        EXPECT_EQ(connect(longest.c_str(), mode), 130);
+        ComTAPI_Disconnect("Modem A");
+    }
+    EXPECT_EQ(service.seen(service.dialled),
+              (std::vector{"P" + longest, "T" + longest, "T" + longest, "T" + longest}));
+    const auto opened = service.seen(service.opened);
     EXPECT_EQ(connect((longest + "7").c_str()), -4);
     EXPECT_EQ(connect(nullptr), -4);
     EXPECT_EQ(ComTAPI_Connect_Thread("Modem A", std::string(100000, '7').c_str(), "T"), -4);
-    EXPECT_EQ(service.count("lineOpenA"), opened);
-    EXPECT_EQ(connect(), 130);
-    ComTAPI_Disconnect("Modem A");
+    EXPECT_EQ(service.seen(service.opened), opened);
 }
 
 TEST_F(Connect, UnknownDevices) {
     for (const char* name : {"Modem C", "", static_cast<const char*>(nullptr)}) {
         EXPECT_EQ(ComTAPI_Connect(name, "1", "T"), -3);
         EXPECT_EQ(ComTAPI_Connect_Thread(name, "1", "T"), -3);
-        EXPECT_EQ(ComTAPI_Connect_Status(name), -3);
-        EXPECT_EQ(ComTAPI_Cancel(name), -3);
-        EXPECT_EQ(ComTAPI_Disconnect(name), -3);
-        EXPECT_EQ(ComTAPI_AutoAnswer(name, 1), -3);
-        EXPECT_EQ(ComTAPI_GetAutoAnswerState(name), -3);
+        EXPECT_EQ(arm(name), -3);
+        for (auto* call : {ComTAPI_Connect_Status, ComTAPI_Cancel, ComTAPI_Disconnect,
+                           ComTAPI_GetAutoAnswerState, ComTAPI_GetAutoAnswer_ConnectPort})
+            EXPECT_EQ(call(name), -3);
     }
     Com_TAPI_Shutdown();
     EXPECT_EQ(connect(), -6);
-    EXPECT_EQ(ComTAPI_Cancel("Modem A"), -6);
+    EXPECT_EQ(arm(), -6);
+    for (auto* call : {ComTAPI_Cancel, ComTAPI_GetAutoAnswerState, ComTAPI_GetAutoAnswer_ConnectPort})
+        EXPECT_EQ(call("Modem A"), -6);
     EXPECT_EQ(ComTAPI_Disconnect("Modem A"), 1);
 }
 
-// ---- before the call
-
-TEST_F(Connect, AnUnusableLineMayBeTriedAgain) {
-    struct Case {
-        const char* entry;
-        int32_t result;
+TEST_F(Connect, FaultsOfTheLineArePlainAndMayBeTriedAgain) {
+    // The entry point and its answers, of which the first is the check's; the code, and what the log tells.
+    using Fault = std::tuple<const char*, std::deque<int32_t>, int32_t, const char*>;
+    const int32_t odd = result::code(0x99), incompatible = result::incompatibleVersion;
+    const std::string taken = "Line is already in use by a non-TAPI app";
+    const std::string takenNow = taken + " or another Service Provider.";
+    const std::string takenThen = taken + "lication or by another TAPI Service Provider";
+    const std::string takenEnd = takenThen + ".";
+    const Fault both[] = {
+        {"lineNegotiateAPIVersion", {incompatible}, -4, "lineNegotiateAPIVersion, INCOMPATIBLEAPIVERSION."},
+        {"lineGetDevCapsA", {result::operationFailed}, -4, "TAPI Operation Failed for unknown reasons."},
+        {"lineOpenA", {result::lineInUse}, -4, takenNow.c_str()},
+        {"lineOpenA", {0, odd}, -15, "lineOpen unhandled error: -2147483495"},
+        {"lineGetIDA", {5}, -4, "lpLineDevCaps = 1"},
     };
-    for (Case unusable :
-         {Case{"lineNegotiateAPIVersion", result::incompatibleVersion},
-          Case{"lineGetDevCapsA", result::operationFailed}, Case{"lineOpenA", result::lineInUse},
-          Case{"lineOpenA", 5}, Case{"lineGetAddressStatusA", result::outOfMemory},
-          Case{"lineGetIDA", result::code(0x33)}}) {
-        service.answer(unusable.entry, {unusable.result});
-        EXPECT_EQ(connect(), -4) << unusable.entry;
-        expectIdle();
-    }
-    service.modems[0].lineFeatures = 0;
-    EXPECT_EQ(connect(), -4);
-    EXPECT_EQ(telephony.logged("LINEFEATURE_MAKECALL not supported "), 1);
-    EXPECT_EQ(telephony.logged("Line is already in use by a non-TAPI app or another Service Provider."), 1);
-    service.modems[0].lineFeatures = 8;
-    EXPECT_EQ(connect(), 130);
-    ComTAPI_Disconnect("Modem A");
-}
-
-std::atomic<int32_t> boxes;
-std::string boxText;
-
-TEST_F(Connect, FaultsOfTheLine) {
-    struct Case {
-        const char* entry;
-        std::vector<int32_t> results; ///< the first is the check's
-        int32_t code;
-        const char* entryOfLog;
+    const Fault placing[] = {
+        {"lineNegotiateAPIVersion", {0, incompatible}, -10, "Line Version unsupported"},
+        {"lineGetDevCapsA", {0, odd}, -11, "Error on Requested line - Unable to Use Line"},
+        {"lineOpenA", {0, result::lineInUse}, -14, takenEnd.c_str()},
+        {"lineGetAddressStatusA", {0, odd}, -16, "Unable to Use Line"},
+        {"lineSetStatusMessages", {odd}, 130, "lineSetStatusMessages unhandled error: -2147483495"},
+        {"lineGetAddressCapsA", {odd}, -11, "lineGetAddressCaps unhandled error: -2147483495"},
+        {"lineMakeCallA", {odd}, -19, "Error in lineMakeCall: -2147483495"},
     };
-    ComHostSetMessageBox([](const char* text, const char* caption) {
-        ++boxes;
-        boxText = std::string(text) + "/" + caption;
-    });
-    const Case cases[] = {
-        {"lineNegotiateAPIVersion", {0, result::incompatibleVersion}, -10, "Line Version unsupported"},
-        {"lineGetDevCapsA",
-         {0, result::operationFailed},
-         -11,
-         "Error on Requested line - Unable to Use Line"},
-        {"lineOpenA",
-         {0, result::lineInUse},
-         -14,
-         "Line is already in use by a non-TAPI application or by another TAPI Service Provider."},
-        {"lineOpenA", {0, result::code(0x99)}, -15, "lineOpen unhandled error: -2147483495"},
-        {"lineGetAddressStatusA", {0, result::code(0x99)}, -16, "Unable to Use Line"},
-        {"lineGetAddressCapsA", {result::code(0x99)}, -11, "lineGetAddressCaps unhandled error: -2147483495"},
-        {"lineMakeCallA", {result::code(0x99)}, -19, "Error in lineMakeCall: -2147483495"},
+    const Fault arming[] = {
+        {"lineNegotiateAPIVersion", {0, incompatible}, -10, "Unable to Use Line"},
+        {"lineGetDevCapsA", {0, odd}, -11, "Unable to Use Line"},
+        {"lineOpenA", {0, result::lineInUse}, -14, takenThen.c_str()},
+        {"lineGetAddressStatusA", {odd}, -4, "Line NOT Useable ERROR"},
+        {"lineGetAddressStatusA", {0, odd}, -16, "Unable to use line"},
+        {"lineSetStatusMessages", {odd}, -15, "lineSetStatusMessages unhandled error: 80000099"},
     };
-    for (const Case& fault : cases) {
-        const int32_t before = telephony.logged(fault.entryOfLog);
-        service.answer(fault.entry, fault.results);
-        EXPECT_EQ(connect(), fault.code) << fault.entry;
-        EXPECT_EQ(telephony.logged(fault.entryOfLog), before + 1) << fault.entryOfLog;
-        expectIdle();
-    }
+    auto check = [&](std::span<const Fault> faults, auto call) {
+        for (const auto& [entry, results, code, text] : faults) {
+            const int32_t before = logged(text);
+            service.answer(entry, results);
+            EXPECT_EQ(call(), code) << entry;
+            EXPECT_EQ(logged(text), before + 1) << text;
+            if (code >= 0)
+                ComTAPI_Disconnect("Modem A");
+            expectIdle();
+        }
+    };
+    check(both, [] { return connect(); });
+    check(both, [] { return arm(); });
+    check(placing, [] { return connect(); });
+    check(arming, [] { return arm(); });
     service.modems[0].addressFeatures = 1;
     EXPECT_EQ(connect(), -14);
-    EXPECT_EQ(telephony.logged("This line is not available to place a call."), 1);
-    EXPECT_EQ(boxes, 0);
+    service.modems[0].lineFeatures = 0;
+    EXPECT_EQ(connect(), -4);
+    EXPECT_EQ(arm(), -4);
+    expectLogged({"This line is not available to place a call.", "LINEFEATURE_MAKECALL not supported ",
+                  "LINEFEATURE_MAKECALL not supported"});
 }
 
-/// Capabilities that change after the check.
-void changeAfterCheck(ScriptedService& service, std::function<void(ScriptedModem&)> change) {
-    service.onGetHandle = [] {};
-    service.padding = [&service, change, asked = 0](uint32_t) mutable {
-        if (++asked == 3) // capabilities, address status, identifier: the check is done
-            change(service.modems[0]);
-        return 0U;
-    };
-}
+std::string boxes;
 
 TEST_F(Connect, ALineThatMakesNoCallsIsTheOneMessageBox) {
-    ComHostSetMessageBox([](const char* text, const char* caption) {
-        ++boxes;
-        boxText = std::string(text) + "/" + caption;
-    });
-    changeAfterCheck(service, [](ScriptedModem& modem) { modem.lineFeatures = 0; });
-    EXPECT_EQ(connect(), -13);
-    EXPECT_EQ(boxes, 1);
-    EXPECT_EQ(boxText, "Error on Requested line/The selected line doesn't support MAKECALL capabilities");
-    service.modems[0].lineFeatures = 8;
-    changeAfterCheck(service, [](ScriptedModem& modem) { modem.mediaModes = 0; });
-    EXPECT_EQ(connect(), -12);
-    service.modems[0].mediaModes = 16;
-    changeAfterCheck(service, [](ScriptedModem& modem) { modem.bearerModes = 0; });
-    EXPECT_EQ(connect(), -5);
-    EXPECT_EQ(boxes, 1);
-    expectIdle();
+    ComHostSetMessageBox(
+        [](const char* text, const char* caption) { boxes.append(text).append("/").append(caption); });
+    const ScriptedModem whole = service.modems[0];
+    auto expectWithout = [&](auto member, int32_t placing, int32_t arming) {
+        for (bool places : {true, false}) {
+            service.modems[0] = whole;
+            service.padding = [this, member, asked = 0](uint32_t) mutable {
+                if (++asked == 3) // capabilities, address status, identifier: the check is done
+                    service.modems[0].*member = 0;
+                return 0U;
+            };
+            EXPECT_EQ(places ? connect() : arm(), places ? placing : arming);
+            expectIdle();
+        }
+    };
+    expectWithout(&ScriptedModem::mediaModes, -12, -12);
+    expectWithout(&ScriptedModem::bearerModes, -5, -15);
+    EXPECT_EQ(boxes, "");
+    expectWithout(&ScriptedModem::lineFeatures, -13, -13);
+    const std::string box = "Error on Requested line/The selected line doesn't support MAKECALL capabilities";
+    EXPECT_EQ(boxes, box + box);
 }
 
-// ---- the call itself
-
-struct Ending {
-    const char* what;
-    uint32_t state, detail, privilege;
-    int32_t code;
-    const char* entry;
-};
-void PrintTo(const Ending& tested, std::ostream* out) {
-    *out << tested.what;
-}
-
-class EndedCall : public Connect, public testing::WithParamInterface<Ending> {};
-
-TEST_P(EndedCall, IsNamedByItsFirstCause) {
-    const Ending& ending = GetParam();
-    service.onMakeCall = [&](uint32_t call) {
-        service.postState(call, callState::dialling);
-        service.postState(call, ending.state, ending.detail, ending.privilege);
+TEST_F(Connect, AnEndedCallIsNamedByItsFirstCause) {
+    // The state with its detail and privilege; the code, and what the log tells.
+    constexpr std::tuple<uint32_t, uint32_t, uint32_t, int32_t, const char*> endings[] = {
+        {callState::busy, 0, 0, -24, "Line busy"},
+        {callState::idle, 0, 0, -20, "Line idle"},
+        {callState::specialInformation, 0, 0, -20, "Special Info, probably couldn't dial number"},
+        {callState::disconnected, disconnectedBy::busy, 0, -24, "Disconnected: Busy"},
+        {callState::disconnected, disconnectedBy::unavailable, 0, -26, "Disconnected: Unavail"},
+        {callState::disconnected, 0x8000, 0, -20, "Disconnected: LINECALLSTATE; Bad Reason"},
+        {callState::proceeding, 0, 2, -21, "line given monitor privilege; closing"},
+        {callState::proceeding, 0, 4, -22, "line given owner privilege; closing"},
+        {callState::proceeding, 0, 1, -23, "Unknown LINECALLPRIVILEGE message: closing"},
+        {0x80000, 0, 0, -20, "Unhandled LINECALLSTATE message"},
     };
     ComTAPI_SetModemWaitTime(10); // for endings that are no word for the wait
-    EXPECT_EQ(connect(), ending.code);
-    EXPECT_GE(telephony.logged(ending.entry), 1) << telephony.log();
-    expectIdle();
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Telephony, EndedCall,
-    testing::Values(
-        Ending{"Busy", callState::busy, 0, 0, -24, "Line busy"},
-        Ending{"Idle", callState::idle, 0, 0, -20, "Line idle"},
-        Ending{"SpecialInformation", callState::specialInformation, 0, 0, -20,
-               "Special Info, probably couldn't dial number"},
-        Ending{"RemoteBusy", callState::disconnected, disconnectedBy::busy, 0, -24, "Disconnected: Busy"},
-        Ending{"NoAnswer", callState::disconnected, disconnectedBy::noAnswer, 0, -25,
-               "Disconnected: No Answer"},
-        Ending{"Unavailable", callState::disconnected, disconnectedBy::unavailable, 0, -26,
-               "Disconnected: Unavail"},
-        Ending{"NoDialTone", callState::disconnected, disconnectedBy::noDialTone, 0, -27,
-               "Disconnected: No Dial Tone"},
-        Ending{"Rejected", callState::disconnected, disconnectedBy::reject, 0, -20,
-               "Remote Party rejected call"},
-        Ending{"OddReason", callState::disconnected, 0x8000, 0, -20,
-               "Disconnected: LINECALLSTATE; Bad Reason"},
-        Ending{"Monitor", callState::proceeding, 0, 2, -21, "line given monitor privilege; closing"},
-        Ending{"Owner", callState::proceeding, 0, 4, -22, "line given owner privilege; closing"},
-        Ending{"OddPrivilege", callState::proceeding, 0, 1, -23,
-               "Unknown LINECALLPRIVILEGE message: closing"},
-        Ending{"OddState", 0x80000, 0, 0, -20, "Unhandled LINECALLSTATE message"}),
-    [](const auto& tested) { return tested.param.what; });
-
-TEST_F(Connect, AnOwnersCallStillConnects) {
+    for (const auto& [last, detail, privilege, code, entry] : endings) {
+        service.onMakeCall = [&, state = last, detail = detail, privilege = privilege](uint32_t call) {
+            service.postState(call, callState::dialling);
+            service.postState(call, state, detail, privilege);
+        };
+        const int32_t before = logged(entry);
+        EXPECT_EQ(connect(), code) << entry;
+        EXPECT_GT(logged(entry), before) << entry;
+        expectIdle();
+    }
+    ComTAPI_SetModemWaitTime(500);
     service.onMakeCall = [&](uint32_t call) { service.postState(call, callState::connected, 0, 4); };
-    EXPECT_EQ(connect(), 130);
+    EXPECT_EQ(connect(), 130) << "an owner's call still connects";
     ComTAPI_Disconnect("Modem A");
 }
 
-TEST_F(Connect, WithoutMessagesFromTheLineTheCallGoesOnButThatIsTheCause) {
-    service.answerAlways("lineSetStatusMessages", result::code(0x99));
-    EXPECT_EQ(connect(), 130);
-    EXPECT_EQ(telephony.logged("lineSetStatusMessages unhandled error: -2147483495"), 1);
-    ComTAPI_Disconnect("Modem A");
+TEST_F(Connect, WhatTheServiceDoesNotGiveIsNoReasonToLeaveSomethingBehind) {
     service.onMakeCall = [&](uint32_t call) { service.postState(call, callState::busy); };
-    EXPECT_EQ(connect(), -15);
+    service.answer("lineSetStatusMessages", {result::code(0x99)});
+    EXPECT_EQ(connect(), -15) << "that is the first cause then";
+    expectIdle();
+    service.answer("lineGetCallStatus", {result::code(0x99), result::code(0x99)});
+    EXPECT_EQ(connect(), -24);
+    EXPECT_EQ(logged("lineGetCallStatus unhandled error: -2147483495"), 2);
     expectIdle();
 }
 
 TEST_F(Connect, ASilentModemIsDroppedWhenItsTimeIsOver) {
+    ComTAPI_SetModemWaitTime(10);
     service.onMakeCall = [](uint32_t) {};
-    ComTAPI_SetModemWaitTime(10);
     EXPECT_EQ(connect(), -20);
-    EXPECT_EQ(telephony.logged("Timed-out waiting for modem to do something"), 1);
-    EXPECT_EQ(telephony.logged("WaitForCallState failed"), 1);
-    EXPECT_EQ(telephony.logged("Call Dropped."), 1);
-    EXPECT_EQ(telephony.logged("Line Closed."), 1);
+    expectLogged({"Timed-out waiting for modem to do something", "WaitForCallState failed", "Call Dropped.",
+                  "Line Closed."});
     expectIdle();
-}
-
-TEST_F(Connect, ACallThatTellsNothingAtItsEndDoesNotHoldTheHangUpForever) {
-    service.answerAlways("lineDrop", result::code(0x99));
+    service.answer("lineDrop", {}, result::code(0x99)); // nor does it tell anything at its end
     service.onMakeCall = [&](uint32_t call) { service.postState(call, callState::proceeding); };
-    ComTAPI_SetModemWaitTime(10);
     EXPECT_EQ(connect(), -20);
-    EXPECT_EQ(telephony.logged("WAITTIMEDOUT"), 2);
-    EXPECT_EQ(telephony.logged("Call timed out waiting for IDLE state."), 1);
+    EXPECT_EQ(logged("WAITTIMEDOUT"), 2);
+    expectLogged({"Call timed out waiting for IDLE state."});
     expectIdle();
 }
 
-TEST_F(Connect, WhatTheServiceCannotTellOfACallIsStillReleased) {
-    service.onMakeCall = [&](uint32_t call) { service.postState(call, callState::busy); };
-    service.answer("lineGetCallStatus", {result::code(0x99), result::code(0x99)});
-    EXPECT_EQ(connect(), -24);
-    EXPECT_EQ(service.openLines(), 0U);
-    EXPECT_EQ(telephony.logged("lineGetCallStatus unhandled error: -2147483495"), 2);
-}
-
-TEST_F(Connect, ACancelEndsTheWait) {
-    service.onMakeCall = [&](uint32_t call) { service.postState(call, callState::ringBack); };
-    std::thread canceller([&] {
-        EXPECT_TRUE(eventually([&] { return telephony.logged("RingBack") == 1; }));
-        EXPECT_EQ(ComTAPI_Cancel("Modem A"), 1);
-    });
-    EXPECT_EQ(connect(), -29);
-    canceller.join();
-    expectIdle();
-    service.onMakeCall = [&](uint32_t call) { service.postState(call, callState::connected); };
-    EXPECT_EQ(connect(), 130) << "the cancel outlived its connect";
-    ComTAPI_Disconnect("Modem A");
-}
-
-TEST_F(Connect, ACancelBeforeTheNumberIsDialledSparesTheCall) {
-    service.padding = [](uint32_t) { // while the line is looked at
+TEST_F(Connect, ACancelOrAShutdownEndsTheWait) {
+    service.padding = [](uint32_t) { // while the line is looked at: that spares the call
         ComTAPI_Cancel("Modem A");
         return 0U;
     };
     EXPECT_EQ(connect(), -29);
-    EXPECT_TRUE(service.dialled().empty());
-    expectIdle();
-}
-
-TEST_F(Connect, AShutdownEndsTheWait) {
-    service.onMakeCall = [](uint32_t) {};
-    std::thread closer([&] {
-        EXPECT_TRUE(eventually([&] { return service.liveCalls() == 1; }));
-        Com_TAPI_Shutdown();
-    });
-    EXPECT_EQ(connect(), -20);
-    closer.join();
-}
-
-TEST_F(Connect, AConnectionThatIsToldTwiceOpensOnePort) {
-    service.onMakeCall = [&](uint32_t call) {
-        service.postState(call, callState::connected);
-        service.postState(call, callState::connected);
+    EXPECT_TRUE(service.seen(service.dialled).empty());
+    service.padding = [](uint32_t) { return 0U; };
+    auto connectAnd = [&](auto end) {
+        std::thread other([&] {
+            EXPECT_TRUE(eventually([&] { return service.liveCalls() == 1; }));
+            end();
+        });
+        const int32_t code = connect();
+        other.join();
+        return code;
     };
-    EXPECT_EQ(connect(), 130);
-    ComServiceMessagePump();
-    EXPECT_EQ(ComOpenState(130), 1);
-    EXPECT_EQ(service.count("lineGetIDA of a call"), 1);
-    EXPECT_EQ(telephony.logged("TAPI_OPENPORT - SUCCESS: 130"), 1);
-    ComTAPI_Disconnect("Modem A");
+    service.onMakeCall = [&](uint32_t call) { service.postState(call, callState::ringBack); };
+    EXPECT_EQ(connectAnd([] { EXPECT_EQ(ComTAPI_Cancel("Modem A"), 1); }), -29);
+    expectIdle();
+    EXPECT_EQ(connectAnd(Com_TAPI_Shutdown), -20) << "the cancel has not outlived its connect";
 }
 
 TEST_F(Connect, AHandleThatIsNoLineEndsTheCall) {
     int pipe[2];
     ASSERT_EQ(::pipe(pipe), 0);
-    service.handleOf = [&](uint32_t) { return pipe[0]; };
+    service.handleOf = [&](uint32_t) { return pipe[0]; }; // the library's to close
     EXPECT_EQ(connect(), -20);
-    EXPECT_EQ(telephony.logged("Failed to open tapi port: 130 Error Code:-30"), 1);
     expectIdle();
     service.answer("lineGetIDA of a call", {result::code(0x99)});
     EXPECT_EQ(connect(), -5);
-    EXPECT_EQ(telephony.logged("lineGetID unhandled error: -2147483495"), 1);
     expectIdle();
-    ::close(pipe[0]);
+    expectLogged({"Failed to open tapi port: 130 Error Code:-30", "lineGetID unhandled error: -2147483495"});
     ::close(pipe[1]);
 }
 
-// ---- other threads
-
-/// Tells the library of the call on a thread that is not the caller's.
-class Elsewhere {
-public:
-    Elsewhere(ScriptedService& service, uint32_t state, uint32_t privilege) {
-        service.onMakeCall = [&service, state, privilege, this](uint32_t call) {
-            join();
-            thread_ = std::thread(
-                [=, &service] { service.tell(call, service::message::callState, state, 0, privilege); });
-        };
-    }
-    ~Elsewhere() { join(); }
-
-private:
-    void join() {
-        if (thread_.joinable())
-            thread_.join();
-    }
-    std::thread thread_;
-};
-
-TEST_F(Connect, AConnectionHandledElsewhereIsWaitedFor) {
-    service.onGetHandle = [] { std::this_thread::sleep_for(std::chrono::milliseconds(40)); };
-    Elsewhere elsewhere(service, callState::connected, 0);
-    for (int32_t i = 0; i < 3; ++i) {
-        EXPECT_EQ(connect(), 130);
-        ComTAPI_Disconnect("Modem A");
-    }
-}
-
-TEST_F(Connect, AFailureHandledElsewhereKeepsItsCause) {
-    Elsewhere elsewhere(service, callState::proceeding, 1);
-    for (int32_t i = 0; i < 20; ++i)
-        EXPECT_EQ(connect(), -23); // known only when the hang-up is over
-    expectIdle();
-}
-
-TEST_F(Connect, AWordAboutACallThatNobodyKnowsYetIsKeptForIt) {
-    ASSERT_EQ(ComTAPI_AutoAnswer("Modem A", 1),
-              1); // the first line that waits for a call, but not for this one
+TEST_F(Connect, WhatIsHandledElsewhereIsWaitedFor) {
     std::thread other;
+    uint32_t state = callState::connected, privilege = 0;
+    service.onMakeCall = [&](uint32_t call) {
+        other = std::thread([&, call] { service.tellState(call, state, privilege); });
+    };
+    service.handleOf = [this, give = service.handleOf](uint32_t device) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(40));
+        return give(device);
+    };
+    for (int32_t left = 23; left > 0; --left) {
+        EXPECT_EQ(connect(), state == callState::connected ? 130 : -23); // that only when it has hung up
+        other.join();
+        ComTAPI_Disconnect("Modem A");
+        if (left == 20)
+            std::tie(state, privilege) = std::tuple(callState::proceeding, 1U);
+    }
+}
+
+TEST_F(Connect, AWordThatIsFasterThanTheAnswerToTheRequestIsKeptForIt) {
+    ASSERT_EQ(arm(), 1); // a line that is open, too, but not for this call
+    std::thread other;
+    bool elsewhere = false;
     service.onMakeCall = [&](uint32_t call) { // the request is still under way
-        other =
-            std::thread([=, this] { service.tell(call, service::message::callState, callState::connected); });
+        auto tell = [=, this] { service.tellState(call, callState::connected); };
+        if (!elsewhere)
+            return tell();
+        other = std::thread(tell);
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     };
-    EXPECT_EQ(ComTAPI_Connect("Modem B", "2", "T"), 131);
-    other.join();
+    for (int32_t turn = 0; turn < 6; ++turn) {
+        elsewhere = turn % 2 == 1;
+        service.reusedHandle = turn < 4 ? 0x5551 : 0; // a service may give a call the handle of an old one
+        clock::setTestScale(1);                       // the word is not kept for long
+        EXPECT_EQ(ComTAPI_Connect("Modem B", "2", "T"), 131);
+        if (elsewhere)
+            other.join();
+        clock::setTestScale(50);
+        ComTAPI_Disconnect("Modem B");
+        ComServiceMessagePump(); // its last words are not for the next one
+    }
     ComTAPI_Disconnect("Modem A");
+}
+
+TEST_F(Connect, UnknownCallsGoToTheFirstOpenLineAndOfferedOnesToTheFirstThatWaits) {
+    service.onMakeCall = [](uint32_t) {};
+    ASSERT_EQ(arm("Modem B"), 1);
+    int32_t code = 0;
+    std::thread caller([&] { code = connect(); });
+    EXPECT_TRUE(eventually([&] { return service.liveCalls() == 1; }));
+    service.callIn(1);
+    EXPECT_TRUE(reaches(105, "Modem B"));
+    ComTAPI_Disconnect("Modem B");
+    ASSERT_EQ(arm("Modem B"), 1);
+    service.tellState(0x5555, callState::busy);
+    caller.join();
+    EXPECT_EQ(code, -24);
+    EXPECT_NE(service.openLine(1), 0U) << "the line that waits has lost its call";
     ComTAPI_Disconnect("Modem B");
 }
 
 TEST_F(Connect, AHangUpOnThePortsOwnThreadDoesNotWaitForItself) {
     ASSERT_EQ(connect(), 130);
-    ComTAPI_Cancel(
-        "Modem A"); // the next word hangs up, on the port's thread: nobody else lets messages through
-    service.postState(service.lastCall(), callState::disconnected, disconnectedBy::normal);
+    ComTAPI_Cancel("Modem A");
+    // This word hangs up, on the port's thread: nobody else lets messages through.
+    service.postState(service.seen(service.calls).begin()->first, callState::disconnected);
     EXPECT_TRUE(eventually([&] { return service.openLines() == 0; }));
     EXPECT_EQ(ComTAPI_Disconnect("Modem A"), 1);
     expectIdle();
@@ -410,12 +312,10 @@ TEST_F(Connect, AHangUpOnThePortsOwnThreadDoesNotWaitForItself) {
 
 TEST_F(Connect, APortThatIsInTheWayIsClosedOnItsOwnThread) {
     ASSERT_EQ(ComTAPI_OPENPORT(130, service.handleOf(0)), 130);
-    ASSERT_EQ(ComTAPI_AutoAnswer("Modem A", 1), 1);
-    const uint32_t line = service.openLine(0);
-    service.offer(line); // from here on the port's thread does everything
-    service.ring(line, 1);
+    ASSERT_EQ(arm(), 1);
+    service.callIn(0); // from here on the port's thread does everything
     EXPECT_TRUE(eventually([&] { return service.openLines() == 0 && ComOpenState(130) == 0; }));
-    EXPECT_EQ(telephony.logged("Failed to open tapi port: 130 Error Code:-2"), 1);
+    EXPECT_EQ(logged("Failed to open tapi port: 130 Error Code:-2"), 1);
     ComTAPI_Disconnect("Modem A");
     expectIdle();
 }

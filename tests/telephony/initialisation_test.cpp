@@ -1,15 +1,13 @@
 // Binding to the service, registration, and the table of devices.
-#include <ostream>
+#include <filesystem>
 
-#include <gtest/gtest.h>
+#include <sys/resource.h>
 
-#include "telephony/scripted_service.h"
 #include "telephony/telephony_log.h"
+#include "telephony/two_modems.h"
 
 namespace brisolt::test {
 namespace {
-
-namespace result = service::result;
 
 std::string nameOf(int32_t index) {
     char name[75];
@@ -21,7 +19,6 @@ TEST(TelephonyInitialisation, ListsTheUnbrokenRunOfUsableDevices) {
     EXPECT_EQ(ComTAPI_GetModemCount(), -1);
     EXPECT_EQ(ComTAPI_GetPort("Modem A"), -6);
     EXPECT_EQ(Com_TAPI_Shutdown(), 1);
-
     EXPECT_EQ(telephony.initialise(), 2);
     EXPECT_EQ(telephony.initialise(), -2);
     EXPECT_EQ(ComTAPI_GetModemCount(), 2);
@@ -36,10 +33,8 @@ TEST(TelephonyInitialisation, ListsTheUnbrokenRunOfUsableDevices) {
     for (const char* name : {"modem b", "Modem D", "Line Unnamed", "", static_cast<const char*>(nullptr)})
         EXPECT_EQ(ComTAPI_GetPort(name), -1);
     EXPECT_NE(telephony.log().find("TAPI LOG BEGIN"), std::string::npos);
-    EXPECT_EQ(telephony.logged("Device 1 = Modem B"), 1);
-    EXPECT_EQ(telephony.logged("Equiped TAPI Port Device: 1 Name: Modem B Virt_Port: 131"), 1);
-    EXPECT_EQ(telephony.logged("DevCaps doesn't support data modem features - Media Modes."), 1);
-
+    telephony.expectLogged({"Device 1 = Modem B", "Equiped TAPI Port Device: 1 Name: Modem B Virt_Port: 131",
+                            "DevCaps doesn't support data modem features - Media Modes."});
     EXPECT_EQ(Com_TAPI_Shutdown(), 1);
     EXPECT_EQ(telephony.service.count("lineShutdown"), 1);
     EXPECT_EQ(ComTAPI_GetModemName(0, empty), -6);
@@ -47,83 +42,38 @@ TEST(TelephonyInitialisation, ListsTheUnbrokenRunOfUsableDevices) {
     EXPECT_EQ(telephony.service.count("lineInitialize"), 2);
 }
 
-TEST(TelephonyInitialisation, KeepsAWaitTimeThatAModemCanMeet) {
-    Telephony telephony;
-    telephony.service.onMakeCall = [](uint32_t) {};
-    auto timeOfSilentCall = [&](uint32_t seconds) {
-        EXPECT_EQ(telephony.initialise(seconds), 2);
-        const uint32_t begun = clock::ticks();
-        EXPECT_EQ(ComTAPI_Connect("Modem A", "1", "T"), -20);
-        const uint32_t time = clock::ticks() - begun;
-        Com_TAPI_Shutdown();
-        return time;
+TEST(TelephonyInitialisation, ADeviceThatIsNotFitEndsTheTableAndTheLogTellsWhy) {
+    const std::tuple<ScriptedModem, const char*, const char*> unfit[] = {
+        {{.name = "B", .version = 0}, "Line Unavailable", "Couldn't NegotiateAPIVersion."},
+        {{.name = "B", .bearerModes = 0x10},
+         "Line Unnamed",
+         "DevCaps doesn't support known data modem modes - bearer modes: 10."},
+        {{.name = "B", .lineFeatures = 0xF7},
+         "Line Unnamed",
+         "DevCaps doesn't support making calls. - Probably not a modem"},
+        {{.name = "B", .nameFormat = 2}, "Line Unnamed", "DevCaps doesn't have a valid line name."},
+        {{.name = "B", .nameOffset = 0xFFFFFFF0}, "Line Unnamed", "DevCaps doesn't have a valid line name."},
+        {{.name = ""}, "Line Name is Empty", "Line name started with a NULL."},
     };
-    EXPECT_GE(timeOfSilentCall(5), 90000U);
-    EXPECT_GE(timeOfSilentCall(4294988), 90000U); // its milliseconds do not fit, and would wrap to 20 s
-    const uint32_t kept = timeOfSilentCall(11);
-    EXPECT_GE(kept, 11000U);
-    EXPECT_LT(kept, 90000U);
+    for (const auto& [modem, name, entry] : unfit) {
+        Telephony telephony({{"Modem A"}, modem});
+        EXPECT_EQ(telephony.initialise(), 1) << entry;
+        EXPECT_EQ(nameOf(1), name);
+        telephony.expectLogged({entry});
+    }
 }
 
-// ---- one device that is not fit
-
-struct Unfit {
-    const char* what;
-    ScriptedModem modem;
-    const char* name;
-    const char* entry;
-};
-void PrintTo(const Unfit& tested, std::ostream* out) {
-    *out << tested.what;
-}
-
-class UnfitDevice : public testing::TestWithParam<Unfit> {};
-
-TEST_P(UnfitDevice, EndsTheTableAndTheLogTellsWhy) {
-    Telephony telephony({{"Modem A"}, GetParam().modem});
-    EXPECT_EQ(telephony.initialise(), 1);
-    EXPECT_EQ(nameOf(1), GetParam().name);
-    EXPECT_EQ(telephony.logged(GetParam().entry), 1) << telephony.log();
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    TelephonyInitialisation, UnfitDevice,
-    testing::Values(
-        Unfit{"Version", {.name = "B", .version = 0}, "Line Unavailable", "Couldn't NegotiateAPIVersion."},
-        Unfit{"Bearer",
-              {.name = "B", .bearerModes = 0x10},
-              "Line Unnamed",
-              "DevCaps doesn't support known data modem modes - bearer modes: 10."},
-        Unfit{"NoCalls",
-              {.name = "B", .lineFeatures = 0xF7},
-              "Line Unnamed",
-              "DevCaps doesn't support making calls. - Probably not a modem"},
-        Unfit{"NameFormat",
-              {.name = "B", .nameFormat = 2},
-              "Line Unnamed",
-              "DevCaps doesn't have a valid line name."},
-        Unfit{"NameOutside",
-              {.name = "B", .nameOffset = 0xFFFFFFF0},
-              "Line Unnamed",
-              "DevCaps doesn't have a valid line name."},
-        Unfit{"NameEmpty", {.name = ""}, "Line Name is Empty", "Line name started with a NULL."}),
-    [](const auto& tested) { return tested.param.what; });
-
-TEST(TelephonyInitialisation, ANameIsCutToItsField) {
-    Telephony telephony({{"Modem A"}, {std::string(5000, 'x')}});
-    EXPECT_EQ(telephony.initialise(), 2);
-    EXPECT_EQ(nameOf(1), std::string(74, 'x'));
-    EXPECT_EQ(ComTAPI_GetPort(std::string(74, 'x').c_str()), 131);
-}
-
-TEST(TelephonyInitialisation, AFullTableHoldsSeventyFiveDevices) {
-    std::vector<ScriptedModem> modems;
-    for (int32_t index = 0; index < 80; ++index)
-        modems.push_back({"Modem " + std::to_string(index)});
+TEST(TelephonyInitialisation, AFullTableHoldsSeventyFiveDevicesAndTheStartOfTheirNames) {
+    std::vector<ScriptedModem> modems(80);
+    for (std::size_t index = 0; index < modems.size(); ++index)
+        modems[index].name = "Modem " + std::to_string(index);
+    modems[1].name = std::string(5000, 'x');
     Telephony telephony(modems);
     EXPECT_EQ(telephony.initialise(), 75);
     EXPECT_EQ(ComTAPI_GetPort("Modem 74"), 204);
     EXPECT_EQ(ComTAPI_GetPort("Modem 75"), -1);
+    EXPECT_EQ(nameOf(1), std::string(74, 'x'));
+    EXPECT_EQ(ComTAPI_GetPort(std::string(74, 'x').c_str()), 131);
 }
 
 TEST(TelephonyInitialisation, WithoutAUsableFirstDeviceTheCountIsTheServicesOwn) {
@@ -133,114 +83,128 @@ TEST(TelephonyInitialisation, WithoutAUsableFirstDeviceTheCountIsTheServicesOwn)
     EXPECT_EQ(ComTAPI_GetModemCount(), 200);
     EXPECT_EQ(nameOf(0), "");
     EXPECT_EQ(ComTAPI_Connect("A", "1", "T"), -3);
-    EXPECT_EQ(ComTAPI_Connect("", "1", "T"), -3);
     EXPECT_EQ(telephony.initialise(), -2);
 }
 
-// ---- what the service answers
+TEST(TelephonyInitialisation, KeepsAWaitTimeThatAModemCanMeet) {
+    Telephony telephony;
+    telephony.service.onMakeCall = [](uint32_t) {};
+    for (uint32_t seconds : {5U, 11U, 4294988U}) { // the milliseconds of the last would wrap to 20 s
+        EXPECT_EQ(telephony.initialise(seconds), 2);
+        const uint32_t begun = clock::ticks();
+        EXPECT_EQ(ComTAPI_Connect("Modem A", "1", "T"), -20);
+        const uint32_t time = clock::ticks() - begun;
+        EXPECT_GE(time, 11000U);
+        EXPECT_EQ(time < 90000, seconds == 11) << seconds;
+        Com_TAPI_Shutdown();
+    }
+}
 
-TEST(TelephonyInitialisation, RefusedRegistrations) {
+TEST(TelephonyInitialisation, RefusalsAreFinalAndRequestsToCallAgainAreMet) {
     Telephony telephony;
     telephony.service.answer("lineInitialize",
                              {result::noDevices, result::reinitialising, result::componentMissing,
-                              result::resourceUnavailable, result::code(0x99)});
-    for (int32_t outcome : {-2, -1, -3, -3, -3}) {
+                              result::driverTwice, result::code(0x99)},
+                             result::callAgain1); // and the last without an end
+    for (int32_t outcome : {-2, -1, -3, -3, -3, -3}) {
         EXPECT_EQ(telephony.initialise(), outcome);
         EXPECT_EQ(ComOpenState(129), 1);
         EXPECT_EQ(ComTAPI_Connect("Modem A", "1", "T"), -2);
         EXPECT_EQ(telephony.initialise(), -2);
         Com_TAPI_Shutdown();
     }
-    EXPECT_EQ(
-        telephony.logged(
-            "There are no devices configured for Telephony use. Install a Modem using the Control Panel"),
-        1);
-    EXPECT_EQ(
-        telephony.logged("A Telephony resource is temporarily unavaiable. This could mean a short wait is "
-                         "necessary or that a non-TAPI application is using the line."),
-        1);
-    EXPECT_EQ(telephony.logged("lineInitialize unhandled error: -2147483495"), 1);
+    telephony.expectLogged(
+        {"There are no devices configured for Telephony use. Install a Modem using the Control Panel",
+         "lineInitialize unhandled error: -2147483495"});
     EXPECT_EQ(telephony.service.count("lineShutdown"), 0);
-    EXPECT_EQ(telephony.initialise(), 2);
-}
-
-TEST(TelephonyInitialisation, AContextThatWasClosedByHandLeavesNoLineBehind) {
-    Telephony telephony;
-    ASSERT_EQ(telephony.initialise(), 2);
-    ASSERT_EQ(ComTAPI_AutoAnswer("Modem A", 1), 1);
-    ASSERT_EQ(ComVirtualClose(129), 1);
-    EXPECT_EQ(telephony.initialise(), 2);
-    EXPECT_EQ(telephony.service.openLines(), 0U);
-    EXPECT_EQ(ComTAPI_AutoAnswer("Modem A", 1), 1);
-    EXPECT_EQ(telephony.service.openLines(), 1U);
-    EXPECT_EQ(telephony.service.count("lineInitialize"), 1) << "the registration stays";
-}
-
-TEST(TelephonyInitialisation, RequestsAreRepeatedWhileTheServiceAsksForIt) {
-    Telephony telephony;
+    const std::string again =
+        "Configuration information relating to Telephony services appears to be corrupt";
+    const int32_t before = telephony.logged(again);
     telephony.service.answer("lineInitialize", {result::callAgain1, result::callAgain2, result::callAgain3});
-    telephony.service.answer("lineNegotiateAPIVersion", std::vector<int32_t>(8, result::callAgain2));
+    telephony.service.answer("lineNegotiateAPIVersion", std::deque<int32_t>(8, result::callAgain2));
     EXPECT_EQ(telephony.initialise(), 2);
-    EXPECT_EQ(telephony.service.count("lineInitialize"), 4);
-    EXPECT_EQ(
-        telephony.logged("Configuration information relating to Telephony services appears to be corrupt"),
-        11);
+    EXPECT_EQ(telephony.logged(again), before + 11);
 }
 
-TEST(TelephonyInitialisation, AServiceThatNeverGetsFurtherIsGivenUp) {
-    Telephony telephony;
-    telephony.service.answerAlways("lineInitialize", result::callAgain1);
-    EXPECT_EQ(telephony.initialise(), -3);
+TEST_F(TwoModems, WhoseContextWasClosedByHandLeaveNoLineBehind) {
+    ASSERT_EQ(arm(), 1);
+    ASSERT_EQ(ComVirtualClose(129), 1);
+    EXPECT_EQ(initialise(), 2);
+    EXPECT_EQ(service.openLines(), 0U);
+    EXPECT_EQ(arm(), 1);
+    EXPECT_EQ(service.count("lineInitialize"), 1) << "the registration stays";
 }
 
-TEST(TelephonyInitialisation, RecordsGrowUntilTheyFit) {
+TEST(TelephonyInitialisation, RecordsGrowUntilTheyFitButNotWithoutEnd) {
     Telephony telephony;
     telephony.service.padding = [](uint32_t offered) { return offered < 9000 ? offered + 1000 : 0; };
     EXPECT_EQ(telephony.initialise(), 2);
-    EXPECT_EQ(nameOf(0), "Modem A");
     EXPECT_EQ(ComTAPI_Connect("Modem A", "1", "T"), 130);
     ComTAPI_Disconnect("Modem A");
-}
-
-TEST(TelephonyInitialisation, RecordsThatGrowWithoutEndAreGivenUp) {
     for (uint32_t step : {uint32_t{8}, uint32_t{1} << 31}) {
-        Telephony telephony;
+        Com_TAPI_Shutdown();
         telephony.service.padding = [=](uint32_t offered) { return offered + step; };
         EXPECT_EQ(telephony.initialise(), -1);
-        EXPECT_EQ(telephony.logged("Out of Memory error, canceling action"), 1);
     }
+    EXPECT_EQ(telephony.logged("Out of Memory error, canceling action"), 2);
 }
 
-TEST(TelephonyInitialisation, AServiceThatCannotBeLoadedIsMissedForGood) {
+std::string errorText() {
+    char text[300] = "";
+    ComHostGetErrorText(text, sizeof text);
+    return text;
+}
+
+TEST(TelephonyModule, OneThatCannotBeLoadedIsMissedForGood) {
     FastClock fast;
     ComHostMapModule("tapi32.dll", "/nonexistent/service.so");
     EXPECT_EQ(ComTAPI_INIT(nullptr), -3);
-    char text[300];
-    EXPECT_GT(ComHostGetErrorText(text, sizeof text), 0);
-    EXPECT_NE(std::string(text).find("/nonexistent/service.so"), std::string::npos);
+    EXPECT_NE(errorText().find("/nonexistent/service.so"), std::string::npos);
     Com_TAPI_Shutdown();
     ComHostMapModule("TAPI32.DLL", BRISOLT_TEST_SERVICE);
     EXPECT_EQ(ComTAPI_INIT(""), -3);
-    EXPECT_EQ(ComHostMapModule(nullptr, "x"), -1);
-    EXPECT_EQ(ComHostMapModule("", "x"), -1);
+    for (const char* name : {"", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(ComHostMapModule(name, "x"), -1);
 }
 
-TEST(TelephonyLog, EntriesOfThreadsAndOfTheProgramAllArrive) {
-    constexpr int32_t each = 300;
+TEST(TelephonyModule, OneThatOnlyWantedADescriptorIsLoadedByTheNextCall) {
     Telephony telephony;
-    ASSERT_EQ(telephony.initialise(), 2);
+    const std::string path = telephony.directory.file("service.so"); // the module itself is loaded already
+    std::filesystem::create_symlink(BRISOLT_TEST_SERVICE, path);
+    ComHostMapModule("TAPI32.DLL", path.c_str());
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const int32_t code = ComTAPI_INIT(nullptr);
+    const std::string text = errorText();
+    Com_TAPI_Shutdown();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(code, -3);
+    EXPECT_NE(text.find(path), std::string::npos);
+    EXPECT_EQ(telephony.initialise(), 2);
+}
+
+TEST(TelephonyModule, OneWithoutTheEntryPointsIsNoService) {
+    Telephony telephony;
+    ComHostMapModule("TAPI32.DLL", "libm.so.6");
+    EXPECT_EQ(telephony.initialise(), -3);
+    telephony.expectLogged({"lineInitialize unhandled error: -2147483575"});
+}
+
+TEST_F(TwoModems, WriteALogInWhichNothingIsLost) {
+    constexpr int32_t each = 300;
     auto write = [](const char* who) {
         for (int32_t i = 0; i < each; ++i)
             telephony::log("%s", who);
     };
-    std::thread first(write, "first");
-    std::thread second(write, "second");
+    std::thread first(write, "first"), second(write, "second");
     for (int32_t i = 0; i < each; ++i) // these may lose, as everywhere, but must not make others lose
         ComWriteDebugFile(129, "program");
     first.join();
     second.join();
-    EXPECT_EQ(telephony.logged("first"), each);
-    EXPECT_EQ(telephony.logged("second"), each);
+    EXPECT_EQ(logged("first"), each);
+    EXPECT_EQ(logged("second"), each);
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <map>
 #include <mutex>
@@ -57,17 +59,34 @@ std::string ownFolder() {
     return std::string(path.substr(0, path.rfind('/') + 1));
 }
 
-/// The first failure is the one to tell: what comes after it is only tried for good measure.
-void* open(const std::string& path, std::string& failure) {
-    void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (module == nullptr && failure.empty()) {
-        const char* reason = dlerror();
-        failure = "cannot load " + path + ": " + (reason == nullptr ? "no reason given" : reason);
-    }
-    return module;
+struct Failure {
+    std::string text; ///< of the first file: what comes after it is only tried for good measure
+    bool shortage = false;
+};
+
+/// The loader tells by its text alone why it could not open or map a file; of its own memory by errno.
+bool tellsShortage(const char* reason, int error) noexcept {
+    constexpr int shortages[] = {ENOMEM, EMFILE, ENFILE};
+    return error == ENOMEM || std::ranges::any_of(shortages, [=](int shortage) {
+               return std::strstr(reason, std::strerror(shortage)) != nullptr;
+           });
 }
 
-void* loadDefault(const std::string& name, std::string& failure) {
+void* open(const std::string& path, Failure& failure) {
+    errno = 0;
+    void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (module != nullptr)
+        return module;
+    int error = errno;
+    const char* told = dlerror();
+    const char* reason = told == nullptr ? "no reason given" : told;
+    failure.shortage = failure.shortage || tellsShortage(reason, error);
+    if (failure.text.empty())
+        failure.text = "cannot load " + path + ": " + reason;
+    return nullptr;
+}
+
+void* loadDefault(const std::string& name, Failure& failure) {
     std::string file = fileName(name);
     if (void* module = open(file, failure))
         return module;
@@ -92,16 +111,21 @@ bool map(const char* name, const char* path) noexcept try {
     return false;
 }
 
-void* load(const char* name) noexcept try {
-    std::string key = lowerCase(name);
-    std::string mapped = mappedPath(key);
-    std::string failure;
-    void* module = mapped.empty() ? loadDefault(key, failure) : open(mapped, failure);
-    if (module == nullptr)
-        setErrorText(failure);
+void* load(const char* name, bool* shortage) noexcept {
+    Failure failure;
+    void* module = nullptr;
+    try {
+        std::string key = lowerCase(name);
+        std::string mapped = mappedPath(key);
+        module = mapped.empty() ? loadDefault(key, failure) : open(mapped, failure);
+        if (module == nullptr)
+            setErrorText(failure.text);
+    } catch (const std::exception&) {
+        failure.shortage = true;
+    }
+    if (shortage != nullptr)
+        *shortage = module == nullptr && failure.shortage;
     return module;
-} catch (const std::exception&) {
-    return nullptr;
 }
 
 void* find(void* module, const char* symbol) noexcept {
