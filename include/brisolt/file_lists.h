@@ -21,11 +21,13 @@ typedef struct FileList FileList;
  * match: `*` is any run of characters, `?` any one, `*.*` every name. Letter case counts, and a name that
  * begins with a dot is found only by a pattern whose file part does, as everywhere on this host. Directories
  * may be written with slashes or backslashes; without one the current directory is meant. The names come in
- * order, with the pattern's drive and directory before each, at most 1001 a call.
+ * order, with the pattern's drive and directory before each, at most 1001 a call. A name with a backslash
+ * of its own, which would mean another file behind a directory written with backslashes, has its directory
+ * as this host writes it.
  *
  * A pattern with bytes 255 names files itself: a directory, then a byte 255 before each name. The files need
  * not be there. A separator is put between unless the directory ends with one: a backslash, but a slash
- * where the directory is written with slashes alone. Empty names are skipped.
+ * where the directory is written with slashes alone. An empty name is a name, too: the directory.
  *
  * Names of 260 characters or more do not fit a caller's buffer and are left out.
  *
@@ -47,12 +49,12 @@ int32_t ComFreeFileList(FileList *list);
 
 /* Names with a value each (a size, say), kept in the port's tracked memory until its close or ComFreeAll. */
 
-/* Adds a name of at most 259 characters. 1; -1 bad or closed port, null, a longer name, memory short, or the
- * list full (1000 names). */
+/* Adds a name of any length. 1; -1 bad or closed port, null, memory short, or the list full (1000 names). */
 int32_t ComAddFileString(int32_t port, const char *name, uint32_t value);
 /* Number of names; -1 bad or closed port. */
 int32_t ComGetFileStringCount(int32_t port);
-/* Copies a name (index from 0) into 260 bytes. 1; -1 bad or closed port, null, or no such index. */
+/* Copies a name (index from 0) into a buffer, which has to take the longest name that was added and its
+ * terminator. 1; -1 bad or closed port, null, or no such index. */
 int32_t ComGetFileString(int32_t port, int32_t index, char *buffer);
 /* The value of a name; -1 bad or closed port, or no such index. */
 int32_t ComGetFileStringSize(int32_t port, int32_t index);

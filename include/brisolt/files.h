@@ -48,16 +48,17 @@ int32_t ComDiffFile(const char *firstName, const char *secondName);
  * or empty: off) and leaves on. Positions count from 1. A range runs from its first differing byte to its
  * last one before four equal bytes; one that is open at the end of the data runs to there. Of files of
  * different lengths the shorter length is compared. 0 done, whatever was found; -1 bad or closed port, first
- * file missing, or report not writable; -2 second file missing; -3 a read failed. */
+ * file missing, or the report cannot be written (then nothing is compared); -2 second file missing; -3 a read
+ * failed. */
 int32_t ComDiffFile_Report(int32_t port, const char *firstName, const char *secondName, const char *report);
 
 /* ---- Appending, copying, moving, deleting -------------------------------------------------------- */
 
 /*
  * The destination comes first. Nothing is lost by a failure: the destination is then as it was before (cut
- * back, or gone again if it was new), and the source stays. Success means that the bytes are on the disk.
+ * back, or still not there), and the source stays. Success means that the bytes are on the disk.
  *   1   done
- *   -1  the source is absent as for ComFileExist (missing, held, read-only), or null
+ *   -1  the source is absent as for ComFileExist (missing, held, read-only), null, or memory is short
  *   -2  the destination cannot be opened or created, or its end cannot be reached
  *   -3  a read of the source failed, or it became shorter meanwhile
  *   -4  a write to the destination failed: disk full, limit reached
@@ -65,21 +66,29 @@ int32_t ComDiffFile_Report(int32_t port, const char *firstName, const char *seco
  * has the source's permissions as far as the program's mask allows.
  */
 
-/* Adds the source to the end of the destination, or creates it. A destination that is held or read-only, and
- * the source itself, give -2. */
+/* Adds the source to the end of the destination, or creates it as ComCopyFile does. A destination that is
+ * held or read-only, and the source itself, give -2. A program that is killed meanwhile leaves what it has
+ * added. */
 int32_t ComAppendFile(const char *destination, const char *source);
 /* Replaces or creates the destination; where it is a link, the file that it leads to. The new file is
- * written beside it and takes its place, owner and permissions when complete. -1 also when a
- * destination is there that cannot be deleted or replaced: held, read-only, no file, or the source itself. */
+ * written out of sight and takes its place, owner and permissions in one step when complete: whoever looks
+ * finds the old file or the new one. A program that is killed meanwhile leaves the old file, or none, and
+ * nothing else; only in the moment of a replacement a complete copy can stay beside it, as .brisolt-.... On
+ * file systems that know no files without a name the draft has that name from the start, and a kill leaves
+ * it. -1 also when a destination is there that cannot be deleted or replaced: held, read-only, no file, or
+ * the source itself. */
 int32_t ComCopyFile(const char *destination, const char *source);
-/* ComCopyFile, then deletes the source. -5 the copy is complete, but the source could not be deleted. */
+/* ComCopyFile, then deletes the source. -5 the copy is complete, but the source could not be deleted: both
+ * files are there. */
 int32_t ComMoveFile(const char *destination, const char *source);
 
 /* Deletes a file that nobody has open. Of a link the link goes, not what it leads to. 1; 0 not deleted:
  * missing, held, read-only, no file. */
 int32_t ComDeleteFile(const char *name);
-/* Deletes all files that a pattern stands for (both forms of ComAddFileList), leaving those that cannot be
- * deleted. A pattern without a directory works on the current one. 1; -1 null. */
+/* Deletes all files that a pattern stands for (both forms of ComAddFileList), also those beyond the 1001 of a
+ * list, and leaves those that cannot be deleted. What a search finds is deleted under the very name that it
+ * has on the disk, a backslash in it included. A pattern without a directory works on the current one. 1,
+ * whatever has been deleted, also for null. */
 int32_t ComDeleteMultipleFiles(const char *pattern);
 
 /* ---- The buffered writer of a port --------------------------------------------------------------- */
@@ -94,8 +103,9 @@ int32_t ComDeleteMultipleFiles(const char *pattern);
 
 /* Names the file (at most 259 characters): with mode 1 a new one in place of one that may be there, else the
  * existing one, at whose end the bytes go, or a new one. What was held for an earlier file is dropped. 1; -1
- * bad or closed port, name missing or too long, or the file cannot be opened or created (a held or read-only
- * one counts as absent and yet is in the way; no file is named then). */
+ * the file cannot be opened or created (a held or read-only one counts as absent and yet is in the way): it
+ * is named all the same, so that bytes may be added until it can be written; -1 also for a bad or closed port
+ * or a name that is missing or too long, and then what was named before stays so. */
 int32_t ComBufferFileWrite_Start(int32_t port, const char *name, int32_t mode);
 /* Adds bytes. A call for which there is no room writes out what is held first, and then its own bytes in
  * pieces. 1 held or written; -1 bad or closed port, no file named, null or negative length, or not written:
@@ -169,8 +179,8 @@ int32_t ComOpenReadFile(int32_t port, const char *name);
 /* Sets the position, in bytes from the start. The new position; -1 bad or closed port, no such handle, or a
  * position below 0. */
 int32_t ComSetFilePointer(int32_t port, int32_t handle, int32_t position);
-/* 1, also for the handle 0; -1 bad or closed port, no such handle, or the host reports at last that something
- * written was lost. */
+/* 1, also for the handle 0 and for one that is no file's (any more); -1 bad or closed port, or the host
+ * reports at last that something written was lost. */
 int32_t ComCloseFile(int32_t port, int32_t handle);
 /* One write of so many bytes. Bytes written: fewer when the disk is full, 0 when it failed, when nothing was
  * asked for, or when there is no such handle; -1 bad or closed port, null, or a negative count. */

@@ -127,8 +127,8 @@ int32_t ComSetAsciiParms(int32_t port, const ComAsciiParms *parms);
  *              that very name if there is one, else the one with slashes.
  *
  * A null section, key or file name is an absent key to the readers and a failure to the writers. A file
- * that cannot be read, is no file or is larger than 64 MB has no keys. Any thread may call these; none
- * belongs to a port. ComHostGetErrorText tells why a write failed.
+ * that cannot be read (also for want of memory), is no file or is larger than 64 MB has no keys. Any thread
+ * may call these; none belongs to a port. ComHostGetErrorText tells why a write failed.
  */
 
 /* The value of a key, or of `defaultValue` written as the writers would write it when the key is absent.
@@ -158,11 +158,11 @@ int32_t ComWriteProfChar(const char *section, const char *key, uint8_t value, co
 
 /*
  * Whole records, on the caller's record alone; ComSetPortParms and ComSetModemParms bring them to a port.
- * The loaders give 1, or 0 with the record unchanged when a value is refused (or null). The writers write
- * all keys of the record at once: 1, or 0 and then the file is as it was. With writeAll 0 the keys marked *
- * are removed when they hold the value that an absent key stands for; with writeAll nonzero every key is
- * written. The last three keys of a port are extras: 1 also when there was nothing but them to write and
- * the file would not take them.
+ * The loaders give 1, or 0 with the record unchanged when a value is refused (or null, or memory is short).
+ * The writers write all keys of the record in one step, not one key after the other: 1, or 0 and then the
+ * file is as it was. With writeAll 0 the keys marked * are removed when they hold the value that an absent
+ * key stands for; with writeAll nonzero every key is written. The last three keys of a port are extras: 1
+ * also when there was nothing but them to write and the file would not take them.
  *
  * Port keys, what an absent one stands for, and other values:
  *   Port* (COM1)         port number and device name: COM and up to four digits (none, or 0: port 1). Other

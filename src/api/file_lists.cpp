@@ -1,8 +1,6 @@
 // Exported: lists of file names, and names against patterns.
-#include <cstring>
-
-#include "api/border.h"
 #include "brisolt/file_lists.h"
+#include "api/border.h"
 #include "files/file_strings.h"
 #include "util/file_list.h"
 #include "util/file_match.h"
@@ -32,7 +30,7 @@ BRISOLT_EXPORT int32_t ComFreeFileList(FileList* list) {
 // ---- the file-string list of a port
 
 BRISOLT_EXPORT int32_t ComAddFileString(int32_t port, const char* name, uint32_t value) {
-    if (name == nullptr || std::strlen(name) >= nameSize)
+    if (name == nullptr)
         return -1;
     return onPort(port, -1, [=](Port& open) { return fileStrings::add(open, name, value) ? 1 : -1; });
 }

@@ -71,11 +71,9 @@ BRISOLT_EXPORT int32_t ComDeleteFile(const char* name) {
     return name != nullptr && file::remove(name) ? 1 : 0;
 }
 BRISOLT_EXPORT int32_t ComDeleteMultipleFiles(const char* pattern) {
-    if (pattern == nullptr)
-        return -1;
     return guarded(1, [=] {
-        for (const std::string& name : lists::expand(pattern, SIZE_MAX))
-            file::remove(name.c_str());
+        if (pattern != nullptr)
+            lists::removeFiles(pattern);
         return 1;
     });
 }

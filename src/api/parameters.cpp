@@ -71,8 +71,10 @@ struct Address {
     }
 };
 
+// Without the memory for its text a file is one that cannot be read: it has no keys.
+
 int32_t readValue(const Address& address, Encoding encoding, int32_t absent) noexcept {
-    return guarded(absent, [&] {
+    return guarded(profile::decode(encoding, std::nullopt, absent), [&] {
         std::string text;
         return profile::decode(encoding, address.lookUp(text), absent);
     });
@@ -131,11 +133,9 @@ BRISOLT_EXPORT int32_t ComGetProfString(const char* section, const char* key, co
                                         char* buffer, uint32_t capacity, const char* file) {
     if (buffer == nullptr || capacity == 0)
         return 0;
-    return guarded(0, [&] {
-        std::string text;
-        std::string_view absent = defaultText == nullptr ? "" : defaultText;
-        return copyCut(Address{section, key, file}.lookUp(text).value_or(absent), buffer, capacity);
-    });
+    std::string text;
+    auto value = guarded(std::nullopt, [&] { return Address{section, key, file}.lookUp(text); });
+    return copyCut(value.value_or(defaultText == nullptr ? "" : defaultText), buffer, capacity);
 }
 
 BRISOLT_EXPORT int32_t ComWriteProfBool(const char* section, const char* key, int32_t value,

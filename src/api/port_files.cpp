@@ -23,11 +23,11 @@ bool usable(const void* bytes, int32_t length) noexcept {
     return length >= 0 && (bytes != nullptr || length == 0);
 }
 
-/// The handle of a file that open() gives, for an open port and a name.
-template <class Open> int32_t handleOf(int32_t port, const char* name, Open open) noexcept {
+/// The handle of a file, for an open port and a name.
+int32_t openFile(int32_t port, const char* name, const file::How& how) noexcept {
     if (name == nullptr || name[0] == '\0')
         return 0;
-    return onPort(port, 0, [=](Port&) { return handles::add(open()); });
+    return onPort(port, 0, [&](Port&) { return handles::open(name, how); });
 }
 
 /// What use(file) gives for the handle's file, not below 0; 0 when there is none.
@@ -107,17 +107,16 @@ BRISOLT_EXPORT int32_t ComVerifyWrite(int32_t port, const void* bytes, int32_t l
 // ---- files by handle
 
 BRISOLT_EXPORT int32_t ComOpenWriteFile(int32_t port, const char* name) {
-    return handleOf(port, name, [=] {
-        file::File file(name, {file::Access::readWrite, file::Sharing::all, file::Opening::createMissing});
-        return file && file.seekEnd() >= 0 ? std::move(file) : file::File();
-    });
+    return openFile(port, name,
+                    {.access = file::Access::readWrite,
+                     .sharing = file::Sharing::all,
+                     .opening = file::Opening::createMissing,
+                     .atEnd = true});
 }
 BRISOLT_EXPORT int32_t ComOpenReadFile(int32_t port, const char* name) {
-    return handleOf(port, name, [=] {
-        if (!file::exists(name, file::Access::read, file::Sharing::all))
-            return file::File();
-        return file::File(name, {file::Access::read, file::Sharing::readOnly});
-    });
+    if (name == nullptr || !file::exists(name, file::Access::read, file::Sharing::all))
+        return 0;
+    return openFile(port, name, {file::Access::read, file::Sharing::readOnly});
 }
 
 BRISOLT_EXPORT int32_t ComSetFilePointer(int32_t port, int32_t handle, int32_t position) {

@@ -73,10 +73,10 @@ void tellNotOpen(Port& port, const char* name) {
     logs::entry(port, Log::protocol, "ERROR: Unable to open file: %s", name);
 }
 
-/// One attempt to write what is held and to have it on the disk.
-bool attempt(Port& port, File& file, int32_t failedBefore) {
+/// One attempt to write what is held and to have it on the disk, if the file is where it is to be.
+bool attempt(Port& port, File& file, bool placed, int32_t failedBefore) {
     Held held(*port.record);
-    int32_t written = std::max(file.write(held.bytes, held.count), 0);
+    int32_t written = placed ? std::max(file.write(held.bytes, held.count), 0) : 0;
     bool onDisk = written == held.count && file.flush();
     int32_t reason = file::lastFailure();
     pause(port, 1);
@@ -89,15 +89,15 @@ bool attempt(Port& port, File& file, int32_t failedBefore) {
     return onDisk;
 }
 
-/// Writes what is held. Each further attempt starts at the size that the file had before, so that it covers
-/// what an earlier one wrote in part. What cannot be written at last is dropped.
+/// Writes what is held. Each further attempt starts where the file ended before, so that it covers what an
+/// earlier one wrote in part. What cannot be written at last is dropped.
 bool writeHeld(Port& port, File& file) {
-    int64_t sizeBefore = file.size();
+    int64_t end = -1;
     for (int32_t failed = 0; failed < mostAttempts; ++failed) {
         if (failed > 0)
             logs::entry(port, Log::protocol, "Attempting to write again");
-        failed == 0 ? file.seekEnd() : file.seek(sizeBefore);
-        if (attempt(port, file, failed)) {
+        bool placed = end < 0 ? (end = file.seekEnd()) >= 0 : file.seek(end) == end;
+        if (attempt(port, file, placed, failed)) {
             port.record->bufWriteCount = 0;
             return true;
         }
@@ -146,13 +146,12 @@ bool start(Port& port, const char* name, bool fresh) {
         return false;
     PortRecord& record = *port.record;
     forgetFile(record);
-    record.bufWriteCount = 0;
-    if (!prepare(name, fresh)) {
-        tellNotOpen(port, name);
-        return false;
-    }
     std::memcpy(record.bufWriteFileName, name, std::strlen(name));
-    return true;
+    record.bufWriteCount = 0;
+    if (prepare(name, fresh))
+        return true;
+    tellNotOpen(port, name);
+    return false;
 }
 
 bool add(Port& port, std::span<const uint8_t> bytes) {

@@ -9,7 +9,7 @@
 
 namespace brisolt::bufferedWriter {
 
-/// The file is there and may be written; with `fresh` it is a new one.
+/// Names the file. Whether it is there and may be written; with `fresh` it is a new one.
 bool start(Port& port, const char* name, bool fresh);
 /// False when there is no file or the bytes could not be written. A call from within the writing out itself
 /// (out of a message that came meanwhile) is refused.

@@ -14,6 +14,8 @@ bool hasEntry(const PortRecord& record, int32_t index) noexcept {
 }
 
 char* copyOf(int32_t port, std::string_view name) noexcept {
+    if (name.size() >= UINT32_MAX)
+        return nullptr; // more than the pool gives in one piece
     auto* copy = static_cast<char*>(tracked::allocate(port, static_cast<uint32_t>(name.size()) + 1));
     if (copy != nullptr)
         std::memcpy(copy, name.data(), name.size()); // zero-filled: it ends already

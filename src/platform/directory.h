@@ -1,7 +1,7 @@
 // Directories, and the files in them.
 #pragma once
 
-#include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,8 +10,11 @@ namespace brisolt::directory {
 
 /// A directory that a program names with either separator as this host knows it, ending with its separator.
 std::string onHost(std::string_view name);
-/// The paths of the files (directories left out) whose names begin with the prefix, in the order of the
-/// names. None when the directory cannot be read.
+using Choice = std::function<bool(std::string_view name)>;
+/// The names of the files in a directory (directories and links to them left out) that are chosen, in order.
+/// None when the directory cannot be read.
+std::vector<std::string> names(const std::string& directory, const Choice& chosen);
+/// The paths of the files whose names begin with the prefix; the directory's name ends with its separator.
 std::vector<std::string> files(const std::string& directory, std::string_view prefix);
 
 } // namespace brisolt::directory

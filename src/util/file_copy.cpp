@@ -1,11 +1,8 @@
 #include "util/file_copy.h"
 
-#include <cstdio>
-#include <filesystem>
-#include <random>
 #include <string>
 
-#include "platform/error_text.h"
+#include "platform/draft.h"
 #include "util/file_blocks.h"
 
 namespace brisolt::copying {
@@ -14,31 +11,20 @@ namespace {
 
 using file::Access;
 using file::File;
-using file::Opening;
 using file::Sharing;
-
-constexpr int32_t draftTries = 20;
 
 /// Nobody has it open, and it may be written.
 bool free(const char* path) noexcept {
     return file::exists(path, Access::readWrite, Sharing::none);
 }
 
-File openSource(const char* path) {
+File openSource(const char* path) noexcept {
     File source;
     if (free(path))
         source = File(path, {Access::read, Sharing::readOnly});
     if (!source)
-        setErrorText("cannot copy " + std::string(path) + ": it is missing, read-only or in use");
+        file::tell("copy", path, "it is missing, read-only or in use");
     return source;
-}
-
-File createFile(const char* path, uint32_t permissions) noexcept {
-    return {path,
-            {.access = Access::write,
-             .sharing = Sharing::readOnly,
-             .opening = Opening::createNew,
-             .permissions = permissions}};
 }
 
 int32_t writeBlock(File& to, const Block& block, int32_t count, const char* path) noexcept {
@@ -71,7 +57,7 @@ int32_t transfer(File& from, const char* source, File& to, const char* destinati
         copied += got;
     }
     if (copied < expected) {
-        setErrorText("cannot copy " + std::string(source) + ": it has become shorter");
+        file::tell("copy", source, "it has become shorter");
         return readFailed;
     }
     if (to.flush())
@@ -80,29 +66,28 @@ int32_t transfer(File& from, const char* source, File& to, const char* destinati
     return writeFailed;
 }
 
-/// A new file beside another, under a name that nobody looks for.
-File createDraft(const std::string& place, uint32_t permissions, std::string& draft) {
-    std::random_device random;
-    File file;
-    for (int32_t tries = 0; !file && tries < draftTries; ++tries) {
-        char name[32];
-        std::snprintf(name, sizeof name, ".brisolt-%08x", random());
-        draft = std::filesystem::path(place).replace_filename(name).string();
-        file = createFile(draft.c_str(), permissions);
-        if (!file && !file::taken(draft.c_str()))
-            break; // not the name is in the way
-    }
-    return file;
-}
-
-/// The draft takes the place of the destination in one step: there is always one of them.
-int32_t publish(const std::string& draft, const std::string& place, bool replaces) {
-    if (replaces)
-        return file::replace(place.c_str(), draft.c_str()) ? done : noSource;
-    if (file::rename(draft.c_str(), place.c_str()))
+/// What a copy is when its place is known. It is complete and on the disk before anything is given up for it:
+/// a full disk costs nothing. A new file is no more open to others than its source; one in another's place
+/// belongs to whom that did.
+int32_t copyTo(const std::string& place, bool replaces, File& from, const char* source) {
+    const int32_t refused = replaces ? noSource : noDestination;
+    file::Draft draft(place, replaces ? 0600 : from.permissions());
+    if (!draft)
+        return refused;
+    int32_t result = transfer(from, source, draft.file(), place.c_str());
+    if (result != done)
+        return result;
+    if (replaces && !draft.file().takeOver(place.c_str()))
+        return writeFailed;
+    if (replaces ? draft.replace() : draft.publish())
         return done;
     file::tellFailure("write to", place.c_str());
-    return noDestination;
+    return refused;
+}
+
+int32_t tellInTheWay(const std::string& place, int32_t result) noexcept {
+    file::tell("write to", place.c_str(), "it is read-only, no file or in use");
+    return result;
 }
 
 } // namespace
@@ -111,47 +96,30 @@ int32_t append(const char* destination, const char* source) {
     File from = openSource(source);
     if (!from)
         return noSource;
-    bool there = free(destination);
-    File to = there ? File(destination, {Access::write, Sharing::readOnly})
-                    : createFile(destination, file::permissions(source));
+    if (!free(destination)) {
+        std::string place = file::realPlace(destination);
+        return file::taken(place.c_str()) ? tellInTheWay(place, noDestination)
+                                          : copyTo(place, false, from, source);
+    }
+    File to(destination, {Access::write, Sharing::readOnly});
     int64_t before = to.seekEnd();
     if (before < 0)
         return noDestination;
     int32_t result = transfer(from, source, to, destination);
-    if (result == done)
-        return done;
-    to.truncate(before);
-    to.close();
-    if (!there)
-        file::discard(destination);
+    if (result != done)
+        to.truncate(before);
     return result;
 }
 
-// The destination is given up only when the copy is complete and on the disk: a full disk costs nothing. A
-// new file is no more open to others than its source; one in another's place belongs to whom that did.
 int32_t copy(const char* destination, const char* source) {
     File from = openSource(source);
     if (!from)
         return noSource;
     std::string place = file::realPlace(destination); // a link to it is to stay one
     bool replaces = file::taken(place.c_str());
-    if (replaces && !free(place.c_str())) {
-        setErrorText("cannot replace " + place + ": it is read-only or in use");
-        return noSource;
-    }
-    std::string draft;
-    File to = createDraft(place, replaces ? 0600 : file::permissions(source), draft);
-    if (!to)
-        return replaces ? noSource : noDestination;
-    int32_t result = transfer(from, source, to, destination);
-    if (result == done && replaces && !to.takeOver(place.c_str()))
-        result = writeFailed;
-    to.close();
-    if (result == done)
-        result = publish(draft, place, replaces);
-    if (result != done)
-        file::discard(draft.c_str());
-    return result;
+    if (replaces && !free(place.c_str()))
+        return tellInTheWay(place, noSource);
+    return copyTo(place, replaces, from, source);
 }
 
 int32_t move(const char* destination, const char* source) {

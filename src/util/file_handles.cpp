@@ -4,38 +4,61 @@
 #include <unordered_map>
 #include <utility>
 
+#include "platform/lasting.h"
+
 namespace brisolt::handles {
 
 namespace {
 
+using Kept = std::shared_ptr<file::File>;
+
 struct Table {
     std::mutex mutex;
-    std::unordered_map<int32_t, std::shared_ptr<file::File>> files;
+    std::unordered_map<int32_t, Kept> files; ///< null while it is being opened
     int32_t last = 0;
 
-    static Table& instance() {
-        static Table& table = *new Table; // outlives the program's statics
-        return table;
+    static Table& instance() noexcept {
+        static Lasting<Table> table;
+        return *table;
     }
-    int32_t freeNumber() {
+    int32_t reserve() {
+        std::scoped_lock guard(mutex);
         do
             last = last == INT32_MAX ? 1 : last + 1;
-        while (files.contains(last));
+        while (!files.emplace(last, nullptr).second);
         return last;
+    }
+    /// False when somebody has closed the number before its owner could know it.
+    bool fill(int32_t number, Kept file) noexcept {
+        std::scoped_lock guard(mutex);
+        auto entry = files.find(number);
+        if (entry == files.end())
+            return false;
+        entry->second = std::move(file);
+        return true;
+    }
+    Kept take(int32_t number) noexcept {
+        std::scoped_lock guard(mutex);
+        auto entry = files.find(number);
+        if (entry == files.end())
+            return nullptr;
+        Kept file = std::move(entry->second);
+        files.erase(entry);
+        return file;
     }
 };
 
 } // namespace
 
-int32_t add(file::File file) {
-    if (!file)
-        return 0;
-    auto kept = std::make_shared<file::File>(std::move(file));
+int32_t open(const char* path, const file::How& how) {
     Table& table = Table::instance();
-    std::scoped_lock guard(table.mutex);
-    int32_t handle = table.freeNumber();
-    table.files.emplace(handle, std::move(kept));
-    return handle;
+    auto kept = std::make_shared<file::File>();
+    const int32_t handle = table.reserve();
+    *kept = file::File(path, how);
+    if (*kept)
+        return table.fill(handle, std::move(kept)) ? handle : 0;
+    table.take(handle);
+    return 0;
 }
 
 std::shared_ptr<file::File> find(int32_t handle) noexcept {
@@ -46,19 +69,10 @@ std::shared_ptr<file::File> find(int32_t handle) noexcept {
 }
 
 bool close(int32_t handle) noexcept {
-    Table& table = Table::instance();
-    std::shared_ptr<file::File> file;
-    {
-        std::scoped_lock guard(table.mutex);
-        auto entry = table.files.find(handle);
-        if (entry == table.files.end())
-            return false;
-        file = std::move(entry->second);
-        table.files.erase(entry);
-    }
-    if (file.use_count() > 1)
-        return true; // whoever is reading or writing at this moment closes it when done
-    std::shared_ptr<file::File>(file).reset(); // its count puts us behind what others did before they let go
+    Kept file = Table::instance().take(handle);
+    if (file.use_count() != 1)
+        return true;    // none, or whoever is reading or writing at this moment closes it when done
+    Kept(file).reset(); // its count puts us behind what others did before they let go
     return file->close();
 }
 

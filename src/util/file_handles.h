@@ -9,11 +9,11 @@
 
 namespace brisolt::handles {
 
-/// 0 when the file is null-like.
-int32_t add(file::File file);
+/// Opens a file. 0 when it cannot be opened; when there is no memory to keep it, it has not been tried.
+int32_t open(const char* path, const file::How& how);
 /// The file stays open while somebody has it, its close notwithstanding. Null for a number of no file.
 std::shared_ptr<file::File> find(int32_t handle) noexcept;
-/// False for a number of no file, and when the host reports that something written was lost.
+/// False when the host reports that something written was lost. A number of no file has lost nothing.
 bool close(int32_t handle) noexcept;
 
 } // namespace brisolt::handles

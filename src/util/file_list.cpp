@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <unordered_set>
 
+#include "platform/directory.h"
 #include "platform/error_text.h"
 #include "platform/file.h"
+#include "platform/lasting.h"
 #include "util/file_match.h"
 #include "util/paths.h"
 
@@ -24,11 +25,15 @@ struct LiveLists {
     std::mutex mutex;
     std::unordered_set<FileList*> lists;
 
-    static LiveLists& instance() {
-        static LiveLists& live = *new LiveLists; // outlives the program's statics
-        return live;
+    static LiveLists& instance() noexcept {
+        static Lasting<LiveLists> live;
+        return *live;
     }
-    bool has(FileList* list) const noexcept { return list != nullptr && lists.contains(list); }
+    bool has(FileList* list) const noexcept { return lists.contains(list); }
+    void end(FileList* list) noexcept {
+        lists.erase(list);
+        delete list;
+    }
 };
 
 bool fits(const std::string& name) {
@@ -38,46 +43,70 @@ bool fits(const std::string& name) {
     return false;
 }
 
-std::vector<std::string> selected(std::string_view pattern, std::size_t mark) {
+bool namesFiles(std::string_view pattern) noexcept {
+    return pattern.find(nameMark) != pattern.npos;
+}
+
+std::vector<std::string> selected(std::string_view pattern) {
+    std::size_t mark = pattern.find(nameMark);
     std::string_view directory = pattern.substr(0, mark);
     std::vector<std::string> names;
     while (mark < pattern.size()) {
         std::size_t start = mark + 1;
         mark = std::min(pattern.find(nameMark, start), pattern.size());
-        if (mark > start)
-            names.push_back(paths::inside(directory, pattern.substr(start, mark - start)));
+        names.push_back(paths::inside(directory, pattern.substr(start, mark - start)));
     }
     return names;
 }
 
-std::vector<std::string> found(std::string_view pattern, std::size_t mostNames) {
-    namespace fs = std::filesystem;
-    paths::Place place = paths::split(pattern);
-    std::string directory = place.directory.empty() ? "." : std::string(place.directory);
+/// The files that a search has found, as this host names them.
+struct Found {
+    std::string directory; ///< empty, or with its separator
     std::vector<std::string> names;
-    std::error_code failed, unknown;
-    fs::directory_iterator entry(file::nameOnHost(directory.c_str()), failed);
-    for (; !failed && entry != fs::directory_iterator(); entry.increment(failed)) {
-        std::string name = entry->path().filename().string();
-        if (searchFinds(place.file, name) && !entry->is_directory(unknown))
-            names.push_back(paths::inside(place.directory, name));
-    }
-    std::sort(names.begin(), names.end());
-    names.resize(std::min(names.size(), mostNames));
-    return names;
+};
+
+Found search(const paths::Place& place) {
+    Found found{place.directory.empty() ? "" : file::nameOnHost(std::string(place.directory).c_str()), {}};
+    if (!found.directory.empty() && !found.directory.ends_with('/'))
+        found.directory += '/';
+    found.names = directory::names(found.directory.empty() ? "." : found.directory,
+                                   [&](std::string_view name) { return searchFinds(place.file, name); });
+    return found;
+}
+
+/// As the pattern has it, unless that would lead to another file: of a/x\y and a/x/y a program that writes
+/// backslashes finds one and would name the other.
+std::string nameInPattern(const paths::Place& place, const Found& found, const std::string& name) {
+    std::string written = paths::inside(place.directory, name), onHost = found.directory + name;
+    return file::nameOnHost(written.c_str()) == onHost ? written : onHost;
+}
+
+std::vector<std::string> expand(std::string_view pattern) {
+    if (namesFiles(pattern))
+        return selected(pattern);
+    paths::Place place = paths::split(pattern);
+    Found found = search(place);
+    found.names.resize(std::min(found.names.size(), mostFound));
+    for (std::string& name : found.names)
+        name = nameInPattern(place, found, name);
+    return std::move(found.names);
 }
 
 } // namespace
 
-std::vector<std::string> expand(std::string_view pattern, std::size_t mostNames) {
-    std::size_t mark = pattern.find(nameMark);
-    std::vector<std::string> names =
-        mark == pattern.npos ? found(pattern, mostNames) : selected(pattern, mark);
-    return names;
+void removeFiles(std::string_view pattern) {
+    if (namesFiles(pattern)) {
+        for (const std::string& name : selected(pattern))
+            file::remove(name.c_str());
+        return;
+    }
+    Found found = search(paths::split(pattern));
+    for (const std::string& name : found.names)
+        file::remove((found.directory + name).c_str(), file::Spelling::hosts);
 }
 
 FileList* add(FileList* list, std::string_view pattern) {
-    std::vector<std::string> names = expand(pattern, mostFound);
+    std::vector<std::string> names = expand(pattern);
     std::erase_if(names, [](const std::string& name) { return !fits(name); });
     if (names.empty())
         return list;
@@ -110,8 +139,7 @@ bool get(FileList* list, int32_t index, char* buffer) noexcept {
         return false;
     auto position = static_cast<std::size_t>(index);
     if (position >= list->names.size()) {
-        live.lists.erase(list);
-        delete list;
+        live.end(list);
         return false;
     }
     if (buffer == nullptr)
@@ -126,8 +154,7 @@ bool free(FileList* list) noexcept {
     std::scoped_lock guard(live.mutex);
     if (!live.has(list))
         return false;
-    live.lists.erase(list);
-    delete list;
+    live.end(list);
     return true;
 }
 

@@ -16,9 +16,11 @@ namespace brisolt::lists {
 inline constexpr std::size_t longestName = 259; ///< callers' buffers hold a terminator beside it
 inline constexpr std::size_t mostFound = 1001;  ///< names that one search adds
 
-/// The files that a pattern stands for: those found by its wildcards, in order of their names, or those that
-/// it names itself, a byte 255 before each.
-std::vector<std::string> expand(std::string_view pattern, std::size_t mostNames);
+// A pattern stands for files: those found by its wildcards, or those that it names itself, a byte 255 before
+// each.
+
+/// Deletes the files of a pattern, however many, as far as they can be.
+void removeFiles(std::string_view pattern);
 
 /// The list with the pattern's files after its own (null: a new one). Null when it is no list any more.
 FileList* add(FileList* list, std::string_view pattern);

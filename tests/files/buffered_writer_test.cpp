@@ -1,13 +1,13 @@
-// The buffered writer of a port: what is held, what reaches the file, and ten attempts at a full disk.
+// The buffered writer of a port: what is held, what reaches the file, and ten attempts at what takes nothing.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
 #include "brisolt.h"
-#include "files/full_disk.h"
-#include "files/holders.h"
+#include "files/hindrances.h"
 #include "support/bare_port.h"
+#include "support/pty.h"
 #include "transfer/files.h"
 
 namespace brisolt {
@@ -27,6 +27,17 @@ protected:
         return ComBufferFileWrite_Next(3, bytes.data(), static_cast<int32_t>(bytes.size()));
     }
     std::uintmax_t size() const { return std::filesystem::file_size(path); }
+    /// What ten attempts tell that write so many bytes each.
+    static std::vector<std::string> tenAttempts(const std::string& written, const std::string& wanted) {
+        std::vector<std::string> told;
+        const std::string failure = "Write Failure: Written: " + written + "  Wanted to write: ";
+        for (char attempt = '0'; attempt <= '9'; ++attempt) {
+            told.push_back(std::string(failure).append(wanted).append(" Attempts: ") += attempt);
+            told.emplace_back(attempt < '9' ? "Attempting to write again"
+                                            : " Threshold on write errors exceeded");
+        }
+        return told;
+    }
 
     test::BarePort port{3};
     test::Files files;
@@ -65,19 +76,19 @@ TEST_F(BufferedWriter, TenAttemptsAndTheHeldBytesAreDropped) {
     EXPECT_EQ(add(test::pattern(62500)), 1);
     EXPECT_EQ(add(test::pattern(62500)), -1);
     EXPECT_EQ(size(), 70000U);
-    std::vector<std::string> told;
-    for (int attempt = 0; attempt < 10; ++attempt) {
-        if (attempt > 0)
-            told.emplace_back("Attempting to write again");
-        told.push_back("Write Failure: Written: 7500  Wanted to write: 62500 Attempts: " +
-                       std::to_string(attempt));
-    }
-    told.emplace_back(" Threshold on write errors exceeded");
-    EXPECT_EQ(log.entries(), told);
+    EXPECT_EQ(log.entries(), tenAttempts("7500", "62500"));
     EXPECT_EQ(add("x"), 1); // the file is still named
     EXPECT_EQ(ComBufferFileWrite_Close(3), -1);
     EXPECT_EQ(ComBufferFileWrite_Close(3), -1);
     EXPECT_EQ(log.entries().size(), 40U); // at its very end not one byte goes in
+}
+
+TEST_F(BufferedWriter, WritesNothingToWhatHasNoEnd) {
+    test::Pty pty;
+    EXPECT_EQ(ComBufferFileWrite_Start(3, pty.slavePath().c_str(), 0), -1);
+    EXPECT_EQ(add(test::pattern(61501)), -1);
+    EXPECT_EQ(log.entries({"Write", "Attempting", " Threshold"}), tenAttempts("0", "61501"));
+    EXPECT_EQ(pty.read(1, std::chrono::milliseconds(50)), "");
 }
 
 // A later attempt covers what an earlier one wrote in part. The look at the escape between two attempts lets
@@ -119,14 +130,16 @@ TEST_F(BufferedWriter, AFileThatCannotBeOpened) {
     EXPECT_EQ(add("x"), -1); // no file is named any more
 
     files.make("file", "x");
-    for (const int32_t mode : {0, 1}) {
+    for (const int32_t mode : {1, 0}) {
         const test::Holder holder("<", path);
         EXPECT_EQ(ComBufferFileWrite_Start(3, path.c_str(), mode), -1) << mode;
     }
-    EXPECT_EQ(files.bytes("file"), "x");
     EXPECT_EQ(ComBufferFileWrite_Start(3, std::string(260, 'a').c_str(), 1), -1);
     EXPECT_EQ(ComBufferFileWrite_Start(4, path.c_str(), 0), -1); // no such port is open
     EXPECT_EQ(ComBufferFileWrite_Next(3, "x", -1), -1);
+    EXPECT_EQ(add("y"), 1); // for the file that could not be opened at first
+    EXPECT_EQ(ComBufferFileWrite_Close(3), 1);
+    EXPECT_EQ(files.bytes("file"), "xy");
 }
 
 } // namespace

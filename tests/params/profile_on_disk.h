@@ -28,13 +28,10 @@ public:
         return std::move(text).str();
     }
     /// Files in the directory: one, unless something was left behind.
-    int files() const {
-        return static_cast<int>(std::distance(std::filesystem::directory_iterator(directory_.path()), {}));
-    }
-
-    std::string value(const char* section, const char* key, const char* absent = "<absent>") const {
+    auto files() const { return std::distance(std::filesystem::directory_iterator(directory_.path()), {}); }
+    std::string value(const char* section, const char* key) const {
         char buffer[300];
-        ComGetProfString(section, key, absent, buffer, sizeof buffer, path());
+        ComGetProfString(section, key, "<absent>", buffer, sizeof buffer, path());
         return buffer;
     }
 

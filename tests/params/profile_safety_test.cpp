@@ -6,17 +6,18 @@
 #include <thread>
 #include <vector>
 
-#include <sys/resource.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include "files/hindrances.h"
 #include "params/profile_on_disk.h"
-#include "platform/clock.h"
 #include "platform/error_text.h"
 #include "support/peer_process.h"
+#include "support/timing.h"
 
 using namespace brisolt;
 using namespace brisolt::test;
@@ -25,15 +26,15 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr uid_t somebody = 65534;
+const std::string draftName = ".settings.ini.new";
 
 /// Runs in a process of its own.
 template <class Work> pid_t child(Work work) {
     const pid_t id = fork();
-    if (id == 0) {
-        work();
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    return id;
+    if (id != 0)
+        return id;
+    work();
+    _exit(testing::Test::HasFailure() ? 1 : 0);
 }
 int exitOf(pid_t id) {
     int status = -1;
@@ -51,23 +52,21 @@ void addKeys(const ProfileOnDisk& profile, const std::string& who, int32_t count
 TEST(ProfileSafety, WritersAtOnceLoseNothing) {
     constexpr int32_t keys = 30;
     const ProfileOnDisk profile; // nor is the making of it lost
-    const std::vector<std::string> ofProcesses{"a", "b", "c", "d"}, ofThreads{"x", "y", "z"};
     std::vector<pid_t> processes;
-    for (const std::string& who : ofProcesses)
+    for (const char* who : {"a", "b", "c", "d"})
         processes.push_back(child([&] { addKeys(profile, who, keys); }));
     std::vector<std::thread> threads;
-    for (const std::string& who : ofThreads)
+    for (const char* who : {"x", "y", "z"})
         threads.emplace_back(addKeys, std::cref(profile), who, keys);
     for (std::thread& thread : threads)
         thread.join();
     for (const pid_t process : processes)
         EXPECT_EQ(exitOf(process), 0);
-    for (const auto* names : {&ofProcesses, &ofThreads})
-        for (const std::string& who : *names)
-            for (int32_t number = 0; number < keys; ++number) {
-                const std::string key = who + std::to_string(number);
-                EXPECT_EQ(ComGetProfInt("Shared", key.c_str(), -1, profile.path()), number) << key;
-            }
+    for (const char who : std::string("abcdxyz"))
+        for (int32_t number = 0; number < keys; ++number) {
+            const std::string key = who + std::to_string(number);
+            EXPECT_EQ(ComGetProfInt("Shared", key.c_str(), -1, profile.path()), number) << key;
+        }
     EXPECT_EQ(profile.files(), 1);
 }
 
@@ -100,14 +99,13 @@ TEST(ProfileSafety, AWriterThatDiesLeavesTheOldOrTheNew) {
 
 TEST(ProfileSafety, AWriterThatHangsHoldsNobodyForEver) {
     const ProfileOnDisk profile("[s]\nk=1\n");
-    const std::string beside = profile.sibling(".settings.ini.new");
+    const std::string beside = profile.sibling(draftName);
     std::ofstream(beside) << "half";
     {
         PeerProcess holder(BRISOLT_TEST_PEER, {"hold", beside});
         ASSERT_EQ(holder.readLine(), "held");
-        clock::setTestScale(50);
+        const FastClock fast;
         EXPECT_EQ(ComWriteProfInt("s", "k", 2, profile.path()), 0);
-        clock::setTestScale(1);
         EXPECT_NE(errorText().find(beside), std::string::npos) << errorText();
         EXPECT_EQ(ComWriteProfInt("s", "k", 1, profile.path()), 1) << "nothing to change";
         EXPECT_EQ(ComGetProfInt("s", "k", 0, profile.path()), 1) << "readers need not wait";
@@ -118,34 +116,76 @@ TEST(ProfileSafety, AWriterThatHangsHoldsNobodyForEver) {
 
 TEST(ProfileSafety, PermissionsOwnerAndLinksAreKept) {
     const ProfileOnDisk profile("[s]\n");
-    const std::string link = profile.sibling("link.ini");
-    const std::string second = profile.sibling("second.ini");
+    const std::string link = profile.sibling("link.ini"), second = profile.sibling("second.ini");
     fs::create_directory(profile.sibling("elsewhere"));
     fs::create_symlink("settings.ini", link);
     fs::create_symlink(link, second);
     ASSERT_EQ(chmod(profile.path(), 0640), 0);
-    const uid_t owner = geteuid() == 0 ? somebody : geteuid();
-    ASSERT_EQ(chown(profile.path(), owner, geteuid() == 0 ? somebody : getegid()), 0);
+    const bool root = geteuid() == 0;
+    const uid_t owner = root ? somebody : geteuid();
+    const gid_t group = root ? somebody : getegid();
+    ASSERT_EQ(chown(profile.path(), owner, group), 0);
     EXPECT_EQ(ComWriteProfInt("s", "k", 1, second.c_str()), 1);
     EXPECT_TRUE(fs::is_symlink(link) && fs::is_symlink(second));
     struct stat status {};
     ASSERT_EQ(stat(profile.path(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0640U);
     EXPECT_EQ(status.st_uid, owner);
-    EXPECT_EQ(status.st_gid, geteuid() == 0 ? somebody : getegid());
+    EXPECT_EQ(status.st_gid, group);
     EXPECT_EQ(profile.text(), "[s]\nk=1\n");
 
-    const std::string dangling = profile.sibling("dangling.ini");
-    const std::string target = profile.sibling("elsewhere/new.ini");
+    const std::string dangling = profile.sibling("dangling.ini"), loop = profile.sibling("loop.ini");
     fs::create_symlink("elsewhere/new.ini", dangling);
     umask(027);
     EXPECT_EQ(ComWriteProfInt("s", "k", 2, dangling.c_str()), 1) << errorText();
     EXPECT_TRUE(fs::is_symlink(dangling));
-    ASSERT_EQ(stat(target.c_str(), &status), 0);
+    ASSERT_EQ(stat(profile.sibling("elsewhere/new.ini").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0640U) << "of a new file the umask decides";
-    const std::string loop = profile.sibling("loop.ini");
     fs::create_symlink("loop.ini", loop);
     EXPECT_EQ(ComWriteProfInt("s", "k", 2, loop.c_str()), 0);
+}
+
+// Whoever opens it on its way, or has one open that somebody left behind, sees nothing of a private profile.
+TEST(ProfileSafety, ThePrivateIsPrivateOnItsWayToo) {
+    const ProfileOnDisk profile("[s]\nk=1\n" + std::string(2'000'000, '#'));
+    const std::string beside = profile.sibling(draftName);
+    ASSERT_EQ(chmod(profile.path(), 0600), 0);
+    umask(0);
+    std::ofstream(beside) << "left behind";
+    const int reader = open(beside.c_str(), O_RDONLY | O_CLOEXEC);
+    const pid_t writer = child([&] {
+        for (int32_t value = 2; value < 30; ++value)
+            ComWriteProfInt("s", "k", value, profile.path());
+    });
+    int status = 0;
+    while (waitpid(writer, &status, WNOHANG) == 0) {
+        struct stat draft {};
+        const bool there = stat(beside.c_str(), &draft) == 0 && draft.st_size != 11;
+        ASSERT_TRUE(!there || (draft.st_mode & 077) == 0) << draft.st_mode;
+    }
+    EXPECT_EQ(ComGetProfInt("s", "k", 0, profile.path()), 29);
+    char text[20];
+    EXPECT_EQ(read(reader, text, sizeof text), 11) << "what was left behind, and no more";
+    close(reader);
+}
+
+// A draft that is another's file leads the profile's text there, and the other's into the profile.
+TEST(ProfileSafety, LinksInTheWayAreNotFollowed) {
+    const ProfileOnDisk profile("[s]\nk=1\n");
+    const std::string second = profile.sibling("second.ini"), beside = profile.sibling(draftName);
+    fs::create_hard_link(profile.path(), second);
+    EXPECT_EQ(ComWriteProfInt("s", "k", 2, second.c_str()), 1);
+    EXPECT_EQ(ComGetProfInt("s", "k", 0, second.c_str()), 2);
+    EXPECT_EQ(profile.text(), "[s]\nk=1\n") << "the other name keeps the old file";
+    using Link = void (*)(const fs::path&, const fs::path&);
+    for (const Link link : {Link(fs::create_hard_link), Link(fs::create_symlink)}) {
+        link(second, beside);
+        EXPECT_EQ(ComWriteProfInt("s", "k", 3, profile.path()), 0);
+        EXPECT_NE(errorText().find(beside), std::string::npos) << errorText();
+        EXPECT_EQ(ComGetProfInt("s", "k", 0, second.c_str()), 2) << "that is another file";
+        EXPECT_EQ(profile.text(), "[s]\nk=1\n");
+        fs::remove(beside);
+    }
 }
 
 TEST(ProfileSafety, WhatCannotBeWrittenStaysAsItIs) {
@@ -165,14 +205,10 @@ TEST(ProfileSafety, WhatCannotBeWrittenStaysAsItIs) {
     EXPECT_EQ(ComWriteProfString("s", "k", nullptr, nowhere.c_str()), 1)
         << "it is not there, as was asked for";
 
-    // A full disk.
-    rlimit limit{};
-    getrlimit(RLIMIT_FSIZE, &limit);
-    const rlimit small{20, limit.rlim_max};
-    signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    EXPECT_EQ(ComWriteProfString("s", "k", std::string(100, 'v').c_str(), path), 0);
-    setrlimit(RLIMIT_FSIZE, &limit);
+    {
+        const FullDisk disk(20);
+        EXPECT_EQ(ComWriteProfString("s", "k", std::string(100, 'v').c_str(), path), 0);
+    }
     EXPECT_EQ(profile.text(), "[s]\nk=1\n");
     EXPECT_EQ(profile.files(), 2) << "nothing is left beside it";
 
@@ -195,17 +231,17 @@ TEST(ProfileSafety, WhatCannotBeWrittenStaysAsItIs) {
 
 TEST(ProfileSafety, NamesOfOtherHosts) {
     const ProfileOnDisk profile("[s]\nk=1\n");
-    const std::string written = profile.directory() + "\\settings.ini";
-    EXPECT_EQ(ComWriteProfInt("s", "k", 2, written.c_str()), 1);
-    EXPECT_EQ(profile.text(), "[s]\nk=2\n");
     const std::string odd = profile.sibling("odd\\name.ini"); // a file of that very name
     std::ofstream(odd) << "[s]\nk=7\n";
-    EXPECT_EQ(ComWriteProfInt("s", "k", 8, odd.c_str()), 1);
-    EXPECT_EQ(ComGetProfInt("s", "k", 0, odd.c_str()), 8);
-    EXPECT_EQ(profile.files(), 2);
     fs::current_path(profile.directory());
-    EXPECT_EQ(ComWriteProfInt("s", "k", 9, "settings.ini"), 1);
-    EXPECT_EQ(profile.text(), "[s]\nk=9\n");
+    int32_t value = 1;
+    for (const std::string& name :
+         {odd, profile.directory() + "\\settings.ini", std::string("settings.ini")}) {
+        EXPECT_EQ(ComWriteProfInt("s", "k", ++value, name.c_str()), 1);
+        EXPECT_EQ(ComGetProfInt("s", "k", 0, name.c_str()), value);
+    }
+    EXPECT_EQ(profile.text(), "[s]\nk=4\n");
+    EXPECT_EQ(profile.files(), 2);
 }
 
 } // namespace

@@ -1,7 +1,6 @@
-// Bytes, strings and hex, and the dump of an array.
+// Bytes, strings and hex, the dump of an array, time stamps, dated names, the tick counter.
 #include <array>
 #include <cstdint>
-#include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -18,44 +17,35 @@ namespace {
 TEST(Conversions, OfBytesStringsAndHex) {
     EXPECT_EQ(ComSwapBytes_16Int(0x1234), 0x3412);
     EXPECT_EQ(ComSwapBytes_32Int(0x11223344), 0x44332211U);
-
-    char text[] = "abcde", other[] = "......";
-    EXPECT_EQ(ComSwapBytes_String(text, other, 5), 1);
-    EXPECT_STREQ(other, "edcba.");
+    char text[] = "abcde", out[] = "......", hex[] = ".........!";
+    EXPECT_EQ(ComSwapBytes_String(text, out, 5), 1);
+    EXPECT_STREQ(out, "edcba.");
     EXPECT_EQ(ComSwapBytes_String(text, text, 4), 1);
     EXPECT_STREQ(text, "dcbae");
-
-    const char zeros[] = {'a', 0, 'b'};
-    char out[] = "......";
-    EXPECT_EQ(ComStr_To_Array(zeros, out, 3), 1);
-    EXPECT_EQ(std::memcmp(out, "a\0b...", 6), 0);
-
-    auto asString = [&](const char* source, int32_t length, int32_t result, const char* left) {
-        std::memset(out, '.', 6);
-        EXPECT_EQ(ComArray_To_String(out, source, length), result);
-        EXPECT_EQ(std::memcmp(out, left, 6), 0) << source << ' ' << length;
-    };
-    asString("abc", 10, 3, "abc\0..");
-    asString("abc", 0, 0, "\0.....");
-    asString("abc", -1, -1, "......");
-
-    const uint8_t elements[] = {10, 20, 255};
-    EXPECT_EQ(ComStr_To_Array_Element(elements, 3), 255);
-    EXPECT_EQ(ComStr_To_Array_Element(elements, 0), -1);
-
-    char hex[] = ".........!";
+    EXPECT_EQ(ComArray_To_String(out, "abc", -1), -1);
+    EXPECT_EQ(ComArray_To_String(out + 4, "abc", 0), 0);
+    EXPECT_EQ(ComArray_To_String(out, "xyz", 10), 3);
+    EXPECT_EQ(std::string(out, 6), std::string("xyz\0\0.", 6));
+    EXPECT_EQ(ComStr_To_Array("d\0e", out, 3), 1);
+    EXPECT_EQ(std::string(out, 6), std::string("d\0e\0\0.", 6));
+    EXPECT_EQ(ComStr_To_Array_Element("\x0A\x14\xFF", 3), 255);
+    EXPECT_EQ(ComStr_To_Array_Element("\x0A\x14\xFF", 0), -1);
     EXPECT_EQ(ComConvertStringtoHEXString(hex, "\x41\x0A\xFF", 3), 1);
-    EXPECT_STREQ(hex, " 41 a ff");
-    EXPECT_EQ(hex[9], '!');
+    EXPECT_EQ(std::string(hex, 10), std::string(" 41 a ff\0!", 10));
 }
+
+/// The clock stands at a moment for the length of a scope.
+class Moment {
+public:
+    explicit Moment(const clock::LocalTime& time) { clock::setTestLocalTime(&time); }
+    ~Moment() { clock::setTestLocalTime(nullptr); }
+    Moment(const Moment&) = delete;
+    Moment& operator=(const Moment&) = delete;
+};
 
 class ArrayDump : public testing::Test {
 protected:
-    ArrayDump() {
-        clock::LocalTime moment{2026, 11, 19, 4, 51, 58, 7};
-        clock::setTestLocalTime(&moment);
-    }
-    ~ArrayDump() override { clock::setTestLocalTime(nullptr); }
+    const Moment now{{2026, 11, 19, 4, 51, 58, 7}};
     const std::string header = "\r\n\r\n  ****OPEN DEBUG FILE - Array Debug  Version:5.30  Date:11/19/26 "
                                "Time:04:51:58 ****\r\n";
     const std::string stamp = "\r\n[11/19/26 04:51:58:7 p90]";
@@ -89,6 +79,71 @@ TEST_F(ArrayDump, Refusals) {
     char reason[300];
     ASSERT_GT(ComHostGetErrorText(reason, sizeof reason), 0);
     EXPECT_NE(std::string(reason).find(missing), std::string::npos);
+}
+
+// ---- times
+
+constexpr clock::LocalTime january{1980, 1, 2, 2, 3, 55, 0};
+constexpr const char* stamp = "_1980_01_02_02_03_55";
+
+std::string bracketed(int32_t offset) {
+    char text[27 + 1] = "..........................!";
+    EXPECT_EQ(ComGetTimeDateStr(text, offset), 1);
+    return text;
+}
+
+std::string dated(const std::string& name, int32_t result) {
+    std::string text(400, '!');
+    EXPECT_EQ(ComCreateDatedFilename(name.c_str(), text.data()), result) << name;
+    return text.c_str();
+}
+
+TEST(Times, BracketedStamp) {
+    Moment lastSunday({2023, 12, 31, 22, 0, 9, 999});
+    EXPECT_EQ(bracketed(0), "<31 12 2023 0 22 00 09 00>");
+    const int32_t offsets[] = {3, -13, -22, INT32_MAX, INT32_MIN};
+    const char* const hours[] = {"23", "9", "0", "23", "0"};
+    for (std::size_t i = 0; i < std::size(offsets); ++i)
+        EXPECT_EQ(bracketed(offsets[i]), std::string("<31 12 2023 0 ") + hours[i] + " 00 09 00>");
+}
+
+TEST(Times, UnderscoreStampAndDatedNames) {
+    Moment now(january);
+    char text[21];
+    EXPECT_EQ(ComGetTimeDateStrFormat2(text), 1);
+    EXPECT_STREQ(text, stamp);
+
+    EXPECT_EQ(dated("report.txt", 1), "report_1980_01_02_02_03_55.txt");
+    EXPECT_EQ(dated("a.b.c", 1), std::string("a") + stamp + ".b" + stamp + ".c");
+    char inPlace[60] = "a.b";
+    EXPECT_EQ(ComCreateDatedFilename(inPlace, inPlace), 1);
+    EXPECT_EQ(inPlace, std::string("a") + stamp + ".b");
+
+    char spaced[60] = "report.txt";
+    EXPECT_EQ(ComCreateDatedFilename2(spaced, spaced), 0);
+    EXPECT_STREQ(spaced, "report.txt _1980_01_02_02_03_55");
+}
+
+TEST(Times, DatedNamesHaveRoomFor399Characters) {
+    Moment now(january);
+    std::string dots;
+    for (int i = 0; i < 19; ++i)
+        dots += std::string(stamp) + '.';
+    EXPECT_EQ(dated(std::string(19, '.'), 1), dots) << "19 and their stamps fill it";
+    EXPECT_EQ(dated(std::string(259, '.'), 0), dots);
+    EXPECT_EQ(dated(std::string(260, 'a'), 0), std::string(260, 'a')) << "too long to be looked at";
+}
+
+TEST(Times, Ticks) {
+    uint32_t before = ComGetCurrentTime();
+    clock::sleep(20);
+    uint32_t after = _curr_time();
+    EXPECT_GE(after - before, 20U);
+    EXPECT_EQ(ComCompareTime(before, 5), 1);
+    EXPECT_EQ(ComCompareTime(ComGetCurrentTime(), 60000), 0);
+    // The counter has wrapped since, or so it looks.
+    EXPECT_EQ(ComCompareTime(ComGetCurrentTime() + 0x80000000, 0x80000000 + 60000), 0);
+    EXPECT_EQ(ComCompareTime(ComGetCurrentTime() + 60000, 0x80000000), 1);
 }
 
 } // namespace

@@ -42,8 +42,7 @@ TEST(Beep, RingsTheTerminalAlsoFromTheBackground) {
         }
         int end = -1;
         waitpid(background, &end, WUNTRACED);
-        if (end != 0)
-            kill(background, SIGKILL);
+        kill(background, SIGKILL); // in case it stands stopped
         _exit(end == 0 ? 0 : 1);
     }
     int status = -1;
@@ -89,7 +88,7 @@ TEST_F(Sounds, PlayToTheirEndWithoutANoise) {
     EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(noted(), "paplay " + sound + "\nover\n");
     std::filesystem::current_path(directory.path());
-    std::ofstream("-n") << "RIFF";
+    std::filesystem::rename(sound, "-n");
     EXPECT_EQ(Com_PlaySound("-n"), 1);
     EXPECT_EQ(noted(), "paplay ./-n\nover\n");
 }
@@ -106,26 +105,23 @@ TEST_F(Sounds, NothingThatCanPlay) {
     EXPECT_EQ(noted(), "");
 }
 
-// Whatever the program does about its children, and with its standard output closed.
+// Whatever the program does about its children, and with its standard input and output closed.
 TEST_F(Sounds, InProgramsWithHabitsOfTheirOwn) {
     player("paplay", "sleep 0.1");
-    signal(SIGCHLD, SIG_IGN);
-    EXPECT_EQ(Com_PlaySound(sound.c_str()), 1);
-    signal(SIGCHLD, [](int) {
+    const auto reap = [](int) {
         const int error = errno;
         while (waitpid(-1, nullptr, WNOHANG) > 0) {
         }
         errno = error;
-    });
-    EXPECT_EQ(Com_PlaySound(sound.c_str()), 1);
-    signal(SIGCHLD, SIG_DFL);
-    int kept[] = {dup(0), dup(1)};
-    close(0);
-    close(1);
-    int32_t result = Com_PlaySound(sound.c_str());
-    dup2(kept[0], 0);
-    dup2(kept[1], 1);
-    EXPECT_EQ(result, 1);
+    };
+    for (const sighandler_t habit : {SIG_IGN, static_cast<sighandler_t>(reap), SIG_DFL}) {
+        signal(SIGCHLD, habit);
+        const int input = dup(0), output = dup(1);
+        close(0), close(1);
+        const int32_t result = Com_PlaySound(sound.c_str());
+        dup2(input, 0), dup2(output, 1);
+        EXPECT_EQ(result, 1);
+    }
 }
 
 } // namespace

@@ -1,12 +1,32 @@
 #include "platform/directory.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
 
 #include "platform/posix/file_names.h"
 
 namespace brisolt::directory {
+
+namespace {
+
+// Not the standard library's iterator: where that runs out of memory on its way, it ends the program.
+struct Close {
+    void operator()(DIR* directory) const noexcept { ::closedir(directory); }
+};
+using Stream = std::unique_ptr<DIR, Close>;
+
+/// A directory, or a link to one.
+bool isDirectory(DIR* parent, const dirent& entry) noexcept {
+    if (entry.d_type != DT_UNKNOWN && entry.d_type != DT_LNK)
+        return entry.d_type == DT_DIR;
+    struct stat status {};
+    return ::fstatat(::dirfd(parent), entry.d_name, &status, 0) == 0 && S_ISDIR(status.st_mode);
+}
+
+} // namespace
 
 std::string onHost(std::string_view name) {
     while (name.ends_with('\\') || name.ends_with('/'))
@@ -14,18 +34,21 @@ std::string onHost(std::string_view name) {
     return file::nameOnHost(std::string(name).c_str()) + '/';
 }
 
-std::vector<std::string> files(const std::string& directory, std::string_view prefix) {
+std::vector<std::string> names(const std::string& directory, const Choice& chosen) {
     std::vector<std::string> found;
-    std::error_code failure;
-    std::filesystem::directory_iterator entry(directory, failure), end;
-    while (!failure && entry != end) {
-        std::error_code unknown;
-        bool named = entry->path().filename().native().starts_with(prefix);
-        if (named && !entry->is_directory(unknown) && !unknown)
-            found.push_back(entry->path());
-        entry.increment(failure);
-    }
+    Stream stream(::opendir(directory.c_str()));
+    while (const dirent* entry = stream ? ::readdir(stream.get()) : nullptr)
+        if (chosen(entry->d_name) && !isDirectory(stream.get(), *entry))
+            found.emplace_back(entry->d_name);
     std::sort(found.begin(), found.end());
+    return found;
+}
+
+std::vector<std::string> files(const std::string& directory, std::string_view prefix) {
+    std::vector<std::string> found =
+        names(directory, [prefix](std::string_view name) { return name.starts_with(prefix); });
+    for (std::string& name : found)
+        name.insert(0, directory);
     return found;
 }
 

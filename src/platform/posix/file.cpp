@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
@@ -21,12 +22,6 @@ namespace brisolt::file {
 namespace {
 
 constexpr const char* inUse = "somebody is using it";
-
-void tell(const char* act, const char* path, const char* reason) noexcept try {
-    setErrorText("cannot " + std::string(act) + " " + path + ": " + reason);
-} catch (const std::exception&) {
-    return; // no memory for the text
-}
 
 bool writes(const How& how) noexcept {
     return (uses(how.access) & writing) != 0;
@@ -57,12 +52,21 @@ const char* refusalBefore(const HostName& name, const How& how) noexcept {
 
 /// A pipe without a reader or a silent terminal must not hold up whoever logs, hence O_NONBLOCK. Reading
 /// is asked for because network file systems grant a shared lock to readers only.
-int32_t openAs(const HostName& name, const How& how) noexcept {
+int32_t openAs(const HostName& name, const How& how, bool& isNew) noexcept {
     int flags = O_CLOEXEC | O_NOCTTY | O_NONBLOCK | (writes(how) ? O_RDWR : O_RDONLY);
-    int creation = how.opening == Opening::existing ? 0 : O_CREAT;
-    if (how.opening == Opening::createNew)
-        creation |= O_EXCL;
-    return openByName(name, how.forEntries ? flags | O_APPEND : flags, creation, how.permissions);
+    if (how.forEntries)
+        flags |= O_APPEND;
+    if (how.opening != Opening::createNew) {
+        int32_t existing = openByName(name, flags);
+        if (existing >= 0 || how.opening == Opening::existing || errno != ENOENT)
+            return existing;
+    }
+    int32_t made = openByName(name, flags, O_CREAT | O_EXCL, how.permissions);
+    isNew = made >= 0;
+    // Somebody made it meanwhile, or a link of that name leads to where nothing is yet.
+    if (!isNew && how.opening == Opening::createMissing && errno == EEXIST)
+        return openByName(name, flags, O_CREAT, how.permissions);
+    return made;
 }
 
 /// False only when another process is in the way.
@@ -107,20 +111,23 @@ const char* enter(int32_t descriptor, const How& how, bool& entered) noexcept {
     // A device takes what everybody sends: there are no entries in it to protect.
     if (!S_ISREG(file.st_mode))
         return nullptr;
-    if (!OpenFiles::instance().enter(descriptor, file, uses(how.access), denies(how.sharing)))
-        return "this program is using it";
-    if (writes(how) && deniedByReader(descriptor)) {
-        leave(descriptor);
+    auto entry = OpenFiles::instance().enter(descriptor, file, uses(how.access), denies(how.sharing));
+    if (entry != OpenFiles::Entry::made)
+        return entry == OpenFiles::Entry::refused ? "this program is using it" : "memory is short";
+    entered = true;
+    if (writes(how) && deniedByReader(descriptor))
         return "another program denies writing to it";
-    }
-    if (writes(how) && !lockAgainstOthers(descriptor, how.sharing)) {
-        leave(descriptor);
+    if (writes(how) && !lockAgainstOthers(descriptor, how.sharing))
         return "another program is writing to it";
-    }
     if (!writes(how) && how.sharing != Sharing::all)
         denyWriters(descriptor);
-    entered = true;
     return nullptr;
+}
+
+/// Null, or why the open file is not where it is to be.
+const char* position(int32_t descriptor, const How& how) noexcept {
+    bool placed = !how.atEnd || ::lseek(descriptor, 0, SEEK_END) >= 0;
+    return placed ? nullptr : std::strerror(errno);
 }
 
 /// A write beyond the program's limit of file sizes fails; the signal that comes with it would by default end
@@ -171,15 +178,30 @@ Opened openByRules(const char* path, const How& how) noexcept {
     HostName name(path);
     if (const char* reason = refusalBefore(name, how))
         return refused(reason, EBUSY);
-    Opened opened{.descriptor = openAs(name, how)};
+    bool isNew = false;
+    Opened opened{.descriptor = openAs(name, how, isNew)};
     if (opened.descriptor < 0)
         return refused(std::strerror(errno), errno);
-    if (const char* reason = enter(opened.descriptor, how, opened.entered)) {
-        ::close(opened.descriptor);
-        return refused(reason, EBUSY);
-    }
-    return opened;
+    const char* reason = enter(opened.descriptor, how, opened.entered);
+    if (reason == nullptr)
+        reason = position(opened.descriptor, how);
+    if (reason == nullptr)
+        return opened;
+    if (isNew)
+        ::unlink(name.text()); // nobody has put anything into it
+    if (opened.entered)
+        leave(opened.descriptor);
+    ::close(opened.descriptor);
+    return refused(reason, EBUSY);
 }
+
+/// The name under which the host shows what a descriptor has open, also when that has no name of its own.
+struct DescriptorName {
+    explicit DescriptorName(int32_t descriptor) noexcept {
+        std::snprintf(text, sizeof text, "/proc/self/fd/%d", descriptor);
+    }
+    char text[32];
+};
 
 } // namespace
 
@@ -201,6 +223,19 @@ File& File::operator=(File&& other) noexcept {
     std::swap(descriptor_, other.descriptor_);
     std::swap(entered_, other.entered_);
     return *this;
+}
+
+File File::unnamed(const char* directory, uint32_t permissions) noexcept {
+    File file;
+    file.descriptor_ = ::open(HostName(directory).text(), O_TMPFILE | O_RDWR | O_CLOEXEC, permissions);
+    if (file && ::access(DescriptorName(file.descriptor_).text, F_OK) != 0)
+        file.close(); // it could never be given a name
+    return file;
+}
+
+bool File::giveName(const char* path) noexcept {
+    return ::linkat(AT_FDCWD, DescriptorName(descriptor_).text, AT_FDCWD, HostName(path).text(),
+                    AT_SYMLINK_FOLLOW) == 0;
 }
 
 bool File::close() noexcept {
@@ -240,6 +275,11 @@ int64_t File::size() const noexcept {
     return descriptor_ < 0 || ::fstat(descriptor_, &status) != 0 ? -1 : int64_t{status.st_size};
 }
 
+uint32_t File::permissions() const noexcept {
+    Status status{};
+    return ::fstat(descriptor_, &status) == 0 ? status.st_mode & 0777 : 0600;
+}
+
 bool File::truncate(int64_t size) noexcept {
     bool isDevice = descriptor_ >= 0 && !entered_;
     return isDevice || ::ftruncate(descriptor_, size) == 0;
@@ -267,6 +307,12 @@ bool Appender::append(std::string_view text) noexcept {
 
 int32_t lastFailure() noexcept {
     return errno;
+}
+
+void tell(const char* act, const char* path, const char* reason) noexcept try {
+    setErrorText("cannot " + std::string(act) + " " + path + ": " + reason);
+} catch (const std::exception&) {
+    return; // no memory for the text
 }
 
 void tellFailure(const char* act, const char* path) noexcept {

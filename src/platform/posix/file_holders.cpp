@@ -6,6 +6,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "platform/lasting.h"
 #include "platform/posix/open_files.h"
 
 namespace brisolt::file {
@@ -16,9 +17,9 @@ namespace {
 constexpr int32_t looks = 5;
 constexpr timespec lookPause{0, 1'000'000};
 
-std::mutex& oneLook() {
-    static std::mutex& mutex = *new std::mutex; // outlives the program's statics
-    return mutex;
+std::mutex& oneLook() noexcept {
+    static Lasting<std::mutex> mutex;
+    return *mutex;
 }
 
 } // namespace

@@ -43,9 +43,9 @@ int32_t openOnce(const HostName& name, int flags, int creation, uint32_t permiss
 
 } // namespace
 
-HostName::HostName(const char* path) noexcept {
+HostName::HostName(const char* path, Spelling spelling) noexcept {
     translated_[0] = '\0';
-    if (std::strchr(path, '\\') != nullptr && standsAsWritten(path)) {
+    if (spelling == Spelling::hosts || (std::strchr(path, '\\') != nullptr && standsAsWritten(path))) {
         asWritten_ = path;
         return;
     }
@@ -72,7 +72,10 @@ std::string nameOnHost(const char* path) {
 }
 
 std::string realPlace(const char* path) {
-    std::filesystem::path place = std::filesystem::absolute(nameOnHost(path));
+    std::string name = nameOnHost(path);
+    if (name.empty())
+        return name;
+    std::filesystem::path place = std::filesystem::absolute(name);
     std::error_code noLink;
     for (int32_t links = 0; links < mostLinks; ++links) {
         std::filesystem::path target = std::filesystem::read_symlink(place, noLink);

@@ -11,7 +11,7 @@ namespace brisolt::file {
 /// slashes in their place. It uses the caller's text and allocates nothing.
 class HostName {
 public:
-    explicit HostName(const char* path) noexcept;
+    explicit HostName(const char* path, Spelling spelling = Spelling::programs) noexcept;
     /// Empty when it is too long for the host.
     const char* text() const noexcept { return asWritten_ != nullptr ? asWritten_ : translated_; }
     bool asWritten() const noexcept { return asWritten_ != nullptr; }

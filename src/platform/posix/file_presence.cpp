@@ -34,25 +34,8 @@ bool unchanged(const Look& look, const Status& status) noexcept {
     return look.descriptor() >= 0 && ::fstat(look.descriptor(), &now) == 0 && sameFile(now, status);
 }
 
-/// What becomes of a name survives a power failure once its directory is on the disk. Where a directory
-/// cannot be written so, nothing more can be done.
-void keepName(const char* path) noexcept {
-    try {
-        std::string name = nameOnHost(path);
-        std::string directory = name.substr(0, name.find_last_of('/') + 1);
-        int descriptor = ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_CLOEXEC);
-        if (descriptor < 0)
-            return;
-        ::fsync(descriptor);
-        ::close(descriptor);
-    } catch (const std::exception&) {
-        return; // no memory for the name
-    }
-}
-
 /// act(its name) on a file that may be written and that nobody has open, nor gets open meanwhile.
-template <class Act> bool onFreeFile(const char* path, Act act) noexcept {
-    HostName name(path);
+template <class Act> bool onFreeFile(const HostName& name, Act act) noexcept {
     Status status{};
     if (!permitted(name.text(), writing, status))
         return false;
@@ -84,8 +67,8 @@ bool exists(const char* path, Access access, Sharing sharing) noexcept {
     return sharing == Sharing::all || look.keepOthersOff(denies(sharing)) != Look::Answer::held;
 }
 
-bool remove(const char* path) noexcept {
-    return onFreeFile(path, [](const char* name) { return ::unlink(name) == 0; });
+bool remove(const char* path, Spelling spelling) noexcept {
+    return onFreeFile(HostName(path, spelling), [](const char* name) { return ::unlink(name) == 0; });
 }
 
 bool taken(const char* path) noexcept {
@@ -99,27 +82,31 @@ void discard(const char* path) noexcept {
 
 bool replace(const char* path, const char* successor) noexcept {
     HostName source(successor);
-    bool done = onFreeFile(path, [&](const char* name) { return ::rename(source.text(), name) == 0; });
-    if (done)
-        keepName(path);
-    return done;
+    return onFreeFile(HostName(path), [&](const char* name) { return ::rename(source.text(), name) == 0; });
 }
 
 bool rename(const char* from, const char* to) noexcept {
     HostName source(from);
     HostName target(to);
-    bool done = ::renameat2(AT_FDCWD, source.text(), AT_FDCWD, target.text(), RENAME_NOREPLACE) == 0;
+    if (::renameat2(AT_FDCWD, source.text(), AT_FDCWD, target.text(), RENAME_NOREPLACE) == 0)
+        return true;
     // Some file systems cannot do it in one step; two names in between harm nobody.
-    if (!done && (errno == EINVAL || errno == ENOSYS))
-        done = ::link(source.text(), target.text()) == 0 && ::unlink(source.text()) == 0;
-    if (done)
-        keepName(to);
-    return done;
+    bool inTwo = (errno == EINVAL || errno == ENOSYS) && ::link(source.text(), target.text()) == 0;
+    if (inTwo)
+        ::unlink(source.text());
+    return inTwo;
 }
 
-uint32_t permissions(const char* path) noexcept {
-    Status status{};
-    return ::stat(HostName(path).text(), &status) == 0 ? status.st_mode & 0777 : 0;
+void keepName(const char* path) noexcept try {
+    std::string name = nameOnHost(path);
+    std::string directory = name.substr(0, name.find_last_of('/') + 1);
+    int descriptor = ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
+        return;
+    ::fsync(descriptor);
+    ::close(descriptor);
+} catch (const std::exception&) {
+    return; // no memory for the name
 }
 
 int64_t modificationTime(const char* path) noexcept {

@@ -3,12 +3,13 @@
 #include <algorithm>
 #include <exception>
 
+#include "platform/lasting.h"
+
 namespace brisolt::file {
 
-OpenFiles& OpenFiles::instance() {
-    // Never destroyed: threads of the library may still log while the program's statics go.
-    static OpenFiles& files = *new OpenFiles;
-    return files;
+OpenFiles& OpenFiles::instance() noexcept {
+    static Lasting<OpenFiles> files;
+    return *files;
 }
 
 bool OpenFiles::compatible(const Status& file, uint32_t uses, uint32_t denies) const noexcept {
@@ -23,14 +24,15 @@ bool OpenFiles::admits(const Status& file, uint32_t uses, uint32_t denies) noexc
     return compatible(file, uses, denies);
 }
 
-bool OpenFiles::enter(int32_t descriptor, const Status& file, uint32_t uses, uint32_t denies) noexcept try {
+OpenFiles::Entry OpenFiles::enter(int32_t descriptor, const Status& file, uint32_t uses,
+                                  uint32_t denies) noexcept try {
     std::scoped_lock guard(mutex_);
     if (!compatible(file, uses, denies))
-        return false;
+        return Entry::refused;
     users_.push_back({descriptor, file.st_dev, file.st_ino, uses, denies});
-    return true;
+    return Entry::made;
 } catch (const std::exception&) {
-    return false;
+    return Entry::noMemory;
 }
 
 void OpenFiles::leave(int32_t descriptor) noexcept {

@@ -38,12 +38,12 @@ constexpr uint32_t denies(Sharing sharing) noexcept {
 
 class OpenFiles {
 public:
-    static OpenFiles& instance();
+    static OpenFiles& instance() noexcept;
 
     /// Whether those who have the file open put up with another user.
     bool admits(const Status& file, uint32_t uses, uint32_t denies) noexcept;
-    /// False when they do not, or when there is no memory to remember it.
-    bool enter(int32_t descriptor, const Status& file, uint32_t uses, uint32_t denies) noexcept;
+    enum class Entry { made, refused, noMemory };
+    Entry enter(int32_t descriptor, const Status& file, uint32_t uses, uint32_t denies) noexcept;
     void leave(int32_t descriptor) noexcept;
 
 private:

@@ -119,17 +119,24 @@ bool Successor::lock(const Profile& profile) {
 Successor::Try Successor::tryLock(const Profile& profile) noexcept {
     // The text of a profile that others may not read is not for them on its way either.
     mode_t mode = profile.there ? 0600 : 0666;
-    int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-    descriptor_ = ::open(path_.c_str(), flags, mode);
+    int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    descriptor_ = ::open(path_.c_str(), flags | O_CREAT | O_EXCL, mode);
+    const bool made = descriptor_ >= 0;
+    const bool found = !made && errno == EEXIST;
+    if (found)
+        descriptor_ = ::open(path_.c_str(), flags);
     if (descriptor_ < 0) {
         int32_t reason = errno;
         bool somebodys = reason == EACCES && ::access(path_.c_str(), F_OK) == 0;
         errno = reason;
-        return somebodys ? Try::busy : Try::refused;
+        bool gone = found && reason == ENOENT;
+        return somebodys || gone ? Try::busy : Try::refused;
     }
     Try result = check(profile);
     if (result != Try::held) {
         int32_t reason = errno;
+        if (made && result == Try::refused)
+            ::unlink(path_.c_str());
         leave();
         errno = reason;
     }
@@ -154,7 +161,13 @@ Successor::Try Successor::check(const Profile& profile) const noexcept {
     if (!S_ISREG(opened.st_mode) || opened.st_nlink != 1)
         return Try::refused;
     bool ours = opened.st_uid == ::geteuid() || (profile.there && opened.st_uid == profile.status.st_uid);
-    return ours ? Try::held : Try::busy;
+    if (!ours)
+        return Try::busy;
+    // Those who may not read the profile may have one open that was left behind for all to read.
+    constexpr mode_t others = S_IRWXG | S_IRWXO;
+    if (profile.there && (opened.st_mode & others & ~profile.status.st_mode) != 0)
+        return ::unlink(path_.c_str()) == 0 ? Try::busy : Try::refused;
+    return Try::held;
 }
 
 bool Successor::write(std::string_view text) const noexcept {
@@ -191,6 +204,8 @@ bool write(const char* file, std::string_view section, std::span<const Change> c
     if (*file == 0)
         return refuse("a profile", "it has no name");
     std::string path = file::realPlace(file); // a link to it is to stay one
+    if (path.empty())
+        return refuse(file, "its name is too long");
     for (const Change& change : changes)
         if (!storable(section, change))
             return refuse(path, "no line of it can hold [" + std::string(section) + "] " +
