@@ -10,14 +10,15 @@ extern "C" {
 
 /* Each open port may carry three more log files. The setters switch a log on (a path of at most 259
  * characters; a longer one is refused with -1) or off (null or empty) and write a header with the title
- * (null: empty). 1; -1 bad or closed port; -2 the file cannot be opened (the log stays on and later
- * entries try again). */
+ * (null: empty). 1; -1 bad or closed port; -2 the file cannot be opened or the header not be written
+ * (the log stays on and later entries try again). */
 int32_t ComSetDebugFile(int32_t port, const char *path, const char *title);
 int32_t ComSetProtocolDebugFile(int32_t port, const char *path, const char *protocolName);
 int32_t ComSetDebugVerifyFile(int32_t port, const char *path, const char *title);
 
 /* The writers add one stamped entry. 1 written; 0 that log is off; -1 bad or closed port, a null text, or
- * null bytes; -2 the file cannot be opened or written. Formatted entries are cut at 1023 characters. */
+ * null bytes; -2 the file cannot be opened or written, or the host has no memory. Formatted entries are cut
+ * at 1023 characters. */
 int32_t ComWriteDebugFile(int32_t port, const char *format, ...) BRISOLT_FORMAT(2, 3);
 int32_t ComWriteDebugFileString(int32_t port, const char *text);
 /* The text starts on a line of its own. */

@@ -52,9 +52,10 @@ int32_t ComStrStr(const char *text, const char *pattern, int32_t *position);
  *   ComStimulusArrayFast up to 100       NUL and 255        no              -2   -3   -14
  *   ComStimulusArray2         1          NUL                yes             -2   -3    -1
  *
- * Without a byte between two searches what follows the string stays in the port. A NUL that is kept ends
- * the text that is searched until the call ends. An empty string is found at once; where the buffer is not
- * emptied first, with the first byte.
+ * A call that takes up to 100 takes as many as are there before it searches; after one that takes a byte at
+ * a time what follows the string is still in the port. A NUL that is kept ends the text that is searched
+ * until the call ends. An empty string is found at once; where the buffer is not emptied first, with the
+ * first byte.
  *
  * A call wakes when bytes come and sleeps otherwise, letting messages through whatever yield is (on a
  * virtual port it looks every millisecond). -4: the port's escape character, a request to quit, or
@@ -75,7 +76,8 @@ int32_t ComStimulusFast(int32_t port, const char *stimulus, const char *response
 int32_t ComStimulusImmediate(int32_t port, const char *stimulus, const char *response, int32_t maximum);
 /* Waits for one of `count` strings; an empty answer sends nothing. The index of the string + 1; -1 bad or
  * closed port or a null among the strings or answers; -2 time over; -3 `maximum` bytes have come; -4
- * escaped or cancelled; -14 closed meanwhile. */
+ * escaped or cancelled; -14 closed meanwhile. The arrays are the caller's to change while the call waits: a
+ * string that has become null is not found, an answer that has is not sent. */
 int32_t ComStimulusArray(int32_t port, const char *const *stimuli, const char *const *responses,
                          int32_t count, int32_t maximum, int32_t seconds);
 /* -11 port not open, -12 bad port number, -13 a null; else as ComStimulusArray. */

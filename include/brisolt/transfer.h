@@ -12,8 +12,9 @@ extern "C" {
  * A file goes out byte by byte as it stands, but for its line ends: with the port's stripLF set no line
  * feed (10) is sent; else with addCR set (as after ComOpen) a line feed that does not follow a carriage
  * return (13) in the file gets one before it. What is received goes into a file, which is created or
- * emptied first and which nobody else may write meanwhile. File names may have backslashes. The bytes are
- * counted in the port's progress record (progress.h).
+ * emptied first and which nobody else may write meanwhile: one that somebody has open for writing, this
+ * program included, is refused and left as it is. File names may have backslashes. The bytes are counted in
+ * the port's progress record (progress.h).
  *
  * No byte of the file is lost to a full transmit ring: a send waits for room. What the device does with a
  * block that it cannot take is the port's business (ComHostSetLossless). Of a call that fails the file
@@ -43,7 +44,8 @@ int32_t ComRecvA(int32_t port, const char *name, int32_t escape, int32_t endChar
  * A start call, then steps as long as they give 5. A port has one such transfer at a time: a start while
  * one is open is refused, and so is a step when none is open in its direction. A transfer is over, its file
  * closed and the port free for the next, when a step gives anything but 5, when it is aborted, or with the
- * port.
+ * port. The next one, ComSendA and ComRecvA included, may begin while an abort still waits to discard
+ * received data: the abort then discards no more, what comes is the new transfer's.
  *
  * A step that is called while another one is being made (by another thread, or by a function that the step
  * lets run) gives 5 and does nothing. Each pair or triple of names is one function.
@@ -101,13 +103,13 @@ int32_t ComRA_Abort(int32_t port);
  * runs, then 10001 finished (a step gave 1, 2 or 3) or 10002 failed or stopped. Sets the carrier-loss
  * protocol to 201. 1; -1 bad or closed port, a port in direct mode, or a transfer is open already:
  * nothing is changed then; and -1 with 10002: no name, a file that cannot be opened, or the host has no
- * thread. The port
- * may be closed at any time, the thread ends with it.
+ * memory or no thread. The port may be closed at any time, the thread ends with it.
  */
 int32_t ComSA_Thread(int32_t port, const char *name);
 int32_t ComRA_Thread(int32_t port, const char *name);
-/* Stops the thread before its next step, with 10002. A send is over then, as by ComSA_Abort; a receive stays
- * open for ComRA_Abort (or for steps of the caller's). Always 1, whatever the port. */
+/* Stops the thread before its next step, with 10002. A send is over then, as by ComSA_Abort, and the port
+ * free for the next transfer; a receive stays open for ComRA_Abort (or for steps of the caller's). Always 1,
+ * whatever the port. */
 int32_t ComA_Thread_Abort(int32_t port);
 
 /* ---- Beside them --------------------------------------------------------------------------------- */

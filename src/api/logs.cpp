@@ -13,8 +13,13 @@ using logs::Stamp;
 
 namespace {
 
+/// use(open port). An entry or a header for which there is no memory is one that cannot be written.
+template <class Use> int32_t logging(int32_t port, Use use) noexcept {
+    return onPort(port, -1, [=](Port& held) { return guarded(-2, [&] { return use(held); }); });
+}
+
 int32_t switchLog(int32_t port, Log log, const char* path, const char* title) noexcept {
-    return onPort(port, -1, [=](Port& held) { return logs::switchTo(held, log, path, title); });
+    return logging(port, [=](Port& held) { return logs::switchTo(held, log, path, title); });
 }
 
 int32_t writeFormatted(int32_t port, Log log, const char* format, std::va_list arguments) noexcept {
@@ -32,17 +37,19 @@ int32_t writeText(int32_t port, Log log, const char* text) noexcept {
 int32_t writeOnOwnLine(int32_t port, Stamp stamp, const char* text) noexcept {
     if (text == nullptr)
         return -1;
-    return onPort(port, -1, [=](Port& held) { return logs::writeLine(held, Log::debug, stamp, text); });
+    return logging(port, [=](Port& held) { return logs::writeLine(held, Log::debug, stamp, text); });
 }
 
 int32_t writeBytes(int32_t port, Log log, const HexDump& form, const void* bytes, int32_t length) noexcept {
-    return onPort(port, -1, [&](Port& held) { return logs::writeDump(held, log, form, bytes, length); });
+    return logging(port, [=, &form](Port& held) { return logs::writeDump(held, log, form, bytes, length); });
 }
 
 } // namespace
 
 BRISOLT_EXPORT int32_t ComSetPortDebugFile(int32_t port, const char* path) {
-    return onPort(port, -1, [=](Port& held) { return setTraceFile(held, path); });
+    // Without memory there is no header; the trace is on all the same.
+    return onPort(port, -1,
+                  [=](Port& held) { return guarded(1, [=, &held] { return setTraceFile(held, path); }); });
 }
 
 BRISOLT_EXPORT int32_t ComSetDebugFile(int32_t port, const char* path, const char* title) {

@@ -15,16 +15,6 @@ bool goesRound(const PortRecord& record) noexcept {
     return record.captureWritePos > 0 && record.captureStart >= record.captureWritePos;
 }
 
-std::string latest(const PortRecord& record, uint64_t count) {
-    int32_t end = record.captureWritePos;
-    auto most = static_cast<uint64_t>(goesRound(record) ? record.captureSize : end);
-    auto wanted = static_cast<int32_t>(std::min(count, most));
-    if (wanted <= end)
-        return std::string(part(record, end - wanted, end));
-    return std::string(part(record, record.captureSize - (wanted - end), record.captureSize))
-        .append(part(record, 0, end));
-}
-
 } // namespace
 
 void add(PortRecord& record, std::string_view bytes) noexcept {
@@ -52,10 +42,19 @@ void clear(PortRecord& record) noexcept {
     std::memset(record.captureBuffer, 0, strnlen(record.captureBuffer, capacity));
 }
 
-void keepLatest(PortRecord& record, uint64_t count) {
-    std::string kept = latest(record, count);
-    clear(record);
-    add(record, kept);
+// In place: what a save has written is written, whether there is memory or not.
+void keepLatest(PortRecord& record, uint64_t count) noexcept {
+    int32_t end = record.captureWritePos;
+    int32_t most = goesRound(record) ? record.captureSize : end;
+    auto kept = static_cast<int32_t>(std::min(count, static_cast<uint64_t>(most)));
+    if (kept == 0)
+        return clear(record);
+    char* ring = record.captureBuffer;
+    int32_t oldest = end >= kept ? end - kept : end - kept + record.captureSize;
+    std::rotate(ring, ring + oldest, ring + record.captureSize);
+    std::memset(ring + kept, 0, static_cast<std::size_t>(record.captureSize - kept));
+    record.captureStart = 0;
+    record.captureWritePos = kept;
 }
 
 std::string contents(const PortRecord& record) {

@@ -104,7 +104,7 @@ std::optional<Captured> copyOf(Port& port) {
 }
 
 /// What other threads have added since stays for the next save.
-void forget(Port& port, const Captured& captured) {
+void forget(Port& port, const Captured& captured) noexcept {
     std::lock_guard lock(port.captureMutex);
     if (port.record->captureActive == 1)
         captureRing::keepLatest(*port.record, port.record->captureAdded - captured.upTo);

@@ -21,16 +21,16 @@ std::string header(Log log, const char* title) {
 } // namespace
 
 int32_t switchTo(Port& port, Log log, const char* path, const char* title) {
-    std::string text = header(log, title);
     if (log == Log::protocol)
         if (CaptureFunc keep = capturing(port)) {
-            keep(port, text);
+            keep(port, header(log, title));
             return 1;
         }
     if (!name(port, log, path))
         return -1;
     if (path == nullptr || path[0] == '\0')
         return 1;
+    std::string text = header(log, title);
     // By the caller's path, not by the name in the record: another thread may switch it again meanwhile.
     {
         file::Appender file(path, file::Sharing::readOnly, file::Missing::create);

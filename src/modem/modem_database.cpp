@@ -1,6 +1,8 @@
 #include "modem/modem_database.h"
 
+#include <cstddef>
 #include <mutex>
+#include <new>
 
 #include "platform/memory.h"
 #include "port/port_table.h"
@@ -94,9 +96,12 @@ struct Slot {
     Database database;
 };
 
-Slot& slot(int32_t number) {
-    static auto* slots = new std::array<Slot, lastPort + 1>; // never destroyed: threads may outlive main
-    return (*slots)[static_cast<std::size_t>(number)];
+using Slots = std::array<Slot, lastPort + 1>;
+
+Slot& slot(int32_t number) noexcept {
+    alignas(Slots) static std::byte room[sizeof(Slots)];
+    static Slots& slots = *new (room) Slots; // never destroyed: threads may outlive main
+    return slots[static_cast<std::size_t>(number)];
 }
 
 } // namespace

@@ -87,7 +87,7 @@ int32_t afterByte(Port& port, int32_t byte, int32_t n, int32_t terminator, int32
         return 2;
     if (late)
         return 3;
-    return checkEscape(port, port.record->escapeChar) == 1 ? 4 : 0;
+    return checkEscape(port, port.record->escapeChar) != 0 ? 4 : 0;
 }
 
 } // namespace
@@ -109,7 +109,7 @@ int32_t readBuffer(Port& port, uint8_t* buffer, int32_t terminator, int32_t maxi
             result = afterByte(port, byte, n, terminator, maximum, until.passed());
         } else if (until.passed()) {
             result = 3;
-        } else if (checkEscape(port, port.record->escapeChar) == 1) {
+        } else if (checkEscape(port, port.record->escapeChar) != 0) {
             result = 4;
         } else {
             sleepForBytes(port, seen, true, true, until);

@@ -77,7 +77,7 @@ constexpr Rules arrayFast{.taking = Taking::countedFirst,
                           .full = -3,
                           .closed = -14};
 constexpr Rules lists{.taking = Taking::blindly,
-                      .reads = 25,
+                      .reads = 1,
                       .bytes = 1,
                       .dropsNul = true,
                       .emptiesFirst = true,
@@ -108,16 +108,28 @@ int32_t take(Port& port, Taking taking, std::span<uint8_t> to) {
         count = std::min(count, bytesArrived(port));
     if (count < 1)
         return 0;
-    return std::clamp(read(port, to.data(), count), 0, count); // a driver function may say anything
+    int32_t got = 0;
+    // A function of the caller's is asked for one at a time: it need not give more, whatever it is asked for.
+    if (port.record->readFunc.load() != nullptr) {
+        for (; count > 0; --count)
+            got += read(port, &to[static_cast<std::size_t>(got)], 1) == 1 ? 1 : 0;
+        return got;
+    }
+    return std::clamp(read(port, to.data(), count), 0, count);
+}
+
+/// The result of a call that has found the string. Its answer may be gone by now: the list is the caller's.
+int32_t answer(const Call& call, int32_t found) {
+    const char* response = call.list.responses[found];
+    bool sent = response == nullptr || writeString(call.port, response) == 1;
+    return sent || !call.port.ending() ? found + 1 : call.rules.closed;
 }
 
 /// Looks at bytes that have come. The call's result, or goOn.
 int32_t consider(Call& call, std::span<const uint8_t> bytes) {
     int32_t found = call.match.add(bytes);
-    if (found >= 0) {
-        bool sent = writeString(call.port, call.list.responses[found]) == 1;
-        return sent || !call.port.ending() ? found + 1 : call.rules.closed;
-    }
+    if (found >= 0)
+        return answer(call, found);
     bool full = call.match.length() >= std::min(call.maximum, call.rules.longest());
     return full ? call.rules.full : goOn;
 }

@@ -2,14 +2,15 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "port/port_table.h"
 
 namespace brisolt {
 
-StimulusMatch::StimulusMatch(Port& port, std::span<const char* const> awaited, Dropped dropped)
-    : port_(port), dropped_(dropped), awaited_(awaited.begin(), awaited.end()) {}
+StimulusMatch::StimulusMatch(Port& port, std::span<const char* const> awaited, Dropped dropped) noexcept
+    : port_(port), dropped_(dropped), awaited_(awaited) {}
 
 bool StimulusMatch::keeps(uint8_t byte) const noexcept {
     return !(byte == 0 && dropped_.nul) && !(byte == 255 && dropped_.byte255);
@@ -34,7 +35,10 @@ int32_t StimulusMatch::add(std::span<const uint8_t> bytes) noexcept {
 int32_t StimulusMatch::find() noexcept {
     std::string_view text(port_.workArea->matchBuf, textEnd_);
     std::size_t searched = std::exchange(searched_, textEnd_);
-    auto ends = [=](std::string_view string) {
+    auto ends = [=](const char* entry) {
+        if (entry == nullptr) // by now: the list is the caller's
+            return false;
+        std::string_view string(entry);
         std::size_t back = string.empty() ? 0 : std::min(searched, string.size() - 1);
         return text.find(string, searched - back) != std::string_view::npos;
     };

@@ -6,8 +6,6 @@
 
 #include <cstdint>
 #include <span>
-#include <string_view>
-#include <vector>
 
 #include "port/port.h"
 
@@ -20,7 +18,7 @@ struct Dropped {
 
 class StimulusMatch {
 public:
-    StimulusMatch(Port& port, std::span<const char* const> awaited, Dropped dropped);
+    StimulusMatch(Port& port, std::span<const char* const> awaited, Dropped dropped) noexcept;
 
     /// Puts bytes behind those that are there, which together must leave room for a terminator, and looks
     /// for the strings. The index of the first in their order that occurs; below 0: none.
@@ -33,7 +31,7 @@ private:
 
     Port& port_;
     Dropped dropped_;
-    std::vector<std::string_view> awaited_;
+    std::span<const char* const> awaited_;
     int32_t length_ = 0;
     std::size_t textEnd_ = 0;  ///< the searchable text's
     std::size_t searched_ = 0; ///< no string ends before

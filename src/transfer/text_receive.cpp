@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "port/reading.h"
-#include "port/stream_settings.h"
 #include "port/timed_reads.h"
 #include "transfer/progress.h"
 
@@ -50,15 +49,15 @@ bool isText(char character) noexcept {
 } // namespace
 
 int32_t receiveFile(Port& port, const char* name, int32_t escape, int32_t endChar, int32_t seconds) {
-    int32_t result = broken;
-    {
-        TextTarget target(name);
-        if (target)
-            result = receiveInto(port, target, escape, endChar, seconds);
-    }
+    TextTarget target(name);
+    if (!target)
+        return broken;
+    uint32_t ordinal = countTransfer(port);
+    int32_t result = receiveInto(port, target, escape, endChar, seconds);
+    bool kept = target.close();
     if (result > 0)
-        flushReceived(port, port.record->flushDelay);
-    return result;
+        discardAfter(port, ordinal, port.record->flushDelay);
+    return kept ? result : broken;
 }
 
 int32_t readText(Port& port, char* buffer, int32_t count) {

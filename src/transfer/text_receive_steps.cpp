@@ -3,7 +3,6 @@
 
 #include "platform/clock.h"
 #include "port/reading.h"
-#include "port/stream_settings.h"
 #include "script/peek.h"
 #include "transfer/progress.h"
 #include "transfer/text_receive.h"
@@ -19,10 +18,10 @@ constexpr int32_t stoppedByUser = 1, endCharCame = 2, lineQuiet = 3;
 constexpr int32_t blocksPerStep = 100;
 
 int32_t finish(Port& port, TextTransfer& transfer, int32_t result) {
-    transfer.target.reset();
-    setCarrierLoss(port, CarrierLoss::over);
-    flushReceived(port, port.record->flushDelay);
-    return result;
+    bool kept = transfer.target->close();
+    tellEnd(port, transfer);
+    discardAfter(port, transfer.ordinal, port.record->flushDelay);
+    return kept ? result : stepFailed;
 }
 
 bool beenQuiet(const TextTransfer& transfer) noexcept {
@@ -54,11 +53,19 @@ Block moveBlock(Port& port, TextTransfer& transfer, int32_t waiting) {
     std::optional<int32_t> end = endInRing(port, transfer);
     bool last = end && *end < TextTransfer::blockSize;
     int32_t wanted = last ? *end : std::min(waiting, TextTransfer::blockSize);
-    int32_t got = wanted > 0 ? std::clamp(read(port, transfer.block.data(), wanted), 0, wanted) : 0;
+    int32_t got = 0;
+    if (wanted > 0) {
+        bool foreign = port.record->readFunc.load() != nullptr;
+        auto take = [&] { return read(port, transfer.block.data(), wanted); };
+        int32_t taken = ifNotOver(port, transfer, foreign, take);
+        if (taken < 0 && gone(port, transfer))
+            return Block::lost;
+        got = std::clamp(taken, 0, wanted);
+    }
     int32_t text = endInBlock(transfer, got);
     if (!transfer.target->write(transfer.block.data(), text))
         return Block::lost;
-    progress::addBytes(port, static_cast<uint32_t>(text));
+    countBytes(port, transfer, text);
     transfer.transferCount += text;
     if (last || text < got)
         return Block::last;

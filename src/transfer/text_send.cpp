@@ -72,6 +72,7 @@ int32_t sendFile(Port& port, const char* name) {
     TextSource source(name);
     if (!source)
         return -1;
+    countTransfer(port);
     forgetRefusal(port);
     int32_t previous = 0;
     int32_t byte = source.next();

@@ -1,6 +1,5 @@
 #include <algorithm>
 
-#include "port/stream_settings.h"
 #include "port/writing.h"
 #include "transfer/line_ends.h"
 #include "transfer/progress.h"
@@ -84,7 +83,7 @@ Chunk fillChunk(Port& port, TextTransfer& transfer) {
     for (;;) {
         int32_t before = transfer.transferCount;
         Chunk chunk = appendRun(*port.record, transfer, byteByByte() ? 1 : bytesALook);
-        progress::addBytes(port, static_cast<uint32_t>(transfer.transferCount - before));
+        countBytes(port, transfer, transfer.transferCount - before);
         if (chunk == Chunk::atEnd || chunk == Chunk::unreadable)
             return chunk;
         bool escaped = !pauseAfterByte(port, transfer, waitsLeft);
@@ -129,7 +128,8 @@ bool queueUpTo(Port& port, TextTransfer& transfer, int32_t end) {
     // A scrambled port changes all the bytes it is offered, also those that it does not take.
     decltype(transfer.block) copy;
     std::copy_n(transfer.block.begin() + transfer.sent, rest, copy.begin());
-    int32_t taken = write(port, copy.data(), rest);
+    bool foreign = port.record->writeFunc.load() != nullptr;
+    int32_t taken = ifNotOver(port, transfer, foreign, [&] { return write(port, copy.data(), rest); });
     transfer.sent += std::clamp(taken, 0, rest);
     return taken >= 0 && port.writeRefused == 0;
 }
@@ -143,9 +143,9 @@ bool queueChunk(Port& port, TextTransfer& transfer) {
 }
 
 int32_t finish(Port& port, TextTransfer& transfer) {
-    setCarrierLoss(port, CarrierLoss::over);
+    tellEnd(port, transfer);
     transfer.source.reset();
-    flushReceived(port, 0);
+    discardAfter(port, transfer.ordinal, 0);
     return 1;
 }
 

@@ -12,6 +12,18 @@ namespace brisolt {
 
 namespace {
 
+/// How many transfers have begun on each port, over all its lives.
+std::array<std::atomic<uint32_t>, lastPort + 1> transfersBegun{};
+
+uint32_t latestTransfer(const Port& port) noexcept {
+    return transfersBegun[static_cast<std::size_t>(port.number)];
+}
+
+void setCarrierLoss(Port& port, CarrierLoss protocol) noexcept {
+    port.record->carrierLossProtocol = static_cast<int32_t>(protocol);
+    port.record->carrierLossState = 1;
+}
+
 void closeFiles(TextTransfer& transfer) noexcept {
     transfer.source.reset();
     transfer.target.reset();
@@ -28,18 +40,44 @@ int32_t makeStep(Port& port, TextTransfer& transfer) {
 
 } // namespace
 
-void setCarrierLoss(Port& port, CarrierLoss protocol) noexcept {
-    port.record->carrierLossProtocol = static_cast<int32_t>(protocol);
-    port.record->carrierLossState = 1;
+uint32_t countTransfer(Port& port) noexcept {
+    HeldLock lock(port); // no discard is under way
+    return ++transfersBegun[static_cast<std::size_t>(port.number)];
+}
+
+void discardAfter(Port& port, uint32_t ordinal, int32_t seconds) {
+    bool foreign = port.record->flushFunc.load() != nullptr;
+    if (!foreign)
+        yieldPause(port, static_cast<uint32_t>(std::clamp<int64_t>(seconds, 0, UINT32_MAX / 1000) * 1000));
+    auto discard = [&] {
+        if (latestTransfer(port) == ordinal)
+            flushReceived(port, 0);
+    };
+    if (foreign)
+        return discard();
+    HeldLock lock(port); // nor does a transfer begin meanwhile
+    discard();
 }
 
 std::shared_ptr<TextTransfer> enterTransfer(Port& port, TextTransfer::Direction direction) {
-    auto transfer = std::make_shared<TextTransfer>(direction);
     HeldLock lock(port);
     if (port.transfer != nullptr || port.ending())
         return nullptr;
-    port.transfer = transfer;
-    return transfer;
+    port.transfer = std::make_shared<TextTransfer>(direction);
+    port.transfer->ordinal = countTransfer(port);
+    return port.transfer;
+}
+
+void countBytes(Port& port, const TextTransfer& transfer, int32_t count) {
+    HeldLock lock(port); // once it is over the record is the next one's
+    if (transfer.over == 0)
+        progress::addBytes(port, static_cast<uint32_t>(count));
+}
+
+void tellEnd(Port& port, const TextTransfer& transfer) {
+    HeldLock lock(port);
+    if (transfer.over == 0)
+        setCarrierLoss(port, CarrierLoss::over);
 }
 
 bool beginSteps(Port& port, TextTransfer& transfer, CarrierLoss protocol) {
@@ -92,24 +130,35 @@ int32_t nextStep(Port& port, TextTransfer& transfer) {
     return result;
 }
 
-int32_t endEarly(Port& port, std::shared_ptr<TextTransfer> transfer) {
+namespace {
+
+int32_t endEarly(Port& port, std::shared_ptr<TextTransfer> transfer, uint32_t ordinal) {
     if (transfer != nullptr && takeOut(port, *transfer, progress::failed) &&
         transfer->inStep.exchange(1) == 0)
         closeFiles(*transfer);
     transfer.reset(); // a step that is being made closes them as soon as it sees
-    flushReceived(port, port.record->flushDelay);
+    discardAfter(port, ordinal, port.record->flushDelay);
     pause(port, pauseLength(port.record->lineDelay));
-    flushReceived(port, port.record->flushDelay);
+    discardAfter(port, ordinal, port.record->flushDelay);
     return port.ending() ? -1 : 1;
+}
+
+} // namespace
+
+int32_t endEarly(Port& port, std::shared_ptr<TextTransfer> transfer) {
+    uint32_t ordinal = transfer->ordinal;
+    return endEarly(port, std::move(transfer), ordinal);
 }
 
 int32_t endEarly(Port& port) {
     std::shared_ptr<TextTransfer> transfer;
+    uint32_t ordinal = 0;
     {
         HeldLock lock(port);
         transfer = port.transfer;
+        ordinal = transfer != nullptr ? transfer->ordinal : latestTransfer(port);
     }
-    return endEarly(port, std::move(transfer));
+    return endEarly(port, std::move(transfer), ordinal);
 }
 
 } // namespace brisolt

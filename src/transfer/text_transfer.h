@@ -14,7 +14,7 @@
 
 #include "platform/clock.h"
 #include "platform/file.h"
-#include "port/port.h"
+#include "port/port_table.h"
 #include "port/waits.h"
 
 namespace brisolt {
@@ -47,19 +47,24 @@ private:
     int32_t at_ = 0, count_ = 0;
 };
 
-/// A file that is received: others may read it meanwhile, not write. What it held is gone.
+/// A file that is received: others may read it meanwhile, not write. What it held is gone, unless somebody
+/// has it open for writing: then it is not ours to empty.
 class TextTarget {
 public:
     explicit TextTarget(const char* path) noexcept
-        : file_(path, file::Sharing::readOnly, file::Missing::create), usable_(file_ && file_.empty()) {}
+        : file_(path, {.access = file::Access::write,
+                       .sharing = file::Sharing::readOnly,
+                       .opening = file::Opening::createMissing}),
+          usable_(file_ && (file_.size() == 0 || file_.truncate(0))) {}
     explicit operator bool() const noexcept { return usable_; }
     bool write(const uint8_t* bytes, int32_t count) noexcept {
-        return count < 1 ||
-               file_.append({reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count)});
+        return count < 1 || file_.write(bytes, count) == count;
     }
+    /// False when the host tells only now that not all was kept.
+    bool close() noexcept { return file_.close(); }
 
 private:
-    file::Appender file_;
+    file::File file_;
     bool usable_;
 };
 
@@ -71,6 +76,7 @@ struct TextTransfer {
     explicit TextTransfer(Direction which) noexcept : direction(which) {}
 
     const Direction direction;
+    uint32_t ordinal = 0;                   ///< as countTransfer gave it
     std::atomic<int32_t> inStep{1};         ///< somebody has the turn: the rest below is his
     std::atomic<int32_t> over{0};           ///< it is no longer the port's
     std::atomic<int32_t> threaded{0};       ///< a thread of its own makes the steps
@@ -96,7 +102,12 @@ struct TextTransfer {
 
 /// What the port's carrier-loss protocol tells of transfers.
 enum class CarrierLoss : int32_t { over = 100, sending = 101, receiving = 102, onThread = 201 };
-void setCarrierLoss(Port& port, CarrierLoss protocol) noexcept;
+
+/// A transfer begins on the port, in one call or in steps: what comes from now on is its own. Its ordinal.
+uint32_t countTransfer(Port& port) noexcept;
+/// As ComFlush with a delay of its own, at the end of the transfer of that ordinal. Once the next one has
+/// begun nothing is discarded any more.
+void discardAfter(Port& port, uint32_t ordinal, int32_t seconds);
 
 /// A new transfer of the port, with the turn; null: the port has one already, or closes.
 std::shared_ptr<TextTransfer> enterTransfer(Port& port, TextTransfer::Direction direction);
@@ -109,14 +120,28 @@ bool takeOut(Port& port, TextTransfer& transfer, uint32_t outcome);
 
 /// One step of the transfer.
 int32_t nextStep(Port& port, TextTransfer& transfer);
-/// Ends a transfer early, if there is one. 1, -1 when the port closed meanwhile.
+/// Ends a transfer early. 1, -1 when the port closed meanwhile.
 int32_t endEarly(Port& port, std::shared_ptr<TextTransfer> transfer);
-/// The same for whatever transfer the port has.
+/// The same for whatever transfer the port has, if it has one.
 int32_t endEarly(Port& port);
 
 inline bool gone(const Port& port, const TextTransfer& transfer) noexcept {
     return transfer.over != 0 || port.ending();
 }
+
+/// act(), or -1 for a transfer that is over, which it cannot become meanwhile: one that somebody has been
+/// told is over takes nothing more off the line and puts nothing on it. A function of the caller's in the
+/// place of the line (`foreign`) is called without the lock.
+template <class Act> int32_t ifNotOver(Port& port, const TextTransfer& transfer, bool foreign, Act act) {
+    if (foreign)
+        return gone(port, transfer) ? -1 : act();
+    HeldLock lock(port);
+    return gone(port, transfer) ? -1 : act();
+}
+
+/// What a transfer that is not over shows of itself: bytes it has moved, and its end in good order.
+void countBytes(Port& port, const TextTransfer& transfer, int32_t count);
+void tellEnd(Port& port, const TextTransfer& transfer);
 
 enum class Messages { handled, left };
 

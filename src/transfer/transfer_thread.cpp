@@ -82,7 +82,13 @@ bool start(Port& port, TextTransfer& transfer, const char* name) {
 int32_t transferOnThread(Port& port, TextTransfer::Direction direction, const char* name) {
     if (port.record->ioMode == ioDirect)
         return -1;
-    auto transfer = enterTransfer(port, direction);
+    std::shared_ptr<TextTransfer> transfer;
+    try {
+        transfer = enterTransfer(port, direction);
+    } catch (const std::bad_alloc&) {
+        progress::setCompletion(port, progress::failed);
+        return -1;
+    }
     if (transfer == nullptr)
         return -1;
     // From here on it is the thread's outcome that is told, whoever ends the transfer.

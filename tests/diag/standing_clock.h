@@ -1,22 +1,12 @@
 // What the tests of logs and captures share: an open port at a moment that does not pass, and its files.
 #pragma once
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "brisolt.h"
-#include "platform/clock.h"
+#include "stream/open_port.h"
 #include "support/bare_port.h"
-#include "support/temp_dir.h"
 
 namespace brisolt::test {
 
-class StandingClock : public testing::Test {
-protected:
+struct StandingClock : testing::Test {
     StandingClock() {
         const clock::LocalTime moment{2026, 11, 19, 4, 51, 58, 7};
         clock::setTestLocalTime(&moment);

@@ -1,12 +1,6 @@
 // The login example, run as its user would run it: against a shell on a terminal of its own.
-#include <filesystem>
-#include <fstream>
-#include <thread>
-
-#include <gtest/gtest.h>
-
+#include "stream/open_port.h"
 #include "support/peer_process.h"
-#include "support/temp_dir.h"
 
 #ifndef BRISOLT_EXAMPLE_LOGIN
 #define BRISOLT_EXAMPLE_LOGIN ""
@@ -30,18 +24,16 @@ TEST(LoginExample, LogsInToAShellAndRunsACommand) {
     if (std::string(BRISOLT_EXAMPLE_LOGIN).empty())
         GTEST_SKIP() << "the tools are not part of this build";
     const TempDir dir;
-    const std::string script = dir.file("gate.sh");
-    std::ofstream(script) << gate;
+    std::ofstream(dir.file("gate.sh")) << gate;
     const auto logIn = [&](const char* password, const char* command) {
         const std::string line = dir.file(std::string("line-") + password);
         // A terminal for the shell, and one whose other end the program opens as its line.
         PeerProcess shell("/usr/bin/env", {"socat", "PTY,rawer,wait-slave,pty-interval=0.05,link=" + line,
-                                           "EXEC:sh " + script + ",pty,setsid,ctty,stderr"});
-        for (int wait = 0; wait < 500 && !std::filesystem::exists(line); ++wait)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+                                           "EXEC:sh " + dir.file("gate.sh") + ",pty,setsid,ctty,stderr"});
+        EXPECT_TRUE(eventually([&] { return std::filesystem::exists(line); }));
         PeerProcess login(BRISOLT_EXAMPLE_LOGIN, {line, "operator", password, command},
                           {.captureErrors = true, .inherit = -1});
-        std::string said = login.readAll(std::chrono::seconds(60));
+        const std::string said = login.readAll(60s);
         return said + " -> " + std::to_string(login.wait());
     };
     const std::string said = logIn("secret", "echo $((6 * 7)) | tr 2 3");

@@ -1,8 +1,10 @@
 // Text files on their way in: in one call, step by step, and what is read of them as text.
+#include <array>
 #include <future>
 
 #include "brisolt_host.h"
-#include "support/peer_process.h"
+#include "files/holders.h"
+#include "port/scramble.h"
 #include "support/pty.h"
 #include "transfer/files.h"
 
@@ -11,8 +13,7 @@ namespace {
 
 constexpr int32_t number = 6, otherNumber = 16;
 
-class TextReceive : public TransferTest {
-protected:
+struct TextReceive : TransferTest {
     /// Bytes that wait in the port's ring.
     void feed(const std::string& bytes) {
         far.write(bytes);
@@ -21,6 +22,9 @@ protected:
     }
     int32_t start(int32_t receiver, const std::string& name, int32_t endChar = 26) {
         return CInitRcvAPkt(receiver, files.path(name).c_str(), 27, endChar, 25);
+    }
+    int32_t receive(const std::string& name, int32_t endChar = 26) {
+        return ComRecvA(port, files.path(name).c_str(), 27, endChar, 20);
     }
     Pty far;
     QuickPort port{number, far.slavePath()};
@@ -35,14 +39,10 @@ TEST_F(TextReceive, AFileOfAnotherProcessArrivesWhole) {
         PeerProcess peer(BRISOLT_TEST_PEER, {"send", std::to_string(far.master()), files.path("theirs")},
                          {.inherit = far.master()});
         ComShowClear(port);
-        if (steps) {
-            ASSERT_EQ(start(port, "ours"), 1);
-            EXPECT_EQ(ComGetCarrierLossProtocol(port), 102);
-            EXPECT_EQ(allSteps(CRecvAPkt, port).result, 2);
-            EXPECT_EQ(ComGetCarrierLossProtocol(port), 100);
-        } else {
-            EXPECT_EQ(ComRecvA(port, files.path("ours").c_str(), 27, endMarker, 20), 2);
-        }
+        EXPECT_EQ(steps ? start(port, "ours") : 1, 1);
+        EXPECT_EQ(ComGetCarrierLossProtocol(port), steps ? 102 : 100);
+        EXPECT_EQ(steps ? allSteps(CRecvAPkt, port) : receive("ours"), 2);
+        EXPECT_EQ(ComGetCarrierLossProtocol(port), 100);
         EXPECT_EQ(peer.wait(), 0);
         EXPECT_EQ(ComGetBytes(port), static_cast<int32_t>(text.size()));
         EXPECT_TRUE(files.bytes("ours") == text);
@@ -58,23 +58,20 @@ TEST_F(TextReceive, AStepTakesAllThatWaitsAndEndsByTheEscape) {
     EXPECT_EQ(CRecvAPkt(port), 2);
     EXPECT_TRUE(files.bytes("file") == text);
     EXPECT_EQ(ComStatus(port), 0) << "what follows is discarded";
-
     ASSERT_EQ(start(port, "file"), 1);
     EXPECT_EQ(CRecvAPkt(port), 5) << "nothing waits";
     feed("ab");
     EXPECT_EQ(CRecvAPkt(port), 5);
     EXPECT_EQ(files.bytes("file"), "ab") << "others may read what has come so far";
-    EXPECT_EQ(ComGetBytes(port), 2);
     feed(std::string(1, endMarker));
     EXPECT_EQ(ComRA_Next(port), 2);
     EXPECT_EQ(CRecvAPkt(port), -1) << "it is over";
-
-    ComPortSetEscapeChar(port, 3);
+    ComPortSetEscapeChar(port, 3); // it counts, not the start's
     ASSERT_EQ(start(port, "file"), 1);
-    ComHostPostChar(ComHostThreadId(), 27);
-    EXPECT_EQ(CRecvAPkt(port), 5) << "the port's own escape counts, not the start's";
-    ComHostPostChar(ComHostThreadId(), 3);
-    EXPECT_EQ(CRecvAPkt(port), 1);
+    for (const auto& [typed, result] : {std::pair{27, 5}, {3, 1}}) {
+        ComHostPostChar(ComHostThreadId(), typed);
+        EXPECT_EQ(CRecvAPkt(port), result);
+    }
     EXPECT_FALSE(files.isOpen("file"));
 }
 
@@ -86,7 +83,7 @@ TEST_F(TextReceive, AnEndCharacterMayBeAnyByteOrNone) {
         EXPECT_EQ(CRecvAPkt(port), 2);
         EXPECT_EQ(files.bytes("file"), "text");
         feed("again" + end);
-        EXPECT_EQ(ComRecvA(port, files.path("file").c_str(), 27, endChar, 20), 2);
+        EXPECT_EQ(receive("file", endChar), 2);
         EXPECT_EQ(files.bytes("file"), "again");
     }
     const FastClock fast(50);
@@ -95,64 +92,45 @@ TEST_F(TextReceive, AnEndCharacterMayBeAnyByteOrNone) {
         feed(all);
         ASSERT_EQ(start(port, "file", endChar), 1);
         const uint32_t begun = clock::ticks();
-        EXPECT_EQ(allSteps([](int32_t p) { return ComSleepMS(p, 100), CRecvAPkt(p); }, port).result, 3);
+        EXPECT_EQ(allSteps([](int32_t p) { return ComSleepMS(p, 100), CRecvAPkt(p); }, port), 3);
         EXPECT_GT(clock::ticks() - begun, 20000U);
         EXPECT_EQ(files.bytes("file"), all) << "what had come stays";
     }
 }
 
 TEST_F(TextReceive, AScrambledPortFindsTheEndInTheClearText) {
-    const QuickPort in(otherNumber, "null-modem:scrambled"), out(otherNumber + 1, "null-modem:scrambled");
-    for (const int32_t end : {otherNumber, otherNumber + 1}) {
-        ComSetFlow(end, 0);
-        ComSetCode(end, "code");
-        ComSetSecurity(end, 1);
-    }
-    out.record().addCR = 0;
-    std::string text = pattern(20000);
+    std::string text = pattern(20000), sent; // scrambled it has the end character at many places
     std::erase(text, endMarker);
-    ASSERT_EQ(start(in, "in"), 1);
-    auto sending =
-        std::async(std::launch::async, [&] { return send(out, files.make("out", text), 500).result; });
-    EXPECT_EQ(allSteps(CRecvAPkt, in).result, 2);
-    EXPECT_EQ(sending.get(), 1);
-    EXPECT_TRUE(files.bytes("in") == text);
+    for (const char byte : text + endMarker)
+        sent += static_cast<char>(scrambleByte(port.record().scrambleKey, static_cast<uint8_t>(byte)));
+    feed(sent);
+    ComSetSecurity(port, 1);
+    ASSERT_EQ(start(port, "file"), 1);
+    EXPECT_EQ(CRecvAPkt(port), 2);
+    EXPECT_TRUE(files.bytes("file") == text);
 }
 
-/// ComRecvA on a thread of its own, whose identifier is known.
-struct Receiving {
-    explicit Receiving(const std::string& path) {
-        std::promise<uint32_t> started;
-        auto identifier = started.get_future();
-        result = std::async(std::launch::async, [&started, path] {
-            started.set_value(ComHostThreadId());
+TEST_F(TextReceive, InOneCallItEndsAtOnceAndSleepsUntilThen) {
+    const std::string path = files.path("file");
+    const auto expectEnd = [&](int32_t expected, const std::function<void(uint32_t thread)>& happen) {
+        std::promise<uint32_t> thread;
+        auto result = std::async(std::launch::async, [&] {
+            thread.set_value(ComHostThreadId());
             return ComRecvA(number, path.c_str(), 27, 26, 1000);
         });
-        thread = identifier.get();
-    }
-    uint32_t thread = 0;
-    std::future<int32_t> result;
-};
-
-TEST_F(TextReceive, InOneCallItEndsAtOnceAndSleepsUntilThen) {
-    const auto expectEnd = [&](int32_t expected, const std::function<void(Receiving&)>& happen) {
-        Receiving receiving(files.path("file"));
         const auto used = processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, sleepHalfASecond);
         EXPECT_LT(used, 200ms) << "it does not spin";
-        happen(receiving);
-        ASSERT_EQ(receiving.result.wait_for(10s), std::future_status::ready);
-        EXPECT_EQ(receiving.result.get(), expected);
+        happen(thread.get_future().get());
+        ASSERT_EQ(result.wait_for(10s), std::future_status::ready);
+        EXPECT_EQ(result.get(), expected);
         EXPECT_FALSE(files.isOpen("file"));
     };
-    expectEnd(1, [&](Receiving&) { ComCancel(port); });
-    expectEnd(1, [&](Receiving& receiving) {
-        ComHostPostChar(receiving.thread, 'x');
-        ComHostPostChar(receiving.thread, 27);
-    });
-    expectEnd(1, [&](Receiving& receiving) { ComHostPostQuit(receiving.thread); });
-    expectEnd(2, [&](Receiving&) { far.write("text\x1a"); });
+    expectEnd(1, [&](uint32_t) { ComCancel(port); });
+    expectEnd(1, [](uint32_t thread) { ComHostPostChar(thread, 'x'), ComHostPostChar(thread, 27); });
+    expectEnd(1, [](uint32_t thread) { ComHostPostQuit(thread); });
+    expectEnd(2, [&](uint32_t) { far.write("text\x1a"); });
     EXPECT_EQ(files.bytes("file"), "text");
-    expectEnd(1, [&](Receiving&) { port.close(); });
+    expectEnd(1, [&](uint32_t) { port.close(); });
 }
 
 TEST_F(TextReceive, AFullDiskAndABadFileAreFailures) {
@@ -163,21 +141,36 @@ TEST_F(TextReceive, AFullDiskAndABadFileAreFailures) {
     ASSERT_EQ(CInitRcvAPkt(port, "/dev/full", 27, 26, 25), 1);
     EXPECT_EQ(CRecvAPkt(port), -1);
     EXPECT_EQ(ComGetBytes(port), 0);
-    EXPECT_EQ(CRecvAPkt(port), -1);
-    ASSERT_EQ(start(port, "file"), 1) << "the port is free for the next";
-
-    const OpenPort other(otherNumber, "null-modem:other");
+    EXPECT_EQ(start(port, "file"), 1) << "the port is free for the next";
     const std::string path = files.path("file");
-    EXPECT_EQ(start(other, "file"), -1) << "somebody else is receiving it";
-    EXPECT_EQ(ComRecvA(other, path.c_str(), 27, 26, 1), -1);
-    EXPECT_EQ(ComRA_Abort(port), 1);
-    EXPECT_EQ(ComRecvA(port, path.c_str(), 0, 26, 1), -1);
-    EXPECT_EQ(ComRecvA(port, path.c_str(), 27, -1, 1), -1);
-    EXPECT_EQ(ComRecvA(port, path.c_str(), 27, 26, 0), -1);
+    for (const auto& [escape, end, timeout] : {std::array{0, 26, 1}, {27, -1, 1}, {27, 26, 0}})
+        EXPECT_EQ(ComRecvA(port, path.c_str(), escape, end, timeout), -1);
     for (const char* bad : {static_cast<const char*>(nullptr), "", "/no/such/folder/file", "/tmp"})
         EXPECT_EQ(ComRecvA(port, bad, 27, 26, 1), -1);
     EXPECT_EQ(ComRecvA(number + 2, path.c_str(), 27, 26, 1), -1);
-    EXPECT_EQ(ComRA_Start(number + 2, path.c_str(), 27, 26, 25), -1);
+    EXPECT_EQ(start(number + 2, "file"), -1);
+}
+
+TEST_F(TextReceive, AFileThatSomebodyWritesIsLeftAsItIs) {
+    const std::string path = files.make("file", "somebody's");
+    const auto expectRefused = [&](const std::string& holds) {
+        EXPECT_EQ(receive("file"), -1);
+        EXPECT_EQ(start(port, "file"), -1);
+        EXPECT_EQ(ComRA_Thread(port, path.c_str()), -1);
+        EXPECT_EQ(files.bytes("file"), holds);
+    };
+    {
+        const Holder appending(">>", path);
+        expectRefused("somebody's");
+    }
+    {
+        const std::ofstream ours(path, std::ios::app);
+        expectRefused("somebody's");
+    }
+    const QuickPort other(otherNumber, "null-modem:other");
+    const Holder reading("<", path);
+    EXPECT_EQ(start(other, "file"), 1) << "who reads is not disturbed";
+    expectRefused("");
 }
 
 TEST_F(TextReceive, NoStepOverAVirtualPortTriesForEver) {
@@ -205,7 +198,6 @@ TEST_F(TextReceive, ReadingTextDropsTheRest) {
     EXPECT_STREQ(buffer.c_str(), "\n ~");
     EXPECT_EQ(ComRead_ASCII(port, buffer.data(), -1), 0);
     EXPECT_STREQ(buffer.c_str(), "");
-    EXPECT_EQ(ComRead_ASCII(port, nullptr, 3), 0);
 }
 
 } // namespace

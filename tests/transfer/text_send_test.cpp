@@ -12,15 +12,12 @@ namespace {
 
 constexpr int32_t number = 6;
 
-class TextSend : public TransferTest {
-protected:
+struct TextSend : TransferTest {
     Pty far;
     QuickPort port{number, far.slavePath()};
 };
-
 /// At a line that takes only what it is told to.
-class TextSendHeldOff : public TransferTest {
-protected:
+struct TextSendHeldOff : TransferTest {
     ScriptedDriver line;
     QuickPort port{number, line.path(), 2048};
 };
@@ -33,7 +30,7 @@ TEST_F(TextSend, APeerThatHasGoneIsAFailure) {
         const std::string path = files.make("text", pattern(200000));
         gone.close();
         EXPECT_EQ(ComSendA(lost, path.c_str()), -1);
-        EXPECT_EQ(send(lost, path, 1000).result, -1);
+        EXPECT_EQ(send(lost, path, 1000), -1);
         ASSERT_EQ(ComSA_Thread(lost, path.c_str()), 1);
         EXPECT_TRUE(eventually([&] { return ComGetFileCompletionState(lost) == 10002; }));
     }
@@ -41,26 +38,22 @@ TEST_F(TextSend, APeerThatHasGoneIsAFailure) {
 
 TEST_F(TextSend, LineEndsAreShapedAlikeInBothStyles) {
     const std::string every = pattern(3000); // all byte values
-    struct Case {
+    const struct {
         int32_t stripLF, addCR;
         std::string file, line;
         int32_t uncounted; ///< carriage returns that the call in one piece does not count
-    };
-    const std::vector<Case> cases{
-        {0, 1, "\nA\r\nB\n\nC\r", "\r\nA\r\nB\r\n\r\nC\r", 3},
-        {0, 0, "\nA\r\nB\n", "\nA\r\nB\n", 0},
-        {1, 1, "\nA\r\nB\n\n", "A\rB", 0},
-        {1, 0, "\n\n", "", 0},
-        {0, 0, every, every, 0},
-    };
-    for (const Case& each : cases) {
+    } cases[] = {{0, 1, "\nA\r\nB\n\nC\r", "\r\nA\r\nB\r\n\r\nC\r", 3},
+                 {1, 1, "\nA\r\nB\n\n", "A\rB", 0},
+                 {1, 0, "\n\n", "", 0},
+                 {0, 0, every, every, 0}};
+    for (const auto& each : cases) {
         port.record().stripLF = each.stripLF;
         port.record().addCR = each.addCR;
         const std::string path = files.make("text", each.file);
         const auto size = static_cast<int32_t>(each.line.size());
         for (const int32_t chunk : {1, 25, 9999, 100000}) {
             ComHostSetLossless(port, chunk % 2); // with or without
-            EXPECT_EQ(send(port, path, chunk).result, 1);
+            EXPECT_EQ(send(port, path, chunk), 1);
             EXPECT_EQ(ComGetBytes(port), size);
             EXPECT_EQ(far.read(each.line.size() + 1), each.line + endMarker);
         }
@@ -71,11 +64,11 @@ TEST_F(TextSend, LineEndsAreShapedAlikeInBothStyles) {
         EXPECT_EQ(far.read(each.line.size()), each.line);
     }
     EXPECT_EQ(far.readToQuiet(), "") << "no end marker after a send in one call";
+    const std::string path = files.make("text", "x");
     for (const bool steps : {true, false}) {
         far.write("nobody wants this");
         ASSERT_TRUE(eventually([&] { return ComStatus(port) == 17; }));
-        const std::string path = files.make("text", "x");
-        EXPECT_EQ(steps ? send(port, path, 25).result : ComSendA(port, path.c_str()), 1);
+        EXPECT_EQ(steps ? send(port, path, 25) : ComSendA(port, path.c_str()), 1);
         EXPECT_EQ(ComStatus(port), 0) << "what is received meanwhile is thrown away";
     }
 }
@@ -84,65 +77,57 @@ TEST_F(TextSend, AStepQueuesAChunkOrOneByteMore) {
     const std::string path = files.make("text", std::string(24, 'x') + "\n" + std::string(24, 'y') + "z\n\n");
     ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 25), 1);
     EXPECT_EQ(ComGetCarrierLossProtocol(port), 101);
-    int32_t before = 0;
-    std::vector<int32_t> chunks;
-    for (int32_t result = 5; result == 5;) {
-        result = CSendAPkt(port);
-        chunks.push_back(ComGetBytes(port) - before);
-        before = ComGetBytes(port);
+    for (const auto& [result, bytes] : {std::pair{5, 26}, {5, 51}, {1, 55}}) {
+        EXPECT_EQ(CSendAPkt(port), result);
+        EXPECT_EQ(ComGetBytes(port), bytes);
     }
-    EXPECT_EQ(chunks, (std::vector<int32_t>{26, 25, 4}));
     EXPECT_EQ(ComGetCarrierLossProtocol(port), 100);
-    for (const int32_t chunk : {0, -7})
-        EXPECT_EQ(send(port, files.make("text", "ab\n"), chunk).count, 4)
-            << "a byte of the file, then the end";
+    for (const int32_t chunk : {0, -7}) {
+        EXPECT_EQ(firstStep(port, files.make("text", "ab"), chunk), 5)
+            << "a byte of the file each, then the end";
+        EXPECT_EQ(CSendAPkt(port), 5);
+        EXPECT_EQ(CSendAPkt(port), 1);
+    }
     far.readToQuiet();
-    ASSERT_EQ(CInitSndAPkt(port, files.make("text", std::string(12000, 'x')).c_str(), INT32_MAX), 1);
-    EXPECT_EQ(CSendAPkt(port), 5);
+    EXPECT_EQ(firstStep(port, files.make("text", std::string(12000, 'x')), INT32_MAX), 5);
     EXPECT_EQ(ComGetBytes(port), 9999) << "the largest chunk";
 }
 
+// Scrambled, so that a byte offered twice shows.
 TEST_F(TextSendHeldOff, NoByteIsLost) {
     port.record().addCR = 0;
+    ComSetSecurity(port, 1);
+    line.limitRoom(500);
     const std::string text = pattern(40000), path = files.make("text", text);
-    for (const int32_t scrambled : {0, 1}) {
-        ComSetSecurity(port, scrambled);
-        const std::size_t before = line.written().size();
-        line.limitRoom(500);
-        ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 9999), 1);
-        for (int32_t i = 0; i < 10; ++i)
-            ASSERT_EQ(CSendAPkt(port), 5);
-        EXPECT_EQ(ComGetBytes(port), 9999) << "no second chunk before the first has gone";
-        line.limitRoom(ScriptedDriver::unlimited);
-        EXPECT_EQ(allSteps(CSendAPkt, port).result, 1);
-        ASSERT_TRUE(eventually([&] { return ComOutBufStatus(port) == 0; }));
-        std::string sent = line.written().substr(before);
-        for (char& byte : sent)
-            if (scrambled == 1)
-                byte =
-                    static_cast<char>(unscrambleByte(port.record().scrambleKey, static_cast<uint8_t>(byte)));
-        EXPECT_TRUE(sent == text + endMarker);
-    }
+    ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 9999), 1);
+    for (int32_t i = 0; i < 10; ++i)
+        ASSERT_EQ(CSendAPkt(port), 5);
+    EXPECT_EQ(ComGetBytes(port), 9999) << "no second chunk before the first has gone";
+    line.limitRoom(ScriptedDriver::unlimited);
+    EXPECT_EQ(allSteps(CSendAPkt, port), 1);
+    ASSERT_TRUE(eventually([&] { return ComOutBufStatus(port) == 0; }));
+    std::string sent = line.written();
+    for (char& byte : sent)
+        byte = static_cast<char>(unscrambleByte(port.record().scrambleKey, static_cast<uint8_t>(byte)));
+    EXPECT_TRUE(sent == text + endMarker);
 }
 
 TEST_F(TextSendHeldOff, EscapesEndAStep) {
     ComPortSetEscapeChar(port, 27);
     line.limitRoom(0);
     const std::string path = files.make("text", std::string(20000, 'x'));
-    ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 9999), 1);
-    EXPECT_EQ(CSendAPkt(port), 5);
-    ComHostPostChar(ComHostThreadId(), 27);
-    EXPECT_EQ(CSendAPkt(port), 5) << "the end marker has to wait, too";
-    ComHostPostChar(ComHostThreadId(), 27);
-    EXPECT_EQ(CSendAPkt(port), 1);
-    EXPECT_FALSE(files.isOpen("text"));
-    ComFlushOutBuf(port);
-    ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 9999), 1);
-    EXPECT_EQ(CSendAPkt(port), 5);
-    ComHostPostChar(ComHostThreadId(), 27);
-    EXPECT_EQ(CSendAPkt(port), 5);
-    line.limitRoom(ScriptedDriver::unlimited);
-    EXPECT_EQ(allSteps(CSendAPkt, port).result, 1);
+    for (const bool twice : {true, false}) {
+        ComFlushOutBuf(port);
+        EXPECT_EQ(firstStep(port, path, 9999), 5);
+        ComHostPostChar(ComHostThreadId(), 27);
+        EXPECT_EQ(CSendAPkt(port), 5) << "the end marker has to wait, too";
+        if (twice)
+            ComHostPostChar(ComHostThreadId(), 27);
+        else
+            line.limitRoom(ScriptedDriver::unlimited);
+        EXPECT_EQ(allSteps(CSendAPkt, port), 1);
+        EXPECT_FALSE(files.isOpen("text"));
+    }
     ASSERT_TRUE(eventually([&] { return ComOutBufStatus(port) == 0; }));
     EXPECT_EQ(line.written(), std::string(9999, 'x') + endMarker);
 }
@@ -152,15 +137,18 @@ TEST_F(TextSendHeldOff, InOneCallItWaitsForRoomUntilItIsCancelled) {
     port.record().addCR = 0;
     const std::string text = pattern(3500), path = files.make("text", text);
     line.limitRoom(100);
-    auto sending = std::async(std::launch::async, [&] { return ComSendA(port, path.c_str()); });
-    EXPECT_TRUE(eventually([&] { return ComOutBufStatus(port) == 2048; }));
-    EXPECT_EQ(sending.wait_for(100ms), std::future_status::timeout);
+    const auto fillLine = [&] {
+        auto sending = std::async(std::launch::async, [&] { return ComSendA(port, path.c_str()); });
+        EXPECT_TRUE(eventually([&] { return ComOutBufStatus(port) == 2048; }));
+        EXPECT_EQ(sending.wait_for(100ms), std::future_status::timeout);
+        return sending;
+    };
+    auto sending = fillLine();
     line.limitRoom(ScriptedDriver::unlimited);
     EXPECT_EQ(sending.get(), 1);
     EXPECT_TRUE(eventually([&] { return line.written() == text; }));
     line.limitRoom(0);
-    sending = std::async(std::launch::async, [&] { return ComSendA(port, path.c_str()); });
-    EXPECT_TRUE(eventually([&] { return ComOutBufStatus(port) == 2048; }));
+    sending = fillLine();
     EXPECT_EQ(ComCancel(port), 1);
     EXPECT_EQ(sending.get(), -1);
     EXPECT_FALSE(files.isOpen("text"));
@@ -169,31 +157,25 @@ TEST_F(TextSendHeldOff, InOneCallItWaitsForRoomUntilItIsCancelled) {
 
 TEST_F(TextSend, PausesOfLessThanNothingAreNoneAndLongOnesAreEnded) {
     const std::string path = files.make("text", "a\nb\n");
-    port.record().charDelay = -1;
-    port.record().lineDelay = INT32_MIN;
+    PortRecord& record = port.record();
+    record.charDelay = -1;
+    record.lineDelay = INT32_MIN;
     EXPECT_EQ(ComSendA(port, path.c_str()), 1);
-    EXPECT_EQ(send(port, path, 2).result, 1);
-
-    for (const auto pause : {&PortRecord::charDelay, &PortRecord::lineDelay}) {
-        port.record().charDelay = 0;
-        port.record().lineDelay = 0;
-        (port.record().*pause) = INT32_MAX;
+    EXPECT_EQ(send(port, path, 2), 1);
+    for (const auto pause : {&PortRecord::lineDelay, &PortRecord::charDelay}) {
+        record.*pause = INT32_MAX;
         ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 2), 1);
-        auto stepping = std::async(std::launch::async, [&] { return allSteps(CSendAPkt, port).result; });
+        auto stepping = std::async(std::launch::async, [&] { return allSteps(CSendAPkt, port); });
         EXPECT_EQ(stepping.wait_for(100ms), std::future_status::timeout);
         EXPECT_EQ(CSendAPkt(port), 5) << "it is somebody else's turn";
-        port.record().lineDelay = 0; // the abort's own pause
+        record.lineDelay = 0; // the abort's own pause
         EXPECT_EQ(CTermAPkt(port), 1);
         EXPECT_EQ(stepping.get(), -1);
         EXPECT_FALSE(files.isOpen("text"));
     }
-    port.record().charDelay = INT32_MAX;
-    ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 2), 1);
-    auto stepping = std::async(std::launch::async, [] { return CSendAPkt(number); });
     auto sending = std::async(std::launch::async, [&] { return ComSendA(number, path.c_str()); });
     EXPECT_EQ(sending.wait_for(100ms), std::future_status::timeout);
-    EXPECT_EQ(port.close(), 1);
-    EXPECT_EQ(stepping.get(), -1);
+    EXPECT_EQ(port.close(), 1); // that a step ends so is seen on the transfer's thread
     EXPECT_EQ(sending.get(), -1);
     EXPECT_FALSE(files.isOpen("text"));
 }
@@ -203,33 +185,28 @@ TEST_F(TextSend, EscapeAndQuitEndAStepInGoodOrder) {
     const std::string path = files.make("text", std::string(100, 'x'));
     for (const int32_t delay : {0, 60000}) { // seen between two bytes, and within a pause
         port.record().charDelay = delay;
-        ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 25), 1);
         ComHostPostChar(ComHostThreadId(), 'a');
         ComHostPostChar(ComHostThreadId(), 27);
-        EXPECT_EQ(CSendAPkt(port), 1);
+        EXPECT_EQ(firstStep(port, path, 25), 1);
         EXPECT_EQ(far.read(2), std::string("x") + endMarker);
         EXPECT_EQ(CSendAPkt(port), -1) << "it is over";
     }
-    port.record().charDelay = 0;
-    ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 25), 1);
     ComHostPostQuit(ComHostThreadId());
-    EXPECT_EQ(CSendAPkt(port), 1);
-    EXPECT_EQ(ComServiceMessagePump(), 1) << "the request stays pending";
+    EXPECT_EQ(firstStep(port, path, 25), 1);
+    ComHostMessage message{};
+    EXPECT_EQ(ComHostGetMessage(&message, 0), -1) << "the request stays pending";
 }
 
 TEST_F(TextSend, AFunctionWithinAStepMayAbortOrStep) {
     const std::string path = files.make("text", std::string(100, 'x'));
-    static std::vector<int32_t> results;
-    results.clear();
-    const int32_t window = ComHostCreateWindow(
-        [](void*, int32_t, uint32_t message, uintptr_t, intptr_t) {
-            results.push_back(message == 0x500 ? CSendAPkt(number) : CTermAPkt(number));
-        },
-        nullptr);
-    ASSERT_EQ(CInitSndAPkt(port, path.c_str(), 25), 1);
+    std::vector<int32_t> results;
+    const ComHostWindowFunc function = [](void* to, int32_t, uint32_t message, uintptr_t, intptr_t) {
+        const int32_t result = message == 0x500 ? CSendAPkt(number) : CTermAPkt(number);
+        static_cast<std::vector<int32_t>*>(to)->push_back(result);
+    };
+    const int32_t window = ComHostCreateWindow(function, &results);
     ComHostPostMessage(window, 0x500, 0, 0);
-    EXPECT_EQ(CSendAPkt(port), 5);
-    EXPECT_EQ(results, std::vector<int32_t>{5});
+    EXPECT_EQ(firstStep(port, path, 25), 5);
     EXPECT_EQ(far.read(25), std::string(25, 'x'));
     ComHostPostMessage(window, 0x501, 0, 0);
     EXPECT_EQ(CSendAPkt(port), -1);
@@ -246,8 +223,6 @@ TEST_F(TextSend, WhatCannotBeSentIsAFailure) {
         EXPECT_EQ(ComSendA(port, bad), -1);
         EXPECT_EQ(CInitSndAPkt(port, bad, 25), -1);
     }
-    EXPECT_EQ(ComSendA(number + 1, path.c_str()), -1);
-    EXPECT_EQ(CInitSndAPkt(number + 1, path.c_str(), 25), -1);
     EXPECT_EQ(CTermAPkt(number + 1), -1);
     EXPECT_EQ(ComA_Thread_Abort(number + 1), 1);
     EXPECT_EQ(CSendAPkt(port), -1) << "none is open";
@@ -255,15 +230,14 @@ TEST_F(TextSend, WhatCannotBeSentIsAFailure) {
     EXPECT_EQ(ComSA_Next(port), 5);
     EXPECT_EQ(CRecvAPkt(port), -1) << "none in that direction";
     EXPECT_EQ(CInitSndAPkt(port, path.c_str(), 2), -1);
-    EXPECT_EQ(CInitRcvAPkt(port, files.path("new").c_str(), 27, 26, 25), -1);
-    EXPECT_FALSE(std::filesystem::exists(files.path("new")));
+    EXPECT_EQ(CInitRcvAPkt(port, missing.c_str(), 27, 26, 25), -1);
+    EXPECT_FALSE(std::filesystem::exists(missing));
     EXPECT_EQ(ComGetBytes(port), 1) << "the one that is open is left alone";
     EXPECT_EQ(ComSA_Abort(port), 1);
     EXPECT_EQ(far.read(1), "a");
-
     const char* unreadable = "/proc/self/mem"; // its first byte cannot be read
     EXPECT_EQ(ComSendA(port, unreadable), -1);
-    EXPECT_EQ(send(port, unreadable, 25).result, -1);
+    EXPECT_EQ(send(port, unreadable, 25), -1);
     EXPECT_EQ(far.readToQuiet(), "") << "what is not whole is not marked as ended";
 }
 
