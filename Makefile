@@ -9,7 +9,7 @@ JOBS ?= $(shell nproc)
 
 build_packages := g++ cmake ninja-build pkg-config
 tool_packages := $(build_packages) libcli11-dev
-test_packages := $(tool_packages) libgtest-dev socat binutils ppp minicom
+test_packages := $(tool_packages) libgtest-dev python3 socat binutils ppp minicom
 bench_packages := $(tool_packages) libboost-dev libserialport-dev zlib1g-dev
 lines_packages := $(test_packages) qemu-system-x86 busybox-static kmod
 check_packages := $(test_packages) clang-format clang-tidy
@@ -30,12 +30,14 @@ endef
 
 # $(call configure,PRESET,FOLDER,OPTIONS)
 configure = cmake --preset $(1) -B '$(BUILD)/$(2)' --log-level=WARNING $(3)
+# For those who want to use it and not to work on it: their compiler may warn of more than ours.
+lenient := --compile-no-warning-as-error
 # $(call build,FOLDER,OPTIONS)
 build = cmake --build '$(BUILD)/$(1)' --parallel $(JOBS) $(2)
 # $(call run_tests,FOLDER): most tests mostly wait, so more of them run than there are processors
 run_tests = ctest --test-dir '$(BUILD)/$(1)' --output-on-failure --no-tests=error -j $$(( 2 * $(JOBS) )) --timeout 300
 
-.PHONY: help demo test test-lines bench check sanitize install clean
+.PHONY: help demo test test-lines bench includes check debian-flags sanitize install clean
 .NOTPARALLEL:
 
 help:
@@ -43,14 +45,15 @@ help:
 	@echo 'make test        build and run the tests'
 	@echo 'make test-lines  those on the serial drivers of the kernel, in an emulated machine'
 	@echo 'make bench       measure it'
-	@echo 'make check       formatting and static analysis'
+	@echo 'make check       formatting, includes and static analysis'
+	@echo 'make debian-flags  the library, the service and the commands as Debian would build them'
 	@echo 'make sanitize    the tests under the address, undefined-behaviour and thread sanitizers'
 	@echo 'make install     into PREFIX ($(PREFIX)), below DESTDIR if given'
 	@echo 'make clean       remove the build folder, $(BUILD)'
 
 demo:
 	$(call need,$(tool_packages) socat)
-	@$(call configure,release,demo,-DBRISOLT_TESTS=OFF)
+	@$(call configure,release,demo,$(lenient) -DBRISOLT_TESTS=OFF)
 	@$(call build,demo,--target brisolt-demo)
 	@'$(BUILD)/demo/bin/brisolt-demo'
 
@@ -68,17 +71,30 @@ test-lines:
 
 bench:
 	$(call need,$(bench_packages))
-	$(call configure,release,bench,-DBRISOLT_TESTS=OFF -DBRISOLT_BENCH=ON)
+	$(call configure,release,bench,$(lenient) -DBRISOLT_TESTS=OFF -DBRISOLT_BENCH=ON)
 	$(call build,bench,--target brisolt-bench)
 	'$(BUILD)/bench/bin/brisolt-bench'
 
-check:
+includes:
+	$(call need,python3)
+	python3 cmake/includes.py
+
+check: includes
 	$(call need,$(check_packages))
 	find . -name .git -prune -o \( -name '*.h' -o -name '*.c' -o -name '*.cpp' \) -print0 | \
 	    xargs -0 clang-format --dry-run -Werror
 	$(call configure,release,release)
 	find src service tools -name '*.cpp' -print0 | \
 	    xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p '$(BUILD)/release'
+
+# With the hardening that distributions build with, at the highest optimisation: both make the compiler see
+# more, and what it warns of is an error here.
+debian-flags:
+	$(call need,$(tool_packages) dpkg-dev)
+	eval "$$(dpkg-buildflags --export=sh)"; \
+	export CFLAGS="$$CPPFLAGS $$CFLAGS" CXXFLAGS="$$CPPFLAGS $$CXXFLAGS"; \
+	$(call configure,release,debian,--fresh -DCMAKE_BUILD_TYPE=Release -DBRISOLT_TESTS=OFF)
+	$(call build,debian)
 
 # The thread sanitizer needs addresses where it expects them, which a kernel with much randomisation does
 # not give; where a container forbids switching that off, it has to do without.
@@ -93,7 +109,7 @@ sanitize:
 
 install:
 	$(call need,$(tool_packages))
-	$(call configure,release,install,-DBRISOLT_TESTS=OFF '-DCMAKE_INSTALL_PREFIX=$(PREFIX)')
+	$(call configure,release,install,$(lenient) -DBRISOLT_TESTS=OFF '-DCMAKE_INSTALL_PREFIX=$(PREFIX)')
 	$(call build,install)
 	cmake --install '$(BUILD)/install'
 	test "$$(id -u)" != 0 || test -n '$(DESTDIR)' || PATH="$$PATH:/usr/sbin:/sbin" ldconfig

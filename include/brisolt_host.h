@@ -42,6 +42,18 @@ int32_t ComHostGetDevice(int32_t index, char *path, int32_t pathSize, char *desc
  * nothing has failed on this thread yet, -1 for a null buffer or a size below 1. */
 int32_t ComHostGetErrorText(char *buffer, int32_t size);
 
+/*
+ * Debug output: the library tells in lines of text what the host has refused, and which thread of a port has
+ * started, where the environment variable BRISOLT_DEBUG_OUTPUT says:
+ *   syslog      the system log (facility user, level debug)
+ *   stderr      the program's standard error
+ *   a path      the end of that file, which is made when it is missing
+ * Unset or empty: nothing is written anywhere. The variable is looked at once, with the first line there is;
+ * a path that is not absolute starts at the directory that is current then. It does not count in a program
+ * that runs with rights its user has not. A line that cannot be written, or not without waiting, is lost, and
+ * the program hears nothing of it.
+ */
+
 /* Opens a device by path or name ("COM3", "/dev/ttyUSB0", "null-modem:x") and hands out its handle for
  * ComPreOpen, to one port at a time. On this host the handle of a tty is its file descriptor. Handle (0 or
  * above), -1. */

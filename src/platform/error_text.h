@@ -1,4 +1,4 @@
-// Why the host refused something, for people: kept per thread, and told to the host's debugger output.
+// Why the host refused something, for people: kept per thread, and told to the debug output.
 #pragma once
 
 #include <string>
@@ -6,14 +6,12 @@
 
 namespace brisolt {
 
-/// Remembers the calling thread's last failure and sends it to the debugger output.
+/// Remembers the calling thread's last failure and sends it to the debug output.
 void setErrorText(std::string text) noexcept;
 const std::string& errorText() noexcept;
 
-/// The host's debugger output: whoever watches it (a debugger, the system log) sees the line; nothing
-/// else of the program does.
+/// A line for whoever looks for what the library does: it goes where the environment variable
+/// BRISOLT_DEBUG_OUTPUT says, and nowhere without one. Never waits, never fails, leaves errno alone.
 void debugOutput(std::string_view text) noexcept;
-/// Tests only: receives every line of debugger output from now on; null: the host again.
-void setDebugOutputSink(void (*sink)(std::string_view text)) noexcept;
 
 } // namespace brisolt

@@ -125,7 +125,6 @@ TEST(Wake, WorksWhileThreadsEnd) {
         }
         int touched = 0;
     };
-    setDebugOutputSink([](std::string_view) {});
     ended = 0;
     for (bool destroyedLast : {true, false})
         std::thread([destroyedLast] {
@@ -136,7 +135,6 @@ TEST(Wake, WorksWhileThreadsEnd) {
             static thread_local UsesTheLibraryAtItsEnd second;
             second.touched = !destroyedLast;
         }).join();
-    setDebugOutputSink(nullptr);
     EXPECT_EQ(ended, 4);
 }
 

@@ -13,13 +13,11 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <brisolt_host.h>
+
 #include "support/peer_process.h"
 #include "support/pty.h"
 #include "support/temp_dir.h"
-
-#ifndef BRISOLT_TOOL
-#define BRISOLT_TOOL ""
-#endif
 
 using brisolt::test::PeerProcess;
 using brisolt::test::Pty;
@@ -41,28 +39,67 @@ protected:
 
 } // namespace
 
-TEST_F(Tool, TellsAboutPortsAndUsage) {
-    PeerProcess ports(BRISOLT_TOOL, {"ports"});
-    EXPECT_FALSE(ports.readAll().empty()) << "also a machine without ports gets a line";
-    EXPECT_EQ(ports.wait(), 0);
-
-    const std::vector<std::vector<std::string>> nonsense = {
-        {}, {"term"}, {"term", "/dev/null", "--parity", "maybe"}, {"term", "/dev/null", "--baud", "0"}};
-    for (const auto& words : nonsense) {
-        PeerProcess tool(BRISOLT_TOOL, words, everything());
-        EXPECT_FALSE(tool.readAll().empty());
-        EXPECT_EQ(tool.wait(), 2);
-    }
+TEST_F(Tool, ListsTheDevicesOfThisMachine) {
+    std::string expected;
+    char path[260], description[512];
+    for (int32_t i = 0; ComHostGetDevice(i, path, sizeof path, description, sizeof description) == 1; ++i)
+        expected += std::string(path) + " " + description + "\n";
+    PeerProcess tool("/bin/sh", {"-c", "\"$0\" ports | sed 's/  */ /'", BRISOLT_TOOL});
+    EXPECT_EQ(tool.readAll(),
+              expected.empty()
+                  ? "No serial devices found. A USB adapter shows up here as soon as it is plugged in.\n"
+                  : "DEVICE DESCRIPTION\n" + expected);
 }
 
-TEST_F(Tool, NamesTheDeviceThatItCannotOpen) {
+TEST_F(Tool, RefusesWhatItCannotDoAndSaysWhy) {
     const TempDir dir;
-    const std::string missing = dir.file("no-such-device");
-    PeerProcess tool(BRISOLT_TOOL, {"term", missing}, everything());
-    const std::string complaint = tool.readAll();
-    EXPECT_NE(complaint.find(missing), std::string::npos) << complaint;
-    EXPECT_NE(complaint.find("No such file"), std::string::npos) << complaint;
-    EXPECT_EQ(tool.wait(), 1);
+    const std::string missing = dir.file("missing/name"); // the folder is not there either
+    const std::string existing = dir.file("existing");
+    std::ofstream(existing) << "text";
+    PeerProcess far(BRISOLT_TEST_PEER, {"pty-echo"});
+    const auto echo = far.readLine();
+    ASSERT_TRUE(echo);
+    struct Case {
+        std::string script; ///< $0 is the command, $1 a missing file, $2 a file, $3 a line that echoes
+        int code;
+        std::string answer;
+    };
+    const std::vector<Case> cases = {
+        {"$0", 2, "subcommand"},
+        {"$0 term", 2, "device is required"},
+        {"$0 term ''", 2, "device: the name is empty"},
+        {"$0 term $(printf %0300d 1)", 2, "device: the name is longer than 259 bytes"},
+        {"$0 term $1 --log ''", 2, "--log: the name is empty"},
+        {"$0 term $1 --parity maybe", 2, "--parity"},
+        {"$0 term $1 --baud 0", 2, "--baud: \"0\" is no number from 1 to 2147483647"},
+        {"$0 term $1 --baud 1e3", 2, "--baud: \"1e3\" is no number from"},
+        {"$0 term $1 --data 9", 2, "--data: \"9\" is no number from 4 to 8"},
+        {"$0 term $1 --linger 99999999999", 2, "--linger: \"99999999999\" is no number from"},
+        {"$0 term $1", 1, missing + ": No such file"},
+        {"$0 term $2", 1, existing},
+        {"$0 term /dev/null --log $1", 1, "brisolt: " + missing + ": No such file"},
+        {"$0 term /dev/null --log ${2%/*}", 1, "brisolt: " + dir.path().string() + ": Is a directory"},
+        {"chmod a-w $2; $0 term /dev/null --log $2", 1, "brisolt: " + existing},
+        {"$0 term $1 --log $2.new; code=$?; ls $2.new; exit $code", 1, missing},
+        {"$0 term $(printf '\\033[31m\\377')", 1, "?[31m?"},
+        {"$0 ports >/dev/full", 1, "standard output: No space left"},
+        {"$0 --help >&-", 1, "standard output: Bad file descriptor"},
+        {"echo text | $0 term $3 >&-", 1, "standard output: Bad file descriptor"},
+        {"$0 term $3 </", 1, "standard input: Is a directory"},
+        {"$0 term $3 <&-", 0, ""},
+        {"$0 term --help", 0, "Ctrl-] quits"},
+    };
+    for (const Case& each : cases) {
+        PeerProcess tool("/bin/sh", {"-c", each.script, BRISOLT_TOOL, missing, existing, *echo},
+                         everything());
+        const std::string answer = tool.readAll();
+        EXPECT_NE(answer.find(each.answer), std::string::npos) << each.script << ": " << answer;
+        EXPECT_LT(answer.size(), 2500U) << each.script;
+        EXPECT_EQ(answer.find('\033'), std::string::npos) << each.script;
+        EXPECT_EQ(tool.wait(), each.code) << each.script;
+    }
+    EXPECT_FALSE(std::filesystem::exists(existing + ".new"))
+        << "nothing is left of a terminal that never was";
 }
 
 TEST_F(Tool, CarriesPipedInputOverThePortAndBack) {

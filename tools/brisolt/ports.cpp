@@ -7,6 +7,7 @@
 #include <brisolt_host.h>
 
 #include "commands.h"
+#include "output.h"
 
 int listPorts() {
     struct Device {
@@ -17,7 +18,7 @@ int listPorts() {
     std::array<char, 512> description{};
     while (ComHostGetDevice(static_cast<int32_t>(devices.size()), path.data(), path.size(),
                             description.data(), description.size()) == 1)
-        devices.push_back({path.data(), description.data()});
+        devices.push_back({printable(path.data()), printable(description.data())});
 
     if (devices.empty()) {
         std::puts("No serial devices found. A USB adapter shows up here as soon as it is plugged in.");

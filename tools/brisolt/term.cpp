@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,6 +21,7 @@
 
 #include "commands.h"
 #include "local_terminal.h"
+#include "output.h"
 
 namespace {
 
@@ -72,6 +74,11 @@ private:
     Clock::time_point lastActivity_ = Clock::now();
 };
 
+/// Something is wrong with the device, and not with our side.
+struct DeviceError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 std::string errorText(int32_t result) {
     std::array<char, 512> text{};
     if (ComHostGetErrorText(text.data(), text.size()) > 0)
@@ -88,22 +95,43 @@ int descriptorOf(int32_t handle, const std::string& path) {
     return byHandle.st_rdev == byPath.st_rdev ? handle : -1;
 }
 
+/// The library goes on without a trace that it cannot write. A user who asks for one would rather know before
+/// the device has been touched.
+void requireLog(const std::string& path) {
+    constexpr int flags = O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    int file = open(path.c_str(), flags);
+    const bool missing = file < 0 && errno == ENOENT;
+    if (missing)
+        file = open(path.c_str(), flags | O_CREAT | O_EXCL, 0666);
+    if (file < 0)
+        throw std::runtime_error(path + ": " + std::strerror(errno));
+    // One that nobody may write is not written for the superuser either.
+    struct stat status {};
+    const bool suits = fstat(file, &status) == 0 && (S_ISREG(status.st_mode) || S_ISCHR(status.st_mode)) &&
+                       (status.st_mode & 0222) != 0;
+    close(file);
+    if (missing)
+        unlink(path.c_str());
+    if (!suits)
+        throw std::runtime_error(path + ": not a file that may be written");
+}
+
 Terminal::Terminal(const TermOptions& options) : options_(options) {
     if (ComHostMapDevice(port, options.device.c_str()) != 1)
-        throw std::runtime_error("the name is too long");
+        throw DeviceError("the name is too long");
     const int32_t parity = codeOf(options.parity, {"none", "odd", "even", "mark", "space"}, 1);
     const int32_t stopBits = codeOf(options.stopBits, {"1", "2", "1.5"}, 1);
     const int32_t result =
         ComOpen("brisolt term", port, options.baud, options.dataBits, parity, stopBits, ringSize, ringSize);
     if (result != port)
-        throw std::runtime_error(errorText(result));
+        throw DeviceError(errorText(result));
 
     device_ = descriptorOf(ComPortdcb(port), options.device);
     ComHostSetLossless(port, 1);
     ComSetBackgroundTimeout(port, 0);
     ComSetNotifyThreadMessageAnyChar(port, ComHostThreadId());
-    if (!options.log.empty() && ComSetPortDebugFile(port, options.log.c_str()) != 1)
-        std::fprintf(stderr, "brisolt: %s: no trace, the name is too long\n", options.log.c_str());
+    if (!options.log.empty())
+        ComSetPortDebugFile(port, options.log.c_str());
     if (options.flow != "none")
         ComSetFlow(port, flowCode(options.flow));
 }
@@ -139,9 +167,13 @@ bool Terminal::receive() {
 void Terminal::readInput() {
     std::array<char, 4096> bytes{};
     const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
+    if (count < 0 && (errno == EAGAIN || errno == EINTR))
+        return;
+    // A terminal that has been hung up ends like a file.
+    if (count < 0 && errno != EIO)
+        throw std::runtime_error(std::string("standard input: ") + std::strerror(errno));
     if (count <= 0) {
-        if (count == 0 || (errno != EAGAIN && errno != EINTR))
-            inputOver_ = true;
+        inputOver_ = true;
         return;
     }
     std::string_view typed(bytes.data(), static_cast<std::size_t>(count));
@@ -195,7 +227,7 @@ void Terminal::sleep(int timeout) {
     if (entries[2].revents != 0) {
         while (receive()) {
         }
-        throw std::runtime_error("the device has gone away");
+        throw DeviceError("the device has gone away");
     }
 }
 
@@ -231,17 +263,20 @@ int runTerminal(const TermOptions& options) {
     // A reader that leaves shows as a failed write, so that the port is closed properly.
     std::signal(SIGPIPE, SIG_IGN);
     try {
+        if (!options.log.empty())
+            requireLog(options.log);
         Terminal terminal(options);
         if (LocalTerminal::present())
-            std::fprintf(stderr, "%s, %d baud. Ctrl-] quits.\n", options.device.c_str(), options.baud);
+            std::fprintf(stderr, "%s, %d baud. Ctrl-] quits.\n", printable(options.device).c_str(),
+                         options.baud);
         const LocalTerminal raw;
         terminal.run();
         return exitDone;
-    } catch (const std::exception& error) {
+    } catch (const DeviceError& error) {
         // The host's own reason names the device already.
         const std::string reason = error.what();
         const bool named = reason.find(options.device) != std::string::npos;
-        std::fprintf(stderr, "brisolt: %s%s\n", named ? "" : (options.device + ": ").c_str(), reason.c_str());
+        complain(named ? reason : options.device + ": " + reason);
         return exitFailed;
     }
 }

@@ -1,0 +1,102 @@
+// Debug output: where it is asked for, nowhere else, and never in the program's way.
+#include "platform/error_text.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "support/temp_dir.h"
+
+using brisolt::debugOutput;
+using brisolt::test::TempDir;
+
+namespace {
+
+/// The place is looked up once a process, and each test has one of its own.
+void sendTo(const std::string& place) {
+    setenv("BRISOLT_DEBUG_OUTPUT", place.c_str(), 1);
+}
+
+std::string contents(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string readSome(int descriptor) {
+    std::array<char, 4096> bytes{};
+    const ssize_t count = read(descriptor, bytes.data(), bytes.size());
+    return {bytes.data(), static_cast<std::size_t>(count > 0 ? count : 0)};
+}
+
+std::string stamped(const std::string& text) {
+    return "brisolt[" + std::to_string(getpid()) + "]: " + text + "\n";
+}
+
+} // namespace
+
+TEST(DebugOutput, GoesToTheEndOfTheFileThatWasNamed) {
+    const TempDir dir;
+    std::filesystem::current_path(dir.path());
+    std::ofstream("lines") << "before\n";
+    sendTo("lines");
+    errno = 77;
+    debugOutput("\r\n one");
+    EXPECT_EQ(errno, 77);
+    // Neither the directory nor the variable is looked at again.
+    std::filesystem::current_path("/");
+    sendTo("stderr");
+    debugOutput("\r\n");
+    brisolt::setErrorText("two");
+    EXPECT_EQ(contents(dir.file("lines")), "before\n" + stamped("one") + stamped("two"));
+}
+
+// Pipes and sockets whose reader is not there yet, reads nothing, or has gone.
+TEST(DebugOutput, IsLostWhereItWouldWaitOrFail) {
+    const TempDir dir;
+    ASSERT_EQ(mkfifo(dir.file("fifo").c_str(), 0600), 0);
+    sendTo(dir.file("fifo"));
+    debugOutput("nobody reads");
+    const int reader = open(dir.file("fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    for (int i = 0; i < 5000; ++i)
+        debugOutput("more than a pipe holds");
+    EXPECT_EQ(readSome(reader).find(stamped("more than a pipe holds")), 0U);
+    close(reader);
+    debugOutput("nobody reads again");
+}
+
+TEST(DebugOutput, OnStandardErrorHoldsUpNobody) {
+    sendTo("stderr");
+    for (const bool socket : {false, true}) {
+        std::array<int, 2> ends{};
+        ASSERT_EQ(socket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) : pipe(ends.data()), 0);
+        fcntl(ends[0], F_SETFL, O_NONBLOCK);
+        dup2(ends[1], STDERR_FILENO);
+        close(ends[1]);
+        for (int i = 0; i < 20000; ++i)
+            debugOutput("more than either holds");
+        EXPECT_EQ(readSome(ends[0]).find(stamped("more than either holds")), 0U);
+        EXPECT_EQ(fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0) << "the program's own writes wait as before";
+        close(ends[0]);
+        debugOutput("the reader is gone");
+    }
+}
+
+TEST(DebugOutput, IsNowhereUnlessAskedFor) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_NONBLOCK), 0);
+    dup2(ends[1], STDERR_FILENO);
+    sendTo("");
+    debugOutput("a line");
+    EXPECT_EQ(readSome(ends[0]), "");
+}
