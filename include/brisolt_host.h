@@ -21,6 +21,17 @@ extern "C" {
 
 /* ---- Which device a port opens ------------------------------------------------------------------- */
 
+/*
+ * Two schemes need no hardware:
+ *   null-modem:NAME   the first open gets one end of a null-modem cable inside the process, the second the
+ *                     other: TX and RX, RTS and CTS, DTR and DSR with carrier are crossed. A third is refused.
+ *   loop:NAME         a port that hears itself: TX is its RX, RTS its CTS, DTR its DSR and carrier. A second
+ *                     open is refused.
+ * Names are compared with letter case. With ?paced behind the name a byte takes the time that it takes on a
+ * line of that rate, with ?autobaud an end of a null modem is framed as its peer is. Without flow control what
+ * finds the receiver's queue full (4096 bytes and more) is dropped and counts as an overflow, as on a UART.
+ */
+
 /* Sets the path that ComOpen of `port` (1 to 256) opens: a device file, or SCHEME:REST for a registered
  * driver, for example "null-modem:bench". Null or empty: the default again (/dev/comN where it exists,
  * else /dev/ttyS(N-1)). Takes effect at the next open. 1; -1 port number outside 1 to 256, or a path of
@@ -233,12 +244,12 @@ typedef struct ComHostDriver {
 
 /* Makes paths that begin with `scheme` and a colon open through a copy of *driver. The scheme is 2 to 31
  * letters, digits or '-', compared without letter case; a scheme that is registered already is replaced
- * for later opens, the built-in ones ("null-modem") are not. 1; -1 null, a bad scheme, a size below that of
- * the first release, or a driver without open, close, read and write. */
+ * for later opens, the built-in ones ("null-modem", "loop") are not. 1; -1 null, a bad scheme, a size below
+ * that of the first release, or a driver without open, close, read and write. */
 int32_t ComHostRegisterDriver(const char *scheme, const ComHostDriver *driver);
 
-/* Raises (on nonzero) or lowers the ring indicator at both ends of the null modem with that path. 1; -1
- * when no end of it is open. */
+/* Raises (on nonzero) or lowers the ring indicator at both ends of the null modem with that path, or of that
+ * loop. 1; -1 when no end of it is open. */
 int32_t ComHostRing(const char *path, int32_t on);
 
 /* Lossless on (nonzero) or off for an open port. A lossless port never waits for the line inside a round

@@ -69,5 +69,8 @@ BRISOLT_EXPORT int32_t ComHostRegisterDriver(const char* scheme, const ComHostDr
 }
 
 BRISOLT_EXPORT int32_t ComHostRing(const char* path, int32_t on) {
-    return path == nullptr ? -1 : brisolt::drivers::ringNullModem(path, on != 0);
+    if (path == nullptr)
+        return -1;
+    using namespace brisolt::drivers;
+    return ringNullModem(path, on != 0) || ringLoop(path, on != 0) ? 1 : -1;
 }

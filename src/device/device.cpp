@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <new>
 
 #include "device/driver_registry.h"
 #include "platform/error_text.h"
@@ -41,20 +43,21 @@ int32_t Device::open(std::string_view name) noexcept try {
     self_ = opened.self;
     handle_ = opened.handle;
     return 1;
-} catch (...) {
+} catch (const std::bad_alloc&) {
+    setErrorTextFrom({"cannot open ", name, ": ", std::strerror(ENOMEM)});
     return -ENOMEM;
 }
 
-int32_t Device::adopt(int32_t handle) noexcept try {
+int32_t Device::adopt(int32_t handle) noexcept {
     close();
     drivers::Opened kept;
     const drivers::Kept found = drivers::takeHandle(handle, kept);
     if (found == drivers::Kept::closed || handle < 0) {
-        setErrorText("cannot take over handle " + std::to_string(handle) + ": it is not open");
+        setErrorTextFrom({"cannot take over handle ", std::to_string(handle), ": it is not open"});
         return -EBADF;
     }
     if (found == drivers::Kept::busy) {
-        setErrorText("cannot take over handle " + std::to_string(handle) + ": another port uses it");
+        setErrorTextFrom({"cannot take over handle ", std::to_string(handle), ": another port uses it"});
         return -EBUSY;
     }
     shared_ = found == drivers::Kept::taken ? handle : -1;
@@ -66,14 +69,12 @@ int32_t Device::adopt(int32_t handle) noexcept try {
     adopted_ = true;
     cancel(false); // a port that had it before may have cancelled its waits for good
     return 1;
-} catch (...) {
-    return -ENOMEM;
 }
 
 // A tty is adopted on a descriptor of its own even when its handle is ours, so that a cancel or a close of
 // the port cannot reach the next one that adopts the same handle. A handle that is no tty's may be one of a
 // registered driver.
-int32_t Device::takeOver(int32_t handle, bool isKept, const drivers::Opened& kept) {
+int32_t Device::takeOver(int32_t handle, bool isKept, const drivers::Opened& kept) noexcept {
     if (isKept && kept.driver.open != serial::ttyDriver().open) {
         driver_ = kept.driver;
         self_ = kept.self;

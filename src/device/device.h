@@ -61,7 +61,7 @@ public:
     void cancel(bool on) const noexcept;
 
 private:
-    int32_t takeOver(int32_t handle, bool isKept, const drivers::Opened& kept);
+    int32_t takeOver(int32_t handle, bool isKept, const drivers::Opened& kept) noexcept;
 
     ComHostDriver driver_{};
     void* self_ = nullptr;
@@ -76,7 +76,10 @@ int32_t registerDriver(const char* scheme, const ComHostDriver* driver) noexcept
 int32_t openHandle(const char* path) noexcept;
 int32_t closeHandle(int32_t handle) noexcept;
 const ComHostDriver& nullModem() noexcept;
-int32_t ringNullModem(const char* path, bool on) noexcept;
+const ComHostDriver& loop() noexcept;
+/// Their ring indicator. False when nothing is open under the path, or it is of another scheme.
+bool ringNullModem(const char* path, bool on) noexcept;
+bool ringLoop(const char* path, bool on) noexcept;
 } // namespace drivers
 
 namespace deviceNames {

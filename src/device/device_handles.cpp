@@ -1,7 +1,9 @@
 // The handles that ComHostOpenDevice hands out: who uses each of them, and when its device ends.
-#include <cerrno>
-#include <map>
+#include <memory>
 #include <mutex>
+#include <new>
+#include <string>
+#include <utility>
 
 #include "device/device.h"
 #include "device/driver_registry.h"
@@ -14,25 +16,42 @@ struct KeptDevice {
     Opened opened;
     bool inUse = false;  ///< a port works on it
     bool closed = false; ///< the program has closed the handle; the port that uses it ends the device
+    KeptDevice* next = nullptr;
 };
 
-struct Handles {
-    std::mutex lock;
-    std::map<int32_t, KeptDevice> devices;
-};
+// Neither made on first use nor ever gone: a port may still be closing while the program ends.
+constinit std::mutex lock;
+constinit KeptDevice* devices = nullptr;
 
-Handles& handles() {
-    static Handles& instance = *new Handles;
-    return instance;
+/// Where the handle's device stands in the list, or null stands at its end.
+KeptDevice*& find(int32_t handle) noexcept {
+    KeptDevice** place = &devices;
+    while (*place != nullptr && (*place)->opened.handle != handle)
+        place = &(*place)->next;
+    return *place;
 }
 
-/// Takes the device out of the table when nothing needs it any more; its end then comes outside the lock,
+/// Takes the device out of the list when nothing needs it any more; its end then comes outside the lock,
 /// since a driver may take its time over it.
-bool removeIfUnused(Handles& all, std::map<int32_t, KeptDevice>::iterator entry, Opened& ending) {
-    if (!entry->second.closed || entry->second.inUse)
+std::unique_ptr<KeptDevice> removeIfUnused(KeptDevice*& place) noexcept {
+    if (!place->closed || place->inUse)
+        return nullptr;
+    std::unique_ptr<KeptDevice> ending(place);
+    place = ending->next;
+    return ending;
+}
+
+void end(const Opened& opened) noexcept {
+    opened.driver.close(opened.self);
+}
+
+/// False when a device with its handle is there already, or it has none.
+bool keep(std::unique_ptr<KeptDevice>& device) noexcept {
+    const std::scoped_lock guard(lock);
+    KeptDevice*& place = find(device->opened.handle);
+    if (device->opened.handle < 0 || place != nullptr)
         return false;
-    ending = entry->second.opened;
-    all.devices.erase(entry);
+    place = device.release();
     return true;
 }
 
@@ -40,74 +59,67 @@ bool removeIfUnused(Handles& all, std::map<int32_t, KeptDevice>::iterator entry,
 
 int32_t openHandle(const char* path) noexcept try {
     if (path == nullptr || *path == 0) {
-        setErrorText("cannot open a device: no path given");
+        setErrorTextFrom({"cannot open a device: no path given"});
         return -1;
     }
-    KeptDevice device;
+    auto device = std::make_unique<KeptDevice>();
     const std::string resolved = deviceNames::resolve(path);
-    if (openPath(resolved, device.opened) < 0)
+    if (openPath(resolved, device->opened) < 0)
         return -1;
-    Handles& all = handles();
-    bool kept = false;
-    {
-        const std::scoped_lock guard(all.lock);
-        kept = device.opened.handle >= 0 && all.devices.emplace(device.opened.handle, device).second;
-    }
-    if (kept)
-        return device.opened.handle;
+    const int32_t handle = device->opened.handle;
+    if (keep(device))
+        return handle;
     // Two devices under one number could not be told apart when a port adopts it.
-    device.opened.driver.close(device.opened.self);
-    setErrorText("cannot open " + resolved + ": its driver gave the handle " +
-                 std::to_string(device.opened.handle) + ", which cannot be used");
+    end(device->opened);
+    setErrorTextFrom({"cannot open ", resolved, ": its driver gave the handle ", std::to_string(handle),
+                      ", which cannot be used"});
     return -1;
-} catch (...) {
+} catch (const std::bad_alloc&) {
+    setErrorTextFrom({"cannot open ", path, ": the process has no memory left"});
     return -1;
 }
 
 int32_t closeHandle(int32_t handle) noexcept {
-    Handles& all = handles();
-    Opened ending;
+    std::unique_ptr<KeptDevice> ending;
     {
-        const std::scoped_lock guard(all.lock);
-        const auto entry = all.devices.find(handle);
-        if (entry == all.devices.end() || entry->second.closed)
+        const std::scoped_lock guard(lock);
+        KeptDevice*& place = find(handle);
+        if (place == nullptr || place->closed)
             return -1;
-        entry->second.closed = true;
-        if (!removeIfUnused(all, entry, ending))
-            return 1;
+        place->closed = true;
+        ending = removeIfUnused(place);
     }
-    ending.driver.close(ending.self);
+    if (ending)
+        end(ending->opened);
     return 1;
 }
 
-Kept takeHandle(int32_t handle, Opened& opened) {
-    Handles& all = handles();
-    const std::scoped_lock guard(all.lock);
-    const auto entry = all.devices.find(handle);
-    if (entry == all.devices.end())
+Kept takeHandle(int32_t handle, Opened& opened) noexcept {
+    const std::scoped_lock guard(lock);
+    KeptDevice* const device = find(handle);
+    if (device == nullptr)
         return Kept::unknown;
-    if (entry->second.closed)
+    if (device->closed)
         return Kept::closed;
-    if (entry->second.inUse)
+    if (device->inUse)
         return Kept::busy;
-    entry->second.inUse = true;
-    opened = entry->second.opened;
+    device->inUse = true;
+    opened = device->opened;
     return Kept::taken;
 }
 
 void releaseHandle(int32_t handle) noexcept {
-    Handles& all = handles();
-    Opened ending;
+    std::unique_ptr<KeptDevice> ending;
     {
-        const std::scoped_lock guard(all.lock);
-        const auto entry = all.devices.find(handle);
-        if (entry == all.devices.end())
+        const std::scoped_lock guard(lock);
+        KeptDevice*& place = find(handle);
+        if (place == nullptr)
             return;
-        entry->second.inUse = false;
-        if (!removeIfUnused(all, entry, ending))
-            return;
+        place->inUse = false;
+        ending = removeIfUnused(place);
     }
-    ending.driver.close(ending.self);
+    if (ending)
+        end(ending->opened);
 }
 
 } // namespace brisolt::drivers

@@ -1,6 +1,9 @@
 // Which device a port's name opens: the table of mapped paths and the host's own devices behind it.
 #include <array>
+#include <memory>
 #include <mutex>
+#include <new>
+#include <utility>
 
 #include "device/device.h"
 #include "platform/serial.h"
@@ -11,15 +14,9 @@ namespace {
 constexpr int32_t portLimit = 256;
 constexpr std::size_t pathLimit = 260; // with its final zero
 
-struct Mapping {
-    std::mutex lock;
-    std::array<std::string, portLimit + 1> paths; // by port number; empty: the default
-};
-
-Mapping& mapping() {
-    static Mapping& instance = *new Mapping;
-    return instance;
-}
+// Neither made on first use nor ever gone: a thread may open a port while the program starts or ends.
+constinit std::mutex lock;
+constinit std::array<const std::string*, portLimit + 1> paths{}; // by port number; null: the default
 
 bool startsWithCom(std::string_view name) {
     return name.size() >= 3 && (name[0] | 0x20) == 'c' && (name[1] | 0x20) == 'o' && (name[2] | 0x20) == 'm';
@@ -52,12 +49,14 @@ int32_t map(int32_t port, const char* path) noexcept try {
     const std::string_view wanted = path != nullptr ? std::string_view(path) : std::string_view();
     if (wanted.size() >= pathLimit)
         return -1;
-    std::string mapped(wanted);
-    Mapping& all = mapping();
-    const std::scoped_lock guard(all.lock);
-    all.paths[static_cast<std::size_t>(port)] = std::move(mapped);
+    std::unique_ptr<const std::string> mapped;
+    if (!wanted.empty())
+        mapped = std::make_unique<const std::string>(wanted);
+    const std::scoped_lock guard(lock);
+    const std::string*& place = paths[static_cast<std::size_t>(port)];
+    mapped.reset(std::exchange(place, mapped.release()));
     return 1;
-} catch (...) {
+} catch (const std::bad_alloc&) {
     return -1;
 }
 
@@ -66,11 +65,10 @@ std::string resolve(std::string_view name) {
     if (port == 0)
         return std::string(name);
     {
-        Mapping& all = mapping();
-        const std::scoped_lock guard(all.lock);
-        const std::string& mapped = all.paths[static_cast<std::size_t>(port)];
-        if (!mapped.empty())
-            return mapped;
+        const std::scoped_lock guard(lock);
+        const std::string* mapped = paths[static_cast<std::size_t>(port)];
+        if (mapped != nullptr)
+            return *mapped;
     }
     return serial::defaultPath(port);
 }

@@ -2,11 +2,14 @@
 #include "device/driver_registry.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <mutex>
-#include <vector>
+#include <new>
+#include <string_view>
 
 #include "device/device.h"
 #include "platform/error_text.h"
@@ -17,44 +20,61 @@ namespace {
 
 constexpr std::size_t shortestScheme = 2;
 constexpr std::size_t longestScheme = 31;
-constexpr std::string_view nullModemScheme = "null-modem";
 // The record may grow at its end; a caller that was built with the first one stays welcome.
 constexpr std::size_t firstReleaseSize = sizeof(ComHostDriver);
 
-struct Registration {
-    std::string scheme;
-    ComHostDriver driver;
-};
+using Scheme = std::array<char, longestScheme + 1>; // in lower case, all zeros: none
 
-struct Registry {
-    std::mutex lock;
-    std::vector<Registration> registrations;
-
-    Registration* find(std::string_view scheme) {
-        const auto found = std::find_if(registrations.begin(), registrations.end(),
-                                        [&](const Registration& entry) { return entry.scheme == scheme; });
-        return found == registrations.end() ? nullptr : &*found;
-    }
-};
-
-// Never destroyed: a port may still be closing on a thread of its own while the process ends.
-Registry& registry() {
-    static Registry& instance = *new Registry;
-    return instance;
-}
-
-/// The scheme in lower case, empty when the text is none.
-std::string schemeOf(std::string_view text) {
+/// The scheme that a text is.
+Scheme schemeOf(std::string_view text) noexcept {
+    Scheme scheme{};
     if (text.size() < shortestScheme || text.size() > longestScheme)
-        return {};
-    std::string scheme;
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte >= 0x80 || (std::isalnum(byte) == 0 && character != '-'))
+        return scheme;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte >= 0x80 || (std::isalnum(byte) == 0 && byte != '-'))
             return {};
-        scheme += static_cast<char>(std::tolower(byte));
+        scheme[i] = static_cast<char>(std::tolower(byte));
     }
     return scheme;
+}
+
+/// The scheme that a path begins with.
+Scheme schemeOfPath(std::string_view path) noexcept {
+    const std::size_t colon = path.find(':');
+    return colon == std::string_view::npos ? Scheme{} : schemeOf(path.substr(0, colon));
+}
+
+struct BuiltIn {
+    std::string_view scheme;
+    const ComHostDriver& (*driver)() noexcept;
+};
+constexpr BuiltIn builtIns[] = {{"null-modem", nullModem}, {"loop", loop}};
+
+const BuiltIn* findBuiltIn(const Scheme& scheme) noexcept {
+    const auto* found =
+        std::find_if(std::begin(builtIns), std::end(builtIns),
+                     [&scheme](const BuiltIn& entry) { return entry.scheme == scheme.data(); });
+    return found == std::end(builtIns) ? nullptr : found;
+}
+
+struct Registration {
+    Scheme scheme{};
+    ComHostDriver driver{};
+    Registration* next = nullptr;
+};
+
+// Registrations are replaced and added at the end, never taken out. Neither made on first use nor ever gone: a
+// port may still be closing on a thread of its own while the process ends.
+constinit std::mutex lock;
+constinit Registration* registrations = nullptr;
+
+/// Where the scheme's registration stands in the list, or null stands at its end.
+Registration*& find(const Scheme& scheme) noexcept {
+    Registration** place = &registrations;
+    while (*place != nullptr && (*place)->scheme != scheme)
+        place = &(*place)->next;
+    return *place;
 }
 
 bool usable(const ComHostDriver* driver) {
@@ -64,71 +84,65 @@ bool usable(const ComHostDriver* driver) {
 
 } // namespace
 
-int32_t registerDriver(const char* scheme, const ComHostDriver* driver) noexcept try {
+int32_t registerDriver(const char* scheme, const ComHostDriver* driver) noexcept {
     if (scheme == nullptr || !usable(driver))
         return -1;
-    Registration added{schemeOf(scheme), {}};
-    if (added.scheme.empty() || added.scheme == nullModemScheme)
+    const Scheme name = schemeOf(scheme);
+    if (name[0] == 0 || findBuiltIn(name) != nullptr)
         return -1;
-    const std::size_t known = std::min<std::size_t>(driver->size, sizeof added.driver);
-    std::memcpy(&added.driver, driver, known);
-    added.driver.size = sizeof added.driver;
+    ComHostDriver added{};
+    std::memcpy(&added, driver, std::min<std::size_t>(driver->size, sizeof added));
+    added.size = sizeof added;
 
-    Registry& all = registry();
-    const std::scoped_lock guard(all.lock);
-    if (Registration* existing = all.find(added.scheme))
-        *existing = std::move(added);
-    else
-        all.registrations.push_back(std::move(added));
+    const std::scoped_lock guard(lock);
+    Registration*& place = find(name);
+    if (place == nullptr)
+        place = new (std::nothrow) Registration{.scheme = name};
+    if (place == nullptr)
+        return -1;
+    place->driver = added;
     return 1;
-} catch (...) {
-    return -1;
 }
 
-ComHostDriver forPath(const std::string& path) {
-    const std::size_t colon = path.find(':');
-    const std::string scheme = colon == std::string::npos ? std::string() : schemeOf(path.substr(0, colon));
-    if (scheme.empty())
+ComHostDriver forPath(std::string_view path) noexcept {
+    const Scheme scheme = schemeOfPath(path);
+    if (scheme[0] == 0)
         return serial::ttyDriver();
-    if (scheme == nullModemScheme)
-        return nullModem();
-    Registry& all = registry();
-    const std::scoped_lock guard(all.lock);
-    const Registration* registration = all.find(scheme);
+    if (const BuiltIn* builtIn = findBuiltIn(scheme))
+        return builtIn->driver();
+    const std::scoped_lock guard(lock);
+    const Registration* registration = find(scheme);
     return registration != nullptr ? registration->driver : serial::ttyDriver();
 }
 
-bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self) {
-    std::vector<Registration> offered;
-    {
-        Registry& all = registry();
-        const std::scoped_lock guard(all.lock);
-        offered = all.registrations;
+bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self) noexcept {
+    for (const Registration* at = nullptr;;) {
+        {
+            const std::scoped_lock guard(lock);
+            at = at == nullptr ? registrations : at->next;
+            if (at == nullptr)
+                return false;
+            driver = at->driver;
+        }
+        if (driver.adopt != nullptr && driver.adopt(driver.context, handle, &self) > 0 && self != nullptr)
+            return true;
     }
-    for (const Registration& registration : offered) {
-        const ComHostDriver& candidate = registration.driver;
-        if (candidate.adopt == nullptr || candidate.adopt(candidate.context, handle, &self) <= 0 ||
-            self == nullptr)
-            continue;
-        driver = candidate;
-        return true;
-    }
-    return false;
 }
 
-int32_t openPath(const std::string& path, Opened& opened) {
+int32_t openPath(const std::string& path, Opened& opened) noexcept {
     opened.driver = forPath(path);
-    // Drivers from outside may say nothing about a failure; the built-in ones say more in their turn.
-    const bool tellsItself =
-        opened.driver.open == serial::ttyDriver().open || opened.driver.open == nullModem().open;
     const int32_t result =
         opened.driver.open(opened.driver.context, path.c_str(), &opened.self, &opened.handle);
     if (result > 0 && opened.self != nullptr)
         return 1;
     opened.self = nullptr;
-    const int32_t error = result < 0 ? result : -EIO;
-    if (!tellsItself)
-        setErrorText("cannot open " + path + ": " + std::strerror(-error));
+    const int32_t error = result < 0 && result != INT32_MIN ? result : -EIO;
+    // Drivers from outside may say nothing about a failure; the built-in ones say more in their turn, unless
+    // they have no memory to.
+    const bool toldItself =
+        opened.driver.open == serial::ttyDriver().open || findBuiltIn(schemeOfPath(path)) != nullptr;
+    if (!toldItself || error == -ENOMEM)
+        setErrorTextFrom({"cannot open ", path, ": ", std::strerror(-error)});
     return error;
 }
 

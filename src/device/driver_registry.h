@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "brisolt_host.h"
 
@@ -17,17 +18,18 @@ struct Opened {
 };
 
 /// The driver whose scheme the path begins with; the tty driver for every other path.
-ComHostDriver forPath(const std::string& path);
-/// Opens a path through its driver. 1, or a negative error number.
-int32_t openPath(const std::string& path, Opened& opened);
+ComHostDriver forPath(std::string_view path) noexcept;
+/// Opens a path through its driver. 1, or a negative error number; the calling thread's error text then says
+/// why.
+int32_t openPath(const std::string& path, Opened& opened) noexcept;
 
 /// Offers a handle that is no tty's to the registered drivers. True when one took it over.
-bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self);
+bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self) noexcept;
 
 /// What a handle is among those of ComHostOpenDevice.
 enum class Kept { unknown, closed, busy, taken };
 /// Takes a kept handle's device for a port, one at a time; give it back with releaseHandle.
-Kept takeHandle(int32_t handle, Opened& opened);
+Kept takeHandle(int32_t handle, Opened& opened) noexcept;
 void releaseHandle(int32_t handle) noexcept;
 
 } // namespace brisolt::drivers

@@ -13,18 +13,15 @@
 //                a poll of the handle alone sees them only once some call has looked at the cable.
 //   closing      drops what has not left; a peer that an XOFF had stopped goes on.
 //   a new end    has 9600 baud, 8N1, DTR and RTS raised, no handshake, two seconds for a write.
-#include <algorithm>
 #include <chrono>
-#include <map>
-#include <memory>
-#include <mutex>
+#include <span>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
 #include "device/device.h"
 #include "device/null_modem_cable.h"
+#include "device/null_modem_cables.h"
 #include "device/null_modem_write.h"
 #include "platform/error_text.h"
 
@@ -47,82 +44,27 @@ template <typename Record> bool complete(const Record* record) noexcept {
     return record != nullptr && record->size >= sizeof(Record);
 }
 
-// ---- Paths and cables ----------------------------------------------------------------------------------
+// ---- Open and closed -----------------------------------------------------------------------------------
 
-constexpr std::string_view scheme = "null-modem:";
-
-struct Address {
-    std::string name; ///< of the cable, the scheme included
-    bool paced = false;
-    bool autobaud = false;
-};
-
-/// Takes a path apart. What is wrong with it, empty when nothing is.
-std::string_view parse(std::string_view path, Address& address) {
-    const auto sameLetter = [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b - 'A' + 'a' : b); };
-    if (path.size() < scheme.size() || !std::equal(scheme.begin(), scheme.end(), path.begin(), sameLetter))
-        return "no null-modem: path";
-    std::string_view name = path.substr(scheme.size());
-    const size_t option = name.find('?');
-    const std::string_view options = option == std::string_view::npos ? "" : name.substr(option);
-    address.paced = options == "?paced";
-    address.autobaud = options == "?autobaud";
-    if (!options.empty() && !address.paced && !address.autobaud)
-        return "the only options are ?paced and ?autobaud";
-    name = name.substr(0, option);
-    if (name.empty())
-        return "a null modem needs a name";
-    address.name = std::string(scheme) + std::string(name);
-    return {};
-}
-
-/// The cables of which an end is open. Its lock is taken before that of a cable.
-struct Registry {
-    std::mutex mutex;
-    std::map<std::string, std::unique_ptr<NullModemCable>> cables;
-};
-
-Registry& registry() {
-    static Registry& all = *new Registry; // never gone: a thread may close its end while the program ends
-    return all;
-}
-
-int32_t openEnd(void*, const char* path, void** device, int32_t* handle) noexcept {
+int32_t openEnd(void* context, const char* path, void** device, int32_t* handle) noexcept {
     if (path == nullptr || device == nullptr || handle == nullptr)
         return failure(std::errc::invalid_argument);
-    Address address;
-    if (const std::string_view wrong = parse(path, address); !wrong.empty()) {
-        setErrorText(std::string(path) + ": " + std::string(wrong));
+    const CableKind& kind = *static_cast<const CableKind*>(context);
+    const CableAddress address = cableAddress(kind, path);
+    if (!address.wrong.empty()) {
+        setErrorTextFrom({path, ": ", address.wrong});
         return failure(std::errc::invalid_argument);
     }
-
-    Registry& all = registry();
-    const std::lock_guard lock(all.mutex);
-    auto& cable = all.cables[address.name];
-    if (!cable)
-        cable = std::make_unique<NullModemCable>(address.name);
-    NullModemEnd* const end = cable->join(address.paced, address.autobaud);
-    if (end == nullptr) {
-        setErrorText(address.name + ": both ends are open");
-        return failure(std::errc::device_or_resource_busy);
-    }
-    if (end->readable.descriptor() < 0) {
-        setErrorText(address.name + ": the process has no descriptor left");
-        if (!cable->leave(*end))
-            all.cables.erase(address.name);
-        return failure(std::errc::too_many_files_open);
-    }
+    NullModemEnd* end = nullptr;
+    if (const int32_t opened = openCableEnd(kind, address, end); opened < 0)
+        return opened;
     *device = end;
     *handle = end->readable.descriptor();
     return 1;
 }
 
 void closeEnd(void* device) noexcept {
-    Registry& all = registry();
-    const std::lock_guard lock(all.mutex);
-    NullModemCable& cable = endOf(device).cable;
-    if (!cable.leave(endOf(device)))
-        all.cables.erase(std::string(cable.name()));
+    closeCableEnd(endOf(device));
 }
 
 // ---- Settings and lines --------------------------------------------------------------------------------
@@ -161,10 +103,10 @@ int32_t setLineState(void* device, const ComHostLineState* state) noexcept {
         result = endOf(device).setState(*state);
     }
     if (result < 0)
-        setErrorText(endOf(device).cable.name() + ": no line has " + std::to_string(state->baudRate) +
-                     " baud, " + std::to_string(state->dataBits) + " data bits (4 to 8), parity " +
-                     std::to_string(state->parity) + " (0 to 4), stop bits " +
-                     std::to_string(state->stopBits) + " (0 to 2)");
+        setErrorTextFrom({endOf(device).cable.kind().scheme, endOf(device).cable.name(), ": no line has ",
+                          std::to_string(state->baudRate), " baud, ", std::to_string(state->dataBits),
+                          " data bits (4 to 8), parity ", std::to_string(state->parity),
+                          " (0 to 4), stop bits ", std::to_string(state->stopBits), " (0 to 2)"});
     return result;
 }
 
@@ -187,8 +129,7 @@ int32_t setTimeouts(void* device, const ComHostTimeouts* timeouts) noexcept {
 
 int32_t setQueues(void* device, uint32_t inSize, uint32_t outSize) noexcept {
     const Inside inside(endOf(device));
-    endOf(device).setQueues(inSize, outSize);
-    return 1;
+    return endOf(device).setQueues(inSize, outSize);
 }
 
 /// Lines and errors are told whatever the mask says, so there is nothing to do for it.
@@ -242,19 +183,19 @@ int32_t getStatus(void* device, uint32_t wanted, ComHostStatus* status) noexcept
 // ---- Reading, writing, waiting -------------------------------------------------------------------------
 
 int32_t read(void* device, void* buffer, int32_t count) noexcept {
-    if (buffer == nullptr)
+    if (buffer == nullptr || count <= 0)
         return 0;
     const Inside inside(endOf(device));
-    return endOf(device).read(static_cast<uint8_t*>(buffer), count);
+    return endOf(device).read({static_cast<uint8_t*>(buffer), static_cast<size_t>(count)});
 }
 
 int32_t write(void* device, const void* buffer, int32_t count, uint32_t how, int32_t* error) noexcept {
     int32_t reason = 0;
     int32_t taken = 0;
     if (buffer != nullptr && count > 0) {
-        const auto* bytes = static_cast<const uint8_t*>(buffer);
-        taken = how == COM_HOST_WRITE_NOW ? nullModemWriteNow(endOf(device), bytes, count)
-                                          : nullModemWriteComplete(endOf(device), bytes, count, reason);
+        const std::span bytes(static_cast<const uint8_t*>(buffer), static_cast<size_t>(count));
+        taken = how == COM_HOST_WRITE_NOW ? nullModemWriteNow(endOf(device), bytes)
+                                          : nullModemWriteComplete(endOf(device), bytes, reason);
     }
     if (error != nullptr)
         *error = reason;
@@ -282,12 +223,17 @@ void cancel(void* device, int32_t on) noexcept {
     endOf(device).cancels += on != 0 ? 1 : 0;
 }
 
+constexpr CableKind nullModemKind{.scheme = "null-modem:",
+                                  .options = "the only options are ?paced and ?autobaud",
+                                  .taken = "both ends are open",
+                                  .isLoop = false};
+
 } // namespace
 
-const ComHostDriver& drivers::nullModem() noexcept {
-    static const ComHostDriver driver{
+ComHostDriver cableDriver(const CableKind& kind) noexcept {
+    return {
         .size = sizeof(ComHostDriver),
-        .context = nullptr,
+        .context = const_cast<CableKind*>(&kind), // NOLINT: handed back to openEnd alone
         .open = openEnd,
         .adopt = nullptr,
         .close = closeEnd,
@@ -309,20 +255,15 @@ const ComHostDriver& drivers::nullModem() noexcept {
         .cancel = cancel,
         .descriptor = nullptr,
     };
+}
+
+const ComHostDriver& drivers::nullModem() noexcept {
+    static const ComHostDriver driver = cableDriver(nullModemKind);
     return driver;
 }
 
-int32_t drivers::ringNullModem(const char* path, bool on) noexcept {
-    Address address;
-    if (path == nullptr || !parse(path, address).empty())
-        return -1;
-    Registry& all = registry();
-    const std::lock_guard lock(all.mutex);
-    const auto cable = all.cables.find(address.name);
-    if (cable == all.cables.end())
-        return -1;
-    cable->second->ring(on);
-    return 1;
+bool drivers::ringNullModem(const char* path, bool on) noexcept {
+    return ringCable(nullModemKind, path, on);
 }
 
 } // namespace brisolt

@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <utility>
+#include <new>
+#include <optional>
+#include <system_error>
+
+#include "platform/parking.h"
 
 namespace brisolt {
 
@@ -13,31 +17,41 @@ constexpr uint64_t never = UINT64_MAX;
 
 } // namespace
 
-NullModemCable::NullModemCable(std::string name) noexcept : name_(std::move(name)), tick_(clock::ticks()) {}
+NullModemCable::NullModemCable(const CableKind& kind, std::string_view name)
+    : kind_(kind), name_(name), tick_(clock::ticks()) {}
 
 // ---- The ends ----------------------------------------------------------------------------------------
 
-NullModemEnd* NullModemCable::join(bool paced, bool autobaud) noexcept {
+int32_t NullModemCable::join(bool paced, bool autobaud, NullModemEnd*& joined) noexcept {
     Inside inside(*this);
-    auto& place = ends_[0] ? ends_[1] : ends_[0];
+    auto& place = ends_[0] && !kind_.isLoop ? ends_[1] : ends_[0];
     if (place)
-        return nullptr;
-    place = std::make_unique<NullModemEnd>(*this, paced, autobaud);
-    NullModemEnd& end = *place;
-    if (const auto& other = ends_[0].get() == &end ? ends_[1] : ends_[0]) {
-        end.ring = other->ring;
-        end.meet(*other);
-        other->meet(end);
-    }
-    return &end;
+        return -static_cast<int32_t>(std::errc::device_or_resource_busy);
+    std::unique_ptr<NullModemEnd> end(new (std::nothrow) NullModemEnd(*this, paced, autobaud));
+    const int32_t made = end ? end->setUp() : -static_cast<int32_t>(std::errc::not_enough_memory);
+    if (made < 0)
+        return made;
+    place = std::move(end);
+    joined = place.get();
+    NullModemEnd* const peer = kind_.isLoop ? joined : ends_[ends_[0] == place ? 1 : 0].get();
+    if (peer == nullptr)
+        return 1;
+    joined->ring = peer->ring;
+    joined->meet(*peer);
+    peer->meet(*joined);
+    return 1;
 }
 
-bool NullModemCable::leave(NullModemEnd& end) noexcept {
+void NullModemCable::leave(NullModemEnd& end) noexcept {
     Inside inside(*this);
     if (end.peer != nullptr)
         end.peer->part();
     ends_[ends_[0].get() == &end ? 0 : 1].reset();
-    return ends_[0] || ends_[1];
+}
+
+bool NullModemCable::unused() noexcept {
+    const Inside inside(*this);
+    return !ends_[0] && !ends_[1];
 }
 
 void NullModemCable::ring(bool on) noexcept {
@@ -49,13 +63,18 @@ void NullModemCable::ring(bool on) noexcept {
 
 // ---- Time and the line -------------------------------------------------------------------------------
 
+bool NullModemCable::isPaced() const noexcept {
+    return std::any_of(std::begin(ends_), std::end(ends_), [](const auto& end) { return end && end->paced; });
+}
+
 /// Lets everything happen that is over by now.
 void NullModemCable::advance() noexcept {
     const uint32_t tick = clock::ticks();
     const uint64_t present = now_ + uint64_t{tick - tick_} * nanosecondsPerTick;
+    const bool takeTime = isPaced();
     tick_ = tick;
     for (;;) {
-        startCharacters();
+        startCharacters(takeTime);
         NullModemEnd* const sender = firstDue();
         if (sender == nullptr || sender->flight->due > present)
             break;
@@ -69,14 +88,15 @@ void NullModemCable::advance() noexcept {
     now_ = present;
 }
 
-void NullModemCable::startCharacters() noexcept {
-    const bool paced = (ends_[0] && ends_[0]->paced) || (ends_[1] && ends_[1]->paced);
+void NullModemCable::startCharacters(bool takeTime) noexcept {
     for (const auto& end : ends_) {
         if (!end || end->flight)
             continue;
+        if (!takeTime)
+            end->sendRun();
         end->flight = end->nextCharacter();
         if (end->flight)
-            end->flight->due = now_ + (paced ? end->characterNanoseconds() : 0);
+            end->flight->due = now_ + (takeTime ? end->characterNanoseconds() : 0);
     }
 }
 
@@ -102,9 +122,11 @@ uint64_t NullModemCable::nextMoment() noexcept {
 
 namespace {
 
-/// A cancel concerns writes and flushes; a plain wait has its own descriptor to be ended by.
-constexpr bool endsOnCancel(uint32_t wanted) {
-    return (wanted & ~uint32_t{nullModemReadable | nullModemWritable}) != 0;
+/// A cancel ends what waits at its moment. Writes and flushes end as long as it lasts; a plain wait has its
+/// own descriptor to be ended by.
+bool ended(const NullModemEnd& end, uint32_t wanted, uint32_t earlierCancels) noexcept {
+    constexpr uint32_t plain = nullModemReadable | nullModemWritable;
+    return end.cancels != earlierCancels || (end.cancelled && (wanted & ~plain) != 0);
 }
 
 } // namespace
@@ -116,58 +138,98 @@ void NullModemCable::settle() noexcept {
     for (const auto& end : ends_)
         if (end)
             end->showReadable();
-    const uint64_t next = nextMoment();
-    for (Waiter* waiter : waiters_) {
-        if (waiter->wasCalled)
-            continue;
-        const bool ended = waiter->end.cancelled && endsOnCancel(waiter->wanted);
-        if (waiter->end.holding(waiter->wanted) == 0 && !ended && next >= waiter->wakesAt)
-            continue;
-        waiter->wasCalled = true;
-        waiter->called.set();
+    const uint64_t nextArrival = nextMoment();
+    for (Waiter* waiter = waiters_; waiter != nullptr; waiter = waiter->next) {
+        const uint32_t held = waiter->end.holding(waiter->wanted);
+        if (waiter->bell != nullptr && (held & nullModemReadable) != 0)
+            continue; // it watches the handle, which tells it
+        if (held != 0 || ended(waiter->end, waiter->wanted, waiter->cancels) || nextArrival < waiter->wakesAt)
+            call(*waiter);
     }
+}
+
+void NullModemCable::call(Waiter& waiter) noexcept {
+    if (waiter.called.exchange(1) != 0)
+        return;
+    if (waiter.bell != nullptr)
+        waiter.bell->set();
+    else
+        parking::unparkAll(waiter.called);
 }
 
 uint32_t NullModemCable::wait(Inside& inside, NullModemEnd& end, uint32_t wanted, int32_t wake,
                               clock::Deadline limit) noexcept {
     const uint32_t cancels = end.cancels;
-    for (bool woken = false;;) {
+    for (Slept slept = Slept::on;;) {
         settle();
         const uint32_t held = end.holding(wanted);
-        const bool ended = endsOnCancel(wanted) && end.cancelledSince(cancels);
-        if (held != 0 || woken || ended || limit.passed())
+        if (held != 0 || slept != Slept::on || ended(end, wanted, cancels) || limit.passed())
             return held;
-        woken = sleep(inside, end, wanted, wake, limit);
+        slept = sleep(inside, {.end = end, .wanted = wanted, .cancels = cancels}, wake, limit);
     }
 }
 
-/// One sleep, which may end without a reason. True when `wake` was readable.
-bool NullModemCable::sleep(Inside& inside, NullModemEnd& end, uint32_t wanted, int32_t wake,
-                           clock::Deadline limit) noexcept {
-    thread_local Signal called;
-    called.clear();
-    Waiter waiter{end, wanted, nextMoment(), called};
+/// One sleep, which may end without a reason.
+NullModemCable::Slept NullModemCable::sleep(Inside& inside, Waiter&& waiter, int32_t wake,
+                                            clock::Deadline limit) noexcept {
+    waiter.wakesAt = nextMoment();
     if (waiter.wakesAt != never) {
         const uint64_t ticks = (waiter.wakesAt - now_ + nanosecondsPerTick - 1) / nanosecondsPerTick;
         const auto due = clock::Deadline::in(static_cast<uint32_t>(std::min<uint64_t>(ticks, INT32_MAX)));
         limit = clock::Deadline::earlier(limit, due);
     }
-    if (called.descriptor() < 0) {
+    std::optional<Signal> spare;
+    if (wake >= 0)
+        waiter.bell = waiter.end.bellTaken ? &spare.emplace() : &waiter.end.bell;
+    if (waiter.bell != nullptr && waiter.bell->descriptor() < 0) {
         // The host has no descriptor left, so nobody can call us: look again now and then.
         const auto soon = std::chrono::steady_clock::now() + std::chrono::milliseconds(10);
         limit = clock::Deadline::earlier(limit, clock::Deadline::at(soon));
     }
 
-    waiters_.push_back(&waiter);
+    enlist(waiter);
     inside.lock.unlock();
-    Watch watches[2];
-    watches[0].descriptor = called.descriptor();
-    watches[1].descriptor = wake;
-    watches[0].forRead = watches[1].forRead = true;
-    waitAny(watches, limit.realMillisecondsLeft());
+    const Slept slept = wake < 0 ? park(waiter, limit) : doze(waiter, wake, limit);
     inside.lock.lock();
-    std::erase(waiters_, &waiter);
-    return watches[1].readable || watches[1].hungUp;
+    dismiss(waiter);
+    return slept;
+}
+
+NullModemCable::Slept NullModemCable::park(Waiter& waiter, clock::Deadline limit) noexcept {
+    parking::park(waiter.called, 0, limit.realMillisecondsLeft());
+    return Slept::on;
+}
+
+NullModemCable::Slept NullModemCable::doze(Waiter& waiter, int32_t wake, clock::Deadline limit) noexcept {
+    const bool reads = (waiter.wanted & nullModemReadable) != 0;
+    Watch watches[3];
+    watches[0].descriptor = waiter.bell->descriptor();
+    watches[1].descriptor = reads ? waiter.end.readable.descriptor() : -1;
+    watches[2].descriptor = wake;
+    for (Watch& watch : watches)
+        watch.forRead = true;
+    if (waitAny(watches, limit.realMillisecondsLeft()) > 0)
+        return watches[2].readable || watches[2].hungUp ? Slept::woken : Slept::on;
+    // Where the host fails to wait, nobody knows whether `wake` is readable: the caller shall look.
+    return limit.passed() ? Slept::on : Slept::blind;
+}
+
+void NullModemCable::enlist(Waiter& waiter) noexcept {
+    waiter.next = waiters_;
+    waiters_ = &waiter;
+    waiter.end.bellTaken = waiter.end.bellTaken || waiter.bell == &waiter.end.bell;
+}
+
+void NullModemCable::dismiss(Waiter& waiter) noexcept {
+    Waiter** place = &waiters_;
+    while (*place != &waiter)
+        place = &(*place)->next;
+    *place = waiter.next;
+    if (waiter.bell != &waiter.end.bell)
+        return;
+    waiter.end.bellTaken = false;
+    if (waiter.called != 0)
+        waiter.bell->clear();
 }
 
 } // namespace brisolt

@@ -1,5 +1,5 @@
 // A null-modem cable inside the process: two ends, the characters that travel between them, and the
-// threads that wait for something at an end.
+// threads that wait for something at an end. A loop is a cable with one end that is its own peer.
 //
 // No thread moves the characters. Whoever looks at the cable first brings it up to the present moment: all
 // characters that are over by then arrive, in the order of their moments. A paced cable gives a character
@@ -7,12 +7,14 @@
 // waiting thread sleeps until the next character is due at the latest.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
+#include <string_view>
 
+#include "device/null_modem_cables.h"
 #include "device/null_modem_end.h"
 #include "platform/clock.h"
 #include "platform/signal.h"
@@ -21,7 +23,7 @@ namespace brisolt {
 
 class NullModemCable {
 public:
-    explicit NullModemCable(std::string name) noexcept;
+    NullModemCable(const CableKind& kind, std::string_view name);
 
     /// The only way to touch an end: holds the cable's lock, finds the line up to date, and in the end
     /// lets the change take effect and wakes whoever waits for it.
@@ -31,43 +33,60 @@ public:
             cable.advance();
         }
         ~Inside() { cable.settle(); }
+        /// Lets the line take what it takes at once.
+        void proceed() noexcept { cable.advance(); }
         NullModemCable& cable;
         std::unique_lock<std::mutex> lock;
     };
 
-    /// A free end, connected; null when both are taken.
-    NullModemEnd* join(bool paced, bool autobaud) noexcept;
-    /// Gives the end back. False when it was the last: nobody knows the cable any more.
-    bool leave(NullModemEnd& end) noexcept;
+    /// A free end, connected. 1, or a negative host error number: all are taken, or the host has no memory
+    /// or descriptor for it.
+    int32_t join(bool paced, bool autobaud, NullModemEnd*& joined) noexcept;
+    void leave(NullModemEnd& end) noexcept;
+    bool unused() noexcept; ///< no end is open
     void ring(bool on) noexcept;
+    const CableKind& kind() const noexcept { return kind_; }
     const std::string& name() const noexcept { return name_; }
 
     /// Waits, without the lock, until one of `wanted` (NullModemCondition) holds, `wake` is readable, the
-    /// time is over or the end is cancelled. Those that hold then.
+    /// time is over, the end is cancelled or the host fails to wait. Those that hold then.
     uint32_t wait(Inside& inside, NullModemEnd& end, uint32_t wanted, int32_t wake,
                   clock::Deadline limit) noexcept;
 
+    NullModemCable* next = nullptr; ///< for the list that it is found in
+
 private:
+    /// A waiting thread, on its own stack. One that waits for nothing beside the end sleeps on the word
+    /// `called`, which needs nothing from the host; another on descriptors, the end's handle among them.
     struct Waiter {
         NullModemEnd& end;
         uint32_t wanted;
-        uint64_t wakesAt;
-        Signal& called;
-        bool wasCalled = false;
+        uint32_t cancels; ///< the end's, when the wait began
+        uint64_t wakesAt = 0;
+        Signal* bell = nullptr;
+        std::atomic<uint32_t> called{0};
+        Waiter* next = nullptr;
     };
+    enum class Slept { on, woken, blind };
 
     void advance() noexcept;
     void settle() noexcept;
-    void startCharacters() noexcept;
+    bool isPaced() const noexcept;
+    void startCharacters(bool takeTime) noexcept;
     NullModemEnd* firstDue() noexcept;
     uint64_t nextMoment() noexcept;
-    bool sleep(Inside& inside, NullModemEnd& end, uint32_t wanted, int32_t wake,
-               clock::Deadline limit) noexcept;
+    static void call(Waiter& waiter) noexcept;
+    Slept sleep(Inside& inside, Waiter&& waiter, int32_t wake, clock::Deadline limit) noexcept;
+    static Slept park(Waiter& waiter, clock::Deadline limit) noexcept;
+    static Slept doze(Waiter& waiter, int32_t wake, clock::Deadline limit) noexcept;
+    void enlist(Waiter& waiter) noexcept;
+    void dismiss(Waiter& waiter) noexcept;
 
+    const CableKind& kind_;
     const std::string name_;
     std::mutex mutex_;
     std::unique_ptr<NullModemEnd> ends_[2];
-    std::vector<Waiter*> waiters_;
+    Waiter* waiters_ = nullptr;
     uint64_t now_ = 0; ///< the cable's own time: nanoseconds of the tick counter, without its wrap
     uint32_t tick_;    ///< the tick counter at now_
 };

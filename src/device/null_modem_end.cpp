@@ -41,6 +41,12 @@ NullModemEnd::NullModemEnd(NullModemCable& itsCable, bool takesLineTime, bool ad
     timeouts = {sizeof timeouts, noLimit, 0, 0, 0, 2000};
 }
 
+int32_t NullModemEnd::setUp() noexcept {
+    if (readable.descriptor() < 0 || bell.descriptor() < 0)
+        return -static_cast<int32_t>(std::errc::too_many_files_open);
+    return setQueues(0, 0);
+}
+
 // ---- Settings ----------------------------------------------------------------------------------------
 
 int32_t NullModemEnd::setState(const ComHostLineState& wanted) noexcept {
@@ -66,10 +72,15 @@ int32_t NullModemEnd::setState(const ComHostLineState& wanted) noexcept {
     return 1;
 }
 
-void NullModemEnd::setQueues(uint32_t inSize, uint32_t outSize) noexcept {
-    inLimit_ = std::max(inSize, smallestInput);
-    outLimit_ = std::max(outSize, smallestOutput);
+int32_t NullModemEnd::setQueues(uint32_t inSize, uint32_t outSize) noexcept {
+    const size_t in = std::max(inSize, smallestInput);
+    const size_t out = std::max(outSize, smallestOutput);
+    if (!input.reserve(in) || !output.reserve(out))
+        return -static_cast<int32_t>(std::errc::not_enough_memory);
+    inLimit_ = in;
+    outLimit_ = out;
     inputChanged();
+    return 1;
 }
 
 const ComHostLineState& NullModemEnd::framing() const noexcept {
@@ -140,6 +151,18 @@ bool NullModemEnd::heldByLines() const noexcept {
 
 // ---- Bytes -------------------------------------------------------------------------------------------
 
+/// The data that leaves next, as far as it lies side by side.
+std::span<const uint8_t> NullModemEnd::nextBytes() const noexcept {
+    return output.empty() ? handed : output.front();
+}
+
+void NullModemEnd::haveLeft(size_t count) noexcept {
+    if (output.empty())
+        handed = handed.subspan(count);
+    else
+        output.drop(count);
+}
+
 std::optional<NullModemEnd::Flight> NullModemEnd::nextCharacter() noexcept {
     if (heldByLines())
         return std::nullopt;
@@ -148,11 +171,10 @@ std::optional<NullModemEnd::Flight> NullModemEnd::nextCharacter() noexcept {
         flowCharacter.reset();
         return next;
     }
-    if (heldByXoff_ || output.empty())
+    if (heldByXoff_ || nextBytes().empty())
         return std::nullopt;
-    const Flight next{output.front(), true, 0};
-    output.pop_front();
-    ++sent;
+    const Flight next{nextBytes().front(), true, 0};
+    haveLeft(1);
     return next;
 }
 
@@ -178,8 +200,40 @@ void NullModemEnd::arrive(uint8_t value) noexcept {
         errors |= COM_HOST_ERROR_RX_OVERFLOW;
         return;
     }
-    input.push_back(value);
+    input.push(value);
     inputChanged();
+}
+
+/// Whether every byte of the peer's reaches the input as it is.
+bool NullModemEnd::takesPlainBytes() const noexcept {
+    constexpr uint32_t looksAtBytes =
+        COM_HOST_LINE_DSR_SENSITIVITY | COM_HOST_LINE_NULL_STRIP | COM_HOST_LINE_XON_OUTPUT;
+    const ComHostLineState& ours = framing();
+    const ComHostLineState& theirs = peer->framing();
+    return (state.flags & looksAtBytes) == 0 && !framingDiffers(ours, theirs) &&
+           ours.parity == theirs.parity && ours.dataBits == 8;
+}
+
+/// How many bytes can arrive before the input holds the peer off, or overflows.
+size_t NullModemEnd::roomBeforeChange() const noexcept {
+    const size_t limit = inputHigh_ ? inLimit_ : upperLimit();
+    return limit - std::min(limit, input.size());
+}
+
+void NullModemEnd::sendRun() noexcept {
+    if (peer == nullptr || nextBytes().empty() || heldByXoff_ || breakOn)
+        return;
+    const bool somethingFirst = flight || flowCharacter || peer->flight || peer->flowCharacter;
+    if (somethingFirst || heldByLines() || !peer->takesPlainBytes())
+        return;
+    for (;;) {
+        const size_t count = std::min(nextBytes().size(), peer->roomBeforeChange());
+        if (count == 0)
+            break;
+        peer->input.append(nextBytes().first(count));
+        haveLeft(count);
+    }
+    peer->inputChanged();
 }
 
 bool NullModemEnd::swallowed(uint8_t value) noexcept {
@@ -190,9 +244,12 @@ bool NullModemEnd::swallowed(uint8_t value) noexcept {
     return true;
 }
 
+size_t NullModemEnd::upperLimit() const noexcept {
+    return inLimit_ - std::min<size_t>(inLimit_, state.xoffLimit);
+}
+
 void NullModemEnd::inputChanged() noexcept {
-    const size_t upper = inLimit_ - std::min<size_t>(inLimit_, state.xoffLimit);
-    if (input.size() > upper)
+    if (input.size() > upperLimit())
         inputHigh_ = true;
     else if (input.size() < state.xonLimit || input.empty())
         inputHigh_ = false;
@@ -204,14 +261,10 @@ void NullModemEnd::inputChanged() noexcept {
     }
 }
 
-int32_t NullModemEnd::read(uint8_t* buffer, int32_t count) noexcept {
-    const auto taken =
-        std::min(static_cast<std::ptrdiff_t>(count), static_cast<std::ptrdiff_t>(input.size()));
-    if (taken <= 0)
-        return 0;
-    std::copy_n(input.begin(), taken, buffer);
-    input.erase(input.begin(), input.begin() + taken);
-    inputChanged();
+int32_t NullModemEnd::read(std::span<uint8_t> to) noexcept {
+    const size_t taken = input.read(to);
+    if (taken != 0)
+        inputChanged();
     return static_cast<int32_t>(taken);
 }
 
@@ -227,15 +280,13 @@ void NullModemEnd::purge(uint32_t what) noexcept {
 }
 
 size_t NullModemEnd::room() const noexcept {
-    // The bytes of a complete write stay the last of the queue, so that they can be taken back.
-    return completing != 0 || output.size() >= outLimit_ ? 0 : outLimit_ - output.size();
+    // The bytes of a complete write stay the last, so that they can be taken back.
+    return completing || output.size() >= outLimit_ ? 0 : outLimit_ - output.size();
 }
 
 void NullModemEnd::takeBack() noexcept {
-    if (completing == 0 || completeEnded)
-        return;
-    completeEnded = true;
-    output.resize(output.size() - std::min<uint64_t>(completing, output.size()));
+    takenBack += handed.size();
+    handed = {};
 }
 
 uint32_t NullModemEnd::holding(uint32_t wanted) const noexcept {
@@ -244,11 +295,11 @@ uint32_t NullModemEnd::holding(uint32_t wanted) const noexcept {
         held |= nullModemReadable;
     if (room() != 0)
         held |= nullModemWritable;
-    if (completing == 0)
+    if (!completing)
         held |= nullModemTurn;
     if (waitingToLeave() == 0)
         held |= nullModemDrained;
-    if (waitingToLeave() == 0 || completeEnded)
+    if (waitingToLeave() == 0 || takenBack != 0)
         held |= nullModemWritten;
     return held & wanted;
 }

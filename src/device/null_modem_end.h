@@ -1,13 +1,17 @@
 // One end of a null-modem cable: how its line is set, the pins it drives, the bytes that have arrived and
 // those that wait to leave. It knows neither time nor threads: the cable has both, and its lock.
+//
+// Its queues are made when it is and when a larger one is asked for, so that bytes travel without an
+// allocation. What a write hands over leaves from the writer's own memory as far as the line takes it at once.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <optional>
+#include <span>
 
 #include "brisolt_host.h"
+#include "device/byte_ring.h"
 #include "platform/signal.h"
 
 namespace brisolt {
@@ -32,11 +36,14 @@ struct NullModemEnd {
     };
 
     NullModemEnd(NullModemCable& itsCable, bool takesLineTime, bool adaptsToPeer) noexcept;
+    /// Before its first use. 1, or a negative host error number when the host has no memory or descriptor.
+    int32_t setUp() noexcept;
 
     // Settings
     /// 1, or a negative host error number when no line can be framed like that; nothing has changed then.
     int32_t setState(const ComHostLineState& wanted) noexcept;
-    void setQueues(uint32_t inSize, uint32_t outSize) noexcept;
+    /// 1, or a negative host error number without the memory; nothing has changed then.
+    int32_t setQueues(uint32_t inSize, uint32_t outSize) noexcept;
     /// How characters are framed: as set, or for an end that adapts itself, as its peer has set it.
     const ComHostLineState& framing() const noexcept;
     uint64_t characterNanoseconds() const noexcept;
@@ -60,10 +67,15 @@ struct NullModemEnd {
     std::optional<Flight> nextCharacter() noexcept;
     /// A character of the peer, whole, reaches us.
     void arrive(uint8_t value) noexcept;
-    int32_t read(uint8_t* buffer, int32_t count) noexcept;
+    /// Sends as many characters at once as can travel without anything happening but that they arrive. For a
+    /// line on which they take no time.
+    void sendRun() noexcept;
+    int32_t read(std::span<uint8_t> to) noexcept;
     void purge(uint32_t what) noexcept;
     size_t room() const noexcept;
-    size_t waitingToLeave() const noexcept { return output.size() + (flight && flight->data ? 1 : 0); }
+    size_t waitingToLeave() const noexcept {
+        return output.size() + handed.size() + (flight && flight->data ? 1 : 0);
+    }
     /// Ends the complete write under way: what is left of it is taken back out.
     void takeBack() noexcept;
 
@@ -89,20 +101,27 @@ struct NullModemEnd {
     uint32_t cancels = 0; ///< how often it was cancelled: a wait must end even if that is over again
     uint32_t errors = 0;  ///< COM_HOST_ERROR_..., since they were last read
 
-    std::deque<uint8_t> input;
-    std::deque<uint8_t> output;
+    ByteRing input;
+    ByteRing output;
+    std::span<const uint8_t> handed;      ///< what a write has not got rid of yet, behind the output
+    bool completing = false;              ///< a complete write is under way: the bytes handed are its own
+    size_t takenBack = 0;                 ///< bytes of it that shall not leave any more
     std::optional<uint8_t> flowCharacter; ///< an XON or XOFF of ours, leaves before the output
     std::optional<Flight> flight;
-    uint64_t sent = 0;          ///< data characters that have left the output queue, ever
-    uint64_t completing = 0;    ///< bytes of the complete write under way: always the last of the output
-    bool completeEnded = false; ///< what was left of it has been taken back
 
     Signal readable; ///< set exactly while the input holds bytes; its descriptor is the device's handle
+    Signal bell;     ///< for the one thread that waits for something else beside this end
+    bool bellTaken = false;
 
 private:
     bool has(uint32_t flag) const noexcept { return (state.flags & flag) != 0; }
     bool heldByLines() const noexcept;
     bool swallowed(uint8_t value) noexcept;
+    bool takesPlainBytes() const noexcept;
+    size_t roomBeforeChange() const noexcept;
+    size_t upperLimit() const noexcept;
+    std::span<const uint8_t> nextBytes() const noexcept;
+    void haveLeft(size_t count) noexcept;
     void inputChanged() noexcept;
 
     size_t inLimit_;

@@ -13,12 +13,12 @@ limit=400 # seconds; a run takes a fraction of that on a machine that has nothin
 modules="uhci-hcd ftdi_sio dummy_hcd cdc-acm usb_f_acm usb_f_serial g_serial" # in the order in which they are loaded
 PATH=$PATH:/usr/sbin:/sbin
 
+emulator=qemu-system-x86_64
+
 give_up() {
     echo "test-lines: ${*//$'\n'/ }" >&2
     exit 1
 }
-
-emulator=qemu-system-x86_64
 [ "$(uname -m)" = x86_64 ] || give_up "the emulated machine is an x86-64 one, and this is $(uname -m)"
 for tool in $emulator busybox depmod dpkg-deb; do
     command -v "$tool" >/dev/null || give_up "$tool is missing (Debian: qemu-system-x86, busybox-static, kmod)"

@@ -1,6 +1,4 @@
 // Breaks sent and seen, and line errors: reported once, and then cleared.
-#include <gtest/gtest.h>
-
 #include "guest.h"
 
 using namespace brisolt::test;

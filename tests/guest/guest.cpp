@@ -7,12 +7,10 @@
 #include <fstream>
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/ioctl.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
+#include "support/descriptor_io.h"
 
 namespace brisolt::test {
 
@@ -26,45 +24,24 @@ constexpr int32_t loop = 0x8000;
 
 } // namespace
 
-Port::Port(const std::string& path, int32_t number, int32_t baudRate) : number_(number) {
-    ComHostMapDevice(number, path.c_str());
-    const int32_t opened = ComOpen("COM", number, baudRate, 8, 1, 1, 8192, 8192);
-    std::array<char, 300> why{};
-    if (opened != number)
-        ComHostGetErrorText(why.data(), static_cast<int32_t>(why.size()));
-    EXPECT_EQ(opened, number) << path << ": " << why.data();
-}
-
-int32_t send(int32_t port, std::string bytes) {
-    return ComWrite(port, bytes.data(), static_cast<int32_t>(bytes.size()));
+Port::Port(const std::string& path, int32_t number) : number_(number) {
+    EXPECT_EQ(openOn(number, path), number) << path << ": " << errorText();
 }
 
 std::future<int32_t> sendAside(int32_t port, std::string bytes) {
     return std::async(async, [port, bytes = std::move(bytes)] { return send(port, bytes); });
 }
 
-std::string receive(int32_t port, std::size_t count, Milliseconds limit) {
-    std::string bytes(count, '\0');
-    std::size_t got = 0;
-    eventually(
-        [&] {
-            const int32_t more = ComRead(port, bytes.data() + got, static_cast<int32_t>(count - got));
-            got += more > 0 ? static_cast<std::size_t>(more) : 0;
-            return got == count;
-        },
-        limit);
-    bytes.resize(got);
-    return bytes;
+void expectQuickClose(int32_t port) {
+    const auto start = Clock::now();
+    EXPECT_EQ(ComClose(port), 1);
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(8));
 }
 
-std::string receiveToQuiet(int32_t port) {
-    std::string all;
-    while (true) {
-        const std::string more = receive(port, 1 << 20, soon * 2);
-        if (more.empty())
-            return all;
-        all += more;
-    }
+std::string errorText() {
+    std::array<char, 300> text{};
+    ComHostGetErrorText(text.data(), static_cast<int32_t>(text.size()));
+    return text.data();
 }
 
 std::string pattern(std::size_t count) {
@@ -87,81 +64,16 @@ Tty::Tty(const std::string& path, As role)
     EXPECT_TRUE(set(raw));
 }
 
-void Tty::close() {
-    if (descriptor_ < 0)
-        return;
+Tty::~Tty() {
     ioctl(descriptor_, TCFLSH, TCIOFLUSH); // what nobody reads would hold up the close
     ::close(descriptor_);
-    descriptor_ = -1;
 }
 
-void Tty::write(std::string_view bytes) const {
-    const auto end = Clock::now() + patience;
-    while (!bytes.empty() && Clock::now() < end) {
-        const ssize_t taken = ::write(descriptor_, bytes.data(), bytes.size());
-        if (taken > 0)
-            bytes.remove_prefix(static_cast<std::size_t>(taken));
-        pollfd self{descriptor_, POLLOUT, 0};
-        poll(&self, 1, 100);
-    }
-    EXPECT_TRUE(bytes.empty()) << bytes.size() << " bytes not taken";
-}
-
-std::string Tty::read(std::size_t count, Milliseconds limit) const {
-    std::string bytes;
-    std::array<char, 4096> part{};
-    const auto end = Clock::now() + limit;
-    while (bytes.size() < count && Clock::now() < end) {
-        pollfd self{descriptor_, POLLIN, 0};
-        const auto left = std::chrono::duration_cast<Milliseconds>(end - Clock::now());
-        poll(&self, 1, static_cast<int>(left.count()) + 1);
-        const ssize_t got = ::read(descriptor_, part.data(), std::min(part.size(), count - bytes.size()));
-        if (got > 0)
-            bytes.append(part.data(), static_cast<std::size_t>(got));
-        else if (got == 0)
-            break;
-    }
-    return bytes;
-}
-
-std::string Tty::readToQuiet() const {
-    std::string all;
-    while (true) {
-        const std::string more = read(1, soon * 2);
-        if (more.empty())
-            return all;
-        all += more + read(4095, Milliseconds(0));
-    }
-}
-
-termios2 Tty::settings() const {
-    termios2 now{};
-    EXPECT_EQ(ioctl(descriptor_, TCGETS2, &now), 0);
-    return now;
-}
-
-bool Tty::set(const termios2& settings) const {
-    return ioctl(descriptor_, TCSETS2, &settings) == 0;
-}
-
-int32_t Tty::unsent() const {
-    int32_t bytes = -1;
-    EXPECT_EQ(ioctl(descriptor_, TIOCOUTQ, &bytes), 0);
-    return bytes;
-}
-
-int32_t Tty::lines() const {
-    int32_t lines = 0;
-    EXPECT_EQ(ioctl(descriptor_, TIOCMGET, &lines), 0);
-    return lines;
-}
-
-void Tty::raise(int32_t lines) const {
-    EXPECT_EQ(ioctl(descriptor_, TIOCMBIS, &lines), 0);
-}
-
-void Tty::lower(int32_t lines) const {
-    EXPECT_EQ(ioctl(descriptor_, TIOCMBIC, &lines), 0);
+void expectTalk(int32_t port, const Tty& far) {
+    EXPECT_EQ(send(port, "out"), 3);
+    EXPECT_EQ(far.read(3), "out");
+    far.write("in");
+    EXPECT_EQ(receive(port, 2), "in");
 }
 
 std::string stty(const std::string& path) {
@@ -234,10 +146,6 @@ void Gadget::plug() {
     EXPECT_TRUE(eventually([&] {
         return std::filesystem::exists(device) && std::filesystem::exists(gadget);
     })) << device;
-}
-
-std::string Gadget::path() const {
-    return kind_ == Kind::modem ? usbModem : "/dev/ttyUSB1";
 }
 
 Usage usage() {

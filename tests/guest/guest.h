@@ -10,9 +10,12 @@
 #include <thread>
 
 #include <asm/termbits.h>
+#include <sys/ioctl.h>
 
-#include "brisolt.h"
-#include "brisolt_host.h"
+#include <gtest/gtest.h>
+
+#include "port/ports.h"
+#include "support/descriptor_io.h"
 
 namespace brisolt::test {
 
@@ -37,14 +40,10 @@ constexpr const char* adapterFarEnd = "/dev/ttyS3";
 constexpr const char* usbModem = "/dev/ttyACM0";
 constexpr const char* gadget = "/dev/ttyGS0";
 
-template <class Condition> bool eventually(Condition condition, Milliseconds limit = patience) {
-    const auto end = Clock::now() + limit;
-    while (!condition()) {
-        if (Clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(Milliseconds(5));
-    }
-    return true;
+/// A device and the far end of its line.
+using Line = std::pair<const char*, const char*>;
+inline std::string nameOfLine(const testing::TestParamInfo<Line>& line) {
+    return line.param.first + sizeof "/dev";
 }
 
 template <class Result> bool stillRunning(const std::future<Result>& result) {
@@ -57,7 +56,7 @@ template <class Result> bool finishes(const std::future<Result>& result) {
 /// The library's port on a device, closed at the end of the test.
 class Port {
 public:
-    explicit Port(const std::string& path, int32_t number = 1, int32_t baudRate = 9600);
+    explicit Port(const std::string& path, int32_t number = 1);
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
     ~Port() { ComClose(number_); }
@@ -68,11 +67,13 @@ private:
     int32_t number_;
 };
 
-/// ComWrite of a copy, and ComRead until there are `count` bytes or the time is over.
-int32_t send(int32_t port, std::string bytes);
 std::future<int32_t> sendAside(int32_t port, std::string bytes);
-std::string receive(int32_t port, std::size_t count, Milliseconds limit = patience);
-std::string receiveToQuiet(int32_t port);
+inline std::string receiveToQuiet(int32_t port) {
+    return receiveWithin(soon * 3, port, 1 << 20);
+}
+/// A close that waits for nobody.
+void expectQuickClose(int32_t port);
+std::string errorText();
 
 /// `count` bytes in which every place can be told from its neighbours.
 std::string pattern(std::size_t count);
@@ -85,24 +86,37 @@ public:
     explicit Tty(const std::string& path, As role = As::farEnd);
     Tty(const Tty&) = delete;
     Tty& operator=(const Tty&) = delete;
-    ~Tty() { close(); }
-    void close();
+    ~Tty();
 
-    void write(std::string_view bytes) const;
-    std::string read(std::size_t count, Milliseconds limit = patience) const;
-    std::string readToQuiet() const;
+    void write(std::string_view bytes) const {
+        EXPECT_EQ(writeTo(descriptor_, bytes, patience), bytes.size());
+    }
+    std::string read(std::size_t count, Milliseconds limit = patience) const {
+        return readFrom(descriptor_, count, limit);
+    }
+    std::string readToQuiet() const { return test::readToQuiet(descriptor_, soon * 2); }
 
     int descriptor() const { return descriptor_; }
-    termios2 settings() const;
-    bool set(const termios2& settings) const;
-    int32_t unsent() const; ///< in the kernel's queue
-    int32_t lines() const;
-    void raise(int32_t lines) const;
-    void lower(int32_t lines) const;
+    termios2 settings() const {
+        termios2 now{};
+        EXPECT_EQ(ioctl(descriptor_, TCGETS2, &now), 0);
+        return now;
+    }
+    bool set(const termios2& settings) const { return ioctl(descriptor_, TCSETS2, &settings) == 0; }
+    int32_t unsent() const { ///< in the kernel's queue
+        int32_t bytes = -1;
+        EXPECT_EQ(ioctl(descriptor_, TIOCOUTQ, &bytes), 0);
+        return bytes;
+    }
+    void raise(int32_t lines) const { EXPECT_EQ(ioctl(descriptor_, TIOCMBIS, &lines), 0); }
+    void lower(int32_t lines) const { EXPECT_EQ(ioctl(descriptor_, TIOCMBIC, &lines), 0); }
 
 private:
     int descriptor_;
 };
+
+/// Bytes pass both ways.
+void expectTalk(int32_t port, const Tty& far);
 
 /// What the settings of a tty are, in the words of stty.
 std::string stty(const std::string& path);
@@ -144,7 +158,7 @@ public:
     void unplug();
     void plug();
     /// The device at our end.
-    std::string path() const;
+    std::string path() const { return kind_ == Kind::modem ? usbModem : "/dev/ttyUSB1"; }
 
 private:
     Kind kind_;

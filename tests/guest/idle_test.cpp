@@ -2,8 +2,6 @@
 #include <memory>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "guest.h"
 
 using namespace brisolt::test;

@@ -1,9 +1,7 @@
 // A device is pulled out while it is in use, and comes back.
+#include <array>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-
-#include <gtest/gtest.h>
 
 #include "guest.h"
 
@@ -11,23 +9,8 @@ using namespace brisolt::test;
 
 namespace {
 
-void expectTalk(const std::string& path, const std::string& farPath, int32_t number = 1) {
-    const Tty far(farPath);
-    const Port port(path, number);
-    EXPECT_EQ(send(port, "out"), 3);
-    EXPECT_EQ(far.read(3), "out");
-    far.write("in");
-    EXPECT_EQ(receive(port, 2), "in");
-}
-
-void expectQuickClose(int32_t port) {
-    const auto start = Clock::now();
-    EXPECT_EQ(ComClose(port), 1);
-    EXPECT_LT(Clock::now() - start, std::chrono::seconds(8));
-}
-
 /// A device that is gone keeps nobody running.
-void expectQuiet(Milliseconds time) {
+void expectQuiet(Milliseconds time = std::chrono::seconds(1)) {
     const Usage before = usage();
     std::this_thread::sleep_for(time);
     const Usage after = usage();
@@ -35,30 +18,29 @@ void expectQuiet(Milliseconds time) {
     EXPECT_LT(after.wakeUps - before.wakeUps, static_cast<uint64_t>(time.count()) * 30 / 1000);
 }
 
-/// The adapter's plug: what the host does when a device leaves and when it comes.
-class AdapterPlug {
-public:
-    ~AdapterPlug() { in(); }
-    void out() { authorize(false); }
-    void in() {
-        authorize(true);
-        EXPECT_TRUE(eventually([] { return std::filesystem::exists(adapter); }));
+/// The port of a USB modem that is pulled out in the test and put in again after it.
+class Unplug : public testing::Test {
+protected:
+    void TearDown() override {
+        if (ComOpenState(port) == 1)
+            expectQuickClose(port);
+        plug.plug();
+        expectTalk(Port(usbModem), Tty(gadget));
+    }
+    std::future<int32_t> readAside(uint32_t limit) {
+        return std::async(async, [this, limit] { return ComReadTimed(port, bytes.data(), 100, limit); });
     }
 
-private:
-    void authorize(bool on) { std::ofstream(device_ / "authorized") << (on ? 1 : 0) << std::flush; }
-    std::filesystem::path device_ =
-        std::filesystem::canonical("/sys/class/tty/ttyUSB0/device").parent_path().parent_path();
+    Gadget plug;
+    const Port port{usbModem};
+    std::array<char, 100> bytes{};
 };
 
-TEST(Unplug, WhileReading) {
-    Gadget plug;
-    Port port(usbModem);
-    std::array<char, 100> bytes{};
-    auto reader = std::async(async, [&] { return ComReadTimed(port, bytes.data(), 100, 300); });
+TEST_F(Unplug, WhileReading) {
+    auto reader = readAside(300);
     EXPECT_TRUE(stillRunning(reader));
     plug.unplug();
-    expectQuiet(std::chrono::seconds(1));
+    expectQuiet();
     ASSERT_TRUE(finishes(reader));
     EXPECT_EQ(reader.get(), 0) << "it reads as an empty line";
     auto endless = std::async(async, [&] { return ComReadBuf(port, bytes.data(), 0, 99, 3000); });
@@ -66,53 +48,36 @@ TEST(Unplug, WhileReading) {
     expectQuickClose(port);
     ASSERT_TRUE(finishes(endless));
     EXPECT_EQ(endless.get(), -1);
-    plug.plug();
-    expectTalk(usbModem, gadget);
 }
 
-TEST(Unplug, WhileWriting) {
-    Gadget plug;
-    const Port port(usbModem); // nobody takes what it writes
-    ComSetWriteTimeout(port, ~0U);
+TEST_F(Unplug, WhileWriting) {
+    ComSetWriteTimeout(port, ~0U); // nobody takes what it writes
     auto writer = std::async(async, [&] {
         while (send(port, pattern(1000)) == 1000)
             ;
     });
     EXPECT_TRUE(stillRunning(writer));
-    std::this_thread::sleep_for(soon);
     plug.unplug();
     EXPECT_TRUE(finishes(writer)) << "no line, nothing to wait for";
     EXPECT_LE(send(port, "nowhere"), 0);
-    expectQuiet(std::chrono::seconds(1));
-    expectQuickClose(port);
-    plug.plug();
-    expectTalk(usbModem, gadget);
+    expectQuiet();
 }
 
-TEST(Unplug, WhileALosslessPortHasBytesToSend) {
-    Gadget plug;
-    const Port port(usbModem);
+TEST_F(Unplug, WhileALosslessPortHasBytesToSend) {
     ASSERT_EQ(ComHostSetLossless(port, 1), 1);
     while (send(port, pattern(1000)) == 1000)
         ;
     EXPECT_GT(ComOutBufStatus(port), 0);
     plug.unplug();
-    expectQuiet(std::chrono::seconds(1));
-    std::array<char, 10> bytes{};
-    auto reader = std::async(async, [&] { return ComReadTimed(port, bytes.data(), 10, 200); });
-    expectQuiet(std::chrono::seconds(1));
+    expectQuiet();
+    auto reader = readAside(200);
+    expectQuiet();
     EXPECT_EQ(reader.get(), 0);
-    expectQuickClose(port);
-    plug.plug();
-    expectTalk(usbModem, gadget);
 }
 
-TEST(Unplug, WhileIdle) {
-    Gadget plug;
-    const Port port(usbModem);
+TEST_F(Unplug, WhileIdle) {
     plug.unplug();
     expectQuiet(std::chrono::seconds(2));
-    std::array<char, 10> bytes{};
     EXPECT_EQ(ComOpenState(port), 1);
     EXPECT_EQ(ComStatus(port), 0);
     EXPECT_EQ(ComRead(port, bytes.data(), 10), 0);
@@ -124,49 +89,38 @@ TEST(Unplug, WhileIdle) {
     EXPECT_EQ(ComSetDTR(port), -2);
     EXPECT_EQ(ComFlush(port), 1);
     EXPECT_EQ(ComBreak(port), 1);
-    expectQuickClose(port);
-    EXPECT_EQ(ComOpen("COM", port, 9600, 8, 1, 1, 4096, 4096), -25);
-    plug.plug();
-    expectTalk(usbModem, gadget);
+    EXPECT_EQ(openOn(2, usbModem), -25);
 }
 
 // The old name belongs to the dead device until its port is closed.
-TEST(Unplug, AndBackBeforeTheClose) {
-    Gadget plug;
+TEST_F(Unplug, AndBackBeforeTheClose) {
     const char* const nextName = "/dev/ttyACM1";
-    {
-        const Port port(usbModem);
-        plug.unplug();
-        EXPECT_EQ(std::system("modprobe g_serial"), 0);
-        EXPECT_TRUE(eventually([&] { return std::filesystem::exists(nextName); }));
-        expectTalk(nextName, gadget, 2);
-        expectQuiet(std::chrono::seconds(1));
-        expectQuickClose(port);
-    }
     plug.unplug();
-    plug.plug();
-    expectTalk(usbModem, gadget);
+    EXPECT_EQ(std::system("modprobe g_serial"), 0);
+    EXPECT_TRUE(eventually([&] { return std::filesystem::exists(nextName); }));
+    expectTalk(Port(nextName, 2), Tty(gadget));
+    expectQuiet();
+    expectQuickClose(port);
+    plug.unplug();
 }
 
-TEST(Unplug, OfAnAdapter) {
-    AdapterPlug plug;
-    std::array<char, 10> bytes{};
-    for (const bool reading : {false, true}) {
-        SCOPED_TRACE(reading ? "while reading" : "while idle");
+TEST(UnplugAdapter, WhileReading) {
+    const auto device =
+        std::filesystem::canonical("/sys/class/tty/ttyUSB0/device").parent_path().parent_path();
+    const auto plug = [&device](bool in) { std::ofstream(device / "authorized") << (in ? 1 : 0); };
+    {
         const Port port(adapter);
-        std::future<int32_t> reader;
-        if (reading)
-            reader = std::async(async, [&] { return ComReadTimed(port, bytes.data(), 10, 200); });
-        std::this_thread::sleep_for(soon);
-        plug.out();
-        expectQuiet(std::chrono::seconds(1));
-        if (reading) {
-            EXPECT_EQ(reader.get(), 0);
-        }
+        std::array<char, 10> bytes{};
+        auto reader = std::async(async, [&] { return ComReadTimed(port, bytes.data(), 10, 200); });
+        EXPECT_TRUE(stillRunning(reader));
+        plug(false);
+        expectQuiet();
+        EXPECT_EQ(reader.get(), 0);
         expectQuickClose(port);
-        plug.in();
-        expectTalk(adapter, adapterFarEnd);
     }
+    plug(true);
+    EXPECT_TRUE(eventually([] { return std::filesystem::exists(adapter); }));
+    expectTalk(Port(adapter), Tty(adapterFarEnd));
 }
 
 } // namespace

@@ -1,48 +1,38 @@
 // A write is complete when the line has taken its bytes, and what the library says about them is true.
-#include <gtest/gtest.h>
-
 #include "guest.h"
 
 using namespace brisolt::test;
 
 namespace {
 
-constexpr uint32_t noLimit = ~0U;
 constexpr uint8_t transmitterEmpty = 0x40;
 
-TEST(WriteCompletion, ABlockIsCompleteWhenItHasLeft) {
-    const Tty far(otherUart);
-    const Port port(uart);
-    const std::string block = pattern(1024);
-    EXPECT_EQ(send(port, block), 1024);
-    EXPECT_NE(uartRegister(lineStatus) & transmitterEmpty, 0);
-    EXPECT_EQ(Tty(uart, Tty::As::witness).unsent(), 0);
-    EXPECT_EQ(far.read(1024), block);
-    EXPECT_EQ(ComOutBufStatus(port), 0);
-    EXPECT_EQ(ComFlushImmediate(port), 1);
-}
-
-using Line = std::pair<const char*, const char*>;
 class OnEveryDriver : public testing::TestWithParam<Line> {};
 
-TEST_P(OnEveryDriver, BlocksPassBothWays) {
+TEST_P(OnEveryDriver, ABlockIsCompleteWhenItHasLeft) {
     const Tty far(GetParam().second);
     const Port port(GetParam().first);
     const std::string block = pattern(1024);
     for (int32_t round = 0; round < 3; ++round) {
         EXPECT_EQ(send(port, block), 1024);
+        if (GetParam().first == std::string_view(uart)) {
+            EXPECT_NE(uartRegister(lineStatus) & transmitterEmpty, 0);
+            EXPECT_EQ(Tty(uart, Tty::As::witness).unsent(), 0);
+            EXPECT_EQ(ComFlushImmediate(port), 1);
+        }
         EXPECT_EQ(far.read(1024), block);
         far.write(block);
         EXPECT_EQ(receive(port, 1024), block);
     }
+    EXPECT_EQ(ComOutBufStatus(port), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, OnEveryDriver,
                          testing::Values(Line{uart, otherUart}, Line{adapter, adapterFarEnd},
                                          Line{usbModem, gadget}, Line{gadget, usbModem}),
-                         [](const auto& line) { return std::string(line.param.first + sizeof "/dev"); });
+                         nameOfLine);
 
-TEST(WriteCompletion, WaitsForALineThatIsHeldOff) {
+TEST(WriteCompletion, WaitsForALineThatIsHeldOffAndWhatItDoesNotTakeInTimeNeverTurnsUp) {
     const Port port(uart);
     const Loopback loopback;
     ComSetFlow(port, 0);
@@ -57,42 +47,15 @@ TEST(WriteCompletion, WaitsForALineThatIsHeldOff) {
     EXPECT_EQ(writer.get(), 1024);
     EXPECT_EQ(loopback.tty().unsent(), 0);
     EXPECT_EQ(receive(port, 1024), block);
-}
 
-TEST(WriteCompletion, WhatIsNotTakenInTimeNeverTurnsUp) {
-    const Port port(uart);
-    const Loopback loopback;
-    ComSetFlow(port, 0);
     ComSetWriteTimeout(port, 200);
     loopback.holdOff(true);
-    const std::string block = pattern(1024);
     const int32_t written = send(port, block);
     EXPECT_GE(written, 0);
     EXPECT_LE(written, 16) << "at most what the UART itself holds";
     loopback.holdOff(false);
     EXPECT_EQ(send(port, "|after"), 6);
     EXPECT_EQ(receiveToQuiet(port), block.substr(0, static_cast<std::size_t>(written)) + "|after");
-}
-
-void expectQuickClose(int32_t port) {
-    const auto start = Clock::now();
-    EXPECT_EQ(ComClose(port), 1);
-    EXPECT_LT(Clock::now() - start, std::chrono::seconds(8));
-}
-
-/// Closes a port that somebody writes on without a limit, on the caller's thread or the port's own.
-void closeWhileWriting(int32_t port, bool onThread) {
-    ComSetWriteTimeout(port, noLimit);
-    if (onThread)
-        ComSuspendPortWriteThru(port);
-    auto writer = sendAside(port, pattern(1000));
-    if (onThread)
-        std::this_thread::sleep_for(soon);
-    else
-        EXPECT_TRUE(stillRunning(writer));
-    expectQuickClose(port);
-    EXPECT_TRUE(finishes(writer));
-    EXPECT_LE(writer.get(), 1000);
 }
 
 TEST(WriteCompletion, ACloseEndsTheWaitAtOnce) {
@@ -102,12 +65,17 @@ TEST(WriteCompletion, ACloseEndsTheWaitAtOnce) {
         const Loopback loopback;
         ComSetFlow(port, 0);
         loopback.holdOff(true);
-        closeWhileWriting(port, onThread);
+        ComSetWriteTimeout(port, ~0U);
+        if (onThread)
+            ComSuspendPortWriteThru(port);
+        auto writer = sendAside(port, pattern(1000));
+        EXPECT_EQ(stillRunning(writer), !onThread);
+        std::this_thread::sleep_for(soon);
+        expectQuickClose(port);
+        EXPECT_TRUE(finishes(writer));
+        EXPECT_LE(writer.get(), 1000);
     }
-    const Tty far(otherUart);
-    const Port port(uart);
-    EXPECT_EQ(send(port, "usable"), 6);
-    EXPECT_EQ(far.read(6), "usable");
+    expectTalk(Port(uart), Tty(otherUart));
 }
 
 // The far end of a USB line does not take what comes: no modem line tells of it.
@@ -129,54 +97,27 @@ protected:
     Gadget gadget_{GetParam()};
 };
 
-TEST_P(UsbHoldOff, WhatIsSaidToBeDeliveredArrives) {
-    const Tty far(gadget);
-    const Port port(gadget_.path());
-    ComSetWriteTimeout(port, 200);
-    const std::size_t sent = fill(port, stream_);
-    const std::string arrived = far.readToQuiet();
-    EXPECT_EQ(arrived.size(), sent);
-    EXPECT_TRUE(stream_.starts_with(arrived));
-    EXPECT_EQ(send(port, "|after"), 6);
-    EXPECT_EQ(far.read(6), "|after");
-}
-
-TEST_P(UsbHoldOff, ACloseDoesNotWaitForTheFarEnd) {
+TEST_P(UsbHoldOff, WhatIsSaidToBeDeliveredArrivesAndACloseDoesNotWaitForTheRest) {
     const Tty far(gadget);
     {
         const Port port(gadget_.path());
         ComSetWriteTimeout(port, 200);
+        const std::size_t sent = fill(port, stream_);
+        const std::string arrived = far.readToQuiet();
+        EXPECT_EQ(arrived.size(), sent);
+        EXPECT_TRUE(stream_.starts_with(arrived));
+        EXPECT_EQ(send(port, "|after"), 6);
+        EXPECT_EQ(far.read(6), "|after");
         fill(port, stream_);
         expectQuickClose(port);
     }
     far.readToQuiet();
-    const Port port(gadget_.path());
-    EXPECT_EQ(send(port, "usable"), 6);
-    EXPECT_EQ(far.read(6), "usable");
+    expectTalk(Port(gadget_.path()), far);
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, UsbHoldOff, testing::Values(Gadget::Kind::modem, Gadget::Kind::plain),
                          [](const auto& kind) {
                              return kind.param == Gadget::Kind::modem ? "AModem" : "AnAdapter";
                          });
-
-TEST(WriteCompletion, ALosslessPortLosesNothing) {
-    const Tty far(gadget);
-    const Port port(usbModem);
-    ASSERT_EQ(ComHostSetLossless(port, 1), 1);
-    const std::string stream = pattern(100'000);
-    auto reader = std::async(async, [&] {
-        std::this_thread::sleep_for(std::chrono::seconds(1)); // full by then
-        return far.read(stream.size());
-    });
-    std::size_t sent = 0;
-    EXPECT_TRUE(eventually([&] {
-        const int32_t taken = send(port, stream.substr(sent, 3000));
-        sent += static_cast<std::size_t>(std::max(taken, 0));
-        return sent == stream.size();
-    }));
-    EXPECT_EQ(reader.get(), stream);
-    EXPECT_TRUE(eventually([&] { return ComOutBufStatus(port) == 0; }));
-}
 
 } // namespace

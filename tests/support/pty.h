@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "support/descriptor_io.h"
+
 namespace brisolt::test {
 
 class Pty {
@@ -23,11 +25,17 @@ public:
     int master() const { return master_; }
 
     /// Bytes the slave's side took before the time was over: all of them unless it holds us off.
-    std::size_t write(std::string_view bytes, Milliseconds limit = Milliseconds(5000));
+    std::size_t write(std::string_view bytes, Milliseconds limit = Milliseconds(5000)) const {
+        return writeTo(master_, bytes, limit);
+    }
     /// Waits for `count` bytes; fewer when the time is over first.
-    std::string read(std::size_t count, Milliseconds limit = Milliseconds(5000));
+    std::string read(std::size_t count, Milliseconds limit = Milliseconds(5000)) const {
+        return readFrom(master_, count, limit);
+    }
     /// What comes until nothing has come for `quiet`.
-    std::string readToQuiet(Milliseconds quiet = Milliseconds(100));
+    std::string readToQuiet(Milliseconds quiet = Milliseconds(100)) const {
+        return test::readToQuiet(master_, quiet);
+    }
 
     /// Whether somebody has the slave open.
     bool connected() const;

@@ -3,50 +3,35 @@
 #include "platform/posix/device_list.h"
 
 #include <algorithm>
-#include <fstream>
 
+#include "platform/posix/kernel_files.h"
 #include "platform/serial.h"
 
 namespace brisolt::serial {
 namespace {
 
-namespace fs = std::filesystem;
+using namespace kernelFiles;
 
 bool isDigit(char character) {
     return character >= '0' && character <= '9';
 }
 
-std::string firstLine(const fs::path& file) {
-    std::ifstream stream(file);
-    std::string line;
-    std::getline(stream, line);
-    while (!line.empty() && (line.back() == ' ' || line.back() == '\r'))
-        line.pop_back();
-    return line;
-}
-
-std::string linkedName(const fs::path& link) {
-    std::error_code none;
-    return fs::read_symlink(link, none).filename().string();
-}
-
 /// The driver of a device. The kernel puts devices of its own between a UART and its port, whose drivers
 /// say nothing to people; the one above them counts.
-std::string driverName(fs::path device) {
-    for (int32_t level = 0; level < 4 && linkedName(device / "subsystem") == "serial-base"; ++level)
-        device = device.parent_path();
-    return linkedName(device / "driver");
+std::string driverName(std::string device) {
+    for (int32_t level = 0; level < 4 && linkedName(device + "/subsystem") == "serial-base"; ++level)
+        device = parent(device);
+    return linkedName(device + "/driver");
 }
 
 /// Manufacturer, product and serial number of the USB device that a port is part of, if it is.
-std::string productText(fs::path device) {
-    std::error_code none;
-    for (int32_t level = 0; level < 6 && device.has_relative_path(); ++level, device = device.parent_path()) {
-        if (!fs::exists(device / "idVendor", none))
+std::string productText(std::string device) {
+    for (int32_t level = 0; level < 6 && !device.empty(); ++level, device = parent(device)) {
+        if (!isThere(device + "/idVendor"))
             continue;
         std::string text;
-        for (const char* part : {"manufacturer", "product", "serial"}) {
-            const std::string value = firstLine(device / part);
+        for (const char* part : {"/manufacturer", "/product", "/serial"}) {
+            const std::string value = firstLine(device + part);
             if (!value.empty())
                 text += (text.empty() ? "" : " ") + value;
         }
@@ -56,19 +41,18 @@ std::string productText(fs::path device) {
 }
 
 /// The kernel keeps names for UARTs that the machine might have; a type of 0 is one that it has not.
-bool isMissingUart(const fs::path& entry) {
-    return firstLine(entry / "type") == "0";
+bool isMissingUart(const std::string& entry) {
+    return firstLine(entry + "/type") == "0";
 }
 
-bool describe(const fs::path& entry, ListedDevice& found) {
-    std::error_code failed;
-    const fs::path device = fs::canonical(entry / "device", failed);
-    if (failed || isMissingUart(entry)) // consoles and pseudo terminals have no device behind them
+bool describe(const std::string& directory, std::string name, ListedDevice& found) {
+    const std::string entry = directory + '/' + name;
+    const std::string device = resolved(entry + "/device");
+    if (device.empty() || isMissingUart(entry)) // consoles and pseudo terminals have no device behind them
         return false;
     const std::string driver = driverName(device);
     if (driver.empty())
         return false;
-    std::string name = entry.filename().string();
     std::replace(name.begin(), name.end(), '!', '/'); // how the kernel writes a name with a directory in it
     const std::string product = productText(device);
     found.path = "/dev/" + name;
@@ -105,13 +89,11 @@ bool naturallyLess(std::string_view a, std::string_view b) {
     return a.size() - i < b.size() - j;
 }
 
-std::vector<ListedDevice> listBelow(const fs::path& classDirectory) {
+std::vector<ListedDevice> listBelow(const std::string& classDirectory) {
     std::vector<ListedDevice> devices;
-    std::error_code failed;
-    for (fs::directory_iterator entry(classDirectory, failed), end; !failed && entry != end;
-         entry.increment(failed)) {
+    for (const std::string& name : entries(classDirectory)) {
         ListedDevice found;
-        if (describe(entry->path(), found))
+        if (describe(classDirectory, name, found))
             devices.push_back(std::move(found));
     }
     std::sort(devices.begin(), devices.end(),
@@ -131,9 +113,8 @@ bool list(int32_t index, std::string& path, std::string& description) {
 }
 
 std::string defaultPath(int32_t port) {
-    std::error_code none;
     std::string named = "/dev/com" + std::to_string(port);
-    return fs::exists(named, none) ? named : "/dev/ttyS" + std::to_string(port - 1);
+    return isThere(named) ? named : "/dev/ttyS" + std::to_string(port - 1);
 }
 
 } // namespace brisolt::serial

@@ -1,7 +1,6 @@
 // The serial devices that the host knows of.
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,7 +13,7 @@ struct ListedDevice {
 };
 
 /// All serial devices below a directory like /sys/class/tty, sorted by path.
-std::vector<ListedDevice> listBelow(const std::filesystem::path& classDirectory);
+std::vector<ListedDevice> listBelow(const std::string& classDirectory);
 /// Less, with numbers inside the texts compared as numbers: ttyS2 before ttyS10.
 bool naturallyLess(std::string_view a, std::string_view b);
 

@@ -3,6 +3,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/lasting.h"
 #include "platform/posix/thread_end.h"
 
 namespace brisolt {
@@ -10,11 +11,6 @@ namespace brisolt {
 namespace {
 
 thread_local std::string* own = nullptr;
-
-const std::string& nothing() {
-    static const std::string& empty = *new std::string; // outlives whatever asks while the program ends
-    return empty;
-}
 
 } // namespace
 
@@ -26,13 +22,28 @@ void setErrorText(std::string text) noexcept {
         } catch (const std::bad_alloc&) {
             return;
         }
-        atThreadEnd([](void*) { delete std::exchange(own, nullptr); }, nullptr);
+        if (!atThreadEnd([](void*) { delete std::exchange(own, nullptr); }, nullptr)) {
+            delete std::exchange(own, nullptr);
+            return;
+        }
     }
     *own = std::move(text);
 }
 
+void setErrorTextFrom(std::initializer_list<std::string_view> parts) noexcept {
+    std::string text;
+    try {
+        for (std::string_view part : parts)
+            text += part;
+    } catch (const std::bad_alloc&) {
+        text.clear();
+    }
+    setErrorText(std::move(text));
+}
+
 const std::string& errorText() noexcept {
-    return own ? *own : nothing();
+    static Lasting<std::string> nothing;
+    return own ? *own : *nothing;
 }
 
 } // namespace brisolt

@@ -6,6 +6,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/posix/brake.h"
+
 namespace brisolt::parking {
 
 static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t) &&
@@ -13,7 +15,11 @@ static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t) &&
 
 void park(const std::atomic<uint32_t>& word, uint32_t value, int32_t realMilliseconds) noexcept {
     timespec time{.tv_sec = realMilliseconds / 1000, .tv_nsec = (realMilliseconds % 1000) * 1'000'000L};
-    syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, value, realMilliseconds < 0 ? nullptr : &time, nullptr, 0);
+    long result = syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, value, realMilliseconds < 0 ? nullptr : &time,
+                          nullptr, 0);
+    // The word had changed already, or the time is over: that is what a sleep may end for.
+    if (result != 0 && errno != EAGAIN && errno != ETIMEDOUT)
+        brakeUnlessInterrupted(realMilliseconds);
 }
 
 void unparkAll(const std::atomic<uint32_t>& word) noexcept {

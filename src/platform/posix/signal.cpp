@@ -8,6 +8,8 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include "platform/posix/brake.h"
+
 namespace brisolt {
 
 Signal::Signal() noexcept : descriptor_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
@@ -53,7 +55,10 @@ int32_t waitAny(std::span<Watch> watches, int32_t realMilliseconds) noexcept {
     timespec limit{};
     limit.tv_sec = realMilliseconds / 1000;
     limit.tv_nsec = realMilliseconds % 1000 * 1'000'000L;
-    if (ppoll(polled.data(), watches.size(), realMilliseconds < 0 ? nullptr : &limit, nullptr) <= 0) {
+    int found = ppoll(polled.data(), watches.size(), realMilliseconds < 0 ? nullptr : &limit, nullptr);
+    if (found <= 0) {
+        if (found < 0)
+            brakeUnlessInterrupted(realMilliseconds);
         for (Watch& watch : watches)
             takeResult(watch, 0);
         return 0;

@@ -5,10 +5,12 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 
 #include <asm/termbits.h>
 #include <linux/serial.h>
+#include <poll.h>
 
 #include "brisolt_host.h"
 #include "platform/clock.h"
@@ -39,10 +41,9 @@ struct TtyDevice {
     bool isMaster = false;    ///< its settings are those of the far end
     termios2 before{};        ///< the settings to restore: opened all, adopted those that nobody asked for
 
-    Signal cancelled;
-    Signal aborted;                     ///< a purge has ended the write that waits
-    std::atomic<uint32_t> aborts{0};    ///< how many have
-    std::atomic<uint32_t> abandoned{0}; ///< bytes that purges took out of the kernel's queue
+    Signal interruption; ///< ends the sleeps of the writes that are under way
+    std::atomic<uint32_t> interruptions{0};
+    std::atomic<bool> cancelled{false}; ///< no write waits
     std::atomic<bool> hungUp{false};
     std::atomic<bool> hasModemLines{true};
     std::atomic<bool> countsErrors{true};
@@ -62,6 +63,9 @@ struct TtyDevice {
     MarkFilter marks;
     ComHostTimeouts timeouts{};
     serial_icounter_struct counters{};
+    uint32_t writes = 0;      ///< under way
+    bool interrupted = false; ///< the signal is set
+    uint32_t abandoned = 0;   ///< bytes that purges took out of the kernel's queue
 };
 
 inline TtyDevice& of(void* device) noexcept {
@@ -103,6 +107,8 @@ bool holdPeerOff(TtyDevice& tty) noexcept;
 bool heldByDsr(TtyDevice& tty) noexcept;
 
 // ---- tty_write.cpp
+/// Ends the waits of all writes and flushes that are under way. Under the lock.
+void interruptWrites(TtyDevice& tty) noexcept;
 /// The kernel's output queue; 0 too where a device cannot tell. Negative: error number.
 int32_t queuedOutput(const TtyDevice& tty) noexcept;
 int32_t getTimeouts(void* device, ComHostTimeouts* timeouts) noexcept;
@@ -111,6 +117,9 @@ int32_t write(void* device, const void* buffer, int32_t count, uint32_t how, int
 int32_t flush(void* device) noexcept;
 
 // ---- tty_wait.cpp
+/// Polls; where the host fails to, it sleeps a little instead, so that no loop around it spins. False when the
+/// poll ended without an answer.
+bool pollOrRest(std::span<pollfd> set, int32_t milliseconds) noexcept;
 int32_t read(void* device, void* buffer, int32_t count) noexcept;
 int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept;
 int32_t descriptor(void* device) noexcept;

@@ -59,6 +59,8 @@ int32_t refuse(std::string text, int32_t error) {
 int32_t openTty(void*, const char* path, void** device, int32_t* handle) noexcept try {
     auto tty = std::make_unique<TtyDevice>();
     tty->path = path;
+    if (tty->interruption.descriptor() < 0) // nobody could end a write that the line holds off
+        return refuse(openErrorText(tty->path, EMFILE), EMFILE);
     tty->descriptor = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (tty->descriptor < 0) {
         const int32_t error = errno;
@@ -98,6 +100,8 @@ int32_t adoptTty(void*, int32_t handle, void** device) noexcept try {
     auto tty = std::make_unique<TtyDevice>();
     tty->path = "handle " + std::to_string(handle);
     tty->adopted = true;
+    if (tty->interruption.descriptor() < 0)
+        return refuse("cannot take over " + tty->path + ": " + std::strerror(EMFILE), EMFILE);
     tty->descriptor = handle < 0 ? -1 : ownDescriptor(handle, tty->isCopy);
     if (tty->descriptor < 0) {
         const int32_t error = handle < 0 ? EBADF : errno;
@@ -156,10 +160,11 @@ int32_t acceptEventMask(void*, uint32_t) noexcept {
 }
 
 void cancel(void* device, int32_t on) noexcept {
+    TtyDevice& tty = of(device);
+    const std::scoped_lock guard(tty.lock);
+    tty.cancelled = on != 0;
     if (on != 0)
-        of(device).cancelled.set();
-    else
-        of(device).cancelled.clear();
+        interruptWrites(tty);
 }
 
 } // namespace
@@ -192,31 +197,30 @@ void closeForeign(int32_t handle) noexcept {
 }
 
 const ComHostDriver& ttyDriver() noexcept {
-    static const ComHostDriver driver = [] {
-        ComHostDriver record{};
-        record.size = sizeof record;
-        record.open = tty::openTty;
-        record.adopt = tty::adoptTty;
-        record.close = tty::closeTty;
-        record.properties = tty::properties;
-        record.getLineState = tty::getLineState;
-        record.setLineState = tty::setLineState;
-        record.getTimeouts = tty::getTimeouts;
-        record.setTimeouts = tty::setTimeouts;
-        record.setQueues = tty::acceptQueues;
-        record.setEventMask = tty::acceptEventMask;
-        record.purge = tty::purge;
-        record.line = tty::line;
-        record.modemStatus = tty::modemStatus;
-        record.status = tty::status;
-        record.read = tty::read;
-        record.write = tty::write;
-        record.flush = tty::flush;
-        record.wait = tty::wait;
-        record.cancel = tty::cancel;
-        record.descriptor = tty::descriptor;
-        return record;
-    }();
+    static constexpr ComHostDriver driver{
+        .size = sizeof(ComHostDriver),
+        .context = nullptr,
+        .open = tty::openTty,
+        .adopt = tty::adoptTty,
+        .close = tty::closeTty,
+        .properties = tty::properties,
+        .getLineState = tty::getLineState,
+        .setLineState = tty::setLineState,
+        .getTimeouts = tty::getTimeouts,
+        .setTimeouts = tty::setTimeouts,
+        .setQueues = tty::acceptQueues,
+        .setEventMask = tty::acceptEventMask,
+        .purge = tty::purge,
+        .line = tty::line,
+        .modemStatus = tty::modemStatus,
+        .status = tty::status,
+        .read = tty::read,
+        .write = tty::write,
+        .flush = tty::flush,
+        .wait = tty::wait,
+        .cancel = tty::cancel,
+        .descriptor = tty::descriptor,
+    };
     return driver;
 }
 

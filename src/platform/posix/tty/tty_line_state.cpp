@@ -2,7 +2,9 @@
 // change counts, not what was asked for; what the kernel does not know is remembered beside it.
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <string>
+#include <utility>
 
 #include <sys/ioctl.h>
 
@@ -13,7 +15,6 @@ namespace brisolt::tty {
 namespace {
 
 constexpr tcflag_t inputRateMask = static_cast<tcflag_t>(CBAUD) << IBSHIFT;
-constexpr tcflag_t inputRateAny = static_cast<tcflag_t>(BOTHER) << IBSHIFT;
 constexpr tcflag_t framingMask = CSIZE | PARENB | PARODD | CMSPAR | CSTOPB;
 constexpr tcflag_t markFlags = INPCK | PARMRK;
 constexpr tcflag_t parityMask = PARENB | PARODD | CMSPAR;
@@ -99,9 +100,26 @@ void applyInput(termios2& settings, const TtyDevice& tty, const ComHostLineState
     settings.c_cc[VSTOP] = state.xoffChar;
 }
 
+/// The usual rates have codes of their own, by which programs that know no others tell them.
+tcflag_t rateCode(uint32_t rate) {
+    constexpr std::pair<uint32_t, tcflag_t> codes[] = {
+        {50, B50},           {75, B75},           {110, B110},         {134, B134},
+        {150, B150},         {200, B200},         {300, B300},         {600, B600},
+        {1200, B1200},       {1800, B1800},       {2400, B2400},       {4800, B4800},
+        {9600, B9600},       {19200, B19200},     {38400, B38400},     {57600, B57600},
+        {115200, B115200},   {230400, B230400},   {460800, B460800},   {500000, B500000},
+        {576000, B576000},   {921600, B921600},   {1000000, B1000000}, {1152000, B1152000},
+        {1500000, B1500000}, {2000000, B2000000}, {2500000, B2500000}, {3000000, B3000000},
+        {3500000, B3500000}, {4000000, B4000000}};
+    const auto* found = std::find_if(std::begin(codes), std::end(codes),
+                                     [rate](const auto& entry) { return entry.first == rate; });
+    return found == std::end(codes) ? tcflag_t{BOTHER} : found->second;
+}
+
+/// Without a code for the input its rate is that of the output, whoever sets that later.
 void applyControl(termios2& settings, const ComHostLineState& state) {
     settings.c_cflag &= ~(static_cast<tcflag_t>(CBAUD) | inputRateMask | framingMask | CRTSCTS);
-    settings.c_cflag |= BOTHER | inputRateAny | sizeBits(state.dataBits) | parityBits(state.parity) |
+    settings.c_cflag |= rateCode(state.baudRate) | sizeBits(state.dataBits) | parityBits(state.parity) |
                         stopBits(state.stopBits);
     if ((state.flags & rtsCtsFlags) != 0)
         settings.c_cflag |= CRTSCTS;

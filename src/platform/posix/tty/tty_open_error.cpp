@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <vector>
@@ -15,12 +14,11 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "platform/posix/kernel_files.h"
 #include "platform/posix/tty/tty_device.h"
 
 namespace brisolt::tty {
 namespace {
-
-namespace fs = std::filesystem;
 
 /// The process that holds the lock on a file, 0 when none is seen.
 pid_t lockHolder(const struct stat& about) {
@@ -39,24 +37,20 @@ pid_t lockHolder(const struct stat& about) {
     return 0;
 }
 
-bool hasOpen(const fs::path& descriptors, dev_t device) {
-    std::error_code failed;
-    for (fs::directory_iterator entry(descriptors, failed), end; !failed && entry != end;
-         entry.increment(failed)) {
+bool hasOpen(const std::string& descriptors, dev_t device) {
+    const std::vector<std::string> numbers = kernelFiles::entries(descriptors);
+    return std::any_of(numbers.begin(), numbers.end(), [&](const std::string& number) {
         struct stat about {};
-        if (stat(entry->path().c_str(), &about) == 0 && S_ISCHR(about.st_mode) && about.st_rdev == device)
-            return true;
-    }
-    return false;
+        return stat((descriptors + number).c_str(), &about) == 0 && S_ISCHR(about.st_mode) &&
+               about.st_rdev == device;
+    });
 }
 
 /// Another process that has the device open, 0 when none is seen: those of other users are hidden from us.
 pid_t openHolder(const struct stat& about) {
-    std::error_code failed;
-    for (fs::directory_iterator entry("/proc", failed), end; !failed && entry != end;
-         entry.increment(failed)) {
-        const pid_t process = std::atoi(entry->path().filename().c_str());
-        if (process > 0 && process != getpid() && hasOpen(entry->path() / "fd", about.st_rdev))
+    for (const std::string& name : kernelFiles::entries("/proc")) {
+        const pid_t process = std::atoi(name.c_str());
+        if (process > 0 && process != getpid() && hasOpen("/proc/" + name + "/fd/", about.st_rdev))
             return process;
     }
     return 0;
@@ -68,9 +62,7 @@ std::string holderText(const struct stat& about) {
         holder = openHolder(about);
     if (holder == 0)
         return {};
-    std::string name;
-    std::ifstream stream("/proc/" + std::to_string(holder) + "/comm");
-    std::getline(stream, name);
+    const std::string name = kernelFiles::firstLine("/proc/" + std::to_string(holder) + "/comm");
     return "; held by process " + std::to_string(holder) + (name.empty() ? "" : " (" + name + ")") +
            (holder == getpid() ? ", this program itself" : "");
 }

@@ -144,15 +144,14 @@ int32_t purge(void* device, uint32_t what) noexcept {
     int32_t result = 1;
     if ((what & COM_HOST_PURGE_RX) != 0)
         result = request(tty, TCFLSH, TCIFLUSH);
+    const std::scoped_lock guard(tty.lock);
     if ((what & COM_HOST_PURGE_TX) != 0) {
         const int32_t discarded = discardOutput(tty);
         result = discarded < 0 ? discarded : result;
         tty.abandoned += static_cast<uint32_t>(std::max(discarded, 0));
     }
-    if ((what & COM_HOST_PURGE_TX_ABORT) != 0) {
-        ++tty.aborts;
-        tty.aborted.set();
-    }
+    if ((what & COM_HOST_PURGE_TX_ABORT) != 0)
+        interruptWrites(tty);
     return result;
 }
 

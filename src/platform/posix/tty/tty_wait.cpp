@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "platform/posix/brake.h"
 #include "platform/posix/tty/tty_device.h"
 
 namespace brisolt::tty {
@@ -65,7 +66,7 @@ enum class Pause { over, ended };
 /// Sleeps, with or without the tty in the set, until it is over or somebody ends it.
 Pause sleepOn(pollfd& self, int32_t wake, int32_t milliseconds) {
     std::array<pollfd, 2> set{{self, {wake, POLLIN, 0}}};
-    if (poll(set.data(), set.size(), milliseconds) < 0)
+    if (!pollOrRest(set, milliseconds))
         return Pause::ended;
     self.revents = set[0].revents;
     return set[1].revents != 0 ? Pause::ended : Pause::over;
@@ -101,6 +102,13 @@ int32_t filter(TtyDevice& tty, uint8_t* bytes, int32_t count) {
 }
 
 } // namespace
+
+bool pollOrRest(std::span<pollfd> set, int32_t milliseconds) noexcept {
+    if (poll(set.data(), set.size(), milliseconds) >= 0)
+        return true;
+    brakeUnlessInterrupted(milliseconds);
+    return false;
+}
 
 int32_t MarkFilter::undo(uint8_t* bytes, int32_t count, std::optional<uint8_t> errorChar) noexcept {
     constexpr uint8_t mark = 0xFF;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <utility>
 
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -19,44 +20,71 @@ constexpr int32_t dsrStep = 10; // milliseconds between two looks at DSR
 /// How an attempt or a pause ended. Zero and above: as errno, with 0 for time over.
 enum : int32_t { goOn = -1, timeOver = 0 };
 
-clock::Deadline writeDeadline(TtyDevice& tty, int32_t count) {
+clock::Deadline deadlineOf(const ComHostTimeouts& timeouts, int32_t count) {
     constexpr uint32_t noLimit = ~uint32_t{0};
-    const std::scoped_lock guard(tty.lock);
-    const bool notSet = tty.timeouts.writeConstant == 0 && tty.timeouts.writeMultiplier == 0;
-    if (notSet || tty.timeouts.writeConstant == noLimit)
+    const bool notSet = timeouts.writeConstant == 0 && timeouts.writeMultiplier == 0;
+    if (notSet || timeouts.writeConstant == noLimit)
         return clock::Deadline::never();
     const uint64_t limit =
-        tty.timeouts.writeConstant + uint64_t{tty.timeouts.writeMultiplier} * static_cast<uint64_t>(count);
+        timeouts.writeConstant + uint64_t{timeouts.writeMultiplier} * static_cast<uint64_t>(count);
     return clock::Deadline::in(static_cast<uint32_t>(std::min<uint64_t>(limit, noLimit - 1)));
 }
 
-/// What the write that goes on has found when it began.
-struct Begun {
+/// A write or flush that goes on, and what it has found when it began.
+class Begun {
+public:
+    Begun(TtyDevice& tty, int32_t count) : tty_(tty) {
+        const std::scoped_lock guard(tty.lock);
+        deadline = deadlineOf(tty.timeouts, count);
+        interruptions_ = tty.interruptions;
+        abandoned_ = tty.abandoned;
+        // An earlier interruption is over when the last of the writes that it concerned is.
+        if (tty.writes++ == 0 && std::exchange(tty.interrupted, false))
+            tty.interruption.clear();
+    }
+    Begun(const Begun&) = delete;
+    Begun& operator=(const Begun&) = delete;
+    ~Begun() {
+        const std::scoped_lock guard(tty_.lock);
+        --tty_.writes;
+    }
+
+    bool interrupted() const { return tty_.cancelled || tty_.interruptions != interruptions_; }
+    /// A purge has thrown something away: an empty queue does not mean that all has left.
+    bool purged() const {
+        const std::scoped_lock guard(tty_.lock);
+        return tty_.abandoned != abandoned_;
+    }
+    /// Takes back what has not left. How much of the `handed` bytes is lost, to purges of others as well.
+    int32_t takeBack(int32_t handed) const {
+        const std::scoped_lock guard(tty_.lock);
+        const int32_t taken = discardOutput(tty_);
+        if (taken < 0)
+            return handed;
+        const uint64_t lost = uint64_t{tty_.abandoned - abandoned_} + static_cast<uint64_t>(taken);
+        return static_cast<int32_t>(std::min<uint64_t>(lost, static_cast<uint64_t>(handed)));
+    }
+
     clock::Deadline deadline;
-    uint32_t aborts;
-    uint32_t abandoned;
+
+private:
+    TtyDevice& tty_;
+    uint32_t interruptions_;
+    uint32_t abandoned_;
 };
 
-/// Whether a purge has ended the write.
-bool wasAborted(TtyDevice& tty, const Begun& begun) {
-    if (tty.aborts != begun.aborts)
-        return true;
-    tty.aborted.clear(); // that of an earlier one
-    return tty.aborts != begun.aborts;
-}
-
 /// Sleeps a step, or until the tty takes bytes if `forRoom`, unless the write is over before that.
-int32_t pause(TtyDevice& tty, const Begun& begun, bool forRoom, int32_t step) {
+int32_t pause(const TtyDevice& tty, const Begun& begun, bool forRoom, int32_t step) {
+    if (begun.interrupted())
+        return ECANCELED;
     const int32_t left = begun.deadline.realMillisecondsLeft();
     const int32_t length = step == noStep ? left : left < 0 ? step : std::min(left, step);
-    std::array<pollfd, 3> set{{{tty.cancelled.descriptor(), POLLIN, 0},
-                               {forRoom ? tty.descriptor : -1, POLLOUT, 0},
-                               {tty.aborted.descriptor(), POLLIN, 0}}};
-    const int32_t happened = poll(set.data(), set.size(), length);
-    if (set[0].revents != 0 || wasAborted(tty, begun))
+    std::array<pollfd, 2> set{
+        {{tty.interruption.descriptor(), POLLIN, 0}, {forRoom ? tty.descriptor : -1, POLLOUT, 0}}};
+    const bool answered = pollOrRest(set, length);
+    if (begun.interrupted())
         return ECANCELED;
-    if (happened > 0 && (set[1].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0 &&
-        (set[1].revents & POLLOUT) == 0)
+    if (answered && (set[1].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0 && (set[1].revents & POLLOUT) == 0)
         return EIO; // full, and nobody is left to empty it
     return begun.deadline.passed() ? timeOver : goOn;
 }
@@ -111,7 +139,7 @@ int32_t drain(TtyDevice& tty, const Begun& begun) {
         if (queued < 0)
             return -queued;
         if (queued == 0 && transmitterEmpty(tty))
-            return tty.aborts == begun.aborts ? goOn : ECANCELED;
+            return begun.purged() ? ECANCELED : goOn;
         constexpr uint64_t bitsPerByte = 10;
         const uint64_t estimate = static_cast<uint64_t>(queued) * bitsPerByte * 1000 / tty.bitRate;
         const auto step = static_cast<int32_t>(std::clamp<uint64_t>(estimate, 1, 20));
@@ -120,21 +148,8 @@ int32_t drain(TtyDevice& tty, const Begun& begun) {
     }
 }
 
-/// Takes back what has not left. How much of a write of `handed` bytes that is, purges of others included.
-int32_t takeBack(const TtyDevice& tty, int32_t handed, const Begun& begun) {
-    const int32_t taken = discardOutput(tty);
-    if (taken < 0)
-        return handed;
-    const uint64_t lost = uint64_t{tty.abandoned - begun.abandoned} + static_cast<uint64_t>(taken);
-    return static_cast<int32_t>(std::min<uint64_t>(lost, static_cast<uint64_t>(handed)));
-}
-
-Begun begin(TtyDevice& tty, int32_t count) {
-    return {writeDeadline(tty, count), tty.aborts, tty.abandoned};
-}
-
 int32_t writeComplete(TtyDevice& tty, const uint8_t* bytes, int32_t count, int32_t& error) {
-    const Begun begun = begin(tty, count);
+    const Begun begun(tty, count);
     int32_t outcome = goOn;
     const int32_t handed = handOver(tty, bytes, count, begun, outcome);
     if (outcome == goOn)
@@ -142,10 +157,16 @@ int32_t writeComplete(TtyDevice& tty, const uint8_t* bytes, int32_t count, int32
     if (outcome == goOn)
         return count;
     error = outcome == timeOver ? ETIMEDOUT : outcome;
-    return handed - takeBack(tty, handed, begun);
+    return handed - begun.takeBack(handed);
 }
 
 } // namespace
+
+void interruptWrites(TtyDevice& tty) noexcept {
+    ++tty.interruptions;
+    tty.interrupted = true;
+    tty.interruption.set();
+}
 
 int32_t queuedOutput(const TtyDevice& tty) noexcept {
     int32_t queued = 0;
@@ -183,7 +204,7 @@ int32_t write(void* device, const void* buffer, int32_t count, uint32_t how, int
 
 int32_t flush(void* device) noexcept {
     TtyDevice& tty = of(device);
-    const int32_t outcome = drain(tty, begin(tty, 0));
+    const int32_t outcome = drain(tty, Begun(tty, 0));
     return outcome == goOn ? 1 : outcome == timeOver ? -ETIMEDOUT : -outcome;
 }
 

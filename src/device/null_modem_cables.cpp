@@ -1,0 +1,108 @@
+#include "device/null_modem_cables.h"
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <system_error>
+
+#include "device/null_modem_cable.h"
+#include "platform/error_text.h"
+
+namespace brisolt {
+
+namespace {
+
+constexpr int32_t failure(std::errc reason) noexcept {
+    return -static_cast<int32_t>(reason);
+}
+
+// Neither made on first use nor ever gone: a thread may close its end while the program ends.
+constinit std::mutex lock; // taken before that of a cable
+constinit NullModemCable* cables = nullptr;
+
+/// Where the cable stands in the list, or null stands at its end.
+NullModemCable*& find(const CableKind& kind, std::string_view name) noexcept {
+    NullModemCable** place = &cables;
+    while (*place != nullptr && (&(*place)->kind() != &kind || (*place)->name() != name))
+        place = &(*place)->next;
+    return *place;
+}
+
+void endIfUnused(NullModemCable*& place) noexcept {
+    if (!place->unused())
+        return;
+    const std::unique_ptr<NullModemCable> ended(place);
+    place = ended->next;
+}
+
+std::string_view whyNot(const CableKind& kind, int32_t error) noexcept {
+    switch (-error) {
+    case static_cast<int32_t>(std::errc::device_or_resource_busy): return kind.taken;
+    case static_cast<int32_t>(std::errc::too_many_files_open): return "the process has no descriptor left";
+    default: return "the process has no memory left";
+    }
+}
+
+int32_t joinCable(const CableKind& kind, const CableAddress& address, NullModemEnd*& end) noexcept try {
+    const std::scoped_lock guard(lock);
+    NullModemCable*& place = find(kind, address.name);
+    if (place == nullptr)
+        place = new NullModemCable(kind, address.name);
+    const int32_t joined = place->join(address.paced, address.autobaud, end);
+    if (joined < 0)
+        endIfUnused(place);
+    return joined;
+} catch (const std::bad_alloc&) {
+    return failure(std::errc::not_enough_memory);
+}
+
+} // namespace
+
+CableAddress cableAddress(const CableKind& kind, std::string_view path) noexcept {
+    const auto sameLetter = [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b - 'A' + 'a' : b); };
+    CableAddress address;
+    if (path.size() < kind.scheme.size() ||
+        !std::equal(kind.scheme.begin(), kind.scheme.end(), path.begin(), sameLetter)) {
+        address.wrong = "no path of this scheme";
+        return address;
+    }
+    address.name = path.substr(kind.scheme.size());
+    const size_t option = address.name.find('?');
+    const std::string_view options = option == std::string_view::npos ? "" : address.name.substr(option);
+    address.name = address.name.substr(0, option);
+    address.paced = options == "?paced";
+    address.autobaud = options == "?autobaud" && !kind.isLoop;
+    if (!options.empty() && !address.paced && !address.autobaud)
+        address.wrong = kind.options;
+    else if (address.name.empty())
+        address.wrong = "a name is missing";
+    return address;
+}
+
+int32_t openCableEnd(const CableKind& kind, const CableAddress& address, NullModemEnd*& end) noexcept {
+    const int32_t joined = joinCable(kind, address, end);
+    if (joined < 0)
+        setErrorTextFrom({kind.scheme, address.name, ": ", whyNot(kind, joined)});
+    return joined;
+}
+
+void closeCableEnd(NullModemEnd& end) noexcept {
+    const std::scoped_lock guard(lock);
+    NullModemCable& cable = end.cable;
+    cable.leave(end);
+    endIfUnused(find(cable.kind(), cable.name()));
+}
+
+bool ringCable(const CableKind& kind, std::string_view path, bool on) noexcept {
+    const CableAddress address = cableAddress(kind, path);
+    if (!address.wrong.empty())
+        return false;
+    const std::scoped_lock guard(lock);
+    NullModemCable* const cable = find(kind, address.name);
+    if (cable != nullptr)
+        cable->ring(on);
+    return cable != nullptr;
+}
+
+} // namespace brisolt

@@ -1,0 +1,61 @@
+#include "platform/posix/kernel_files.h"
+
+#include <array>
+#include <memory>
+#include <string_view>
+
+#include <climits>
+#include <cstdlib>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace brisolt::kernelFiles {
+
+std::vector<std::string> entries(const std::string& directory) {
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(::opendir(directory.c_str()), ::closedir);
+    while (const dirent* entry = stream ? ::readdir(stream.get()) : nullptr) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            names.emplace_back(name);
+    }
+    return names;
+}
+
+std::string firstLine(const std::string& file) {
+    std::array<char, 4096> text{}; // no file of the kernel's with a line in it has more
+    const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    const ssize_t count = descriptor < 0 ? 0 : ::read(descriptor, text.data(), text.size());
+    if (descriptor >= 0)
+        ::close(descriptor);
+    std::string_view line(text.data(), static_cast<std::size_t>(count > 0 ? count : 0));
+    line = line.substr(0, line.find('\n'));
+    while (line.ends_with(' ') || line.ends_with('\r'))
+        line.remove_suffix(1);
+    return std::string(line);
+}
+
+std::string linkedName(const std::string& link) {
+    std::array<char, PATH_MAX> text{};
+    const ssize_t count = ::readlink(link.c_str(), text.data(), text.size());
+    const std::string_view path(text.data(), static_cast<std::size_t>(count > 0 ? count : 0));
+    return std::string(path.substr(path.rfind('/') + 1));
+}
+
+std::string resolved(const std::string& path) {
+    std::array<char, PATH_MAX> text{};
+    return ::realpath(path.c_str(), text.data()) != nullptr ? text.data() : "";
+}
+
+std::string parent(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+bool isThere(const std::string& path) noexcept {
+    return ::access(path.c_str(), F_OK) == 0;
+}
+
+} // namespace brisolt::kernelFiles
