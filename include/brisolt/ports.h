@@ -65,12 +65,15 @@ int32_t ComPreOpen(const char *deviceName, int32_t port, int32_t baudRate, int32
 int32_t CPreOpen(int32_t port, int32_t baudRate, int32_t dataBits, int32_t parity, int32_t stopBits,
                  int32_t deviceHandle);
 
-/* Closes a port: stops its thread (at most some 5 s when it is held up), lowers DTR, closes the device,
- * restores the settings the device had, releases all memory of the port. Takes some 0.6 s, in direct mode
- * 5.6 s. A write or wait in progress ends at once. Of a port of ComPreOpen it closes the caller's handle
- * too. May be called from a notification function of the port; then, and when some function of the
- * caller's is still running inside the port, the device is closed when that function has returned, and can
- * be opened again only after that. 1; -1 not open, or another thread is closing it. */
+/* Closes a port: stops its thread, lowers DTR, closes the device, restores the settings the device had,
+ * releases all memory of the port. Takes some 0.6 s, in direct mode 5.6 s. A wait in progress ends at once. A
+ * block that is being written may take 5 s longer as long as its bytes move (1 s for ComPreClose); when none
+ * has moved for half a second, or for the time of 64 bytes if that is longer, the write ends with what has
+ * left. Bytes that are still queued are dropped: wait for ComOutBufStatus 0 before the close to have them
+ * sent. Of a port of ComPreOpen it closes the caller's handle too. May be called from a notification function
+ * of the port; then, and when some function of the caller's is still running inside the port, the device is
+ * closed when that function has returned, and can be opened again only after that. 1; -1 not open, or another
+ * thread is closing it. */
 int32_t ComClose(int32_t port);
 /* The same for a port of ComPreOpen: DTR, the line settings and the caller's handle are left as they are. A
  * port of ComOpen has its device closed all the same. */

@@ -11,6 +11,7 @@ namespace brisolt {
 class Signal {
 public:
     Signal() noexcept; ///< descriptor() is -1 when the host has none left
+    explicit Signal(int32_t descriptor) noexcept : descriptor_(descriptor) {} ///< takes it over; -1: none
     ~Signal();
     Signal(const Signal&) = delete;
     Signal& operator=(const Signal&) = delete;
@@ -32,7 +33,7 @@ struct Watch {
 };
 
 /// Waits until one watch happens or the time is over (real milliseconds, -1: no limit). How many
-/// happened; 0 also when a signal interrupted the wait.
+/// happened; 0 also when a signal interrupted the wait, and after a moment when the host cannot wait.
 int32_t waitAny(std::span<Watch> watches, int32_t realMilliseconds) noexcept;
 
 } // namespace brisolt

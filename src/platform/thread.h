@@ -6,7 +6,7 @@
 namespace brisolt::thread {
 
 /// Starts function(argument) on a thread of its own with all signals blocked (signals belong to the
-/// program). False when the host has no thread for us; function then never runs.
+/// program). False when the host has no thread for us, which the error text tells; function then never runs.
 bool start(void (*function)(void*), void* argument, const char* name) noexcept;
 
 /// The calling thread's identifier, as the host shows it (never 0).
@@ -16,8 +16,9 @@ enum class Priority { lowest, belowNormal, normal, aboveNormal, highest, timeCri
 /// Best effort: a host that refuses the priority leaves the thread as it was.
 void setPriority(uint32_t threadId, Priority priority) noexcept;
 
-/// Calls function(argument) when the calling thread ends, the latest registered first.
-void atEnd(void (*function)(void*), void* argument) noexcept;
+/// Calls function(argument) when the calling thread ends, the latest registered first. False when the host has
+/// no room for it; then it is never called.
+bool atEnd(void (*function)(void*), void* argument) noexcept;
 
 /// Tests only: the next `count` starts fail.
 void failStarts(int32_t count) noexcept;

@@ -4,6 +4,7 @@
 #include <new>
 #include <unordered_map>
 
+#include "platform/lasting.h"
 #include "platform/message.h"
 #include "platform/thread.h"
 #include "port/attendant.h"
@@ -20,9 +21,9 @@ thread_local uint32_t wishesSeen = 0;
 
 /// By thread; empty where a port would like one.
 using Registry = std::unordered_map<uint32_t, std::shared_ptr<Attendant>>;
-Registry& registry() {
-    static Registry& only = *new Registry; // never destroyed: threads use it while the program ends
-    return only;
+Registry& registry() noexcept {
+    static Lasting<Registry> only;
+    return *only;
 }
 
 /// Who attends for that thread. Nobody yet: the thread will see that it is wished for.
@@ -35,6 +36,8 @@ std::shared_ptr<Attendant> attendantOf(uint32_t thread) {
 }
 
 void endOwn(void*) noexcept {
+    if (own == nullptr)
+        return;
     std::shared_ptr<Attendant> ended;
     {
         std::scoped_lock guard(registryMutex);
@@ -46,27 +49,29 @@ void endOwn(void*) noexcept {
     ended->end();
 }
 
-/// The calling thread's attendant, once some port wishes for one; null: none does, or it cannot be.
-Attendant* ownAttendant() {
+/// The calling thread's attendant, once some port wishes for one; null: none does, or it cannot be. Then the
+/// ports' own threads go on watching, and the thread tries again with its next wait.
+Attendant* ownAttendant() noexcept try {
     uint32_t now = wishes.load(std::memory_order_acquire);
     if (own != nullptr || now == wishesSeen)
         return own;
-    wishesSeen = now;
     std::scoped_lock guard(registryMutex);
     auto wish = registry().find(thread::currentId());
-    if (wish == registry().end())
-        return nullptr;
-    auto made = std::make_shared<Attendant>(wish->first);
-    if (!made->usable())
-        return nullptr;
-    wish->second = made;
-    own = made.get();
-    thread::atEnd(endOwn, nullptr);
+    if (wish != registry().end()) {
+        auto made = std::make_shared<Attendant>(wish->first);
+        if (!made->usable() || !thread::atEnd(endOwn, nullptr))
+            return nullptr;
+        own = made.get();
+        wish->second = std::move(made);
+    }
+    wishesSeen = now;
     return own;
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 /// Sleeps until the thread may have a message; what its ports have received makes some.
-void sleepAttending(Wake& wake, const clock::Deadline& until) {
+void sleepAttending(Wake& wake, const clock::Deadline& until) noexcept {
     if (Attendant* attendant = ownAttendant(); attendant != nullptr) {
         attendant->attend(wake, until.realMillisecondsLeft());
     } else {
@@ -77,7 +82,7 @@ void sleepAttending(Wake& wake, const clock::Deadline& until) {
 
 } // namespace
 
-int32_t awaitMessage(ComHostMessage* message, int32_t milliseconds) noexcept try {
+int32_t awaitMessage(ComHostMessage* message, int32_t milliseconds) noexcept {
     if (message == nullptr)
         return 0;
     if (int32_t result = message::next(*message)) // one that is there costs no look at the clock
@@ -94,8 +99,6 @@ int32_t awaitMessage(ComHostMessage* message, int32_t milliseconds) noexcept try
         }
         sleepAttending(wake, until);
     }
-} catch (const std::bad_alloc&) {
-    return 0;
 }
 
 void offerAttendance(const Port& port) noexcept try {

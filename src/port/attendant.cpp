@@ -115,7 +115,6 @@ bool Attendant::startWatchman() noexcept {
 void Attendant::watchmanMain(void* argument) {
     const std::unique_ptr<std::shared_ptr<Attendant>> self(
         static_cast<std::shared_ptr<Attendant>*>(argument));
-    Wake::giveThisThread((*self)->watchman_);
     (*self)->watch();
 }
 

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "platform/clock.h"
 #include "port/flow.h"
 #include "port/io_thread.h"
@@ -26,27 +28,72 @@ struct CloseStyle {
 constexpr CloseStyle ownStyle{"ComClose Called", 10 * 500, true};
 constexpr CloseStyle adoptedStyle{"ComPreClose Called", 10 * 100, false};
 constexpr uint32_t settle = 100;
+constexpr uint32_t look = 50;       ///< milliseconds between two looks at a write that is under way
 constexpr uint32_t leaveTime = 400; ///< for everybody who is still inside the port
 
-/// The thread wakes, sees that it is not to run, and reports.
-void awaitThread(Port& port, uint32_t milliseconds) {
-    auto until = clock::Deadline::in(milliseconds);
-    while (port.threadDone != 1 && !until.passed()) {
-        uint32_t seen = port.events.count();
-        if (port.threadDone != 1)
-            sleepOnPort(port, seen, {}, until);
+/// Whether a block that is on its way to the line moves: the device's queue of it grows shorter. That shows in
+/// steps only, where a chip or an adapter takes several bytes at once.
+class Movement {
+public:
+    explicit Movement(Port& port) noexcept : port_(port) {
+        constexpr uint32_t chipQueue = 64;
+        uint32_t baud = std::max<uint32_t>(port.lineStateCopy().baudRate, 1);
+        longestStep_ = std::max(shortestStep, chipQueue * bitsPerByte * 1000 / baud);
     }
+    /// Something is being written, and nothing has moved for longer than a step takes.
+    bool hasStopped() noexcept {
+        uint32_t turn = port_.writeTurn;
+        uint32_t queued = port_.device.status(COM_HOST_WANT_OUT).outQueue;
+        if (!isWrite(turn) || turn != turn_ || queued != queued_)
+            stops_ = clock::Deadline::in(longestStep_);
+        turn_ = turn;
+        queued_ = queued;
+        return stops_.passed();
+    }
+    static bool isWrite(uint32_t turn) noexcept { return turn % 2 != 0; }
+
+private:
+    static constexpr uint32_t bitsPerByte = 10;
+    static constexpr uint32_t shortestStep = 500; ///< milliseconds
+    Port& port_;
+    uint32_t longestStep_;
+    uint32_t turn_ = 0;
+    uint32_t queued_ = 0;
+    clock::Deadline stops_ = clock::Deadline::never();
+};
+
+/// Waits until the thread has seen that it is not to run and has reported, and until a caller's write that is
+/// under way is over. They have that time as long as their bytes move; a peer that holds them off has not.
+void awaitWriters(Port& port, bool thread, uint32_t milliseconds) {
+    auto until = clock::Deadline::in(milliseconds);
+    Movement movement(port);
+    bool moving = true;
+    uint32_t begun = port.writeTurn;
+    const auto busy = [&] {
+        return (thread && port.threadDone != 1) || (Movement::isWrite(begun) && port.writeTurn == begun);
+    };
+    for (uint32_t seen = port.events.count(); busy() && !until.passed(); seen = port.events.count()) {
+        if (moving && movement.hasStopped()) {
+            moving = false;
+            port.device.cancel(true);
+        }
+        if (busy())
+            sleepOnPort(port, seen, {}, clock::Deadline::earlier(until, clock::Deadline::in(look)));
+    }
+    if (moving)
+        port.device.cancel(true); // whoever waits for the line from here on waits no more
 }
 
 void stopThread(Port& port, const CloseStyle& style) {
     port.threadRun = 0;
     trace(port, "Flag to shut down threads - turned on");
-    port.device.cancel(true); // whoever waits for the line waits no more
     port.wakeThread();
-    if (onIoThread(port))
-        return; // a notification function closes its own port: it cannot wait for itself
+    if (onIoThread(port)) { // a notification function closes its own port: it cannot wait for itself
+        awaitWriters(port, false, style.threadWait);
+        return;
+    }
     clock::sleep(settle);
-    awaitThread(port, style.threadWait);
+    awaitWriters(port, true, style.threadWait);
     clock::sleep(settle);
 }
 

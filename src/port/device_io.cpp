@@ -62,7 +62,10 @@ int32_t deviceWrite(Port& port, std::span<const uint8_t> block) noexcept {
 
 int32_t writeBlock(Port& port, std::span<const uint8_t> block, int32_t room) noexcept {
     int32_t error = 0;
+    uint32_t turn = port.writeTurn.load(std::memory_order_relaxed);
+    port.writeTurn.store(turn + 1, std::memory_order_release);
     int32_t written = port.device.write(block.data(), all(block), COM_HOST_WRITE_COMPLETE, error);
+    port.writeTurn.store(turn + 2, std::memory_order_release);
     noteRefusal(port, written, error);
     if (error != 0 && error != timeOver) {
         trace(port, "Write error: %u", static_cast<uint32_t>(error));

@@ -36,11 +36,11 @@ std::span<uint8_t> tracedIntention(Port& port, std::span<uint8_t> room) noexcept
 }
 
 // Bytes leave the ring before they are written, and what the device does not take is gone.
-void transmitBlock(Port& port) noexcept {
+bool transmitBlock(Port& port) noexcept {
     auto block = port.tx.next();
     block = block.first(std::min(block.size(), static_cast<std::size_t>(port.record->maxWriteChars)));
     if (block.empty())
-        return;
+        return false;
     auto count = static_cast<int32_t>(block.size());
     std::memcpy(port.record->txStage, block.data(), block.size());
     port.staged = count;
@@ -48,6 +48,7 @@ void transmitBlock(Port& port) noexcept {
     trace(port, "Writing %d characters", count);
     deviceWrite(port, {port.record->txStage, block.size()});
     port.staged = 0;
+    return true;
 }
 
 } // namespace
@@ -75,28 +76,26 @@ void replacementStep(Port& port) noexcept {
     replaceIn(unread.second, record.replaceFrom, record.replaceTo);
 }
 
-void transmitLossless(Port& port) noexcept {
-    for (;;) {
+bool transmitLossless(Port& port) noexcept {
+    for (bool took = false;;) {
         auto bytes = port.tx.next();
         if (bytes.empty())
-            return;
+            return took;
         int32_t taken = writeNow(port, bytes);
         bool full = taken < static_cast<int32_t>(bytes.size());
         port.sendingFull = full ? 1 : 0;
         if (taken < 1)
-            return;
+            return took;
+        took = true;
         trace(port, "Writing %d characters", taken);
         port.tx.sent(taken);
         if (full)
-            return;
+            return took;
     }
 }
 
-void transmitStep(Port& port) noexcept {
-    if (port.lossless != 0)
-        transmitLossless(port);
-    else
-        transmitBlock(port);
+bool transmitStep(Port& port) noexcept {
+    return port.lossless != 0 ? transmitLossless(port) : transmitBlock(port);
 }
 
 void directRound(Port& port) noexcept {
@@ -129,10 +128,9 @@ bool receiveLocked(Port& port) noexcept {
     return had;
 }
 
-void transmitLocked(Port& port) noexcept {
+bool transmitLocked(Port& port) noexcept {
     HeldLock lock(port);
-    if (port.isOpen())
-        transmitStep(port);
+    return port.isOpen() && transmitStep(port);
 }
 
 /// Whoever is woken for the news wants portLock at once, so it is told after the lock is released.
@@ -180,9 +178,8 @@ bool threadRound(Port& port, bool mayReceive) {
     bool had = (mayReceive && receiveLocked(port)) || untold;
     if (had)
         tellReceived(port);
-    if (!port.tx.empty())
-        transmitLocked(port);
-    return had;
+    bool sent = !port.tx.empty() && transmitLocked(port);
+    return had || sent;
 }
 
 bool takeFromDevice(Port& port) noexcept {
@@ -205,11 +202,7 @@ bool tellFromDevice(Port& port) {
 
 bool sendToDevice(Port& port) noexcept {
     HeldLock lock(port);
-    int32_t before = port.tx.count();
-    if (before == 0 || !port.isOpen())
-        return true;
-    transmitLossless(port);
-    return port.tx.count() < before;
+    return port.tx.empty() || !port.isOpen() || transmitLossless(port);
 }
 
 bool hasUnsent(const Port& port) noexcept {

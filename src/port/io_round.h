@@ -14,14 +14,15 @@ int32_t receiveStep(Port& port) noexcept;
 /// Replaces a received byte value by another in the unread bytes, when that is switched on.
 void replacementStep(Port& port) noexcept;
 
-/// Hands at most one block of the transmit ring to the device.
-void transmitStep(Port& port) noexcept;
+/// Hands at most one block of the transmit ring to the device. Whether the ring has given up bytes.
+bool transmitStep(Port& port) noexcept;
 
 /// A round in the caller's thread: everything but notifications.
 void directRound(Port& port) noexcept;
 
 /// A round of the I/O thread, notifications included. It takes portLock itself. `mayReceive` false: the
-/// device is known to hold nothing. True when the device had bytes.
+/// device is known to hold nothing. True when there was something to do: the device had bytes, somebody was
+/// still to be told of some, or the transmit ring has given up some.
 bool threadRound(Port& port, bool mayReceive);
 
 /// Takes what the device holds for a caller that waits for bytes, as the I/O thread would have; who is
@@ -39,8 +40,8 @@ bool sendToDevice(Port& port) noexcept;
 /// Whether a lossless port has queued bytes that may go as soon as the device has room.
 bool hasUnsent(const Port& port) noexcept;
 
-/// The ring gives up what the device takes now, no more: the sending of a lossless port.
-void transmitLossless(Port& port) noexcept;
+/// The ring gives up what the device takes now, no more: the sending of a lossless port. Whether it took any.
+bool transmitLossless(Port& port) noexcept;
 
 /// What the subsystem of notifications does when a round brought data; set once, on first use. It runs
 /// without portLock: a function of the caller's may use other ports, whose functions use this one.

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <new>
 
 #include "platform/error_text.h"
 #include "platform/message.h"
+#include "platform/parking.h"
 #include "platform/thread.h"
 #include "port/attendance.h"
 #include "port/device_io.h"
@@ -73,10 +75,22 @@ private:
     bool notifying_ = false;
 };
 
-/// The thread has come up. The opener says so in its place: what formats and logs a text would cost the
-/// stack of every port a page or two for good.
+/// Waits until the thread has come up. False: it could not.
+bool hasComeUp(Port& port) noexcept {
+    constexpr auto notYet = static_cast<uint32_t>(ThreadStart::none);
+    while (port.threadStart == notYet)
+        parking::park(port.threadStart, notYet, -1);
+    return port.threadStart == static_cast<uint32_t>(ThreadStart::up);
+}
+
+void tellNoMemory() noexcept try {
+    setErrorText("cannot start the thread of the port: no memory for what it keeps of its own");
+} catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): then there is no text either
+}
+
+/// The opener says it in the thread's place: what formats and logs a text would cost the stack of every port
+/// a page or two for good.
 void announce(Port& port) {
-    port.threadStarted.wait(0);
     char text[80];
     std::snprintf(text, sizeof text, "\r\n Starting COM Thread on Port:%d Thread:%d", port.number.load(),
                   static_cast<int32_t>(port.record->ioThread.load()));
@@ -139,6 +153,7 @@ template <class Left> void sleepOff(Port& port, Left left) noexcept {
 struct Work {
     bool receive = false;
     bool transmit = false;
+    bool promised = false; ///< the device says so
     bool any() const noexcept { return receive || transmit; }
 };
 
@@ -172,15 +187,21 @@ void sleepBlind(const Port& port) noexcept {
 }
 
 /// Sleeps on the device, or on the clock where that is no use.
-Work sleepFor(Port& port, const Outlook& outlook, int32_t realMilliseconds) noexcept {
+Work sleepFor(Port& port, const Outlook& outlook, const Shares& shares) noexcept {
     if (outlook.roundNow)
         return {.receive = true, .transmit = true};
     if (outlook.tellAgain || !port.device.canWait()) {
         sleepBlind(port);
         return {.receive = true, .transmit = true};
     }
-    uint32_t held = port.device.wait(outlook.events, port.threadWake->descriptor(), realMilliseconds);
-    return {.receive = (held & COM_HOST_WAIT_READ) != 0, .transmit = (held & COM_HOST_WAIT_WRITE) != 0};
+    Wake& wake = *port.threadWake;
+    uint32_t held = port.device.wait(outlook.events, wake.descriptor(), shares.realMillisecondsLeft());
+    if (wake.cannotWait(held != 0 || wake.woken() || shares.realMillisecondsLeft() == 0))
+        return {.receive = (outlook.events & COM_HOST_WAIT_READ) != 0,
+                .transmit = (outlook.events & COM_HOST_WAIT_WRITE) != 0};
+    return {.receive = (held & COM_HOST_WAIT_READ) != 0,
+            .transmit = (held & COM_HOST_WAIT_WRITE) != 0,
+            .promised = true};
 }
 
 /// Sleeps until there may be work. What a round would find.
@@ -191,18 +212,18 @@ Work waitForWork(Port& port, Shares& shares) noexcept {
     bool due = port.threadRun == 0 || !port.isOpen() || port.record->suspended == 1 || messagesToPump(port);
     Work work;
     if (!shares.crossed() && !due)
-        work = sleepFor(port, lookAhead(port, shares), shares.realMillisecondsLeft());
+        work = sleepFor(port, lookAhead(port, shares), shares);
     shares.awake();
     wake.finish();
     return work;
 }
 
 void runRound(Port& port, const Work& work, Pace& pace) {
-    bool had = threadRound(port, work.receive);
+    bool moved = threadRound(port, work.receive);
     pace.lastRound = clock::ticks();
     statusRead(port);
-    bool promisedNothing = work.receive && !work.transmit && !had;
-    if (promisedNothing) // a device that says it has bytes and gives none must not keep us running
+    if (work.promised &&
+        !moved) // a device that says it has bytes or room must not keep us running for nothing
         sleepOff(port, [] { return blindPace; });
 }
 
@@ -226,13 +247,23 @@ void run(Port& port) {
     stop(port);
 }
 
+// A header is never given back to the host, so that its word may be named even after its port has gone.
+void report(Port& port, ThreadStart start) noexcept {
+    port.threadStart = static_cast<uint32_t>(start);
+    parking::unparkAll(port.threadStart);
+}
+
 void threadMain(void* argument) {
-    HeldPort port(static_cast<Port*>(argument));
-    Wake::giveThisThread(port->threadWake);
-    port->record->ioThread = thread::currentId();
-    port->threadStarted = 1;
-    port->threadStarted.notify_all();
-    run(*port);
+    Port& port = *static_cast<Port*>(argument);
+    if (!Wake::giveThisThread(port.threadWake)) {
+        table::letGo(port); // before the opener, who holds it too, hears of it and gives it up
+        report(port, ThreadStart::noMemory);
+        return;
+    }
+    const HeldPort held(&port);
+    port.record->ioThread = thread::currentId();
+    report(port, ThreadStart::up);
+    run(port);
 }
 
 } // namespace
@@ -241,6 +272,10 @@ bool startIoThread(Port& port) noexcept {
     table::tryHold(port); // the thread's own
     if (!thread::start(threadMain, &port, "brisolt-io")) {
         table::letGo(port);
+        return false;
+    }
+    if (!hasComeUp(port)) {
+        tellNoMemory();
         return false;
     }
     announce(port);

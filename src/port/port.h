@@ -32,6 +32,13 @@ enum class ThreadWatch : int32_t {
     parked,   ///< a caller is watching right now; that caller calls it when it leaves
 };
 
+/// How far the start of the I/O thread has come.
+enum class ThreadStart : uint32_t {
+    none,
+    up,
+    noMemory, ///< it has ended at once: what it needs of its own could not be had
+};
+
 /// The watch over one direction of the device.
 struct SharedWatch {
     std::atomic<ThreadWatch> thread{ThreadWatch::away};
@@ -64,14 +71,15 @@ struct Port {
 
     std::atomic<int32_t> threadRun{0};
     std::atomic<int32_t> threadDone{0};
-    std::atomic<int32_t> threadStarted{0}; ///< it has said so in the trace
-    std::atomic<int32_t> rxStalled{0};     ///< it leaves the device alone until a reader makes room
-    std::shared_ptr<Wake> threadWake;      ///< set before the thread is announced; never changed afterwards
-    SharedWatch receiving;                 ///< for bytes that come
-    SharedWatch sending;                   ///< for room for what a lossless port has queued
-    std::atomic<int32_t> staged{0};        ///< bytes that have left the ring and are about to be written
-    std::atomic<int32_t> writeRefused{0};  ///< the device has failed to write; no byte was taken since
-    std::atomic<int32_t> sendingFull{0};   ///< the device took less than offered; no room was seen since
+    std::atomic<uint32_t> threadStart{0}; ///< a ThreadStart; a word, so that the opener can sleep on it
+    std::atomic<int32_t> rxStalled{0};    ///< it leaves the device alone until a reader makes room
+    std::shared_ptr<Wake> threadWake;     ///< set before the thread is announced; never changed afterwards
+    SharedWatch receiving;                ///< for bytes that come
+    SharedWatch sending;                  ///< for room for what a lossless port has queued
+    std::atomic<int32_t> staged{0};       ///< bytes that have left the ring and are about to be written
+    std::atomic<uint32_t> writeTurn{0};   ///< odd while a block is on its way to the line; under portLock
+    std::atomic<int32_t> writeRefused{0}; ///< the device has failed to write; no byte was taken since
+    std::atomic<int32_t> sendingFull{0};  ///< the device took less than offered; no room was seen since
 
     std::atomic<int32_t> answerDue{0};   ///< a caller has written; no bytes have come since
     std::atomic<uint32_t> attendedBy{0}; ///< the thread that watches for bytes while it waits for messages

@@ -35,7 +35,7 @@ void reset(Port& port, int32_t number) noexcept {
     port.closeCallersHandle = 0;
     port.threadRun = 0;
     port.threadDone = 0;
-    port.threadStarted = 0;
+    port.threadStart = 0;
     port.rxStalled = 0;
     port.threadWake.reset();
     for (SharedWatch* watch : {&port.receiving, &port.sending}) {
@@ -44,6 +44,7 @@ void reset(Port& port, int32_t number) noexcept {
         watch->begun = 0;
     }
     port.staged = 0;
+    port.writeTurn = 0;
     port.writeRefused = 0;
     port.sendingFull = 0;
     port.attendedBy = 0;

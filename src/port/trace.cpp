@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstdarg>
-#include <string>
+#include <cstdio>
 
 #include "platform/file.h"
 #include "port/log_file.h"
@@ -37,8 +37,11 @@ int32_t setTraceFile(Port& port, const char* path) {
         return 1;
     // A file that cannot be made is no failure: entries appear as soon as somebody has made it.
     file::Appender file(path, file::Sharing::all, file::Missing::create);
-    if (file)
-        file.append(std::string("  \r\n\r\nOPEN PORT DEBUG FILE Version ") + logs::version + "\r\n ");
+    if (file) {
+        char header[64];
+        std::snprintf(header, sizeof header, "  \r\n\r\nOPEN PORT DEBUG FILE Version %s\r\n ", logs::version);
+        file.append(header);
+    }
     return 1;
 }
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <mutex>
+#include <type_traits>
 
 #include "platform/memory.h"
 #include "port/port_table.h"
@@ -33,9 +34,12 @@ struct Pool {
     TrackedBlocks blocks;
 };
 
-Pool& pool(int32_t number) {
-    static auto* pools = new std::array<Pool, lastPort + 1>; // never destroyed: threads may outlive main
-    return (*pools)[static_cast<std::size_t>(number)];
+// Made by the compiler and without a destructor: threads may use them before main and after it.
+static_assert(std::is_trivially_destructible_v<Pool>);
+constinit std::array<Pool, lastPort + 1> pools;
+
+Pool& pool(int32_t number) noexcept {
+    return pools[static_cast<std::size_t>(number)];
 }
 
 } // namespace

@@ -81,11 +81,14 @@ bool quitToSee(const Port& port) noexcept {
 }
 
 /// Sleeps on the thread's own wake, and on the device when it watches for something. What the device holds.
-uint32_t sleepOnce(Port& port, Wake& wake, uint32_t events, int32_t realMilliseconds) noexcept {
-    if (events != 0)
-        return port.device.wait(events, wake.descriptor(), wake.patience(realMilliseconds));
-    wake.sleep(realMilliseconds);
-    return 0;
+uint32_t sleepOnce(Port& port, Wake& wake, uint32_t events, const clock::Deadline& until) noexcept {
+    int32_t left = until.realMillisecondsLeft();
+    if (events == 0) {
+        wake.sleep(left);
+        return 0;
+    }
+    uint32_t held = port.device.wait(events, wake.descriptor(), wake.patience(left));
+    return wake.cannotWait(held != 0 || wake.woken() || until.passed()) ? events : held;
 }
 
 /// Does what the I/O thread would have done. False when the device has not kept its promise.
@@ -154,7 +157,7 @@ void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline&
         bool quiet = port.events.count() == seen && !(what.messages && messagesToPump(port)) &&
                      !(what.quit && quitToSee(port));
         if (quiet)
-            held = sleepOnce(port, wake, watch.events(), until.realMillisecondsLeft());
+            held = sleepOnce(port, wake, watch.events(), until);
         wake.finish();
     }
     bool kept = serveDevice(port, held);

@@ -27,17 +27,14 @@ ComHostLineState lineOf(const OpenPort& port) {
 
 TEST(Lines, LinesCrossToTheOtherEnd) {
     Pair pair("lines-cross");
-    EXPECT_EQ(ComCarrier(pair.there), 1);
-    EXPECT_EQ(ComGetDSRStatus(pair.there), 1);
-    EXPECT_EQ(ComGetCTSStatus(pair.there), 1);
-    ComClearDTR(pair.here);
-    EXPECT_EQ(ComCarrier(pair.there), 0);
-    EXPECT_EQ(ComGetDSRStatus(pair.there), 0);
-    EXPECT_EQ(ComGetCTSStatus(pair.there), 1);
-    ComSetDTR(pair.here);
-    ComClearRTS(pair.here);
-    EXPECT_EQ(ComCarrier(pair.there), 1);
-    EXPECT_EQ(ComGetCTSStatus(pair.there), 0);
+    for (const int32_t dtr : {1, 0, 1})
+        for (const int32_t rts : {1, 0}) {
+            EXPECT_EQ((dtr == 1 ? ComSetDTR : ComClearDTR)(pair.here), 1);
+            EXPECT_EQ((rts == 1 ? ComSetRTS : ComClearRTS)(pair.here), 1);
+            EXPECT_EQ(ComCarrier(pair.there), dtr);
+            EXPECT_EQ(ComGetDSRStatus(pair.there), dtr);
+            EXPECT_EQ(ComGetCTSStatus(pair.there), rts);
+        }
     EXPECT_EQ(ComCarrierTx(pair.there), 0) << "the latch is not the line";
     EXPECT_EQ(ComSetCarrier(pair.there, 7), 1);
     EXPECT_EQ(ComCarrierTx(pair.there), 1);
@@ -47,7 +44,12 @@ TEST(Lines, BreaksAndDtrPulsesAreSeenAtTheOtherEnd) {
     Pair pair("lines-break");
     EXPECT_EQ(ComGetBreakStatus(pair.there), 0);
     EXPECT_EQ(ComBreak(pair.here), 1);
-    EXPECT_TRUE(eventually([&] { return ComGetBreakStatus(pair.there) == 1; }));
+    // What a status read has seen stays until it is asked for, the break beside the errors.
+    EXPECT_TRUE(
+        eventually([&] { return ComStatus(pair.there) == 0 && pair.there.record().lineErrors != 0; }));
+    EXPECT_EQ(ComGetLineError(pair.there), COM_HOST_ERROR_BREAK);
+    EXPECT_EQ(ComGetLineError(pair.there), 0);
+    EXPECT_EQ(ComGetBreakStatus(pair.there), 1);
     EXPECT_EQ(ComGetBreakStatus(pair.there), 0) << "once";
 
     pair.here.record().dtrPulseTime = 20;
@@ -58,15 +60,6 @@ TEST(Lines, BreaksAndDtrPulsesAreSeenAtTheOtherEnd) {
     pair.here.record().portNumber = 0;
     EXPECT_EQ(ComDTR(pair.here), -1);
     pair.here.record().portNumber = 1;
-}
-
-TEST(Lines, ACloseEndsABreakAtOnce) {
-    Pair pair("lines-close");
-    pair.here.record().breakTime = 360'000; // an hour
-    auto sent = std::async(std::launch::async, [] { return ComBreak(1); });
-    EXPECT_TRUE(eventually([&] { return ComGetBreakStatus(pair.there) == 1; }));
-    EXPECT_EQ(pair.here.close(), 1);
-    EXPECT_EQ(sent.wait_for(10s), std::future_status::ready);
 }
 
 TEST(Lines, ChangesReachTheDeviceAndFramingErrorsTheOtherEnd) {
@@ -133,34 +126,21 @@ TEST(Lines, TwoThreadsThatChangeDifferentSettingsLoseNone) {
     }
 }
 
-TEST(Lines, ClosedPortsAndNullsAreRefused) {
-    for (const int32_t port : {-1, 0, 77, 257}) {
-        for (auto* function : {ComBreak, ComSetBreak_ON, ComSetBreak_OFF, ComDTR, ComCarrier, ComCarrierTx,
-                               ComGetCTSStatus, ComGetDSRStatus, ComGetBreakStatus})
-            EXPECT_EQ(function(port), -1);
-        for (auto* function : {ComSetBaud, ComSetPar, ComSetBits, ComSetStop, ComSetCarrier, ComSetSecurity})
-            EXPECT_EQ(function(port, 1), -1);
-        EXPECT_EQ(ComSetParms(port, 1, 8, 1), -1);
-        EXPECT_EQ(ComSetCode(port, "code"), -1);
-    }
-}
-
 // ---- Scrambling ------------------------------------------------------------------------------------
 
 TEST(Scrambling, EveryByteUnderEveryKeyComesBack) {
     Pair pair("scramble");
-    ASSERT_EQ(ComSetSecurity(pair.here, 1), 1);
-    ASSERT_EQ(ComSetSecurity(pair.there, 1), 1);
-    std::string all(256, '\0');
-    for (std::size_t i = 0; i < all.size(); ++i)
-        all[i] = static_cast<char>(i);
+    for (OpenPort* port : {&pair.here, &pair.there})
+        ASSERT_EQ(ComSetSecurity(*port, 1), 1);
+    const std::string all = pattern(1000);
     for (int32_t key = 1; key < 256; ++key) {
         const std::string code{static_cast<char>(key)}; // its sum is the key
-        ASSERT_EQ(ComSetCode(pair.here, code.c_str()) + ComSetCode(pair.there, code.c_str()), 2);
+        for (OpenPort* port : {&pair.here, &pair.there})
+            ASSERT_EQ(ComSetCode(*port, code.c_str()), 1);
         std::string sent = all;
-        ASSERT_EQ(ComWrite(pair.here, sent.data(), 256), 256);
+        ASSERT_EQ(ComWrite(pair.here, sent.data(), 1000), 1000);
         EXPECT_NE(sent, all) << "the caller's buffer is scrambled in its place";
-        ASSERT_EQ(readTimed(pair.there, 256), all) << key;
+        ASSERT_EQ(readTimed(pair.there, 1000), all) << key;
     }
 }
 
@@ -181,7 +161,6 @@ TEST(Scrambling, TheLineCarriesTheTransformOfTheKeyInForce) {
     EXPECT_EQ(onTheLine("\x04\x04"), "\x94");
     ComSetSecurity(pair.here, 2);
     EXPECT_EQ(onTheLine("x"), "A") << "2 is off";
-    EXPECT_EQ(ComSetCode(pair.here, nullptr), -1);
 }
 
 } // namespace

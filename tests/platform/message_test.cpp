@@ -203,15 +203,11 @@ INSTANTIATE_TEST_SUITE_P(ProgramsLoop, SharedWindows, testing::Bool());
 TEST_P(SharedWindows, AreHandledOneMessageAtATimeAndNoneIsLost) {
     constexpr uintptr_t total = 6000;
     const bool programsLoop = GetParam();
-    /// Handles at most one message, and says whether it did.
     const auto pump = [programsLoop](int32_t milliseconds) {
         ComHostMessage message;
-        if (programsLoop)
-            return ComHostGetMessage(&message, milliseconds) == 1 && ComHostDispatchMessage(&message) == 1;
-        const bool pumped = pumpOne();
-        if (!pumped && milliseconds > 0)
-            std::this_thread::yield();
-        return pumped;
+        const bool got =
+            programsLoop ? ComHostGetMessage(&message, milliseconds) == 1 : message::take(message);
+        return got && message::dispatch(message);
     };
     std::atomic<uint32_t> runner{0};
     std::atomic<uintptr_t> handled{0};

@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/error_text.h"
 #include "platform/message_box.h"
 #include "platform/process.h"
 #include "platform/signal.h"
@@ -100,6 +101,27 @@ TEST(Threads, StartDetachedNamedAndWithoutTheProgramsSignals) {
     sigset_t mine;
     pthread_sigmask(SIG_SETMASK, nullptr, &mine);
     EXPECT_EQ(sigismember(&mine, SIGTERM), 0);
+}
+
+// The program's thread-local data comes out of the stack of each thread, and what its callbacks need does, too.
+TEST(Threads, HaveAStackBesideTheThreadLocalData) {
+    thread_local char data[300'000];
+    std::atomic<bool> done{false};
+    auto useBoth = [](void* argument) {
+        volatile char locals[800'000];
+        for (std::size_t i = 0; i < sizeof locals; i += 4096)
+            locals[i] = 1;
+        for (char& byte : data)
+            byte = locals[0];
+        *static_cast<std::atomic<bool>*>(argument) = true;
+    };
+    ASSERT_TRUE(thread::start(useBoth, &done, "big"));
+    while (!done)
+        std::this_thread::yield();
+
+    thread::failStarts(1);
+    EXPECT_FALSE(thread::start(useBoth, &done, "none"));
+    EXPECT_EQ(errorText(), "cannot start the thread none: Resource temporarily unavailable");
 }
 
 TEST(MessageBox, GoesToStandardErrorAsOneLine) {

@@ -1,42 +1,29 @@
 #include "platform/wake.h"
 
 #include <atomic>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/resource.h>
 
+#include "brisolt.h"
 #include "platform/clock.h"
 #include "platform/error_text.h"
 #include "platform/message.h"
 #include "platform/thread.h"
-#include "port/attendance.h"
+#include "support/pty.h"
+#include "support/timing.h"
 
 using namespace brisolt;
 
 namespace {
 
-constexpr int32_t patience = 20'000;
-
-bool readable(int32_t descriptor, int32_t milliseconds = 0) {
+bool readable(int32_t descriptor) {
     Watch watch{.descriptor = descriptor, .forRead = true};
-    return waitAny({&watch, 1}, milliseconds) == 1 && watch.readable;
-}
-
-/// Sleeps as the library's waits do. False: nobody woke us although the condition came true, or in time.
-template <typename Condition> bool sleepUntil(Condition condition) {
-    Wake& wake = *Wake::ofThisThread();
-    auto deadline = clock::Deadline::in(patience);
-    for (;;) {
-        wake.prepare();
-        bool done = condition();
-        if (!done)
-            readable(wake.descriptor(), deadline.realMillisecondsLeft());
-        wake.finish();
-        if (done || deadline.passed())
-            return done && !deadline.passed();
-    }
+    return waitAny({&watch, 1}, 0) == 1 && watch.readable;
 }
 
 } // namespace
@@ -59,54 +46,6 @@ TEST(Wake, CostsNothingWhileTheThreadIsAwake) {
     wake.prepare();
     wake.finish();
     EXPECT_FALSE(readable(wake.descriptor()));
-}
-
-TEST(Wake, NoWakeUpIsLostInPingPong) {
-    constexpr int rounds = 20'000;
-    std::atomic<int> turn{0};
-    std::shared_ptr<Wake> wakes[2];
-    std::atomic<int> ready{0};
-    auto player = [&](int me) {
-        wakes[me] = Wake::ofThisThread();
-        ++ready;
-        while (ready < 2)
-            std::this_thread::yield();
-        for (int round = me; round < rounds; round += 2) {
-            if (!sleepUntil([&] { return turn == round; })) {
-                ADD_FAILURE() << "asleep in round " << round;
-                turn = rounds;
-                return;
-            }
-            turn = round + 1;
-            wakes[1 - me]->wake();
-        }
-    };
-    std::thread other(player, 1);
-    player(0);
-    other.join();
-}
-
-TEST(Wake, ManyWakersLeaveNoDescriptorReadable) {
-    std::atomic<int> posted{0};
-    std::shared_ptr<Wake> wake = Wake::ofThisThread();
-    std::vector<std::thread> wakers;
-    for (int i = 0; i < 4; ++i)
-        wakers.emplace_back([&] {
-            for (int n = 0; n < 5000; ++n) {
-                ++posted;
-                wake->wake();
-            }
-        });
-    int seen = 0;
-    while (seen < 20'000 && sleepUntil([&] { return posted != seen; }))
-        seen = posted;
-    EXPECT_EQ(seen, 20'000);
-    for (auto& waker : wakers)
-        waker.join();
-    // Whatever was written late is read by the next sleep at the latest.
-    wake->prepare();
-    wake->finish();
-    EXPECT_FALSE(readable(wake->descriptor()));
 }
 
 TEST(Wake, WorksWhileThreadsEnd) {
@@ -138,27 +77,67 @@ TEST(Wake, WorksWhileThreadsEnd) {
     EXPECT_EQ(ended, 4);
 }
 
-TEST(Wake, WithoutDescriptorsWaitsStillEnd) {
+// What a thread keeps must go when it ends, or it must do without.
+TEST(Wake, WithoutRoomForWhatThreadsKeepWaitsStillEndAndOpensFail) {
+    const test::Pty far;
+    ComHostMapDevice(5, far.slavePath().c_str());
+    std::vector<pthread_key_t> keys;
+    for (pthread_key_t key; pthread_key_create(&key, nullptr) == 0;)
+        keys.push_back(key);
+    EXPECT_TRUE(Wake::ofThisThread()->blind());
+    ComHostMessage message;
+    const uint32_t start = clock::ticks();
+    EXPECT_EQ(ComHostGetMessage(&message, 100), 0);
+    EXPECT_GE(clock::ticks() - start, 100U);
+    EXPECT_EQ(ComOpen("COM", 5, 9600, 8, 1, 1, 0, 0), -38);
+    for (pthread_key_t key : keys)
+        pthread_key_delete(key);
+    EXPECT_EQ(ComOpen("COM", 5, 9600, 8, 1, 1, 0, 0), 5);
+    EXPECT_FALSE(Wake::ofThisThread()->blind());
+    EXPECT_EQ(ComHostPostChar(ComHostThreadId(), 'x'), 1);
+    EXPECT_EQ(ComHostGetMessage(&message, 0), 1);
+    EXPECT_EQ(ComClose(5), 1);
+}
+
+// Of a process without descriptors the host has none for a wake, and below that it cannot poll.
+TEST(Wake, WithoutDescriptorsWaitsRestAndEndInTime) {
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the sanitizers look at memory through descriptors of their own";
 #endif
-    std::atomic<uint32_t> sleeper{0};
+    test::Pty far;
+    ComHostMapDevice(5, far.slavePath().c_str());
+    ASSERT_EQ(ComOpen("COM", 5, 9600, 8, 1, 1, 0, 0), 5);
+    ComSetBackgroundTimeout(5, 0);
+    ComHostMessage message;
+    ComSetNotifyThreadMessageAnyChar(5, ComHostThreadId());
+    ComHostGetMessage(&message, 100); // attends from here on
     rlimit before{};
     getrlimit(RLIMIT_NOFILE, &before);
-    rlimit none{3, before.rlim_max};
-    int32_t got = 0;
-    std::thread waiter([&] {
-        setrlimit(RLIMIT_NOFILE, &none);
+    const auto limit = [&before](rlim_t most) {
+        const rlimit limited{most, before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &limited);
+    };
+    std::atomic<uint32_t> sleeper{0};
+    std::thread other([&] {
+        limit(3);
         EXPECT_LT(Wake::ofThisThread()->descriptor(), 0);
         EXPECT_EQ(message::descriptor(), -1);
-        setrlimit(RLIMIT_NOFILE, &before);
         sleeper = thread::currentId();
-        ComHostMessage message;
-        got = awaitMessage(&message, -1);
+        ComHostMessage got;
+        EXPECT_EQ(ComHostGetMessage(&got, -1), 1);
     });
-    while (sleeper == 0)
-        std::this_thread::yield();
-    EXPECT_TRUE(message::postToThread(sleeper, 1, 0, 0));
-    waiter.join();
-    EXPECT_EQ(got, 1);
+    EXPECT_TRUE(test::eventually([&] { return sleeper != 0; }));
+    limit(1);
+    char bytes[4];
+    const auto used = test::processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, [&] {
+        EXPECT_EQ(ComHostGetMessage(&message, 300), 0);
+        EXPECT_EQ(ComReadTimed(5, bytes, 4, 30), 0);
+        far.write("late");
+        EXPECT_EQ(ComReadTimed(5, bytes, 4, 2000), 4);
+        EXPECT_TRUE(message::postToThread(sleeper, 1, 0, 0));
+        other.join();
+        EXPECT_EQ(ComClose(5), 1);
+    });
+    limit(before.rlim_cur);
+    EXPECT_LT(used, std::chrono::milliseconds(200));
 }

@@ -14,8 +14,6 @@
 #include <utility>
 #include <vector>
 
-#include <time.h>
-
 #include <gtest/gtest.h>
 
 #include "brisolt.h"
@@ -70,14 +68,11 @@ private:
 class LogFile {
 public:
     std::string path() const { return directory_.file("log.txt"); }
-    std::string text() const {
-        std::ifstream in(path(), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
     /// The texts of the entries that begin with one of `beginnings` (all of them when there are none).
     std::vector<std::string> entries(const std::vector<std::string>& beginnings = {}) const {
         // Each stands behind a stamp such as "[11/19/26 04:51:58 7 p3]", on a line of its own.
-        const std::string all = text();
+        std::ifstream in(path(), std::ios::binary);
+        const std::string all{std::istreambuf_iterator<char>(in), {}};
         std::vector<std::string> found;
         for (std::size_t stamp = all.find("\r\n["); stamp != std::string::npos;) {
             const std::size_t start = all.find(']', stamp) + 1;
@@ -93,19 +88,6 @@ public:
 private:
     TempDir directory_;
 };
-
-inline std::chrono::nanoseconds processorTime(clockid_t whose) {
-    timespec used{};
-    clock_gettime(whose, &used);
-    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
-}
-
-/// Processor time that a call uses, of its thread or of the whole process.
-template <class Call> std::chrono::nanoseconds processorTimeOf(clockid_t whose, Call call) {
-    const auto before = processorTime(whose);
-    call();
-    return processorTime(whose) - before;
-}
 
 inline void sleepHalfASecond() {
     std::this_thread::sleep_for(500ms);

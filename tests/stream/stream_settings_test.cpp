@@ -1,4 +1,6 @@
 // Discarding, resuming and the settings of the byte stream, with the other end of a null modem as witness.
+#include <future>
+
 #include "device/device.h"
 #include "stream/open_port.h"
 
@@ -126,6 +128,21 @@ TEST_F(StreamSettings, FlushesResumeWhatAnXoffHasStopped) {
 
 // ---- Settings ---------------------------------------------------------------------------------------------
 
+TEST_F(StreamSettings, AWriteEndsWithItsTimeOutUnlessThereIsNone) {
+    ComSetFlow(port, 0);
+    far.line(COM_HOST_LINE_CLEAR_RTS);
+    ComSetWriteTimeout(port, 300);
+    const auto start = SteadyClock::now();
+    EXPECT_EQ(write(port, "lost"), 0);
+    EXPECT_GE(SteadyClock::now() - start, 290ms);
+    ComSetWriteTimeout(port, 0);
+    auto writing = std::async(std::launch::async, [] { return write(port, "patience"); });
+    EXPECT_EQ(writing.wait_for(500ms), std::future_status::timeout);
+    far.line(COM_HOST_LINE_SET_RTS);
+    EXPECT_EQ(writing.get(), 8);
+    EXPECT_EQ(arrived(), "patience");
+}
+
 TEST_F(StreamSettings, MaxWriteCharsIsClamped) {
     for (const auto& [asked, applied] : std::vector<std::pair<int32_t, int32_t>>{
              {0, 1}, {INT32_MIN, 1}, {1, 1}, {1200, 1200}, {1201, 1200}, {INT32_MAX, 1200}}) {
@@ -136,8 +153,8 @@ TEST_F(StreamSettings, MaxWriteCharsIsClamped) {
 
 // The line says even parity and the far end odd, so that every byte arrives with an error.
 TEST_F(StreamSettings, ErrorReplacementAndLineErrors) {
+    const FastClock fast;
     EXPECT_EQ(open.close(), 1);
-    OpenPort even(port, "null-modem:settings", {.parity = 3});
     ComHostLineState state{};
     ASSERT_TRUE(far.getLineState(state));
     state.parity = COM_HOST_PARITY_ODD;
@@ -146,18 +163,21 @@ TEST_F(StreamSettings, ErrorReplacementAndLineErrors) {
         int32_t enable, replacement;
         const char* got;
     };
-    ComGetLineError(port);
-    for (const Case& c :
-         {Case{0, '?', "abc"}, Case{1, '?', "???"}, Case{7, '#' + 0x100, "###"}, Case{-1, '?', "abc"}}) {
-        EXPECT_EQ(ComSetLineErrorReplacement(port, c.enable, c.replacement), 1);
-        arrive("abc");
-        EXPECT_EQ(readUpTo(port, 10), c.got);
-        EXPECT_EQ(ComGetLineError(port), COM_HOST_ERROR_PARITY);
-        EXPECT_EQ(ComGetLineError(port), 0);
+    for (const char* mode : {"threaded", "THUNK"}) {
+        OpenPort even(port, "null-modem:settings", {.name = mode, .parity = 3});
+        ComGetLineError(port);
+        for (const Case& c :
+             {Case{0, '?', "abc"}, Case{1, '?', "???"}, Case{7, '#' + 0x100, "###"}, Case{-1, '?', "abc"}}) {
+            EXPECT_EQ(ComSetLineErrorReplacement(port, c.enable, c.replacement), 1);
+            arrive("abc");
+            EXPECT_EQ(readUpTo(port, 10), c.got) << mode;
+            EXPECT_EQ(ComGetLineError(port), COM_HOST_ERROR_PARITY);
+            EXPECT_EQ(ComGetLineError(port), 0);
+        }
+        ComHostLineState applied{};
+        ASSERT_TRUE(even.inside().device.getLineState(applied));
+        EXPECT_EQ(applied.errorChar, 0);
     }
-    ComHostLineState applied{};
-    ASSERT_TRUE(even.inside().device.getLineState(applied));
-    EXPECT_EQ(applied.errorChar, 0);
 }
 
 } // namespace

@@ -12,24 +12,28 @@ namespace brisolt::test {
 namespace {
 
 constexpr int32_t port = 11;
-constexpr auto promptly = 5s; ///< every wait here would last a minute
+constexpr auto promptly = 10s; ///< every wait here would last a minute
 constexpr int32_t goesOn = INT32_MAX;
 
 char buffer[100];
 
 struct Wait {
     const char* what;
-    int32_t (*call)(); ///< for a minute
-    // The results that escape (27), quit and cancel have; goesOn: none, the wait takes no notice.
+    int32_t (*call)(); ///< for a minute of real time, with the clock fifty times as fast
+    // The results that escape (27), quit, cancel and close have; goesOn: none, the wait takes no notice.
     int32_t escaped, quit, cancelled;
+    int32_t closed = -1;
 };
 const std::vector<Wait> waits{
-    {"ComSleep", [] { return ComSleep(port, 60); }, -1, -1, goesOn},
-    {"ComSleepMS", [] { return ComSleepMS(port, 60000); }, -1, -1, goesOn},
-    {"ComReadTimed", [] { return ComReadTimed(port, buffer, 9, 6000); }, goesOn, goesOn, goesOn},
-    {"ComReadBuf", [] { return ComReadBuf(port, buffer, 256, 99, 60); }, 4, 4, 4},
-    {"ComReadBufToQuiet", [] { return ComReadBufToQuiet(port, buffer, 99, 600); }, -1, -1, -1},
-    {"Com_Flush", [] { return Com_Flush(port, 60); }, goesOn, 1, goesOn},
+    {"ComSleep", [] { return ComSleep(port, 3000); }, -1, -1, goesOn},
+    {"ComSleepMS", [] { return ComSleepMS(port, 3'000'000); }, -1, -1, goesOn},
+    {"ComReadTimed", [] { return ComReadTimed(port, buffer, 9, 300'000); }, goesOn, goesOn, goesOn},
+    {"ComReadBuf", [] { return ComReadBuf(port, buffer, 256, 99, 3000); }, 4, 4, 4},
+    {"ComReadBufToQuiet", [] { return ComReadBufToQuiet(port, buffer, 99, 30'000); }, -1, -1, -1},
+    {"Com_Flush", [] { return Com_Flush(port, 3000); }, goesOn, 1, goesOn},
+    {"ComBreak", [] { return ComBreak(port); }, goesOn, goesOn, goesOn},
+    {"ComDTR", [] { return ComDTR(port); }, goesOn, goesOn, goesOn},
+    {"ComPuts", [] { return ComPuts(port, std::string(3000, '~').c_str()); }, goesOn, 1, goesOn},
 };
 
 /// A wait on a thread of its own, whose queue and results are the test's.
@@ -43,10 +47,9 @@ public:
             return call();
         });
         thread = identifier.get();
-        std::this_thread::sleep_for(100ms);
     }
     /// Its result, or goesOn when it does not end.
-    int32_t result(std::chrono::milliseconds limit = promptly) {
+    int32_t result(std::chrono::milliseconds limit) {
         return result_.wait_for(limit) == std::future_status::ready ? result_.get() : goesOn;
     }
 
@@ -56,38 +59,93 @@ private:
     std::future<int32_t> result_;
 };
 
+std::atomic<int32_t> asked{0};
+std::atomic<int32_t> answer{0};
+/// In the place of the escape character. Nothing can wake a wait for its sake: it is asked again and again.
+int32_t escapeFunction(int32_t number, int32_t character) {
+    EXPECT_EQ(number, port);
+    if (character == 255) // the port's own thread, for the messages it may have
+        return 0;
+    EXPECT_EQ(character, 27);
+    ++asked;
+    return answer;
+}
+
+struct Ending {
+    const char* what;
+    const char* mode;
+    int32_t yield;
+    int32_t Wait::*expected;
+    std::function<void(OpenPort&, std::deque<Waiting>&)> happen;
+};
+void toEach(std::deque<Waiting>& waiting, const std::function<void(uint32_t)>& happen) {
+    for (const Waiting& one : waiting)
+        happen(one.thread);
+}
+const auto closes = [](OpenPort& open, std::deque<Waiting>&) { EXPECT_EQ(open.close(), 1); };
+const std::vector<Ending> endings{
+    {"escape", "threaded", 1, &Wait::escaped,
+     [](OpenPort&, std::deque<Waiting>& all) {
+         toEach(all, [](uint32_t thread) {
+             ComHostPostChar(thread, 'x');
+             ComHostPostChar(thread, 27);
+         });
+     }},
+    {"escape function", "threaded", 1, &Wait::escaped,
+     [](OpenPort&, std::deque<Waiting>&) {
+         EXPECT_TRUE(eventually([] { return asked > 50; }));
+         answer = 1;
+     }},
+    {"quit", "threaded", 1, &Wait::quit,
+     [](OpenPort&, std::deque<Waiting>& all) {
+         toEach(all, [](uint32_t thread) { ComHostPostQuit(thread); });
+     }},
+    {"cancel", "threaded", 1, &Wait::cancelled,
+     [](OpenPort&, std::deque<Waiting>&) { EXPECT_EQ(ComCancel(port), 1); }},
+    {"close", "threaded", 1, &Wait::closed, closes},
+    {"close without yield", "threaded", 0, &Wait::closed, closes},
+    {"close in direct mode", "THUNK", 1, &Wait::closed, closes},
+    {"close in direct mode without yield", "THUNK", 0, &Wait::closed, closes},
+};
+
 class Waits : public testing::Test {
 protected:
     ~Waits() override {
         for (ComHostMessage left; ComHostGetMessage(&left, 0) != 0;) {
         }
     }
-    /// All waits at once on a port; what happens to each of them, and what it answers.
-    void expectAll(int32_t Wait::*expected, const std::function<void(Waiting&)>& happen) {
-        OpenPort open(port, far.slavePath());
-        ComPortSetEscapeChar(port, 27);
-        std::deque<Waiting> waiting;
-        for (const Wait& wait : waits)
-            waiting.emplace_back(wait);
-        for (Waiting& each : waiting)
-            happen(each);
-        for (std::size_t i = 0; i < waits.size(); ++i) {
-            const int32_t result = waits[i].*expected;
-            EXPECT_EQ(waiting[i].result(result == goesOn ? 150ms : promptly), result) << waits[i].what;
-        }
-        open.close(); // ends those that go on
-    }
-
     Pty far;
 };
 
-TEST_F(Waits, EndByEscapeQuitOrCancelAsEachOfThemIsToldTo) {
-    expectAll(&Wait::escaped, [](Waiting& waiting) {
-        ComHostPostChar(waiting.thread, 'x');
-        ComHostPostChar(waiting.thread, 27);
-    });
-    expectAll(&Wait::quit, [](Waiting& waiting) { ComHostPostQuit(waiting.thread); });
-    expectAll(&Wait::cancelled, [](Waiting&) { EXPECT_EQ(ComCancel(port), 1); });
+// All waits at once on a port. Until they end they sleep.
+TEST_F(Waits, EndAsEachOfThemIsToldTo) {
+    const FastClock fast;
+    for (const Ending& ending : endings) {
+        SCOPED_TRACE(ending.what);
+        OpenPort open(port, far.slavePath(), {.name = ending.mode});
+        ComPortSetEscapeChar(port, 27);
+        ComSetYield(port, ending.yield);
+        const bool isFunction = std::string_view(ending.what) == "escape function";
+        asked = answer = 0;
+        open.record().breakTime = open.record().dtrPulseTime = 300'000;
+        open.record().escapeFunc = isFunction ? escapeFunction : nullptr;
+        std::deque<Waiting> waiting;
+        for (const Wait& wait : waits)
+            waiting.emplace_back(wait);
+        std::this_thread::sleep_for(100ms);
+        if (!isFunction) {
+            EXPECT_LT(processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, sleepHalfASecond), 100ms);
+        }
+        for (std::size_t i = 0; i < waits.size(); ++i)
+            EXPECT_EQ(waiting[i].result(0ms), goesOn) << waits[i].what;
+        ending.happen(open, waiting);
+        for (std::size_t i = 0; i < waits.size(); ++i) {
+            const int32_t result = waits[i].*ending.expected;
+            EXPECT_EQ(waiting[i].result(result == goesOn ? 150ms : promptly), result) << waits[i].what;
+        }
+        if (ComOpenState(port) == 1)
+            open.close(); // ends those that go on
+    }
 }
 
 // ---- Single rules -----------------------------------------------------------------------------------------
@@ -97,7 +155,10 @@ TEST_F(Waits, WithoutYieldASleepTakesNoNotice) {
     ComPortSetEscapeChar(port, 27);
     ComSetYield(port, 0);
     ComHostPostChar(ComHostThreadId(), 27);
-    EXPECT_EQ(ComSleepMS(port, 50), 1);
+    const uint32_t start = clock::ticks();
+    EXPECT_EQ(ComSleepMS(port, 300), 1);
+    EXPECT_EQ(ComSleep(port, 1), 1);
+    EXPECT_GE(clock::ticks() - start, 1300U);
     // Another thread may let it look again in the middle.
     auto setter = std::async(std::launch::async, [] {
         std::this_thread::sleep_for(100ms);
@@ -134,73 +195,10 @@ TEST_F(Waits, EscapeHandlesTheMessagesBeforeIt) {
     // A quit is seen before all messages, and stays.
     postAll();
     ComHostPostQuit(ComHostThreadId());
-    EXPECT_EQ(ComServiceMessagePump() + ComEscape(port, 27), 2);
+    EXPECT_EQ(ComServiceMessagePump(), 1);
+    EXPECT_EQ(ComEscape(port, 27), 1);
     EXPECT_EQ(handled.size(), 3U);
     ComHostDestroyWindow(window);
-}
-
-TEST_F(Waits, ASleepTakesItsTime) {
-    OpenPort open(port, far.slavePath());
-    FastClock fast(20);
-    for (int32_t yield : {1, 0}) {
-        ComSetYield(port, yield);
-        const uint32_t start = clock::ticks();
-        EXPECT_EQ(ComSleep(port, 3), 1);
-        EXPECT_EQ(ComSleepMS(port, 500), 1);
-        EXPECT_GE(clock::ticks() - start, 3500U);
-    }
-}
-
-std::atomic<int32_t> asked{0};
-std::atomic<int32_t> answer{0};
-
-// Nothing can wake a wait for the sake of a function, so it has to ask again and again.
-TEST_F(Waits, AnEscapeFunctionIsAsked) {
-    OpenPort open(port, far.slavePath());
-    ComPortSetEscapeChar(port, 'q');
-    open.record().escapeFunc = [](int32_t number, int32_t character) {
-        EXPECT_EQ(number, port);
-        if (character == 255) // the port's own thread, for the messages it may have
-            return 0;
-        asked += character == 'q' || character == 27 ? 1 : 1000000;
-        return answer.load();
-    };
-    for (const Wait& wait : waits) {
-        if (wait.escaped == goesOn)
-            continue;
-        SCOPED_TRACE(wait.what);
-        answer = 0;
-        asked = 0;
-        Waiting waiting(wait);
-        EXPECT_TRUE(eventually([] { return asked > 5; }));
-        answer = 1;
-        EXPECT_EQ(waiting.result(), wait.escaped);
-        EXPECT_LT(asked, 1000000);
-    }
-}
-
-// ---- Processor time and latency ---------------------------------------------------------------------------
-
-TEST_F(Waits, IdleWaitsUseNextToNoProcessorTime) {
-    OpenPort open(port, far.slavePath());
-    struct Case {
-        const char* what;
-        void (*call)();
-    };
-    const std::vector<Case> cases{
-        {"ComReadTimed", [] { ComReadTimed(port, buffer, 9, 50); }},
-        {"ComReadBuf", [] { ComReadBuf(port, buffer, 256, 9, 1); }},
-        {"ComReadBufToQuiet", [] { ComReadBufToQuiet(port, buffer, 9, 5); }},
-        {"ComSleepMS", [] { ComSleepMS(port, 500); }},
-        {"without yield",
-         [] {
-             ComSetYield(port, 0);
-             ComSleepMS(port, 500);
-             ComSetYield(port, 1);
-         }},
-    };
-    for (const Case& c : cases)
-        EXPECT_LT(processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, c.call), 50ms) << c.what;
 }
 
 TEST_F(Waits, ATimedReadLetsMessagesThroughAndNothingElse) {

@@ -246,7 +246,8 @@ uint32_t ScriptedDriver::holding() const {
 }
 
 int32_t ScriptedDriver::wait(uint32_t events, int32_t wake, int32_t milliseconds) {
-    enter(Call::wait);
+    if (!enter(Call::wait))
+        return -EIO;
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
     const auto limit = milliseconds < 0 ? clock::Deadline::never() : clock::Deadline::at(end);
     for (bool called = false;;) {

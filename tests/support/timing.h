@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <thread>
 
+#include <time.h>
+
 #include "platform/clock.h"
 
 namespace brisolt::test {
@@ -27,6 +29,19 @@ bool eventually(Condition condition, std::chrono::milliseconds limit = std::chro
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
+}
+
+inline std::chrono::nanoseconds processorTime(clockid_t whose) {
+    timespec used{};
+    clock_gettime(whose, &used);
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+}
+
+/// Processor time that a call uses, of its thread or of the whole process.
+template <class Call> std::chrono::nanoseconds processorTimeOf(clockid_t whose, Call call) {
+    const auto before = processorTime(whose);
+    call();
+    return processorTime(whose) - before;
 }
 
 } // namespace brisolt::test

@@ -6,6 +6,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/lasting.h"
+
 namespace brisolt::functionWords {
 
 namespace {
@@ -16,10 +18,9 @@ struct Table {
     std::unordered_map<Function, uint32_t> words;
 };
 
-// Never destroyed: threads of the library may ask while the program ends.
-Table& table() {
-    static Table& only = *new Table;
-    return only;
+Table& table() noexcept {
+    static Lasting<Table> only;
+    return *only;
 }
 
 } // namespace

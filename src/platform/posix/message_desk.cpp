@@ -3,6 +3,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/lasting.h"
 #include "platform/posix/thread_end.h"
 #include "platform/posix/thread_life.h"
 #include "platform/thread.h"
@@ -50,8 +51,8 @@ bool mayHandle(const Window& window, uint32_t thread) noexcept {
 } // namespace
 
 Desk& desk() {
-    static Desk& only = *new Desk; // never destroyed: threads use it while the program ends
-    return only;
+    static Lasting<Desk> only;
+    return *only;
 }
 
 ThreadQueue* ownQueue() noexcept try {
@@ -59,6 +60,8 @@ ThreadQueue* ownQueue() noexcept try {
         return own;
     // Before the queue, so that it is there as long as the queue is.
     std::shared_ptr<Wake> wake = Wake::ofThisThread();
+    if (wake->blind())
+        return nullptr;
     uint32_t thread = thread::currentId();
     std::lock_guard lock(desk().mutex);
     ThreadQueue* queue = find(thread);
@@ -66,9 +69,12 @@ ThreadQueue* ownQueue() noexcept try {
         desk().queues.erase(thread); // of an earlier thread with our identifier
         queue = nullptr;
     }
-    own = queue ? queue : &add(thread, 0);
+    if (!queue)
+        queue = &add(thread, 0);
+    if (!atThreadEnd(endOwnQueue, nullptr))
+        return nullptr; // it collects what others post until the thread comes again
+    own = queue;
     own->wake = std::move(wake);
-    atThreadEnd(endOwnQueue, nullptr);
     return own;
 } catch (const std::bad_alloc&) {
     return nullptr;

@@ -44,15 +44,17 @@ std::string pathForPlayer(const char* path) {
 
 } // namespace
 
-void beep() noexcept {
+void beep() noexcept try {
     // A terminal that is held must not hold us.
     int terminal = ::open("/dev/tty", O_WRONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
     if (terminal < 0)
         return;
     WritesFromBackground allowed;
-    if (::write(terminal, "\a", 1) != 1)
-        setErrorText("the terminal takes no bell");
+    bool rung = ::write(terminal, "\a", 1) == 1;
     ::close(terminal);
+    if (!rung)
+        setErrorText("the terminal takes no bell");
+} catch (const std::exception&) { // NOLINT(bugprone-empty-catch): no memory for the text
 }
 
 bool play(const char* path) noexcept try {

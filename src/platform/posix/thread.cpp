@@ -1,17 +1,19 @@
 #include "platform/thread.h"
 
-#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 
-#include <limits.h>
+#include <link.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include "platform/error_text.h"
 #include "platform/posix/thread_end.h"
 #include "platform/posix/thread_life.h"
 
@@ -20,7 +22,7 @@ namespace brisolt::thread {
 namespace {
 
 // The notification callbacks of the program run on these stacks. Pages nobody touches cost nothing.
-constexpr size_t stackSize = size_t{256} * 1024;
+constexpr size_t stackSize = size_t{1024} * 1024;
 
 std::atomic<int32_t> startsToFail{0};
 
@@ -51,15 +53,38 @@ struct SignalsBlocked {
     sigset_t before;
 };
 
+// The host takes the thread-local data of the program and its libraries out of the stack.
+size_t threadLocalSize() noexcept {
+    size_t size = 0;
+    dl_iterate_phdr(
+        [](dl_phdr_info* module, size_t, void* sum) {
+            for (size_t i = 0; i < module->dlpi_phnum; ++i)
+                if (const auto& part = module->dlpi_phdr[i]; part.p_type == PT_TLS)
+                    *static_cast<size_t*>(sum) += part.p_memsz + part.p_align;
+            return 0;
+        },
+        &size);
+    return size;
+}
+
 struct Attributes {
     Attributes() noexcept {
         pthread_attr_init(&value);
         pthread_attr_setdetachstate(&value, PTHREAD_CREATE_DETACHED);
-        pthread_attr_setstacksize(&value, std::max(stackSize, static_cast<size_t>(PTHREAD_STACK_MIN)));
+        pthread_attr_setstacksize(&value, stackSize + threadLocalSize());
     }
     ~Attributes() { pthread_attr_destroy(&value); }
     pthread_attr_t value;
 };
+
+bool refused(const char* name, int error) noexcept {
+    try {
+        setErrorText(std::string("cannot start the thread ") + (name ? name : "") + ": " +
+                     std::strerror(error));
+    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): then there is no text either
+    }
+    return false;
+}
 
 bool failThisStart() noexcept {
     int32_t left = startsToFail.load();
@@ -71,24 +96,26 @@ bool failThisStart() noexcept {
 } // namespace
 
 bool start(void (*function)(void*), void* argument, const char* name) noexcept {
-    if (!function || failThisStart())
+    if (!function)
         return false;
+    if (failThisStart())
+        return refused(name, EAGAIN);
     std::unique_ptr<Start> start(new (std::nothrow) Start{function, argument, {}});
     if (!start)
-        return false;
+        return refused(name, ENOMEM);
     if (name)
         strncpy(start->name, name, sizeof start->name - 1);
     Attributes attributes;
     SignalsBlocked blocked; // a new thread inherits the mask
     pthread_t thread;
-    if (pthread_create(&thread, &attributes.value, run, start.get()) != 0)
-        return false;
+    if (int error = pthread_create(&thread, &attributes.value, run, start.get()); error != 0)
+        return refused(name, error);
     (void)start.release();
     return true;
 }
 
-void atEnd(void (*function)(void*), void* argument) noexcept {
-    atThreadEnd(function, argument);
+bool atEnd(void (*function)(void*), void* argument) noexcept {
+    return atThreadEnd(function, argument);
 }
 
 uint32_t currentId() noexcept {

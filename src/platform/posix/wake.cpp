@@ -1,27 +1,46 @@
 #include "platform/wake.h"
 
+#include <new>
 #include <utility>
 
 #include <sys/eventfd.h>
 
+#include "platform/lasting.h"
 #include "platform/parking.h"
+#include "platform/posix/brake.h"
 #include "platform/posix/thread_end.h"
 
 namespace brisolt {
 
 namespace {
 
-// How long a sleep may last that nobody can end, because the host had no descriptor for us.
-constexpr int32_t blindWait = 20;
+constexpr int32_t restTime = 5; // real milliseconds; a call ends it
 
 thread_local std::shared_ptr<Wake>* own = nullptr;
 
 } // namespace
 
-const std::shared_ptr<Wake>& Wake::ofThisThread() {
-    if (!own)
-        giveThisThread(std::make_shared<Wake>());
-    return *own;
+const std::shared_ptr<Wake>& Wake::ofThisThread() noexcept {
+    if (own)
+        return *own;
+    std::shared_ptr<Wake> made;
+    try {
+        made = std::make_shared<Wake>();
+    } catch (const std::bad_alloc&) {
+        return blindOne();
+    }
+    return giveThisThread(std::move(made)) ? *own : blindOne();
+}
+
+// Shared by all threads that have no better: it remembers nothing.
+struct Wake::Blind {
+    Wake wake{-1};
+    std::shared_ptr<Wake> shared{std::shared_ptr<Wake>(), &wake};
+};
+
+const std::shared_ptr<Wake>& Wake::blindOne() noexcept {
+    static Lasting<Blind> only;
+    return (*only).shared;
 }
 
 std::shared_ptr<Wake> Wake::make() noexcept try {
@@ -31,9 +50,14 @@ std::shared_ptr<Wake> Wake::make() noexcept try {
     return nullptr;
 }
 
-void Wake::giveThisThread(std::shared_ptr<Wake> wake) {
-    own = new std::shared_ptr<Wake>(std::move(wake));
-    atThreadEnd([](void*) { delete std::exchange(own, nullptr); }, nullptr);
+bool Wake::giveThisThread(std::shared_ptr<Wake> wake) noexcept {
+    auto* given = new (std::nothrow) std::shared_ptr<Wake>(std::move(wake));
+    if (!given || !atThreadEnd([](void*) { delete std::exchange(own, nullptr); }, nullptr)) {
+        delete given;
+        return false;
+    }
+    own = given;
+    return true;
 }
 
 // The changes of the state order what waker and sleeper do: a waker that comes before the sleeper's
@@ -48,12 +72,18 @@ void Wake::wake() noexcept {
 }
 
 void Wake::sleep(int32_t realMilliseconds) noexcept {
+    if (blind_) {
+        brake(realMilliseconds);
+        return;
+    }
     uint32_t expected = asleep;
     if (state_.compare_exchange_strong(expected, parked, std::memory_order_acq_rel))
         parking::park(state_, parked, realMilliseconds);
 }
 
 void Wake::prepare() noexcept {
+    if (blind_)
+        return;
     if (owed_ > 0)
         drain();
     if (state_.exchange(asleep, std::memory_order_acq_rel) == (asleep | called))
@@ -65,6 +95,8 @@ bool Wake::woken() const noexcept {
 }
 
 void Wake::finish() noexcept {
+    if (blind_)
+        return;
     if (state_.exchange(awake, std::memory_order_acq_rel) == (asleep | called))
         ++owed_;
     if (owed_ > 0)
@@ -81,9 +113,16 @@ void Wake::drain() noexcept {
         owed_ -= static_cast<int64_t>(written);
 }
 
+bool Wake::restAfterAnother() noexcept {
+    if (blind_ || ++causeless_ < 3)
+        return false;
+    causeless_ = 2; // the next one that ends for nothing leads here, too
+    sleep(restTime);
+    return true;
+}
+
 int32_t Wake::patience(int32_t realMilliseconds) const noexcept {
-    bool blind = descriptor() < 0 && (realMilliseconds < 0 || realMilliseconds > blindWait);
-    return blind ? blindWait : realMilliseconds;
+    return descriptor() < 0 ? blindly(realMilliseconds) : realMilliseconds;
 }
 
 } // namespace brisolt
