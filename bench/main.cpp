@@ -75,7 +75,7 @@ int runTable(const Options& options, const std::string& only) {
 
     std::printf(heading, options.rounds, options.twoCores ? "another" : "the same");
     const std::vector<const Side*> many{&rawSide, &brisoltSide, &asioSide};
-    std::vector<const Side*> all = many;
+    std::vector<const Side*> all{&rawSide, &exchangeSide, &brisoltSide, &asioSide};
     if (const Side* side = willing(serialportSide))
         all.push_back(side);
     printHeads(all);

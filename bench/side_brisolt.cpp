@@ -1,3 +1,4 @@
+// The library by its rings: ComWrite, ComReadTimed, and many ports by messages.
 #include <algorithm>
 #include <array>
 #include <stdexcept>
@@ -168,7 +169,7 @@ private:
 } // namespace
 
 const Side brisoltSide{
-    "brisolt",
+    "its rings",
     [](const std::string& path) -> std::unique_ptr<Line> { return std::make_unique<BrisoltLine>(path); },
     [](const std::vector<std::string>& paths) -> std::unique_ptr<Lines> {
         return std::make_unique<BrisoltLines>(paths);

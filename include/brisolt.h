@@ -23,7 +23,9 @@
 #define BRISOLT_H
 
 #include "brisolt/capture.h"
+#ifndef BRISOLT_NO_CHECKED /* its short names (CBuffer, CStatus) may be a program's own */
 #include "brisolt/checked.h"
+#endif
 #include "brisolt/checks.h"
 #include "brisolt/conversions.h"
 #include "brisolt/drivers.h"

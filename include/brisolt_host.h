@@ -156,8 +156,21 @@ enum {
     COM_HOST_EVENT_DSR = 0x0010,
     COM_HOST_EVENT_CARRIER = 0x0020,
     COM_HOST_EVENT_BREAK = 0x0040,
-    COM_HOST_EVENT_RING = 0x0100
+    COM_HOST_EVENT_ERROR = 0x0080, /* framing, parity, overrun, overflow */
+    COM_HOST_EVENT_RING = 0x0100,
+    COM_HOST_EVENT_GONE = 0x1000, /* the device went */
+    COM_HOST_EVENT_BACK = 0x2000  /* and came back */
 };
+
+/* How often things have happened. */
+typedef struct ComHostCounters {
+    uint32_t size;                    /* sizeof(ComHostCounters) */
+    uint32_t cts, dsr, carrier, ring; /* changes of a line; ring: rings that ended */
+    uint32_t breaks, framing, parity; /* received with an error; breaks received */
+    uint32_t overrun, overflow;       /* bytes lost by the device, by its input queue */
+    uint32_t gone, back;              /* how often the device went and came back */
+    uint64_t received, sent;          /* bytes that came from and went to the device */
+} ComHostCounters;
 enum {
     COM_HOST_PURGE_TX_ABORT = 1,
     COM_HOST_PURGE_RX_ABORT = 2,
@@ -174,12 +187,20 @@ enum {
     COM_HOST_LINE_SET_BREAK = 8,
     COM_HOST_LINE_CLEAR_BREAK = 9
 };
-/* Modem-status lines. */
+/* Modem-status lines; the first two are outputs (ComHostGetLines). */
 enum {
+    COM_HOST_MODEM_DTR = 0x01,
+    COM_HOST_MODEM_RTS = 0x02,
     COM_HOST_MODEM_CTS = 0x10,
     COM_HOST_MODEM_DSR = 0x20,
     COM_HOST_MODEM_RING = 0x40,
     COM_HOST_MODEM_CARRIER = 0x80
+};
+/* Where a device is (ComHostGetPortState). */
+enum {
+    COM_HOST_DEVICE_THERE = 1,
+    COM_HOST_DEVICE_GONE = 2,
+    COM_HOST_DEVICE_SOUGHT = 3 /* gone, and being looked for */
 };
 enum { COM_HOST_WAIT_READ = 1, COM_HOST_WAIT_WRITE = 2 };
 enum {
@@ -229,7 +250,7 @@ typedef struct ComHostDriver {
     int32_t (*flush)(void *device);
     /* Waits until one of `events` (COM_HOST_WAIT_...) holds, the descriptor `wake` is readable, or
      * `milliseconds` of real time have passed (-1: no limit; 0: looks and returns). Returns the events
-     * that hold, 0 none. Without this function the library looks at the device again and again: its thread
+     * that hold, 0 none (-EINTR also when a signal handler has run meanwhile, which ends it). Without this function the library looks at the device again and again: its thread
      * at the port's pace (5 ms at least), a caller that waits for bytes every millisecond. A device that
      * has gone away waits like one on which nothing happens. */
     int32_t (*wait)(void *device, uint32_t events, int32_t wake, int32_t milliseconds);
@@ -240,12 +261,30 @@ typedef struct ComHostDriver {
      * can wait for many devices at once; a read that returns less than it was asked for has taken the last of
      * them. It lives as long as the device. -1: there is none, or not now. */
     int32_t (*descriptor)(void *device);
+
+    /* ---- Since 5.31; a driver whose record ends before them goes without. */
+
+    /* What has happened on the lines since the open: the fields from `cts` to `back`. 1, or a negative host
+     * error number when the device counts nothing. It takes no pending errors away from `status`. */
+    int32_t (*counters)(void *device, ComHostCounters *counters);
+    /* From now on `changed` is called with `argument`, on any thread and as soon as it can be told, when a
+     * counter of one of `events` (COM_HOST_EVENT_...) may have moved; it returns soon and calls nothing of the
+     * device but `counters`. Replaces the watch before; events 0 ends it: when that call has returned, `changed`
+     * runs no more. Never called by two threads at once. Returns the events that it will tell by itself, the
+     * others being found when `counters` is asked. */
+    uint32_t (*watch)(void *device, uint32_t events, void (*changed)(void *argument), void *argument);
+    /* Bytes that have been written and not left on the line, the shift register included where the device tells
+     * (an estimate will do, 0 must be right). Without it `status` tells. */
+    int32_t (*unsent)(void *device);
+    /* COM_HOST_DEVICE_...: whether the device is there. Gone, it reads as empty and takes no bytes. Without this
+     * function it is there always. */
+    int32_t (*state)(void *device);
 } ComHostDriver;
 
 /* Makes paths that begin with `scheme` and a colon open through a copy of *driver. The scheme is 2 to 31
  * letters, digits or '-', compared without letter case; a scheme that is registered already is replaced
- * for later opens, the built-in ones ("null-modem", "loop") are not. 1; -1 null, a bad scheme, a size below
- * that of the first release, or a driver without open, close, read and write. */
+ * for later opens, the built-in ones ("null-modem", "loop", "usb") are not. 1; -1 null, a bad scheme, a size below
+ * that of the first release (up to `descriptor`), or a driver without open, close, read and write. */
 int32_t ComHostRegisterDriver(const char *scheme, const ComHostDriver *driver);
 
 /* Raises (on nonzero) or lowers the ring indicator at both ends of the null modem with that path, or of that
@@ -327,4 +366,9 @@ int32_t ComHostSetMessageBox(void (*function)(const char *text, const char *capt
 #ifdef __cplusplus
 }
 #endif
+
+#include "brisolt/host_events.h"
+#include "brisolt/host_exchange.h"
+#include "brisolt/host_open.h"
+
 #endif

@@ -26,6 +26,8 @@ extern "C" {
  * messages; the next comes with the next round that brings data.
  */
 
+enum { COM_MESSAGE_ANY_CHAR = 0x800A, COM_MESSAGE_ON_CHAR = 0x800B, COM_MESSAGE_ON_STRING = 0x800C };
+
 /* Of any data: message 0x800A. 1; [port]. */
 int32_t ComSetNotifyMessageAnyChar(int32_t port, int32_t window);
 int32_t ComSetNotifyThreadMessageAnyChar(int32_t port, uint32_t thread);

@@ -30,14 +30,25 @@ int32_t ComFreeAll(int32_t port);
 
 /* ---- Opening and closing ------------------------------------------------------------------------- */
 
+/* The codes of parity and stop bits, here and in ComSetParms. */
+enum {
+    COM_PARITY_NONE = 1,
+    COM_PARITY_ODD = 2,
+    COM_PARITY_EVEN = 3,
+    COM_PARITY_MARK = 4,
+    COM_PARITY_SPACE = 5
+};
+enum { COM_STOP_1 = 1, COM_STOP_2 = 2, COM_STOP_1_5 = 3 };
+
 /*
  * Opens the serial device of `port`: the path given to ComHostMapDevice, else /dev/comN, else
  * /dev/ttyS(N-1). The device is opened for this port alone.
  *   deviceName  kept for the logs (31 characters); exactly "THUNK" opens a port without an I/O thread
  *               (direct mode: every read, write and status call moves the bytes itself). Null: empty.
  *   baudRate    bits per second; any rate the device takes
- *   dataBits    4 to 8       parity  1 none, 2 odd, 3 even, 4 mark, 5 space
- *   stopBits    1 one, 2 two, 3 one and a half
+ *   dataBits    4 to 8       parity  1 none, 2 odd, 3 even, 4 mark, 5 space (COM_PARITY_...; not the numbers
+ *               of a line state, COM_HOST_PARITY_...)
+ *   stopBits    1 one, 2 two, 3 one and a half (COM_STOP_...)
  *   rxBufSize, txBufSize     ring sizes in bytes; below 2048: 2048
  * The port starts without flow control, DTR and RTS raised, with a pace of 50 ms between rounds.
  * Returns the port number, or
@@ -87,6 +98,15 @@ int32_t ComOpenState(int32_t port);
 int32_t ComPortdcb(int32_t port);
 
 /* ---- Control lines and flow control -------------------------------------------------------------- */
+
+enum {
+    COM_FLOW_RTS_CTS = 0,
+    COM_FLOW_XON_XOFF = 1,
+    COM_FLOW_NONE = 2,
+    COM_FLOW_DTR_DSR = 3,
+    COM_FLOW_RTS_CTS_DTR_DSR = 4,
+    COM_FLOW_XON_XOFF_DTR_DSR = 5
+};
 
 /* Flow control: 0 RTS/CTS, 1 XON/XOFF, 2 none, 3 DTR/DSR, 4 RTS/CTS and DTR/DSR, 5 XON/XOFF and DTR/DSR.
  * Discards what the device's queues hold and raises DTR and RTS. 1 (whatever the device answers); -1 bad

@@ -36,7 +36,7 @@ template <typename Record> Record emptyRecord() noexcept {
 int32_t Device::open(std::string_view name) noexcept try {
     close();
     drivers::Opened opened;
-    const int32_t result = drivers::openPath(deviceNames::resolve(name), opened);
+    const int32_t result = drivers::openPath(deviceNames::resolve(name), options_, opened);
     if (result < 0)
         return result;
     driver_ = opened.driver;
@@ -61,6 +61,7 @@ int32_t Device::adopt(int32_t handle) noexcept {
         return -EBUSY;
     }
     shared_ = found == drivers::Kept::taken ? handle : -1;
+    options_ = {};
     if (const int32_t result = takeOver(handle, found == drivers::Kept::taken, kept); result < 0) {
         close();
         return result;
@@ -72,12 +73,14 @@ int32_t Device::adopt(int32_t handle) noexcept {
 }
 
 // A tty is adopted on a descriptor of its own even when its handle is ours, so that a cancel or a close of
-// the port cannot reach the next one that adopts the same handle. A handle that is no tty's may be one of a
-// registered driver.
+// the port cannot reach the next one that adopts the same handle; unless its path asked for what only that device
+// does. A handle that is no tty's may be one of a registered driver.
 int32_t Device::takeOver(int32_t handle, bool isKept, const drivers::Opened& kept) noexcept {
-    if (isKept && kept.driver.open != serial::ttyDriver().open) {
+    borrowed_ = isKept && (kept.driver.open != serial::ttyDriver().open || kept.hasOptions);
+    if (borrowed_) {
         driver_ = kept.driver;
         self_ = kept.self;
+        options_ = kept.options;
         return 1;
     }
     driver_ = serial::ttyDriver();
@@ -99,13 +102,15 @@ void Device::closeWithHandle() noexcept {
 }
 
 void Device::close() noexcept {
-    const bool ownsDevice = shared_ < 0 || driver_.open == serial::ttyDriver().open;
-    if (self_ != nullptr && ownsDevice)
+    if (self_ != nullptr && !borrowed_)
         driver_.close(self_);
     self_ = nullptr;
     driver_ = {};
     handle_ = -1;
     adopted_ = false;
+    borrowed_ = false;
+    options_ = {};
+    outputs_ = 0;
     if (shared_ >= 0)
         drivers::releaseHandle(shared_);
     shared_ = -1;
@@ -157,7 +162,20 @@ bool Device::purge(uint32_t what) const noexcept {
 }
 
 bool Device::line(uint32_t function) const noexcept {
-    return handOver(self_, driver_.line, function);
+    const bool done = handOver(self_, driver_.line, function);
+    if (done)
+        noteOutput(function);
+    return done;
+}
+
+void Device::noteOutput(uint32_t function) const noexcept {
+    switch (function) {
+    case COM_HOST_LINE_SET_DTR: outputs_.fetch_or(COM_HOST_MODEM_DTR); break;
+    case COM_HOST_LINE_SET_RTS: outputs_.fetch_or(COM_HOST_MODEM_RTS); break;
+    case COM_HOST_LINE_CLEAR_DTR: outputs_.fetch_and(~uint32_t{COM_HOST_MODEM_DTR}); break;
+    case COM_HOST_LINE_CLEAR_RTS: outputs_.fetch_and(~uint32_t{COM_HOST_MODEM_RTS}); break;
+    default: break;
+    }
 }
 
 bool Device::modemStatus(uint32_t& lines) const noexcept {
@@ -201,7 +219,24 @@ uint32_t Device::wait(uint32_t events, int32_t wake, int32_t realMilliseconds) c
     if (!canWait())
         return 0;
     const int32_t holding = driver_.wait(self_, events, wake, realMilliseconds);
+    if (holding == -EINTR)
+        return interrupted;
     return holding > 0 ? static_cast<uint32_t>(holding) & events : 0;
+}
+
+int32_t Device::unsent() const noexcept {
+    if (present() && driver_.unsent != nullptr)
+        return std::max(driver_.unsent(self_), 0);
+    return static_cast<int32_t>(status(COM_HOST_WANT_OUT).outQueue);
+}
+
+bool Device::counters(ComHostCounters& counters) const noexcept {
+    counters = emptyRecord<ComHostCounters>();
+    return handOver(self_, driver_.counters, &counters);
+}
+
+uint32_t Device::watch(uint32_t events, void (*changed)(void*), void* argument) const noexcept {
+    return present() && driver_.watch != nullptr ? driver_.watch(self_, events, changed, argument) : 0;
 }
 
 void Device::cancel(bool on) const noexcept {

@@ -2,11 +2,13 @@
 // the rings goes through here, whichever driver stands behind it.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "brisolt_host.h"
+#include "platform/device_options.h"
 
 namespace brisolt {
 
@@ -35,6 +37,10 @@ public:
     bool present() const noexcept { return self_ != nullptr; }
     int32_t handle() const noexcept { return handle_; }
     bool tellsStatus() const noexcept { return present() && driver_.status != nullptr; }
+    bool counts() const noexcept { return present() && driver_.counters != nullptr; }
+    bool adopted() const noexcept { return adopted_; }
+    /// What an open has found and left alone.
+    void assumeOutputs(uint32_t lines) const noexcept { outputs_.fetch_or(lines); }
     bool canWait() const noexcept { return present() && driver_.wait != nullptr; }
 
     bool properties(ComHostProperties& properties) const noexcept;
@@ -52,22 +58,44 @@ public:
     int32_t read(void* buffer, int32_t count) const noexcept;
     int32_t write(const void* buffer, int32_t count, uint32_t how, int32_t& error) const noexcept;
     bool flush() const noexcept;
+    /// The events that hold; `interrupted` among them: a signal handler has run on this thread.
+    static constexpr uint32_t interrupted = 0x8000'0000;
     uint32_t wait(uint32_t events, int32_t wake, int32_t realMilliseconds) const noexcept;
     /// Polls readable when there are bytes to read; -1: none does.
     int32_t descriptor() const noexcept {
         return present() && driver_.descriptor != nullptr ? driver_.descriptor(self_) : -1;
     }
+    /// COM_HOST_DEVICE_...
+    int32_t state() const noexcept {
+        return !present()                 ? COM_HOST_DEVICE_GONE
+               : driver_.state != nullptr ? driver_.state(self_)
+                                          : COM_HOST_DEVICE_THERE;
+    }
+    /// Bytes that have been written and not left on the line.
+    int32_t unsent() const noexcept;
+    /// False when the device counts nothing.
+    bool counters(ComHostCounters& counters) const noexcept;
+    /// As a driver's watch. The events that will be told.
+    uint32_t watch(uint32_t events, void (*changed)(void*), void* argument) const noexcept;
+    /// DTR and RTS as `line` has left them, COM_HOST_MODEM_... bits.
+    uint32_t outputs() const noexcept { return outputs_.load(std::memory_order_relaxed); }
+    /// What its path asked for.
+    const DeviceOptions& options() const noexcept { return options_; }
     /// While it is on, no write or flush waits for the line.
     void cancel(bool on) const noexcept;
 
 private:
+    void noteOutput(uint32_t function) const noexcept;
     int32_t takeOver(int32_t handle, bool isKept, const drivers::Opened& kept) noexcept;
 
     ComHostDriver driver_{};
     void* self_ = nullptr;
     int32_t handle_ = -1;
+    DeviceOptions options_{};
+    mutable std::atomic<uint32_t> outputs_{0};
     bool adopted_ = false;
-    int32_t shared_ = -1; ///< the handle of ComHostOpenDevice whose device this is, else -1
+    bool borrowed_ = false; ///< the device of the handle itself, which outlives this
+    int32_t shared_ = -1;   ///< the handle of ComHostOpenDevice whose device this is, else -1
 };
 
 namespace drivers {
@@ -84,6 +112,11 @@ bool ringLoop(const char* path, bool on) noexcept;
 
 namespace deviceNames {
 int32_t map(int32_t port, const char* path) noexcept;
+/// The program has mapped the port.
+bool isMapped(int32_t port) noexcept;
+/// A mapping for the life of an open; it ends unless the program has made another meanwhile.
+int32_t mapOpened(int32_t port, const char* path) noexcept;
+void endOpened(int32_t port) noexcept;
 /// The path behind a name: "\\.\COMn" and "COMn" resolve (mapping, /dev/comN, /dev/ttyS(N-1)); anything
 /// else stands for itself.
 std::string resolve(std::string_view name);

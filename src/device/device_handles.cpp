@@ -64,7 +64,7 @@ int32_t openHandle(const char* path) noexcept try {
     }
     auto device = std::make_unique<KeptDevice>();
     const std::string resolved = deviceNames::resolve(path);
-    if (openPath(resolved, device->opened) < 0)
+    if (openPath(resolved, device->opened.options, device->opened) < 0)
         return -1;
     const int32_t handle = device->opened.handle;
     if (keep(device))

@@ -14,9 +14,14 @@ namespace {
 constexpr int32_t portLimit = 256;
 constexpr std::size_t pathLimit = 260; // with its final zero
 
+struct Mapped {
+    const std::string* path = nullptr; // null: the default
+    bool opened = false;               // by an open, not by the program
+};
+
 // Neither made on first use nor ever gone: a thread may open a port while the program starts or ends.
 constinit std::mutex lock;
-constinit std::array<const std::string*, portLimit + 1> paths{}; // by port number; null: the default
+constinit std::array<Mapped, portLimit + 1> ports{}; // by number
 
 bool startsWithCom(std::string_view name) {
     return name.size() >= 3 && (name[0] | 0x20) == 'c' && (name[1] | 0x20) == 'o' && (name[2] | 0x20) == 'm';
@@ -41,9 +46,7 @@ int32_t portOfName(std::string_view name) {
     return port <= portLimit ? port : 0;
 }
 
-} // namespace
-
-int32_t map(int32_t port, const char* path) noexcept try {
+int32_t set(int32_t port, const char* path, bool opened) {
     if (port < 1 || port > portLimit)
         return -1;
     const std::string_view wanted = path != nullptr ? std::string_view(path) : std::string_view();
@@ -53,11 +56,38 @@ int32_t map(int32_t port, const char* path) noexcept try {
     if (!wanted.empty())
         mapped = std::make_unique<const std::string>(wanted);
     const std::scoped_lock guard(lock);
-    const std::string*& place = paths[static_cast<std::size_t>(port)];
-    mapped.reset(std::exchange(place, mapped.release()));
+    Mapped& place = ports[static_cast<std::size_t>(port)];
+    mapped.reset(std::exchange(place.path, mapped.release()));
+    place.opened = opened;
     return 1;
+}
+
+} // namespace
+
+int32_t map(int32_t port, const char* path) noexcept try {
+    return set(port, path, false);
 } catch (const std::bad_alloc&) {
     return -1;
+}
+
+int32_t mapOpened(int32_t port, const char* path) noexcept try {
+    return set(port, path, true);
+} catch (const std::bad_alloc&) {
+    return -1;
+}
+
+bool isMapped(int32_t port) noexcept {
+    const std::scoped_lock guard(lock);
+    const Mapped& mapped = ports[static_cast<std::size_t>(port)];
+    return mapped.path != nullptr && !mapped.opened;
+}
+
+void endOpened(int32_t port) noexcept {
+    const std::scoped_lock guard(lock);
+    if (Mapped& mapped = ports[static_cast<std::size_t>(port)]; mapped.opened) {
+        delete mapped.path;
+        mapped = {};
+    }
 }
 
 std::string resolve(std::string_view name) {
@@ -66,7 +96,7 @@ std::string resolve(std::string_view name) {
         return std::string(name);
     {
         const std::scoped_lock guard(lock);
-        const std::string* mapped = paths[static_cast<std::size_t>(port)];
+        const std::string* mapped = ports[static_cast<std::size_t>(port)].path;
         if (mapped != nullptr)
             return *mapped;
     }

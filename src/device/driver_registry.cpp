@@ -5,6 +5,7 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -21,7 +22,7 @@ namespace {
 constexpr std::size_t shortestScheme = 2;
 constexpr std::size_t longestScheme = 31;
 // The record may grow at its end; a caller that was built with the first one stays welcome.
-constexpr std::size_t firstReleaseSize = sizeof(ComHostDriver);
+constexpr std::size_t firstReleaseSize = offsetof(ComHostDriver, counters);
 
 using Scheme = std::array<char, longestScheme + 1>; // in lower case, all zeros: none
 
@@ -88,7 +89,7 @@ int32_t registerDriver(const char* scheme, const ComHostDriver* driver) noexcept
     if (scheme == nullptr || !usable(driver))
         return -1;
     const Scheme name = schemeOf(scheme);
-    if (name[0] == 0 || findBuiltIn(name) != nullptr)
+    if (name[0] == 0 || findBuiltIn(name) != nullptr || std::string_view(name.data()) == "usb")
         return -1;
     ComHostDriver added{};
     std::memcpy(&added, driver, std::min<std::size_t>(driver->size, sizeof added));
@@ -129,7 +130,17 @@ bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self) noexcept {
     }
 }
 
-int32_t openPath(const std::string& path, Opened& opened) noexcept {
+bool hasDriver(std::string_view path) noexcept {
+    const Scheme scheme = schemeOfPath(path);
+    if (scheme[0] == 0)
+        return false;
+    if (findBuiltIn(scheme) != nullptr)
+        return true;
+    const std::scoped_lock guard(lock);
+    return find(scheme) != nullptr;
+}
+
+int32_t openDriver(const std::string& path, Opened& opened) noexcept {
     opened.driver = forPath(path);
     const int32_t result =
         opened.driver.open(opened.driver.context, path.c_str(), &opened.self, &opened.handle);

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "brisolt_host.h"
+#include "platform/device_options.h"
 
 namespace brisolt::drivers {
 
@@ -15,13 +16,19 @@ struct Opened {
     ComHostDriver driver{};
     void* self = nullptr;
     int32_t handle = -1;
+    DeviceOptions options; ///< what its path asked for
+    bool hasOptions = false;
 };
 
 /// The driver whose scheme the path begins with; the tty driver for every other path.
 ComHostDriver forPath(std::string_view path) noexcept;
-/// Opens a path through its driver. 1, or a negative error number; the calling thread's error text then says
-/// why.
-int32_t openPath(const std::string& path, Opened& opened) noexcept;
+/// Whether the path begins with a scheme that has a driver.
+bool hasDriver(std::string_view path) noexcept;
+/// Opens a path through its driver, which gets it as it stands. 1, or a negative error number; the calling thread's
+/// error text then says why.
+int32_t openDriver(const std::string& path, Opened& opened) noexcept;
+/// Opens a path with what it asks for; what that is the caller gets, too. As openDriver.
+int32_t openPath(const std::string& path, DeviceOptions& options, Opened& opened) noexcept;
 
 /// Offers a handle that is no tty's to the registered drivers. True when one took it over.
 bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self) noexcept;

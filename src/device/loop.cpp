@@ -9,8 +9,10 @@ namespace brisolt {
 
 namespace {
 
-constexpr CableKind loopKind{
-    .scheme = "loop:", .options = "the only option is ?paced", .taken = "it is open already", .isLoop = true};
+constexpr CableKind loopKind{.scheme = "loop:",
+                             .options = "possible are paced=yes and those of every port",
+                             .taken = "it is open already",
+                             .isLoop = true};
 
 } // namespace
 

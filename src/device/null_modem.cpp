@@ -214,7 +214,9 @@ int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) 
     const uint32_t wanted = events & (COM_HOST_WAIT_READ | COM_HOST_WAIT_WRITE);
     NullModemEnd& end = endOf(device);
     Inside inside(end);
-    return static_cast<int32_t>(end.cable.wait(inside, end, wanted, wake, limit));
+    bool interrupted = false;
+    const uint32_t held = end.cable.wait(inside, end, wanted, wake, limit, &interrupted);
+    return held == 0 && interrupted ? failure(std::errc::interrupted) : static_cast<int32_t>(held);
 }
 
 void cancel(void* device, int32_t on) noexcept {
@@ -223,8 +225,29 @@ void cancel(void* device, int32_t on) noexcept {
     endOf(device).cancels += on != 0 ? 1 : 0;
 }
 
+int32_t counters(void* device, ComHostCounters* counters) noexcept {
+    NullModemEnd& end = endOf(device);
+    const Inside inside(end);
+    const uint32_t size = counters->size;
+    *counters = end.counted;
+    counters->size = size;
+    return 1;
+}
+
+uint32_t watch(void* device, uint32_t events, void (*changed)(void*), void* argument) noexcept {
+    NullModemEnd& end = endOf(device);
+    end.cable.watch(end, events != 0 ? changed : nullptr, argument);
+    return events;
+}
+
+int32_t unsent(void* device) noexcept {
+    NullModemEnd& end = endOf(device);
+    const Inside inside(end);
+    return static_cast<int32_t>(end.waitingToLeave());
+}
+
 constexpr CableKind nullModemKind{.scheme = "null-modem:",
-                                  .options = "the only options are ?paced and ?autobaud",
+                                  .options = "possible are paced=yes, autobaud=yes and those of every port",
                                   .taken = "both ends are open",
                                   .isLoop = false};
 
@@ -254,6 +277,10 @@ ComHostDriver cableDriver(const CableKind& kind) noexcept {
         .wait = wait,
         .cancel = cancel,
         .descriptor = nullptr,
+        .counters = counters,
+        .watch = watch,
+        .unsent = unsent,
+        .state = nullptr,
     };
 }
 

@@ -34,15 +34,17 @@ int32_t NullModemCable::join(bool paced, bool autobaud, NullModemEnd*& joined) n
     place = std::move(end);
     joined = place.get();
     NullModemEnd* const peer = kind_.isLoop ? joined : ends_[ends_[0] == place ? 1 : 0].get();
-    if (peer == nullptr)
-        return 1;
-    joined->ring = peer->ring;
-    joined->meet(*peer);
-    peer->meet(*joined);
+    if (peer != nullptr) {
+        joined->ring = peer->ring;
+        joined->meet(*peer);
+        peer->meet(*joined);
+    }
+    joined->shownLines = joined->modemLines(); // it counts from here on
     return 1;
 }
 
 void NullModemCable::leave(NullModemEnd& end) noexcept {
+    watch(end, nullptr, nullptr);
     Inside inside(*this);
     if (end.peer != nullptr)
         end.peer->part();
@@ -136,8 +138,10 @@ bool ended(const NullModemEnd& end, uint32_t wanted, uint32_t earlierCancels) no
 void NullModemCable::settle() noexcept {
     advance();
     for (const auto& end : ends_)
-        if (end)
+        if (end) {
             end->showReadable();
+            end->countLines();
+        }
     const uint64_t nextArrival = nextMoment();
     for (Waiter* waiter = waiters_; waiter != nullptr; waiter = waiter->next) {
         const uint32_t held = waiter->end.holding(waiter->wanted);
@@ -146,6 +150,33 @@ void NullModemCable::settle() noexcept {
         if (held != 0 || ended(waiter->end, waiter->wanted, waiter->cancels) || nextArrival < waiter->wakesAt)
             call(*waiter);
     }
+}
+
+void NullModemCable::tell(std::unique_lock<std::mutex>& lock) noexcept {
+    for (const auto& place : ends_) {
+        NullModemEnd* const end = place.get();
+        if (end == nullptr || !end->moved)
+            continue;
+        end->moved = false;
+        if (end->tellChange == nullptr)
+            continue;
+        const auto changed = end->tellChange;
+        void* const argument = end->tellArgument;
+        ++end->telling; // it stays until we are back
+        lock.unlock();
+        changed(argument);
+        lock.lock();
+        if (--end->telling == 0)
+            told_.notify_all();
+    }
+}
+
+void NullModemCable::watch(NullModemEnd& end, void (*changed)(void*), void* argument) noexcept {
+    Inside inside(*this);
+    end.tellChange = changed;
+    end.tellArgument = argument;
+    while (changed == nullptr && end.telling != 0)
+        told_.wait(inside.lock);
 }
 
 void NullModemCable::call(Waiter& waiter) noexcept {
@@ -158,11 +189,13 @@ void NullModemCable::call(Waiter& waiter) noexcept {
 }
 
 uint32_t NullModemCable::wait(Inside& inside, NullModemEnd& end, uint32_t wanted, int32_t wake,
-                              clock::Deadline limit) noexcept {
+                              clock::Deadline limit, bool* interrupted) noexcept {
     const uint32_t cancels = end.cancels;
     for (Slept slept = Slept::on;;) {
         settle();
         const uint32_t held = end.holding(wanted);
+        if (interrupted != nullptr)
+            *interrupted = slept == Slept::interrupted;
         if (held != 0 || slept != Slept::on || ended(end, wanted, cancels) || limit.passed())
             return held;
         slept = sleep(inside, {.end = end, .wanted = wanted, .cancels = cancels}, wake, limit);
@@ -188,6 +221,7 @@ NullModemCable::Slept NullModemCable::sleep(Inside& inside, Waiter&& waiter, int
     }
 
     enlist(waiter);
+    tell(inside.lock);
     inside.lock.unlock();
     const Slept slept = wake < 0 ? park(waiter, limit) : doze(waiter, wake, limit);
     inside.lock.lock();
@@ -208,7 +242,10 @@ NullModemCable::Slept NullModemCable::doze(Waiter& waiter, int32_t wake, clock::
     watches[2].descriptor = wake;
     for (Watch& watch : watches)
         watch.forRead = true;
-    if (waitAny(watches, limit.realMillisecondsLeft()) > 0)
+    const int32_t happened = waitAny(watches, limit.realMillisecondsLeft());
+    if (happened < 0)
+        return Slept::interrupted;
+    if (happened > 0)
         return watches[2].readable || watches[2].hungUp ? Slept::woken : Slept::on;
     // Where the host fails to wait, nobody knows whether `wake` is readable: the caller shall look.
     return limit.passed() ? Slept::on : Slept::blind;

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -32,7 +33,10 @@ public:
         explicit Inside(NullModemCable& itsCable) noexcept : cable(itsCable), lock(itsCable.mutex_) {
             cable.advance();
         }
-        ~Inside() { cable.settle(); }
+        ~Inside() {
+            cable.settle();
+            cable.tell(lock);
+        }
         /// Lets the line take what it takes at once.
         void proceed() noexcept { cable.advance(); }
         NullModemCable& cable;
@@ -43,15 +47,17 @@ public:
     /// or descriptor for it.
     int32_t join(bool paced, bool autobaud, NullModemEnd*& joined) noexcept;
     void leave(NullModemEnd& end) noexcept;
+    /// Calls `changed` from now on when a counter of the end has moved; null: no more, once this has returned.
+    void watch(NullModemEnd& end, void (*changed)(void*), void* argument) noexcept;
     bool unused() noexcept; ///< no end is open
     void ring(bool on) noexcept;
     const CableKind& kind() const noexcept { return kind_; }
     const std::string& name() const noexcept { return name_; }
 
     /// Waits, without the lock, until one of `wanted` (NullModemCondition) holds, `wake` is readable, the
-    /// time is over, the end is cancelled or the host fails to wait. Those that hold then.
-    uint32_t wait(Inside& inside, NullModemEnd& end, uint32_t wanted, int32_t wake,
-                  clock::Deadline limit) noexcept;
+    /// time is over, the end is cancelled, a signal handler has run or the host fails to wait. Those that hold then.
+    uint32_t wait(Inside& inside, NullModemEnd& end, uint32_t wanted, int32_t wake, clock::Deadline limit,
+                  bool* interrupted = nullptr) noexcept;
 
     NullModemCable* next = nullptr; ///< for the list that it is found in
 
@@ -67,10 +73,12 @@ private:
         std::atomic<uint32_t> called{0};
         Waiter* next = nullptr;
     };
-    enum class Slept { on, woken, blind };
+    enum class Slept { on, woken, blind, interrupted };
 
     void advance() noexcept;
     void settle() noexcept;
+    /// Tells whoever watches of counters that have moved, without the lock meanwhile: they look at the end.
+    void tell(std::unique_lock<std::mutex>& lock) noexcept;
     bool isPaced() const noexcept;
     void startCharacters(bool takeTime) noexcept;
     NullModemEnd* firstDue() noexcept;
@@ -85,6 +93,7 @@ private:
     const CableKind& kind_;
     const std::string name_;
     std::mutex mutex_;
+    std::condition_variable told_; ///< a thread that tells has come back
     std::unique_ptr<NullModemEnd> ends_[2];
     Waiter* waiters_ = nullptr;
     uint64_t now_ = 0; ///< the cable's own time: nanoseconds of the tick counter, without its wrap

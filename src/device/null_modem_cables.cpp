@@ -59,6 +59,26 @@ int32_t joinCable(const CableKind& kind, const CableAddress& address, NullModemE
 
 } // namespace
 
+namespace {
+
+/// What stands behind the name: "paced=yes" and, as it was first written, "paced" alone; of a null modem "autobaud"
+/// likewise.
+bool readOptions(std::string_view options, const CableKind& kind, CableAddress& address) noexcept {
+    while (!options.empty()) {
+        const std::string_view option = options.substr(0, options.find('&'));
+        options.remove_prefix(std::min(option.size() + 1, options.size()));
+        if (option == "paced" || option == "paced=yes")
+            address.paced = true;
+        else if (!kind.isLoop && (option == "autobaud" || option == "autobaud=yes"))
+            address.autobaud = true;
+        else if (option != "paced=no" && (kind.isLoop || option != "autobaud=no"))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
 CableAddress cableAddress(const CableKind& kind, std::string_view path) noexcept {
     const auto sameLetter = [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b - 'A' + 'a' : b); };
     CableAddress address;
@@ -69,11 +89,9 @@ CableAddress cableAddress(const CableKind& kind, std::string_view path) noexcept
     }
     address.name = path.substr(kind.scheme.size());
     const size_t option = address.name.find('?');
-    const std::string_view options = option == std::string_view::npos ? "" : address.name.substr(option);
+    const std::string_view options = option == std::string_view::npos ? "" : address.name.substr(option + 1);
     address.name = address.name.substr(0, option);
-    address.paced = options == "?paced";
-    address.autobaud = options == "?autobaud" && !kind.isLoop;
-    if (!options.empty() && !address.paced && !address.autobaud)
+    if (!readOptions(options, kind, address))
         address.wrong = kind.options;
     else if (address.name.empty())
         address.wrong = "a name is missing";

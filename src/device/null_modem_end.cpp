@@ -124,7 +124,7 @@ uint32_t NullModemEnd::modemLines() const noexcept {
 void NullModemEnd::meet(NullModemEnd& newPeer) noexcept {
     peer = &newPeer;
     if (newPeer.breakOn)
-        errors |= COM_HOST_ERROR_BREAK;
+        note(COM_HOST_ERROR_BREAK);
     saidXoff_ = false;
     flowCharacter.reset();
     inputChanged();
@@ -139,7 +139,7 @@ void NullModemEnd::part() noexcept {
 
 void NullModemEnd::setBreak(bool on) noexcept {
     if (on && !breakOn && peer != nullptr)
-        peer->errors |= COM_HOST_ERROR_BREAK;
+        peer->note(COM_HOST_ERROR_BREAK);
     breakOn = on;
 }
 
@@ -185,10 +185,10 @@ void NullModemEnd::arrive(uint8_t value) noexcept {
     const ComHostLineState& theirs = peer->framing();
     value &= dataMask(theirs);
     if (framingDiffers(ours, theirs)) {
-        errors |= COM_HOST_ERROR_FRAMING;
+        note(COM_HOST_ERROR_FRAMING);
         value = static_cast<uint8_t>(~value) & dataMask(ours);
     } else if (ours.parity != theirs.parity) {
-        errors |= COM_HOST_ERROR_PARITY;
+        note(COM_HOST_ERROR_PARITY);
         if (has(COM_HOST_LINE_PARITY_CHECK) && has(COM_HOST_LINE_ERROR_REPLACE))
             value = state.errorChar;
     } else if (swallowed(value)) {
@@ -197,7 +197,7 @@ void NullModemEnd::arrive(uint8_t value) noexcept {
     if (value == 0 && has(COM_HOST_LINE_NULL_STRIP))
         return;
     if (input.size() >= inLimit_) {
-        errors |= COM_HOST_ERROR_RX_OVERFLOW;
+        note(COM_HOST_ERROR_RX_OVERFLOW);
         return;
     }
     input.push(value);
@@ -312,6 +312,31 @@ void NullModemEnd::showReadable() noexcept {
         readable.set();
     else
         readable.clear();
+}
+
+void NullModemEnd::note(uint32_t error) noexcept {
+    errors |= error;
+    switch (error) {
+    case COM_HOST_ERROR_BREAK: ++counted.breaks; break;
+    case COM_HOST_ERROR_FRAMING: ++counted.framing; break;
+    case COM_HOST_ERROR_PARITY: ++counted.parity; break;
+    case COM_HOST_ERROR_RX_OVERFLOW: ++counted.overflow; break;
+    default: break;
+    }
+    moved = true;
+}
+
+void NullModemEnd::countLines() noexcept {
+    const uint32_t lines = modemLines();
+    const uint32_t changed = lines ^ shownLines;
+    if (changed == 0)
+        return;
+    shownLines = lines;
+    moved = true;
+    counted.cts += (changed & COM_HOST_MODEM_CTS) != 0 ? 1 : 0;
+    counted.dsr += (changed & COM_HOST_MODEM_DSR) != 0 ? 1 : 0;
+    counted.carrier += (changed & COM_HOST_MODEM_CARRIER) != 0 ? 1 : 0;
+    counted.ring += (changed & ~lines & COM_HOST_MODEM_RING) != 0 ? 1 : 0;
 }
 
 } // namespace brisolt

@@ -85,6 +85,9 @@ struct NullModemEnd {
     /// Those of `wanted` (NullModemCondition) that hold.
     uint32_t holding(uint32_t wanted) const noexcept;
     void showReadable() noexcept;
+    /// An error of COM_HOST_ERROR_... has arrived.
+    void note(uint32_t error) noexcept;
+    void countLines() noexcept;
 
     NullModemCable& cable;
     NullModemEnd* peer = nullptr;
@@ -100,6 +103,13 @@ struct NullModemEnd {
     bool cancelled = false;
     uint32_t cancels = 0; ///< how often it was cancelled: a wait must end even if that is over again
     uint32_t errors = 0;  ///< COM_HOST_ERROR_..., since they were last read
+
+    ComHostCounters counted{};
+    uint32_t shownLines = 0;             ///< as they were counted last
+    bool moved = false;                  ///< a counter has, and whoever watches is yet to be told
+    void (*tellChange)(void*) = nullptr; ///< null: nobody watches
+    void* tellArgument = nullptr;
+    uint32_t telling = 0; ///< threads that tell, without the lock
 
     ByteRing input;
     ByteRing output;

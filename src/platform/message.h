@@ -26,6 +26,8 @@ int32_t descriptor() noexcept;
 bool postToWindow(int32_t window, uint32_t message, uintptr_t first, intptr_t second) noexcept;
 bool postToThread(uint32_t thread, uint32_t message, uintptr_t first, intptr_t second) noexcept;
 bool postQuit(uint32_t thread) noexcept;
+bool windowExists(int32_t window) noexcept;
+bool threadExists(uint32_t thread) noexcept;
 int32_t createWindow(ComHostWindowFunc function, void* context, bool shared) noexcept;
 bool destroyWindow(int32_t window) noexcept;
 

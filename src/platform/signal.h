@@ -33,7 +33,7 @@ struct Watch {
 };
 
 /// Waits until one watch happens or the time is over (real milliseconds, -1: no limit). How many
-/// happened; 0 also when a signal interrupted the wait, and after a moment when the host cannot wait.
+/// happened; 0 also after a moment when the host cannot wait; -1 when a signal handler has run meanwhile.
 int32_t waitAny(std::span<Watch> watches, int32_t realMilliseconds) noexcept;
 
 } // namespace brisolt

@@ -38,6 +38,8 @@ public:
     /// Between prepare and finish: sleeps on nothing else, at most that long (real milliseconds, -1: no
     /// limit). Cheaper than a wait on the descriptor, which is for threads that watch a device as well.
     void sleep(int32_t realMilliseconds) noexcept;
+    /// The same, ended by a signal handler that runs on this thread, too; whether one has.
+    bool sleepInterruptibly(int32_t realMilliseconds) noexcept;
     int32_t descriptor() const noexcept { return signal_.descriptor(); }
     /// The time-out for a wait on the descriptor: the one given, cut short on a host that had no descriptor
     /// left, where nobody can end the wait.

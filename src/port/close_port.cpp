@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "device/device.h"
 #include "platform/clock.h"
 #include "port/flow.h"
 #include "port/io_thread.h"
@@ -12,6 +13,7 @@ namespace brisolt {
 
 void turnOff(Port& port) {
     port.open = 0;
+    deviceNames::endOpened(port.number);
     port.orphans = tracked::detach(port.number);
     table::withdraw(port);
     port.events.wakeAll();
@@ -24,9 +26,12 @@ struct CloseStyle {
     const char* firstLine;
     uint32_t threadWait; ///< milliseconds for the thread to report, beside 100 before and 100 after
     bool releasesDevice;
+    bool settles; ///< pauses for everybody else
 };
-constexpr CloseStyle ownStyle{"ComClose Called", 10 * 500, true};
-constexpr CloseStyle adoptedStyle{"ComPreClose Called", 10 * 100, false};
+constexpr CloseStyle ownStyle{"ComClose Called", 10 * 500, true, true};
+constexpr CloseStyle adoptedStyle{"ComPreClose Called", 10 * 100, false, true};
+constexpr CloseStyle ownAtOnce{"ComClose Called", 10 * 500, true, false};
+constexpr CloseStyle adoptedAtOnce{"ComPreClose Called", 10 * 100, false, false};
 constexpr uint32_t settle = 100;
 constexpr uint32_t look = 50;       ///< milliseconds between two looks at a write that is under way
 constexpr uint32_t leaveTime = 400; ///< for everybody who is still inside the port
@@ -88,13 +93,30 @@ void stopThread(Port& port, const CloseStyle& style) {
     port.threadRun = 0;
     trace(port, "Flag to shut down threads - turned on");
     port.wakeThread();
-    if (onIoThread(port)) { // a notification function closes its own port: it cannot wait for itself
+    if (!style.settles)
+        port.device.cancel(true); // at once: who wanted it to leave has waited for that
+    if (onIoThread(port)) {       // a notification function closes its own port: it cannot wait for itself
         awaitWriters(port, false, style.threadWait);
         return;
     }
-    clock::sleep(settle);
-    awaitWriters(port, true, style.threadWait);
-    clock::sleep(settle);
+    if (style.settles)
+        clock::sleep(settle);
+    if (style.settles || port.threaded())
+        awaitWriters(port, true, style.threadWait);
+    if (style.settles)
+        clock::sleep(settle);
+}
+
+/// Everybody who was inside has been told; nobody finds the port any more.
+void awaitLeavers(const Port& port, const CloseStyle& style) {
+    constexpr uint32_t tablesAndCallers = 2;
+    if (style.settles) {
+        clock::sleep(leaveTime);
+        return;
+    }
+    auto until = clock::Deadline::in(leaveTime);
+    while (port.holds.load() > tablesAndCallers && !until.passed())
+        clock::sleep(1);
 }
 
 int32_t close(Port& port, const CloseStyle& style) {
@@ -106,13 +128,14 @@ int32_t close(Port& port, const CloseStyle& style) {
     trace(port, "Thread shut down complete");
     if (style.releasesDevice) {
         trace(port, "Dropping DTR - Turning Open State Off");
-        clearDtr(port);
+        if (!port.device.options().leaveLinesAtClose)
+            clearDtr(port);
         port.closeCallersHandle = 1;
     }
     bool ownThread = onIoThread(port);
     turnOff(port);
     if (!ownThread)
-        clock::sleep(leaveTime);
+        awaitLeavers(port, style);
     if (style.releasesDevice)
         trace(port, "Deleting Critical Section - Thread should have exited");
     table::letGo(port); // the table's hold; the caller's own goes after this
@@ -127,6 +150,10 @@ int32_t closePort(Port& port) {
 
 int32_t preClosePort(Port& port) {
     return close(port, adoptedStyle);
+}
+
+int32_t closePortAtOnce(Port& port) {
+    return close(port, port.device.adopted() ? adoptedAtOnce : ownAtOnce);
 }
 
 } // namespace brisolt

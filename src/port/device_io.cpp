@@ -31,6 +31,7 @@ ComHostStatus statusRead(Port& port, uint32_t wanted) noexcept {
         port.record->lineErrors.orIn(status.errors);
         if ((status.errors & COM_HOST_ERROR_BREAK) != 0)
             port.record->statusFlags.orIn(statusBreakSeen);
+        port.counters.noteErrors(port, status.errors);
     }
     return status;
 }
@@ -42,6 +43,7 @@ int32_t deviceRead(Port& port, std::span<uint8_t> destination) noexcept {
         return -1;
     int32_t count = port.device.read(destination.data(), all(destination));
     int32_t got = count > 0 ? count : 0;
+    port.received.fetch_add(static_cast<uint64_t>(got), std::memory_order_relaxed);
     if (tracing(port)) {
         trace(port, "Reading from port Intended bytes: %d Read:%d Success:%d", all(destination), got,
               count >= 0 ? 1 : 0);
@@ -67,6 +69,7 @@ int32_t writeBlock(Port& port, std::span<const uint8_t> block, int32_t room) noe
     int32_t written = port.device.write(block.data(), all(block), COM_HOST_WRITE_COMPLETE, error);
     port.writeTurn.store(turn + 2, std::memory_order_release);
     noteRefusal(port, written, error);
+    port.sent.fetch_add(static_cast<uint64_t>(written), std::memory_order_relaxed);
     if (error != 0 && error != timeOver) {
         trace(port, "Write error: %u", static_cast<uint32_t>(error));
         statusRead(port);
@@ -87,6 +90,7 @@ int32_t writeNow(Port& port, std::span<const uint8_t> bytes) noexcept {
     int32_t error = 0;
     int32_t taken = port.device.write(bytes.data(), all(bytes), COM_HOST_WRITE_NOW, error);
     noteRefusal(port, taken, error);
+    port.sent.fetch_add(static_cast<uint64_t>(taken), std::memory_order_relaxed);
     if (error != 0)
         trace(port, "Write error: %u", static_cast<uint32_t>(error));
     if (tracing(port) && taken > 0) {

@@ -72,14 +72,16 @@ int32_t applyStopBits(Port& port, const OpenArguments& arguments, Opened opened,
 
 } // namespace
 
-void setStartFlags(ComHostLineState& state, Opened opened) noexcept {
+void setStartFlags(ComHostLineState& state, Opened opened, const DeviceOptions& options) noexcept {
     constexpr uint32_t off = COM_HOST_LINE_XON_OUTPUT | COM_HOST_LINE_XON_INPUT | COM_HOST_LINE_CTS_OUTPUT |
                              COM_HOST_LINE_DSR_OUTPUT | COM_HOST_LINE_DTR_HANDSHAKE |
                              COM_HOST_LINE_RTS_HANDSHAKE | COM_HOST_LINE_DSR_SENSITIVITY |
                              COM_HOST_LINE_SEND_AFTER_XOFF | COM_HOST_LINE_ERROR_REPLACE |
                              COM_HOST_LINE_NULL_STRIP | COM_HOST_LINE_RTS_ON;
+    uint32_t found = state.flags;
     state.flags = (state.flags & ~off) | COM_HOST_LINE_DTR_ON;
     setFlag(state, COM_HOST_LINE_RTS_ON, opened == Opened::own);
+    applyLineStart(state.flags, found, options);
     state.xoffLimit = startMaxWriteChars * 3 / 4;
     state.xonLimit = startMaxWriteChars / 4;
     state.xonChar = 0x11;
@@ -154,7 +156,7 @@ int32_t setUpLine(Port& port, const OpenArguments& arguments, Opened opened,
         return code;
     if (int32_t code = applyStopBits(port, arguments, opened, state); code < 0)
         return code;
-    setStartFlags(state, opened);
+    setStartFlags(state, opened, device.options());
     device.purge(purgeAll);
     if (!device.setLineState(state))
         return refused(port, opened, -36, "PurgeComm Failure - Aborting");
@@ -164,10 +166,37 @@ int32_t setUpLine(Port& port, const OpenArguments& arguments, Opened opened,
     return 0;
 }
 
+void applyLineStart(uint32_t& flags, uint32_t found, const DeviceOptions& options) noexcept {
+    auto apply = [&flags, found](LineStart start, uint32_t flag) {
+        if (start == LineStart::lower || (start == LineStart::leave && (found & flag) == 0))
+            flags &= ~flag;
+        else if (start == LineStart::leave)
+            flags |= flag;
+    };
+    apply(options.dtr, COM_HOST_LINE_DTR_ON);
+    apply(options.rts, COM_HOST_LINE_RTS_ON);
+}
+
+namespace {
+
+void startOutput(const Device& device, LineStart start, uint32_t raise, uint32_t lower, bool isHigh,
+                 uint32_t line) noexcept {
+    if (start != LineStart::leave)
+        device.line(start == LineStart::raise ? raise : lower);
+    else if (isHigh)
+        device.assumeOutputs(line);
+}
+
+} // namespace
+
 void startLine(Port& port) noexcept {
     port.device.purge(purgeHeld);
-    port.device.line(COM_HOST_LINE_SET_DTR);
-    port.device.line(COM_HOST_LINE_SET_RTS);
+    const DeviceOptions& options = port.device.options();
+    uint32_t flags = port.lineStateCopy().flags;
+    startOutput(port.device, options.dtr, COM_HOST_LINE_SET_DTR, COM_HOST_LINE_CLEAR_DTR,
+                (flags & COM_HOST_LINE_DTR_ON) != 0, COM_HOST_MODEM_DTR);
+    startOutput(port.device, options.rts, COM_HOST_LINE_SET_RTS, COM_HOST_LINE_CLEAR_RTS,
+                (flags & COM_HOST_LINE_RTS_ON) != 0, COM_HOST_MODEM_RTS);
     port.device.setEventMask(0);
 }
 

@@ -16,7 +16,9 @@ int32_t setUpQueues(Port& port, Opened opened) noexcept;
 int32_t setUpLine(Port& port, const OpenArguments& arguments, Opened opened,
                   const ComHostProperties& properties) noexcept;
 /// The limits, special characters and flags that a port starts with; binary and parity are left alone.
-void setStartFlags(ComHostLineState& state, Opened opened) noexcept;
+void setStartFlags(ComHostLineState& state, Opened opened, const DeviceOptions& options = {}) noexcept;
+/// DTR and RTS in the flags of a line state as the path asks for them; `found` are those before.
+void applyLineStart(uint32_t& flags, uint32_t found, const DeviceOptions& options) noexcept;
 /// The last touches: empty queues, lines raised, no events.
 void startLine(Port& port) noexcept;
 

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "port/device_io.h"
+#include "port/half_duplex.h"
 #include "port/port_table.h"
 #include "port/trace.h"
 
@@ -51,10 +52,9 @@ bool transmitBlock(Port& port) noexcept {
     return true;
 }
 
-} // namespace
-
-int32_t receiveStep(Port& port) noexcept {
+int32_t receive(Port& port, std::size_t most) noexcept {
     auto room = port.rx.room();
+    room = room.first(std::min(room.size(), most));
     if (tracing(port))
         room = tracedIntention(port, room);
     if (room.empty())
@@ -65,6 +65,12 @@ int32_t receiveStep(Port& port) noexcept {
     port.rx.filled(got);
     port.answerDue.store(0, std::memory_order_relaxed);
     return got;
+}
+
+} // namespace
+
+int32_t receiveStep(Port& port) noexcept {
+    return port.byDescriptor != 0 ? 0 : receive(port, SIZE_MAX);
 }
 
 void replacementStep(Port& port) noexcept {
@@ -95,6 +101,9 @@ bool transmitLossless(Port& port) noexcept {
 }
 
 bool transmitStep(Port& port) noexcept {
+    HeldSend lock(port);
+    if (port.writers.taken() || port.halfDuplex != 0)
+        return false;
     return port.lossless != 0 ? transmitLossless(port) : transmitBlock(port);
 }
 
@@ -128,7 +137,10 @@ bool receiveLocked(Port& port) noexcept {
     return had;
 }
 
+// What a lossless port sends holds nobody up who reads.
 bool transmitLocked(Port& port) noexcept {
+    if (port.lossless != 0)
+        return port.isOpen() && transmitStep(port);
     HeldLock lock(port);
     return port.isOpen() && transmitStep(port);
 }
@@ -143,7 +155,8 @@ void tellReceived(Port& port) {
 bool takeLocked(Port& port) noexcept {
     HeldLock lock(port);
     statusRead(port);
-    if (receiveStep(port) == 0)
+    // What the program watches itself is taken as it is asked for, byte by byte: the next may be meant for it.
+    if (receive(port, port.byDescriptor != 0 ? 1 : SIZE_MAX) == 0)
         return false;
     replacementStep(port);
     return true;
@@ -178,8 +191,13 @@ bool threadRound(Port& port, bool mayReceive) {
     bool had = (mayReceive && receiveLocked(port)) || untold;
     if (had)
         tellReceived(port);
-    bool sent = !port.tx.empty() && transmitLocked(port);
-    return had || sent;
+    if (port.tx.empty())
+        return had;
+    if (port.halfDuplex != 0) {
+        sendHalfDuplex(port);
+        return true;
+    }
+    return transmitLocked(port) || had;
 }
 
 bool takeFromDevice(Port& port) noexcept {
@@ -201,12 +219,13 @@ bool tellFromDevice(Port& port) {
 }
 
 bool sendToDevice(Port& port) noexcept {
-    HeldLock lock(port);
-    return port.tx.empty() || !port.isOpen() || transmitLossless(port);
+    HeldSend lock(port);
+    return !hasUnsent(port) || !port.isOpen() || transmitLossless(port);
 }
 
 bool hasUnsent(const Port& port) noexcept {
-    return port.lossless != 0 && !port.tx.empty() && port.record->suspended != 1;
+    return port.lossless != 0 && !port.tx.empty() && port.record->suspended != 1 && !port.writers.taken() &&
+           port.halfDuplex == 0;
 }
 
 void setNotificationStep(void (*step)(Port&)) noexcept {

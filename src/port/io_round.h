@@ -40,7 +40,8 @@ bool sendToDevice(Port& port) noexcept;
 /// Whether a lossless port has queued bytes that may go as soon as the device has room.
 bool hasUnsent(const Port& port) noexcept;
 
-/// The ring gives up what the device takes now, no more: the sending of a lossless port. Whether it took any.
+/// The ring gives up what the device takes now, no more: the sending of a lossless port. Whether it took any. With
+/// sendLock.
 bool transmitLossless(Port& port) noexcept;
 
 /// What the subsystem of notifications does when a round brought data; set once, on first use. It runs

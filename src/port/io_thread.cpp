@@ -168,14 +168,14 @@ Outlook lookAhead(Port& port, const Shares& shares) noexcept {
     HeldLock lock(port);
     bool room = !port.rx.room().empty();
     port.rxStalled = room ? 0 : 1;
-    bool unsent = !port.tx.empty();
+    bool unsent = !port.tx.empty() && !port.writers.taken();
     bool lossless = port.lossless != 0;
     uint32_t events = 0;
-    if (room && shares.receiving == ThreadWatch::onDevice)
+    if (room && shares.receiving == ThreadWatch::onDevice && port.byDescriptor == 0)
         events |= COM_HOST_WAIT_READ;
-    if (unsent && lossless && shares.sending == ThreadWatch::onDevice)
+    if (unsent && lossless && port.halfDuplex == 0 && shares.sending == ThreadWatch::onDevice)
         events |= COM_HOST_WAIT_WRITE;
-    return {.roundNow = (unsent && !lossless) || port.untold != 0,
+    return {.roundNow = (unsent && (!lossless || port.halfDuplex != 0)) || port.untold != 0,
             .tellAgain = !room && hasNotifications(port),
             .events = events};
 }
@@ -215,6 +215,7 @@ Work waitForWork(Port& port, Shares& shares) noexcept {
         work = sleepFor(port, lookAhead(port, shares), shares);
     shares.awake();
     wake.finish();
+    port.counters.noteState(port);
     return work;
 }
 

@@ -2,9 +2,13 @@
 #include <cstring>
 #include <string>
 
+#include "device/device.h"
+#include "platform/error_text.h"
 #include "port/device_setup.h"
+#include "port/framing_text.h"
 #include "port/open_close.h"
 #include "port/opening.h"
+#include "port/port_table.h"
 #include "port/trace.h"
 
 namespace brisolt {
@@ -26,12 +30,14 @@ void storeArguments(PortRecord& record, const OpenArguments& arguments) noexcept
     record.txBufSize = static_cast<int32_t>(std::max(arguments.txSize, leastRing));
 }
 
-/// The port's device under its first name, for ports 1 to 9 also under the second.
-int32_t openDevice(Port& port) {
+/// The port's device under its first name, for ports 1 to 9 also under the second; or any other.
+int32_t openDevice(Port& port, const char* wanted) {
     int32_t number = port.number;
     std::string path = "\\\\.\\COM" + std::to_string(number);
     std::string alternative = number < 10 ? "COM" + std::to_string(number) : "COM";
     trace(port, "CreateFile Call ComString:<%s> ", path.c_str());
+    if (wanted != nullptr)
+        return port.device.open(wanted) > 0 ? 0 : -25;
     int32_t result = port.device.open(path);
     if (result > 0)
         return 0;
@@ -63,7 +69,14 @@ int32_t setUpDevice(Port& port, const OpenArguments& arguments, Opened opened) n
     return setUpLine(port, arguments, opened, properties);
 }
 
-/// What both opens do once their device is there.
+/// What people want today, before anybody can find the port.
+void makeReady(Port& port) noexcept {
+    port.record->threadSleep = 0;
+    port.lossless = 1;
+    port.wakeThread();
+}
+
+/// What all opens do once their device is there.
 int32_t finishOpen(Opening& opening, const OpenArguments& arguments, Opened opened) {
     Port& port = opening.port();
     storeArguments(*port.record, arguments);
@@ -76,6 +89,8 @@ int32_t finishOpen(Opening& opening, const OpenArguments& arguments, Opened open
         trace(port, code < 0 ? "_beginthread Failure - Aborting" : "Port Successfully Opened");
     if (code < 0)
         return code;
+    if (arguments.path != nullptr)
+        makeReady(port);
     return opening.succeed();
 }
 
@@ -87,19 +102,56 @@ bool closesHandle(int32_t code, const OpenArguments& arguments) noexcept {
 
 } // namespace
 
-int32_t openPort(const OpenArguments& arguments) {
-    Opening opening(arguments.number, std::max(arguments.rxSize, leastRing),
-                    std::max(arguments.txSize, leastRing));
+namespace {
+
+int32_t openOwn(Opening& opening, const OpenArguments& arguments) {
     if (opening.code() < 0)
         return opening.code();
     Port& port = opening.port();
     trace(port, "Opening Port: %d DevName:%s Baudrate:%d Data Bits:%d Parity:%d Stop Bits:%d",
           arguments.number, arguments.deviceName == nullptr ? "" : arguments.deviceName, arguments.baudRate,
           arguments.dataBits, arguments.parity, arguments.stopBits);
-    if (int32_t code = openDevice(port); code < 0)
+    if (int32_t code = openDevice(port, arguments.path); code < 0)
         return code;
     return finishOpen(opening, arguments, Opened::own);
 }
+
+} // namespace
+
+int32_t openPort(const OpenArguments& arguments) {
+    Opening opening(arguments.number, std::max(arguments.rxSize, leastRing),
+                    std::max(arguments.txSize, leastRing));
+    return openOwn(opening, arguments);
+}
+
+namespace {
+
+constexpr int32_t portTaken = -2;
+
+/// The number is mapped to the path as long as the port is open; not at all when the open fails.
+class OpenedName {
+public:
+    OpenedName(int32_t number, const char* path)
+        : number_(number), kept_(deviceNames::mapOpened(number, path) > 0) {
+        if (!kept_)
+            setErrorText("cannot open a device: its path has more than 259 bytes");
+    }
+    ~OpenedName() {
+        if (!open_)
+            deviceNames::endOpened(number_);
+    }
+    OpenedName(const OpenedName&) = delete;
+    OpenedName& operator=(const OpenedName&) = delete;
+    bool kept() const noexcept { return kept_; }
+    void keep() noexcept { open_ = true; }
+
+private:
+    int32_t number_;
+    bool kept_;
+    bool open_ = false;
+};
+
+} // namespace
 
 int32_t openPortOn(const OpenArguments& arguments, int32_t handle) {
     Opening opening(arguments.number, std::max(arguments.rxSize, leastRing),
@@ -113,6 +165,42 @@ int32_t openPortOn(const OpenArguments& arguments, int32_t handle) {
     if (closesHandle(result, arguments))
         port.closeCallersHandle = 1;
     return result;
+}
+
+int32_t openPath(const char* path, int32_t baudRate, const char* framingText) {
+    constexpr int32_t highest = 128;
+    constexpr uint32_t ringSize = 65536;
+    Framing framing;
+    if (path == nullptr)
+        return -1;
+    if (int32_t code = readFraming(framingText, framing); code < 0)
+        return code;
+    for (int32_t number = highest; number >= firstPort; --number) {
+        if (deviceNames::isMapped(number))
+            continue;
+        Opening opening(number, ringSize, ringSize);
+        if (opening.code() == portTaken)
+            continue;
+        if (opening.code() < 0)
+            return opening.code();
+        OpenedName name(number, path);
+        if (!name.kept())
+            return -25;
+        int32_t result = openOwn(opening, {.deviceName = "",
+                                           .number = number,
+                                           .baudRate = baudRate,
+                                           .dataBits = framing.dataBits,
+                                           .parity = framing.parity,
+                                           .stopBits = framing.stopBits,
+                                           .rxSize = ringSize,
+                                           .txSize = ringSize,
+                                           .path = path});
+        if (result > 0)
+            name.keep();
+        return result;
+    }
+    setErrorText("cannot open " + std::string(path) + ": no port number from 1 to 128 is free");
+    return -28;
 }
 
 } // namespace brisolt

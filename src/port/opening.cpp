@@ -1,9 +1,11 @@
 #include "port/opening.h"
 
+#include "brisolt/ports.h"
 #include "platform/clock.h"
 #include "port/blocks.h"
 #include "port/device_setup.h"
 #include "port/flow.h"
+#include "port/half_duplex.h"
 #include "port/io_thread.h"
 #include "port/port_table.h"
 
@@ -48,8 +50,24 @@ int32_t Opening::succeed() noexcept {
     return number_;
 }
 
+namespace {
+
+/// No flow control, without touching lines that the path asks to be left alone or low.
+void startFlow(Port& port) {
+    const DeviceOptions& options = port.device.options();
+    if (options.dtr == LineStart::raise && options.rts == LineStart::raise)
+        setFlow(port, COM_FLOW_NONE);
+    else
+        setQuietFlow(port, COM_FLOW_NONE);
+}
+
+} // namespace
+
 int32_t startPort(Port& port) {
+    port.counters.begin(port);
     startLine(port);
+    if (port.device.options().rs485.mode == Rs485Mode::rts)
+        port.halfDuplex = rtsLowered; // before anybody may send
     port.threadRun = 1;
     port.threadDone = 0;
     if (port.threaded() && (port.threadWake == nullptr || !startIoThread(port))) {
@@ -59,7 +77,8 @@ int32_t startPort(Port& port) {
     }
     port.record->threadStartTick = clock::ticks();
     setIoPriority(port, 6);
-    setFlow(port, 2);
+    startFlow(port);
+    listenHalfDuplex(port);
     return 0;
 }
 

@@ -3,7 +3,7 @@
 // device. So no operation ever meets freed memory or somebody else's descriptor, whoever closes or reopens
 // the number in the middle of it.
 //
-// Lock order: portLock, then the small mutexes (each a leaf).
+// Lock order: portLock, then sendLock, then the small mutexes (each a leaf).
 #pragma once
 
 #include <atomic>
@@ -13,11 +13,13 @@
 
 #include "device/device.h"
 #include "platform/wake.h"
+#include "port/port_counters.h"
 #include "port/port_events.h"
 #include "port/port_lock.h"
 #include "port/record.h"
 #include "port/rings.h"
 #include "port/tracked_memory.h"
+#include "port/writer_queue.h"
 
 namespace brisolt {
 
@@ -66,8 +68,12 @@ struct Port {
     TrackedBlocks orphans; ///< what the close took out of the number's pool; goes with the blocks
 
     PortLock portLock;
+    PortLock sendLock;   ///< the transmit ring and the device's output, whose turn it is included
+    WriterQueue writers; ///< under sendLock
     Device device;
     PortEvents events;
+    PortCounters counters;
+    std::atomic<int32_t> deviceState{COM_HOST_DEVICE_THERE}; ///< as it was seen last
 
     std::atomic<int32_t> threadRun{0};
     std::atomic<int32_t> threadDone{0};
@@ -76,6 +82,10 @@ struct Port {
     std::shared_ptr<Wake> threadWake;     ///< set before the thread is announced; never changed afterwards
     SharedWatch receiving;                ///< for bytes that come
     SharedWatch sending;                  ///< for room for what a lossless port has queued
+    std::atomic<int32_t> halfDuplex{0};   ///< bytes are sent by the thread alone, RTS raised meanwhile
+    std::atomic<int32_t> byDescriptor{0}; ///< the program watches the device: nobody takes bytes unasked
+    std::atomic<uint64_t> received{0};    ///< bytes from the device, since the open
+    std::atomic<uint64_t> sent{0};        ///< bytes that it took
     std::atomic<int32_t> staged{0};       ///< bytes that have left the ring and are about to be written
     std::atomic<uint32_t> writeTurn{0};   ///< odd while a block is on its way to the line; under portLock
     std::atomic<int32_t> writeRefused{0}; ///< the device has failed to write; no byte was taken since

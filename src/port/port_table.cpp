@@ -43,6 +43,11 @@ void reset(Port& port, int32_t number) noexcept {
         watch->watchers = 0;
         watch->begun = 0;
     }
+    port.deviceState = COM_HOST_DEVICE_THERE;
+    port.halfDuplex = 0;
+    port.byDescriptor = 0;
+    port.received = 0;
+    port.sent = 0;
     port.staged = 0;
     port.writeTurn = 0;
     port.writeRefused = 0;
@@ -85,6 +90,7 @@ void withdraw(Port& port) noexcept {
 }
 
 void freePort(Port& port) noexcept {
+    port.device.watch(0, nullptr, nullptr);
     if (port.closeCallersHandle != 0)
         port.device.closeWithHandle();
     else

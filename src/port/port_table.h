@@ -97,4 +97,16 @@ private:
     PortLock& lock_;
 };
 
+/// sendLock for the length of a scope; taken after portLock where both are needed.
+class HeldSend {
+public:
+    explicit HeldSend(Port& port) noexcept : lock_(port.sendLock) { lock_.lock(); }
+    ~HeldSend() { lock_.unlock(); }
+    HeldSend(const HeldSend&) = delete;
+    HeldSend& operator=(const HeldSend&) = delete;
+
+private:
+    PortLock& lock_;
+};
+
 } // namespace brisolt

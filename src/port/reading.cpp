@@ -70,6 +70,31 @@ void resumeReceiving(Port& port) noexcept {
 
 } // namespace
 
+int32_t readRing(Port& port, uint8_t* to, int32_t count) noexcept {
+    auto unread = port.rx.unread();
+    bool wrapped = port.record->rxHead < port.record->rxTail;
+    bool onePiece = !wrapped || static_cast<int32_t>(unread.first.size()) >= count;
+    int32_t result =
+        onePiece ? readPiece(port, unread.first, to, count) : readWrapped(port, unread, to, count);
+    resumeReceiving(port);
+    return result;
+}
+
+int32_t readDevice(Port& port, std::span<uint8_t> to) noexcept {
+    int32_t got = deviceRead(port, to);
+    if (got < 1)
+        return 0;
+    port.answerDue.store(0, std::memory_order_relaxed);
+    auto bytes = to.first(static_cast<std::size_t>(got));
+    const PortRecord& record = *port.record;
+    if (record.replaceEnabled != 0)
+        std::replace(bytes.begin(), bytes.end(), record.replaceFrom.load(), record.replaceTo.load());
+    if (record.scrambleOn == 1)
+        std::transform(bytes.begin(), bytes.end(), bytes.begin(),
+                       [key = record.scrambleKey.load()](uint8_t byte) { return unscrambleByte(key, byte); });
+    return got;
+}
+
 int32_t read(Port& port, void* buffer, int32_t count) {
     if (!port.isOpen())
         return -1;
@@ -85,14 +110,11 @@ int32_t read(Port& port, void* buffer, int32_t count) {
     else if (port.rx.count() == 0 && port.receiving.threadStandsAside())
         takeFromDevice(port); // while callers watch the device, that is for them to do
     statusRead(port);
-    auto unread = port.rx.unread();
     auto* to = static_cast<uint8_t*>(buffer);
-    bool wrapped = port.record->rxHead < port.record->rxTail;
-    bool onePiece = !wrapped || static_cast<int32_t>(unread.first.size()) >= count;
-    int32_t result =
-        onePiece ? readPiece(port, unread.first, to, count) : readWrapped(port, unread, to, count);
-    resumeReceiving(port);
-    return result;
+    int32_t got = readRing(port, to, count);
+    if (port.byDescriptor != 0 && got < count)
+        got += readDevice(port, {to + got, static_cast<std::size_t>(count - got)});
+    return got;
 }
 
 int32_t readByte(Port& port) {
@@ -112,6 +134,8 @@ int32_t bytesWaiting(Port& port) {
         statusRead(port);
     else
         directRound(port);
+    if (port.byDescriptor != 0)
+        return port.rx.count() + static_cast<int32_t>(statusRead(port, COM_HOST_WANT_IN).inQueue);
     if (int32_t count = port.rx.count(); count > 0)
         return count;
     if (port.threaded()) {
@@ -126,7 +150,8 @@ int32_t bytesWaiting(Port& port) {
 }
 
 int32_t bytesArrived(Port& port) {
-    bool ringTellsAll = port.threaded() && port.device.canWait() && port.record->statusFunc.load() == nullptr;
+    bool ringTellsAll = port.threaded() && port.device.canWait() && port.byDescriptor == 0 &&
+                        port.record->statusFunc.load() == nullptr;
     if (!ringTellsAll)
         return bytesWaiting(port);
     if (!port.isOpen())

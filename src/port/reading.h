@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
 #include "port/port.h"
 
@@ -9,6 +10,10 @@ namespace brisolt {
 
 /// ComRead.
 int32_t read(Port& port, void* buffer, int32_t count);
+/// What the ring holds, and what the device gives at once into the caller's own buffer while the ring is empty.
+/// With portLock; no driver function is asked.
+int32_t readRing(Port& port, uint8_t* to, int32_t count) noexcept;
+int32_t readDevice(Port& port, std::span<uint8_t> to) noexcept;
 /// ComGetc.
 int32_t readByte(Port& port);
 /// ComStatus.

@@ -48,6 +48,7 @@ int32_t flushUnsent(Port& port) {
     if (port.tx.storage == nullptr)
         return -1;
     HeldLock lock(port);
+    HeldSend send(port);
     port.tx.clear();
     port.device.purge(COM_HOST_PURGE_TX);
     resumeIfXonXoff(port);

@@ -45,11 +45,13 @@ private:
 /// port has something to send.
 class DeviceWatch {
 public:
-    DeviceWatch(Port& port, bool bytes) noexcept {
+    DeviceWatch(Port& port, const WaitFor& what) noexcept {
         if (!port.device.canWait() || port.closing != 0)
             return;
         bool notifying = hasNotifications(port);
-        if (bytes && !leftToThread(port, notifying) && hasRoom(port)) {
+        if (what.room)
+            events_ |= COM_HOST_WAIT_WRITE;
+        if (what.bytes && !leftToThread(port, notifying) && (what.direct || hasRoom(port))) {
             events_ |= COM_HOST_WAIT_READ;
             if (port.threaded() && !notifying) // else the thread goes on watching, for its notifications
                 receiving_.begin(port, port.receiving);
@@ -81,8 +83,11 @@ bool quitToSee(const Port& port) noexcept {
 }
 
 /// Sleeps on the thread's own wake, and on the device when it watches for something. What the device holds.
-uint32_t sleepOnce(Port& port, Wake& wake, uint32_t events, const clock::Deadline& until) noexcept {
+uint32_t sleepOnce(Port& port, Wake& wake, const WaitFor& what, uint32_t events,
+                   const clock::Deadline& until) noexcept {
     int32_t left = until.realMillisecondsLeft();
+    if (events == 0 && what.signals)
+        return wake.sleepInterruptibly(left) ? Device::interrupted : 0;
     if (events == 0) {
         wake.sleep(left);
         return 0;
@@ -92,9 +97,9 @@ uint32_t sleepOnce(Port& port, Wake& wake, uint32_t events, const clock::Deadlin
 }
 
 /// Does what the I/O thread would have done. False when the device has not kept its promise.
-bool serveDevice(Port& port, uint32_t held) noexcept {
+bool serveDevice(Port& port, const WaitFor& what, uint32_t held) noexcept {
     bool kept = true;
-    if ((held & COM_HOST_WAIT_READ) != 0 && port.threaded())
+    if ((held & COM_HOST_WAIT_READ) != 0 && port.threaded() && !what.direct)
         kept = takeFromDevice(port);
     if ((held & COM_HOST_WAIT_WRITE) != 0)
         kept = sendToDevice(port) && kept;
@@ -147,31 +152,35 @@ bool messagesToPump(const Port& port) noexcept {
     return port.record->escapeFunc.load() == nullptr && message::waiting() && !message::quitPending();
 }
 
-void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until) {
+Slept sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until) {
     Wake& wake = *Wake::ofThisThread();
     PortEvents::Waiter waiter(port.events, wake);
     uint32_t held = 0;
     {
-        DeviceWatch watch(port, what.bytes);
+        DeviceWatch watch(port, what);
         wake.prepare();
         bool quiet = port.events.count() == seen && !(what.messages && messagesToPump(port)) &&
                      !(what.quit && quitToSee(port));
         if (quiet)
-            held = sleepOnce(port, wake, watch.events(), until);
+            held = sleepOnce(port, wake, what, watch.events(), until);
         wake.finish();
     }
-    bool kept = serveDevice(port, held);
+    port.counters.noteState(port);
+    bool kept = serveDevice(port, what, held);
     if (!kept && port.events.count() == seen) { // nor may such a device keep a caller running
         wake.prepare();
         wake.sleep(static_cast<int32_t>(pollPace));
         wake.finish();
     }
+    return {.bytesThere = what.direct && (held & COM_HOST_WAIT_READ) != 0,
+            .interrupted = what.signals && (held & Device::interrupted) != 0};
 }
 
 clock::Deadline nextLook(const Port& port, WaitFor what, const clock::Deadline& until) noexcept {
     bool blind = what.messages && port.record->escapeFunc.load() != nullptr;
     bool foreignBytes = port.record->statusFunc.load() != nullptr || port.record->readFunc.load() != nullptr;
     bool ownRounds = !port.threaded() && port.tx.count() > 0; // what is queued moves only when we look
+    blind = blind || (what.room && !port.device.canWait());
     blind = blind || (what.bytes && (foreignBytes || ownRounds || !port.device.canWait()));
     return blind ? clock::Deadline::earlier(until, clock::Deadline::in(pollPace)) : until;
 }

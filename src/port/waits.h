@@ -13,13 +13,22 @@ namespace brisolt {
 /// What ends a sleep beside the port's own events and the deadline.
 struct WaitFor {
     bool bytes = false;    ///< takes them off the device itself when that is quicker
+    bool direct = false;   ///< the bytes, into the caller's own buffer: `Slept` tells of them
+    bool room = false;     ///< for bytes that the caller hands the device itself, its turn to do so
     bool messages = false; ///< of the calling thread
     bool quit = false;     ///< a request to quit, which stays pending
+    bool signals = false;  ///< a signal handler that runs on the calling thread
+};
+
+/// How a sleep has ended, beside what the port itself tells.
+struct Slept {
+    bool bytesThere = false;  ///< on the device, for the caller to take
+    bool interrupted = false; ///< by a signal handler
 };
 
 /// Sleeps until there may be something to look at. `seen` is the port's event count from before the caller
 /// looked at its conditions. May return early.
-void sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until);
+Slept sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until);
 
 /// Whether the calling thread has messages that a look at the port's escape would handle. A function in its
 /// place handles none, and a quit request holds them back: then nobody should be woken for them.

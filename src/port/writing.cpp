@@ -24,7 +24,7 @@ void scramble(const Port& port, std::span<uint8_t> bytes) noexcept {
 }
 
 bool mayWriteThrough(const Port& port) noexcept {
-    return port.tx.empty() && port.record->writeThru == 1;
+    return port.tx.empty() && port.record->writeThru == 1 && !port.writers.taken() && port.halfDuplex == 0;
 }
 
 int32_t queue(Port& port, std::span<const uint8_t> bytes) noexcept {
@@ -100,6 +100,7 @@ int32_t write(Port& port, void* buffer, int32_t count) {
         directRound(port);
     statusRead(port);
     port.answerDue.store(1, std::memory_order_relaxed);
+    HeldSend send(port);
     return port.lossless != 0 ? writeLossless(port, bytes) : writeDefault(port, bytes);
 }
 

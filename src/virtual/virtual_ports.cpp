@@ -43,16 +43,28 @@ int32_t openVirtual(int32_t number) {
     return number;
 }
 
-int32_t closeVirtual(Port& port) {
+namespace {
+
+int32_t close(Port& port, uint32_t pause) {
     if (port.hasDevice() || port.closing.exchange(1) != 0)
         return -1;
     port.events.wakeAll(); // whoever waits on the port ends here
     logs::entry(port, logs::Log::protocol, "Closing Virtual Port: %d", port.number.load());
     trace(port, "ComClose Called");
-    clock::sleep(leaveTime);
+    clock::sleep(pause);
     turnOff(port);
     table::letGo(port); // the table's hold; the caller's own goes after this
     return 1;
+}
+
+} // namespace
+
+int32_t closeVirtual(Port& port) {
+    return close(port, leaveTime);
+}
+
+int32_t closeVirtualAtOnce(Port& port) {
+    return close(port, 0);
 }
 
 } // namespace brisolt

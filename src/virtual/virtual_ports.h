@@ -11,5 +11,7 @@ namespace brisolt {
 int32_t openVirtual(int32_t number);
 /// ComVirtualClose. -1 for a port with a device, and for one that another thread is closing.
 int32_t closeVirtual(Port& port);
+/// The same without the pause for those who are still inside.
+int32_t closeVirtualAtOnce(Port& port);
 
 } // namespace brisolt

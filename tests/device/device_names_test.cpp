@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 
@@ -144,7 +145,7 @@ TEST(DeviceDrivers, RefusesBadRegistrations) {
         EXPECT_EQ(ComHostRegisterDriver(scheme, &driver), -1) << scheme;
     EXPECT_EQ(ComHostRegisterDriver(nullptr, &driver), -1);
     EXPECT_EQ(ComHostRegisterDriver("radio", nullptr), -1);
-    driver.size = sizeof driver - 1;
+    driver.size = offsetof(ComHostDriver, counters) - 1; // the first record ends there
     EXPECT_EQ(ComHostRegisterDriver("radio", &driver), -1);
     driver.size = sizeof driver;
     driver.write = nullptr;

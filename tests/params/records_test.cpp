@@ -129,20 +129,6 @@ TEST_F(Records, NumbersThatLieHarmNobody) {
     }
 }
 
-TEST_F(Records, BadPortsAndNullsGiveMinusOne) {
-    ComModemParms modem{};
-    ComAsciiParms ascii{};
-    for (const int32_t bad : {0, 257, 7})
-        for (const int32_t result :
-             {ComGetPortParms(bad, &parms), ComSetPortParms(bad, &parms), ComGetModemParms(bad, &modem),
-              ComSetModemParms(bad, &modem), ComGetAsciiParms(bad, &ascii), ComSetAsciiParms(bad, &ascii)})
-            EXPECT_EQ(result, -1) << bad;
-    for (const int32_t result :
-         {ComGetPortParms(5, nullptr), ComSetPortParms(5, nullptr), ComGetModemParms(5, nullptr),
-          ComSetModemParms(5, nullptr), ComGetAsciiParms(5, nullptr), ComSetAsciiParms(5, nullptr)})
-        EXPECT_EQ(result, -1);
-}
-
 TEST_F(Records, ThreadsThatSetAtOnceDoNotMixTexts) {
     std::atomic<bool> over{false};
     std::vector<std::thread> threads;

@@ -68,11 +68,14 @@ private:
 class LogFile {
 public:
     std::string path() const { return directory_.file("log.txt"); }
+    std::string text() const {
+        std::ifstream in(path(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
     /// The texts of the entries that begin with one of `beginnings` (all of them when there are none).
     std::vector<std::string> entries(const std::vector<std::string>& beginnings = {}) const {
         // Each stands behind a stamp such as "[11/19/26 04:51:58 7 p3]", on a line of its own.
-        std::ifstream in(path(), std::ios::binary);
-        const std::string all{std::istreambuf_iterator<char>(in), {}};
+        const std::string all = text();
         std::vector<std::string> found;
         for (std::size_t stamp = all.find("\r\n["); stamp != std::string::npos;) {
             const std::size_t start = all.find(']', stamp) + 1;

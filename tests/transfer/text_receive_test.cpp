@@ -3,7 +3,7 @@
 #include <future>
 
 #include "brisolt_host.h"
-#include "files/holders.h"
+#include "files/hindrances.h"
 #include "port/scramble.h"
 #include "support/pty.h"
 #include "transfer/files.h"

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "platform/posix/kernel_files.h"
+#include "platform/posix/usb_identity.h"
 #include "platform/serial.h"
 
 namespace brisolt::serial {
@@ -25,19 +26,13 @@ std::string driverName(std::string device) {
 }
 
 /// Manufacturer, product and serial number of the USB device that a port is part of, if it is.
-std::string productText(std::string device) {
-    for (int32_t level = 0; level < 6 && !device.empty(); ++level, device = parent(device)) {
-        if (!isThere(device + "/idVendor"))
-            continue;
-        std::string text;
-        for (const char* part : {"/manufacturer", "/product", "/serial"}) {
-            const std::string value = firstLine(device + part);
-            if (!value.empty())
-                text += (text.empty() ? "" : " ") + value;
-        }
-        return text;
-    }
-    return {};
+std::string productText(const std::string& entry) {
+    const UsbAbout about = usbAbout(entry);
+    std::string text;
+    for (const std::string& part : {about.manufacturer, about.product, about.identity.serialNumber})
+        if (!part.empty())
+            text += (text.empty() ? "" : " ") + part;
+    return text;
 }
 
 /// The kernel keeps names for UARTs that the machine might have; a type of 0 is one that it has not.
@@ -45,7 +40,7 @@ bool isMissingUart(const std::string& entry) {
     return firstLine(entry + "/type") == "0";
 }
 
-bool describe(const std::string& directory, std::string name, ListedDevice& found) {
+bool listEntry(const std::string& directory, std::string name, ListedDevice& found) {
     const std::string entry = directory + '/' + name;
     const std::string device = resolved(entry + "/device");
     if (device.empty() || isMissingUart(entry)) // consoles and pseudo terminals have no device behind them
@@ -54,8 +49,10 @@ bool describe(const std::string& directory, std::string name, ListedDevice& foun
     if (driver.empty())
         return false;
     std::replace(name.begin(), name.end(), '!', '/'); // how the kernel writes a name with a directory in it
-    const std::string product = productText(device);
+    const std::string product = productText(entry);
     found.path = "/dev/" + name;
+    found.driver = driver;
+    found.entry = entry;
     found.description = product.empty() ? driver : product + " (" + driver + ")";
     return true;
 }
@@ -93,7 +90,7 @@ std::vector<ListedDevice> listBelow(const std::string& classDirectory) {
     std::vector<ListedDevice> devices;
     for (const std::string& name : entries(classDirectory)) {
         ListedDevice found;
-        if (describe(classDirectory, name, found))
+        if (listEntry(classDirectory, name, found))
             devices.push_back(std::move(found));
     }
     std::sort(devices.begin(), devices.end(),

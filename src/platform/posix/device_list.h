@@ -10,6 +10,8 @@ namespace brisolt::serial {
 struct ListedDevice {
     std::string path;
     std::string description;
+    std::string driver;
+    std::string entry; ///< where the kernel tells about it
 };
 
 /// All serial devices below a directory like /sys/class/tty, sorted by path.

@@ -129,6 +129,10 @@ bool postToThread(uint32_t thread, uint32_t message, uintptr_t first, intptr_t s
     });
 }
 
+bool threadExists(uint32_t thread) noexcept {
+    return post(thread, [](ThreadQueue&) { return true; });
+}
+
 bool postQuit(uint32_t thread) noexcept {
     return post(thread, [](ThreadQueue& queue) {
         queue.quit = true;

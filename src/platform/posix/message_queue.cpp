@@ -1,5 +1,6 @@
 #include "platform/posix/message_queue.h"
 
+#include <algorithm>
 #include <functional>
 #include <new>
 
@@ -38,7 +39,23 @@ void MessageQueue::forgetNotification(const ComHostMessage& message) noexcept {
         notifications_.erase(message);
 }
 
+/// Events that wait are told once, all in one message.
+bool MessageQueue::mergeEvents(const ComHostMessage& message) noexcept {
+    if (message.message != COM_HOST_MESSAGE_EVENT || size_.load(std::memory_order_relaxed) == 0)
+        return false;
+    auto waiting = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
+        return entry.message.message == message.message && entry.message.window == message.window &&
+               entry.message.second == message.second;
+    });
+    if (waiting == entries_.end())
+        return false;
+    waiting->message.first |= message.first;
+    return true;
+}
+
 bool MessageQueue::push(const ComHostMessage& message, uint64_t order) {
+    if (mergeEvents(message))
+        return true;
     if (entries_.size() >= COM_HOST_QUEUE_LIMIT)
         return isNotification(message) && notifications_.contains(message);
     if (!noteNotification(message))

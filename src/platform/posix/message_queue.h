@@ -38,6 +38,7 @@ private:
         bool operator()(const ComHostMessage& a, const ComHostMessage& b) const noexcept;
     };
 
+    bool mergeEvents(const ComHostMessage& message) noexcept;
     bool noteNotification(const ComHostMessage& message);
     void forgetNotification(const ComHostMessage& message) noexcept;
     void publishSize() noexcept { size_.store(entries_.size(), std::memory_order_release); }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstddef>
 
 #include <poll.h>
@@ -57,11 +58,12 @@ int32_t waitAny(std::span<Watch> watches, int32_t realMilliseconds) noexcept {
     limit.tv_nsec = realMilliseconds % 1000 * 1'000'000L;
     int found = ppoll(polled.data(), watches.size(), realMilliseconds < 0 ? nullptr : &limit, nullptr);
     if (found <= 0) {
-        if (found < 0)
-            brakeUnlessInterrupted(realMilliseconds);
+        const bool interrupted = found < 0 && errno == EINTR;
+        if (found < 0 && !interrupted)
+            brake(realMilliseconds);
         for (Watch& watch : watches)
             takeResult(watch, 0);
-        return 0;
+        return interrupted ? -1 : 0;
     }
     int32_t happened = 0;
     for (std::size_t i = 0; i < watches.size(); ++i)

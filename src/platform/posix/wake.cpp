@@ -3,6 +3,9 @@
 #include <new>
 #include <utility>
 
+#include <cerrno>
+
+#include <poll.h>
 #include <sys/eventfd.h>
 
 #include "platform/lasting.h"
@@ -79,6 +82,11 @@ void Wake::sleep(int32_t realMilliseconds) noexcept {
     uint32_t expected = asleep;
     if (state_.compare_exchange_strong(expected, parked, std::memory_order_acq_rel))
         parking::park(state_, parked, realMilliseconds);
+}
+
+bool Wake::sleepInterruptibly(int32_t realMilliseconds) noexcept {
+    pollfd self{.fd = descriptor(), .events = POLLIN, .revents = 0};
+    return poll(&self, 1, patience(realMilliseconds)) < 0 && errno == EINTR;
 }
 
 void Wake::prepare() noexcept {

@@ -82,6 +82,12 @@ bool destroyWindow(int32_t window) noexcept {
     return true;
 }
 
+bool windowExists(int32_t window) noexcept {
+    std::lock_guard lock(desk().mutex);
+    auto found = findWindow(window);
+    return found != nullptr && !found->destroyed;
+}
+
 bool postToWindow(int32_t window, uint32_t message, uintptr_t first, intptr_t second) noexcept try {
     Desk& all = desk();
     std::lock_guard lock(all.mutex);

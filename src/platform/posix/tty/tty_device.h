@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -14,6 +15,9 @@
 
 #include "brisolt_host.h"
 #include "platform/clock.h"
+#include "platform/device_options.h"
+#include "platform/posix/tty/line_watch.h"
+#include "platform/posix/tty/uucp_lock.h"
 #include "platform/signal.h"
 
 namespace brisolt::tty {
@@ -31,9 +35,19 @@ private:
     Seen seen_ = Seen::nothing;
 };
 
+/// What an option has changed beside the settings, to be put back.
+struct Undo {
+    std::optional<int32_t> serialFlags;
+    std::string latencyTimer; ///< its former value; empty: not changed
+    std::optional<serial_rs485> rs485;
+};
+
 struct TtyDevice {
     int32_t descriptor = -1;
     std::string path;
+    DeviceOptions options;
+    UucpLock uucpLock;
+    Undo undo;
     bool adopted = false;
     bool isCopy = false;      ///< adopted: others may change how its descriptor waits
     bool wasBlocking = false; ///< adopted: what its descriptor was
@@ -45,6 +59,8 @@ struct TtyDevice {
     std::atomic<uint32_t> interruptions{0};
     std::atomic<bool> cancelled{false}; ///< no write waits
     std::atomic<bool> hungUp{false};
+    std::atomic<uint32_t> gone{0}, back{0}; ///< how often it hung up and came back
+    std::atomic<int64_t> lineBusyUntil{0};  ///< where the transmitter does not tell: nanoseconds of the clock
     std::atomic<bool> hasModemLines{true};
     std::atomic<bool> countsErrors{true};
     std::atomic<bool> tellsTransmitter{true};
@@ -62,10 +78,15 @@ struct TtyDevice {
     bool marked = false;      ///< the kernel marks broken bytes
     MarkFilter marks;
     ComHostTimeouts timeouts{};
-    serial_icounter_struct counters{};
-    uint32_t writes = 0;      ///< under way
-    bool interrupted = false; ///< the signal is set
-    uint32_t abandoned = 0;   ///< bytes that purges took out of the kernel's queue
+    serial_icounter_struct counters{}; ///< at the last look for errors
+    serial_icounter_struct opened{};   ///< at the open
+    serial_icounter_struct latest{};   ///< of a device that has gone
+    uint32_t writes = 0;               ///< under way
+    bool interrupted = false;          ///< the signal is set
+    uint32_t abandoned = 0;            ///< bytes that purges took out of the kernel's queue
+
+    std::mutex watchMutex; ///< what follows; never taken inside `lock`
+    std::unique_ptr<LineWatch> lineWatch;
 };
 
 inline TtyDevice& of(void* device) noexcept {
@@ -77,9 +98,30 @@ bool lacksFunction(int32_t error) noexcept;
 /// True when an error number says that the device is gone.
 bool isGone(int32_t error) noexcept;
 
+/// The other end has gone, or is there again.
+inline void setHungUp(TtyDevice& tty, bool now) noexcept {
+    if (tty.hungUp.load(std::memory_order_relaxed) != now && tty.hungUp.exchange(now) != now)
+        (now ? tty.gone : tty.back).fetch_add(1);
+}
+
+// ---- tty_options.cpp
+/// What an open path asks for beside its settings. 0, or an error number; the error text then says what.
+int32_t applyOptions(TtyDevice& tty);
+/// Puts back what applyOptions has changed.
+void undoOptions(TtyDevice& tty) noexcept;
+
+// ---- tty_counters.cpp
+int32_t counters(void* device, ComHostCounters* counters) noexcept;
+uint32_t watch(void* device, uint32_t events, void (*changed)(void*), void* argument) noexcept;
+/// The settings have changed: a wait for a change of the lines begins anew.
+void watchAgain(TtyDevice& tty) noexcept;
+int32_t state(void* device) noexcept;
+
 // ---- tty_open_error.cpp
 /// Why a path could not be opened, for people: who holds it, which group may open it.
 std::string openErrorText(const std::string& path, int32_t error);
+/// That a living process has its lock file.
+std::string lockedText(const std::string& path, int32_t process);
 
 // ---- tty_line_state.cpp
 /// Whether errorChar is to stand for broken bytes.
@@ -115,6 +157,7 @@ int32_t getTimeouts(void* device, ComHostTimeouts* timeouts) noexcept;
 int32_t setTimeouts(void* device, const ComHostTimeouts* timeouts) noexcept;
 int32_t write(void* device, const void* buffer, int32_t count, uint32_t how, int32_t* error) noexcept;
 int32_t flush(void* device) noexcept;
+int32_t unsent(void* device) noexcept;
 
 // ---- tty_wait.cpp
 /// Polls; where the host fails to, it sleeps a little instead, so that no loop around it spins. False when the

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "platform/error_text.h"
+#include "platform/posix/forked.h"
 #include "platform/posix/tty/tty_device.h"
 #include "platform/serial.h"
 #include "platform/thread.h"
@@ -37,6 +38,9 @@ void learnKind(TtyDevice& tty) {
     tty.timeouts.writeConstant = defaultWriteLimit;
     if (ioctl(tty.descriptor, TIOCGICOUNT, &tty.counters) != 0 && lacksFunction(errno))
         tty.countsErrors = false;
+    tty.opened = tty.latest = tty.counters;
+    uint32_t registers = 0;
+    tty.tellsTransmitter = ioctl(tty.descriptor, TIOCSERGETLSR, &registers) == 0;
 }
 
 /// Takes the tty for us alone; 0 or an error number. The lock stops other programs that ask for it, this
@@ -44,6 +48,8 @@ void learnKind(TtyDevice& tty) {
 int32_t claim(TtyDevice& tty) {
     if (isatty(tty.descriptor) == 0)
         return ENOTTY;
+    if (!tty.options.exclusive)
+        return 0;
     if (flock(tty.descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
         return EBUSY;
     ioctl(tty.descriptor, TIOCEXCL);
@@ -55,23 +61,50 @@ int32_t refuse(std::string text, int32_t error) {
     return -error;
 }
 
+void closeTty(void* device) noexcept;
+
+/// A line that is to be low is so from the first moment on at which it can be reached: the kernel has raised both
+/// if nobody else had the device open.
+void lowerLines(const TtyDevice& tty) {
+    const int32_t lines = (tty.options.dtr == LineStart::lower ? TIOCM_DTR : 0) |
+                          (tty.options.rts == LineStart::lower ? TIOCM_RTS : 0);
+    if (lines != 0)
+        ioctl(tty.descriptor, TIOCMBIC, &lines);
+}
+
 /// O_NONBLOCK keeps the open itself from waiting for carrier, and every read and write after it.
-int32_t openTty(void*, const char* path, void** device, int32_t* handle) noexcept try {
+int32_t openDescriptor(TtyDevice& tty) {
+    if (tty.options.exclusive)
+        if (const int32_t process = tty.uucpLock.take(tty.path); process != 0)
+            return refuse(lockedText(tty.path, process), EBUSY);
+    tty.descriptor = ::open(tty.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (tty.descriptor < 0) {
+        const int32_t error = errno;
+        return refuse(openErrorText(tty.path, error), error);
+    }
+    lowerLines(tty);
+    const int32_t error = claim(tty);
+    return error == 0 ? 1 : refuse(openErrorText(tty.path, error), error);
+}
+
+int32_t openTty(const char* path, const DeviceOptions& options, void** device, int32_t* handle) noexcept try {
     auto tty = std::make_unique<TtyDevice>();
     tty->path = path;
+    tty->options = options;
     if (tty->interruption.descriptor() < 0) // nobody could end a write that the line holds off
         return refuse(openErrorText(tty->path, EMFILE), EMFILE);
-    tty->descriptor = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (tty->descriptor < 0) {
-        const int32_t error = errno;
-        return refuse(openErrorText(tty->path, error), error);
-    }
-    if (const int32_t error = claim(*tty); error != 0) {
-        ::close(tty->descriptor);
-        return refuse(openErrorText(tty->path, error), error);
+    if (const int32_t result = openDescriptor(*tty); result < 0) {
+        if (tty->descriptor >= 0)
+            ::close(tty->descriptor);
+        return result;
     }
     learnKind(*tty);
     learnLineState(*tty, true);
+    if (const int32_t error = applyOptions(*tty); error != 0) {
+        closeTty(tty.release());
+        return -error;
+    }
+    forked::closeInChild(tty->descriptor);
     *handle = tty->descriptor;
     *device = tty.release();
     return 1;
@@ -117,6 +150,7 @@ int32_t adoptTty(void*, int32_t handle, void** device) noexcept try {
         fcntl(tty->descriptor, F_SETFL, flags | O_NONBLOCK);
     learnKind(*tty);
     learnLineState(*tty, false);
+    forked::closeInChild(tty->descriptor);
     *device = tty.release();
     return 1;
 } catch (...) {
@@ -134,8 +168,21 @@ void closeDescriptor(int32_t descriptor, bool mayTakeLong) noexcept {
         close(argument);
 }
 
+/// What the device had before; but for the lines, where the path asks that they stay: the host would lower them.
+void restoreSettings(TtyDevice& tty) noexcept {
+    termios2 settings = tty.before;
+    if (!tty.options.restore && ioctl(tty.descriptor, TCGETS2, &settings) != 0)
+        return;
+    if (tty.options.leaveLinesAtClose)
+        settings.c_cflag &= ~static_cast<tcflag_t>(HUPCL);
+    ioctl(tty.descriptor, TCSETS2, &settings);
+}
+
 void closeTty(void* device) noexcept {
     const std::unique_ptr<TtyDevice> tty(&of(device));
+    tty->lineWatch.reset();
+    forked::forget(tty->descriptor);
+    undoOptions(*tty);
     if (tty->adopted) {
         restoreMarks(*tty);
         if (tty->wasBlocking)
@@ -143,9 +190,11 @@ void closeTty(void* device) noexcept {
     } else {
         // What is left in the output queue would make the kernel's close wait for the peer.
         purge(device, COM_HOST_PURGE_TX);
-        ioctl(tty->descriptor, TCSETS2, &tty->before);
-        ioctl(tty->descriptor, TIOCNXCL); // a pty would stay closed to others for good
-        flock(tty->descriptor, LOCK_UN);  // a child between fork and exec still has it
+        restoreSettings(*tty);
+        if (tty->options.exclusive) {
+            ioctl(tty->descriptor, TIOCNXCL); // a pty would stay closed to others for good
+            flock(tty->descriptor, LOCK_UN);  // a child between fork and exec still has it
+        }
     }
     closeDescriptor(tty->descriptor, queuedOutput(*tty) > 0);
 }
@@ -200,7 +249,8 @@ const ComHostDriver& ttyDriver() noexcept {
     static constexpr ComHostDriver driver{
         .size = sizeof(ComHostDriver),
         .context = nullptr,
-        .open = tty::openTty,
+        .open = [](void*, const char* path, void** device,
+                   int32_t* handle) { return tty::openTty(path, {}, device, handle); },
         .adopt = tty::adoptTty,
         .close = tty::closeTty,
         .properties = tty::properties,
@@ -220,8 +270,16 @@ const ComHostDriver& ttyDriver() noexcept {
         .wait = tty::wait,
         .cancel = tty::cancel,
         .descriptor = tty::descriptor,
+        .counters = tty::counters,
+        .watch = tty::watch,
+        .unsent = tty::unsent,
+        .state = tty::state,
     };
     return driver;
+}
+
+int32_t openTty(const char* path, const DeviceOptions& options, void** device, int32_t* handle) noexcept {
+    return tty::openTty(path, options, device, handle);
 }
 
 } // namespace brisolt::serial

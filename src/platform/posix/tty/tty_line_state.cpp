@@ -90,6 +90,8 @@ bool wantsMarks(const TtyDevice& tty, const ComHostLineState& state) {
 
 void applyInput(termios2& settings, const TtyDevice& tty, const ComHostLineState& state) {
     makeRaw(settings);
+    if (tty.options.marks) // a break is marked, too
+        settings.c_iflag = markFlags;
     if (wantsMarks(tty, state))
         settings.c_iflag |= markFlags;
     if ((state.flags & COM_HOST_LINE_XON_OUTPUT) != 0)
@@ -220,6 +222,8 @@ void learnLineState(TtyDevice& tty, bool raw) noexcept {
         return;
     termios2 settings = tty.before;
     makeRaw(settings);
+    if (tty.options.leaveLinesAtClose)
+        settings.c_cflag &= ~static_cast<tcflag_t>(HUPCL); // now: the program may end without a close
     ioctl(tty.descriptor, TCSETS2, &settings);
 }
 
@@ -242,8 +246,9 @@ int32_t getLineState(void* device, ComHostLineState* state) noexcept {
     return 1;
 }
 
-int32_t setLineState(void* device, const ComHostLineState* state) noexcept try {
-    TtyDevice& tty = of(device);
+namespace {
+
+int32_t changeLine(TtyDevice& tty, const ComHostLineState* state) {
     const std::scoped_lock guard(tty.lock);
     if (const int32_t checked = checkValues(tty, *state); checked < 0)
         return checked;
@@ -253,7 +258,7 @@ int32_t setLineState(void* device, const ComHostLineState* state) noexcept try {
 
     driveLine(tty, tty.line.flags, state->flags, dtrFlags, TIOCM_DTR);
     driveLine(tty, tty.line.flags, state->flags, rtsFlags, TIOCM_RTS);
-    const bool marked = !tty.isMaster && (taken.c_iflag & PARMRK) != 0;
+    const bool marked = !tty.isMaster && !tty.options.marks && (taken.c_iflag & PARMRK) != 0;
     if (tty.marked != marked)
         tty.marks = {};
     tty.marked = marked;
@@ -267,6 +272,15 @@ int32_t setLineState(void* device, const ComHostLineState* state) noexcept try {
     tty.dtrHoldsInput = (state->flags & COM_HOST_LINE_DTR_HANDSHAKE) != 0;
     tty.filtersInput = marked || (state->flags & COM_HOST_LINE_NULL_STRIP) != 0;
     return 1;
+}
+
+} // namespace
+
+int32_t setLineState(void* device, const ComHostLineState* state) noexcept try {
+    TtyDevice& tty = of(device);
+    const int32_t result = changeLine(tty, state);
+    watchAgain(tty);
+    return result;
 } catch (...) {
     return -ENOMEM;
 }

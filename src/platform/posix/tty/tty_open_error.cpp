@@ -2,69 +2,30 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <vector>
 
 #include <grp.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "platform/posix/device_holder.h"
 #include "platform/posix/kernel_files.h"
 #include "platform/posix/tty/tty_device.h"
 
 namespace brisolt::tty {
 namespace {
 
-/// The process that holds the lock on a file, 0 when none is seen.
-pid_t lockHolder(const struct stat& about) {
-    std::array<char, 64> file{};
-    std::snprintf(file.data(), file.size(), "%02x:%02x:%ju", major(about.st_dev), minor(about.st_dev),
-                  static_cast<uintmax_t>(about.st_ino));
-    std::ifstream locks("/proc/locks");
-    for (std::string text; std::getline(locks, text);) {
-        std::istringstream fields(text);
-        std::string number, kind, strictness, access, locked;
-        pid_t holder = 0;
-        if (fields >> number >> kind >> strictness >> access >> holder >> locked && kind == "FLOCK" &&
-            locked == file.data() && holder > 0)
-            return holder;
-    }
-    return 0;
+std::string processText(int32_t process, const std::string& name) {
+    return "process " + std::to_string(process) + (name.empty() ? "" : " (" + name + ")");
 }
 
-bool hasOpen(const std::string& descriptors, dev_t device) {
-    const std::vector<std::string> numbers = kernelFiles::entries(descriptors);
-    return std::any_of(numbers.begin(), numbers.end(), [&](const std::string& number) {
-        struct stat about {};
-        return stat((descriptors + number).c_str(), &about) == 0 && S_ISCHR(about.st_mode) &&
-               about.st_rdev == device;
-    });
-}
-
-/// Another process that has the device open, 0 when none is seen: those of other users are hidden from us.
-pid_t openHolder(const struct stat& about) {
-    for (const std::string& name : kernelFiles::entries("/proc")) {
-        const pid_t process = std::atoi(name.c_str());
-        if (process > 0 && process != getpid() && hasOpen("/proc/" + name + "/fd/", about.st_rdev))
-            return process;
-    }
-    return 0;
-}
-
-std::string holderText(const struct stat& about) {
-    pid_t holder = lockHolder(about);
-    if (holder == 0)
-        holder = openHolder(about);
-    if (holder == 0)
+std::string holderText(const std::string& path) {
+    const serial::Holder holder = serial::holderOf(path);
+    if (holder.process == 0)
         return {};
-    const std::string name = kernelFiles::firstLine("/proc/" + std::to_string(holder) + "/comm");
-    return "; held by process " + std::to_string(holder) + (name.empty() ? "" : " (" + name + ")") +
-           (holder == getpid() ? ", this program itself" : "");
+    return "; held by " + processText(holder.process, holder.name) +
+           (holder.process == getpid() ? ", this program itself" : "");
 }
 
 bool inGroup(gid_t group) {
@@ -93,13 +54,19 @@ std::string permissionText(const struct stat& about) {
 
 } // namespace
 
+std::string lockedText(const std::string& path, int32_t process) {
+    const std::string name = kernelFiles::firstLine("/proc/" + std::to_string(process) + "/comm");
+    return "cannot open " + path + ": " + std::strerror(EBUSY) + "; locked by " + processText(process, name) +
+           " in " + UucpLock::fileFor(path);
+}
+
 std::string openErrorText(const std::string& path, int32_t error) {
     std::string text = "cannot open " + path + ": " + std::strerror(error);
     struct stat about {};
     if (stat(path.c_str(), &about) != 0)
         return text;
     if (error == EBUSY)
-        text += holderText(about);
+        text += holderText(path);
     else if (error == EACCES)
         text += permissionText(about);
     else if (error == ENOTTY)

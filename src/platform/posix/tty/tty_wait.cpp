@@ -61,13 +61,13 @@ int32_t guardInput(TtyDevice& tty, uint32_t events, pollfd& self) {
     return holdPeerOff(tty) ? noStep : inputStep;
 }
 
-enum class Pause { over, ended };
+enum class Pause { over, ended, interrupted };
 
 /// Sleeps, with or without the tty in the set, until it is over or somebody ends it.
 Pause sleepOn(pollfd& self, int32_t wake, int32_t milliseconds) {
     std::array<pollfd, 2> set{{self, {wake, POLLIN, 0}}};
     if (!pollOrRest(set, milliseconds))
-        return Pause::ended;
+        return errno == EINTR ? Pause::interrupted : Pause::ended;
     self.revents = set[0].revents;
     return set[1].revents != 0 ? Pause::ended : Pause::over;
 }
@@ -81,11 +81,13 @@ Pause waitWhileGone(TtyDevice& tty, uint32_t events, int32_t wake, int32_t left,
     if (holding != 0) // it left bytes behind
         return Pause::over;
     pollfd nothing{-1, 0, 0};
-    const Pause pause = sleepOn(nothing, wake, shorter(left, goneStep));
-    if (pause == Pause::ended)
+    // What a master's other end may do, open again, no torn-down line does.
+    const bool forGood = !tty.isMaster && (before & goneBits) != 0;
+    const Pause pause = sleepOn(nothing, wake, shorter(left, forGood ? noStep : goneStep));
+    if (pause != Pause::over)
         return pause;
     const int16_t after = look(tty, events);
-    tty.hungUp = (after & goneBits) != 0;
+    setHungUp(tty, (after & goneBits) != 0);
     holding = eventsOf(tty, events, after);
     return pause;
 }
@@ -145,12 +147,12 @@ int32_t readUnfiltered(TtyDevice& tty, uint8_t* buffer, int32_t count) {
     const ssize_t result = ::read(tty.descriptor, buffer, static_cast<std::size_t>(count));
     if (result < 0) {
         if (isGone(errno))
-            tty.hungUp = true;
+            setHungUp(tty, true);
         return isGone(errno) || errno == EAGAIN || errno == EINTR ? 0 : -errno;
     }
     if (result == 0) {
-        tty.hungUp =
-            (look(tty, 0) & goneBits) != 0; // an adopted tty may be set to answer so when it is merely empty
+        setHungUp(tty, (look(tty, 0) & goneBits) !=
+                           0); // an adopted tty may be set to answer so when it is merely empty
         return 0;
     }
     if (tty.dtrHoldsInput)
@@ -198,18 +200,22 @@ int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) 
         const int32_t left = deadline.realMillisecondsLeft();
         uint32_t holding = 0;
         Pause pause = Pause::over;
-        if (tty.hungUp) {
+        const bool wasGone = tty.hungUp;
+        if (wasGone) {
             pause = waitWhileGone(tty, possible, wake, left, holding);
         } else {
             pollfd self{tty.descriptor, pollBits(possible), 0};
             const int32_t step = held ? dsrStep : guardInput(tty, events, self);
             pause = sleepOn(self, wake, shorter(left, step));
-            tty.hungUp = (self.revents & goneBits) != 0;
+            setHungUp(tty, (self.revents & goneBits) != 0);
             holding = eventsOf(tty, possible, self.revents);
         }
         if (holding != 0)
             return static_cast<int32_t>(holding);
-        if (pause == Pause::ended || deadline.passed())
+        if (pause == Pause::interrupted)
+            return -EINTR;
+        if (pause == Pause::ended || tty.hungUp != wasGone ||
+            deadline.passed()) // whoever waits wants to know
             return 0;
     }
 }

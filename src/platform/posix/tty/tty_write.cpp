@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <utility>
 
 #include <poll.h>
@@ -89,15 +90,32 @@ int32_t pause(const TtyDevice& tty, const Begun& begun, bool forRoom, int32_t st
     return begun.deadline.passed() ? timeOver : goOn;
 }
 
+constexpr int64_t bitsPerByte = 10;
+
+int64_t nowNanoseconds() noexcept {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+}
+
+/// A transmitter that does not tell is busy for the time that the bytes take.
+void noteSent(TtyDevice& tty, ssize_t bytes) noexcept {
+    if (tty.tellsTransmitter || tty.isPty || bytes == 0)
+        return;
+    const int64_t takes = bytes * bitsPerByte * 1'000'000'000 / tty.bitRate;
+    tty.lineBusyUntil = std::max(nowNanoseconds(), tty.lineBusyUntil.load()) + takes;
+}
+
 /// One write call. Bytes taken, or a negative error number; 0: there is no room.
 int32_t writeOnce(TtyDevice& tty, const uint8_t* bytes, int32_t count) {
     const ssize_t result = ::write(tty.descriptor, bytes, static_cast<std::size_t>(count));
-    if (result >= 0)
+    if (result >= 0) {
+        noteSent(tty, result);
         return static_cast<int32_t>(result);
+    }
     if (errno == EAGAIN || errno == EINTR)
         return 0;
     if (isGone(errno))
-        tty.hungUp = true;
+        setHungUp(tty, true);
     return -errno;
 }
 
@@ -140,8 +158,7 @@ int32_t drain(TtyDevice& tty, const Begun& begun) {
             return -queued;
         if (queued == 0 && transmitterEmpty(tty))
             return begun.purged() ? ECANCELED : goOn;
-        constexpr uint64_t bitsPerByte = 10;
-        const uint64_t estimate = static_cast<uint64_t>(queued) * bitsPerByte * 1000 / tty.bitRate;
+        const uint64_t estimate = static_cast<uint64_t>(queued) * uint64_t{bitsPerByte} * 1000 / tty.bitRate;
         const auto step = static_cast<int32_t>(std::clamp<uint64_t>(estimate, 1, 20));
         if (const int32_t outcome = pause(tty, begun, false, step); outcome != goOn)
             return outcome;
@@ -206,6 +223,18 @@ int32_t flush(void* device) noexcept {
     TtyDevice& tty = of(device);
     const int32_t outcome = drain(tty, Begun(tty, 0));
     return outcome == goOn ? 1 : outcome == timeOver ? -ETIMEDOUT : -outcome;
+}
+
+int32_t unsent(void* device) noexcept {
+    TtyDevice& tty = of(device);
+    const int32_t queued = std::max(queuedOutput(tty), 0);
+    if (tty.isPty || tty.hungUp)
+        return 0;
+    if (tty.tellsTransmitter)
+        return queued + (transmitterEmpty(tty) ? 0 : 1);
+    const int64_t busy = tty.lineBusyUntil - nowNanoseconds();
+    const int64_t left = busy <= 0 ? 0 : busy * tty.bitRate / (bitsPerByte * 1'000'000'000) + 1;
+    return std::max(queued, static_cast<int32_t>(std::min<int64_t>(left, INT32_MAX)));
 }
 
 } // namespace brisolt::tty

@@ -1,0 +1,40 @@
+// The exported functions that open by path and set a line and read it back.
+#include "api/border.h"
+#include "api/sized_records.h"
+#include "brisolt_host.h"
+#include "port/exchange.h"
+#include "port/line_exchange.h"
+#include "port/open_close.h"
+#include "virtual/virtual_ports.h"
+
+using namespace brisolt;
+
+BRISOLT_EXPORT int32_t ComHostOpen(const char* path, int32_t baudRate, const char* framing) {
+    return guarded(-20, [&] { return openPath(path, baudRate, framing); });
+}
+
+BRISOLT_EXPORT int32_t ComHostClose(int32_t port, int32_t milliseconds) {
+    return onPort(port, -1, [milliseconds](Port& open) {
+        if (milliseconds != 0)
+            exchange::drain(open, milliseconds);
+        bool left = exchange::notLeft(open) > 0;
+        int32_t closed = open.hasDevice() ? closePortAtOnce(open) : closeVirtualAtOnce(open);
+        return closed == 1 && left ? 0 : closed;
+    });
+}
+
+BRISOLT_EXPORT int32_t ComHostSetLine(int32_t port, int32_t baudRate, const char* framing, int32_t flow) {
+    return onPort(port, -1, [&](Port& open) { return setLine(open, baudRate, framing, flow); });
+}
+
+BRISOLT_EXPORT int32_t ComHostGetLine(int32_t port, ComHostLineState* state) {
+    if (!holdsAll(state))
+        return -1;
+    return onPort(port, -1, [state](Port& open) {
+        ComHostLineState answer{};
+        int32_t result = getLine(open, answer);
+        if (result == 1)
+            fill(*state, answer);
+        return result;
+    });
+}

@@ -1,0 +1,580 @@
+#include "device/kept_device.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <utility>
+
+#include "device/keeper.h"
+#include "platform/serial.h"
+#include "platform/signal.h"
+
+namespace brisolt::drivers {
+
+namespace {
+
+void addLines(ComHostCounters& sum, const ComHostCounters& more) noexcept {
+    using Counter = uint32_t ComHostCounters::*;
+    constexpr Counter lines[] = {
+        &ComHostCounters::cts,    &ComHostCounters::dsr,     &ComHostCounters::carrier,
+        &ComHostCounters::ring,   &ComHostCounters::breaks,  &ComHostCounters::framing,
+        &ComHostCounters::parity, &ComHostCounters::overrun, &ComHostCounters::overflow};
+    for (Counter line : lines)
+        sum.*line += more.*line;
+}
+
+/// One of the two places below a kept device.
+struct Place {
+    std::atomic<uint32_t> holds{0}; ///< 0: nobody may come in any more
+    std::atomic<bool> empty{true};
+    Opened device;
+};
+
+/// What the program has set, to be set again.
+struct Remembered {
+    ComHostLineState line{};
+    bool lineSet = false;
+    ComHostTimeouts timeouts{};
+    bool timeoutsSet = false;
+    uint32_t inQueue = 0, outQueue = 0;
+    bool queuesSet = false;
+    std::optional<bool> dtr, rts; ///< as last driven
+};
+
+class KeptDevice {
+public:
+    KeptDevice(std::string path, const DeviceOptions& options, bool hostDevice, OpenInner open) noexcept
+        : path_(std::move(path)), options_(options), hostDevice_(hostDevice), open_(open) {}
+
+    int32_t openFirst(Opened& shown);
+    void end() noexcept;
+
+    /// A hold on the device that is there; empty while it is away.
+    class Inside {
+    public:
+        explicit Inside(KeptDevice& kept) noexcept;
+        ~Inside() {
+            if (place_ != nullptr)
+                kept_.leave(*place_);
+        }
+        Inside(const Inside&) = delete;
+        Inside& operator=(const Inside&) = delete;
+        explicit operator bool() const noexcept { return place_ != nullptr; }
+        bool isCurrent() const noexcept { return kept_.current_ == place_; }
+        const ComHostDriver& driver() const noexcept { return place_->device.driver; }
+        void* self() const noexcept { return place_->device.self; }
+
+    private:
+        KeptDevice& kept_;
+        Place* place_ = nullptr;
+    };
+
+    bool lost() const noexcept { return lost_.load(std::memory_order_acquire); }
+    int32_t state() const noexcept { return state_.load(std::memory_order_acquire); }
+    int32_t wait(uint32_t events, int32_t wake, int32_t milliseconds) noexcept;
+    /// Tells the keeper when the device that somebody is in has gone.
+    void noteIfGone(const Inside& inside) noexcept;
+    int32_t counters(ComHostCounters& counters) noexcept;
+    uint32_t watch(uint32_t events, void (*changed)(void*), void* argument) noexcept;
+    int32_t setLineState(const ComHostLineState& state) noexcept;
+    int32_t getLineState(ComHostLineState& state) noexcept;
+    int32_t setTimeouts(const ComHostTimeouts& timeouts) noexcept;
+    int32_t getTimeouts(ComHostTimeouts& timeouts) noexcept;
+    int32_t setQueues(uint32_t inSize, uint32_t outSize) noexcept;
+    int32_t line(uint32_t function) noexcept;
+    void cancel(bool on) noexcept;
+
+private:
+    bool refuses(const Inside& inside, int32_t result) noexcept;
+    static clock::Deadline step(void* self) noexcept { return static_cast<KeptDevice*>(self)->moveOn(); }
+    clock::Deadline moveOn() noexcept;
+    clock::Deadline nextTry() noexcept;
+    Place* freePlace() noexcept;
+    void put(Place& place, const Opened& opened) noexcept;
+    void leave(Place& place) noexcept;
+    void takeOut() noexcept;
+    bool seek() noexcept;
+    std::string pathNow() const;
+    DeviceOptions optionsNow() noexcept;
+    void setUp(const Opened& opened) noexcept;
+    void tellChanged() noexcept;
+
+    const std::string path_;
+    const DeviceOptions options_;
+    const bool hostDevice_;
+    const OpenInner open_;
+    serial::Identity identity_;
+
+    Place places_[2];
+    std::atomic<Place*> current_{nullptr};
+    std::atomic<int32_t> state_{COM_HOST_DEVICE_THERE};
+    std::atomic<bool> lost_{false};
+    std::atomic<bool> cancelled_{false};
+    Signal arrived_; ///< while the device is away: set when that is over, one way or the other
+    keeper::Task task_;
+    static constexpr uint32_t firstPause = 100; ///< milliseconds
+    uint32_t pause_ = firstPause;               ///< this and the next: the keeper's
+    clock::Deadline soughtUntil_ = clock::Deadline::never();
+
+    std::mutex mutex_; ///< what follows
+    Remembered remembered_;
+    ComHostCounters before_{}; ///< of the devices that have been here
+    uint32_t gone_ = 0, back_ = 0;
+
+    std::mutex watchMutex_; ///< what follows; held while it is called
+    uint32_t watched_ = 0;
+    void (*changed_)(void*) = nullptr;
+    void* argument_ = nullptr;
+};
+
+// ---- holds
+
+KeptDevice::Inside::Inside(KeptDevice& kept) noexcept : kept_(kept) {
+    for (Place* place = kept.current_.load(); place != nullptr; place = kept.current_.load()) {
+        uint32_t holds = place->holds.load(std::memory_order_relaxed);
+        while (holds != 0 &&
+               !place->holds.compare_exchange_weak(holds, holds + 1, std::memory_order_acq_rel)) {
+        }
+        if (holds == 0)
+            continue; // on its way out
+        if (kept.current_.load() == place) {
+            place_ = place;
+            return;
+        }
+        kept.leave(*place);
+    }
+}
+
+void KeptDevice::leave(Place& place) noexcept {
+    if (place.holds.fetch_sub(1, std::memory_order_acq_rel) != 1)
+        return;
+    place.device.driver.close(place.device.self);
+    place.empty.store(true, std::memory_order_release);
+    keeper::wake(); // it may wait for the place, or for the device's name to come free
+}
+
+Place* KeptDevice::freePlace() noexcept {
+    for (Place& place : places_)
+        if (place.empty.load(std::memory_order_acquire))
+            return &place;
+    return nullptr;
+}
+
+void KeptDevice::put(Place& place, const Opened& opened) noexcept {
+    place.empty = false;
+    place.device = opened;
+    place.holds.store(1, std::memory_order_release);
+    const std::scoped_lock guard(mutex_);
+    lost_ = false;
+    current_ = &place;
+}
+
+// ---- the life
+
+int32_t KeptDevice::openFirst(Opened& shown) {
+    if (arrived_.descriptor() < 0)
+        return -EMFILE;
+    Opened opened;
+    if (const int32_t result = open_(path_, options_, opened); result < 0)
+        return result;
+    if (hostDevice_)
+        identity_ = serial::identityOf(path_);
+    put(places_[0], opened);
+    task_ = {.self = this, .step = step, .path = hostDevice_ ? path_.c_str() : nullptr};
+    if (!keeper::add(task_)) {
+        end();
+        return -ENOMEM;
+    }
+    shown = opened;
+    return 1;
+}
+
+void KeptDevice::end() noexcept {
+    keeper::remove(task_);
+    watch(0, nullptr, nullptr);
+    if (Place* place = current_.exchange(nullptr))
+        leave(*place);
+}
+
+clock::Deadline KeptDevice::moveOn() noexcept {
+    if (state() == COM_HOST_DEVICE_THERE && lost_)
+        takeOut();
+    if (state() != COM_HOST_DEVICE_SOUGHT || seek())
+        return clock::Deadline::never();
+    if (soughtUntil_.passed()) {
+        state_ = COM_HOST_DEVICE_GONE;
+        arrived_.set();
+        tellChanged();
+        return clock::Deadline::never();
+    }
+    return hostDevice_ ? soughtUntil_ : clock::Deadline::earlier(soughtUntil_, nextTry());
+}
+
+/// Where no host tells, it is tried again after a while, and then after twice as long each time.
+clock::Deadline KeptDevice::nextTry() noexcept {
+    constexpr uint32_t longest = 5000; // milliseconds
+    pause_ = std::min(pause_ * 2, longest);
+    return clock::Deadline::in(pause_);
+}
+
+void KeptDevice::takeOut() noexcept {
+    Place* place = current_.load();
+    if (place == nullptr)
+        return;
+    const ComHostDriver& driver = place->device.driver;
+    ComHostCounters counted{};
+    counted.size = sizeof counted;
+    const bool counts = driver.counters != nullptr && driver.counters(place->device.self, &counted) > 0;
+    {
+        const std::scoped_lock guard(mutex_);
+        if (counts)
+            addLines(before_, counted);
+        ++gone_;
+    }
+    soughtUntil_ = options_.keepSeconds == DeviceOptions::forEver
+                       ? clock::Deadline::never()
+                       : clock::Deadline::in(static_cast<uint32_t>(options_.keepSeconds) * 1000U);
+    state_ = COM_HOST_DEVICE_SOUGHT;
+    {
+        const std::scoped_lock guard(mutex_);
+        current_ = nullptr;
+    }
+    if (driver.watch != nullptr)
+        driver.watch(place->device.self, 0, nullptr, nullptr);
+    if (driver.cancel != nullptr)
+        driver.cancel(place->device.self, 1); // whoever waits for its line waits no more
+    leave(*place);
+    pause_ = firstPause / 2;
+    tellChanged();
+}
+
+std::string KeptDevice::pathNow() const {
+    if (!identity_.known())
+        return path_;
+    for (const serial::UsbDevice& device : serial::usbDevices())
+        if (identity_.isOf(device.identity))
+            return device.path;
+    return {};
+}
+
+/// The lines begin as the program has left them.
+DeviceOptions KeptDevice::optionsNow() noexcept {
+    DeviceOptions now = options_;
+    const std::scoped_lock guard(mutex_);
+    if (remembered_.dtr.has_value())
+        now.dtr = *remembered_.dtr ? LineStart::raise : LineStart::lower;
+    if (remembered_.rts.has_value())
+        now.rts = *remembered_.rts ? LineStart::raise : LineStart::lower;
+    return now;
+}
+
+bool KeptDevice::seek() noexcept try {
+    Place* place = freePlace();
+    if (place == nullptr)
+        return false;
+    const std::string path = pathNow();
+    Opened opened;
+    if (path.empty() || open_(path, optionsNow(), opened) < 0)
+        return false;
+    setUp(opened);
+    put(*place, opened);
+    {
+        const std::scoped_lock guard(mutex_);
+        ++back_;
+    }
+    state_ = COM_HOST_DEVICE_THERE;
+    if (cancelled_) // meanwhile
+        cancel(true);
+    arrived_.set();
+    tellChanged();
+    return true;
+} catch (...) {
+    return false; // no memory now; it is tried again with the next news
+}
+
+void KeptDevice::setUp(const Opened& opened) noexcept {
+    const std::scoped_lock guard(mutex_);
+    const ComHostDriver& driver = opened.driver;
+    Remembered& all = remembered_;
+    if (all.queuesSet && driver.setQueues != nullptr)
+        driver.setQueues(opened.self, all.inQueue, all.outQueue);
+    if (all.timeoutsSet && driver.setTimeouts != nullptr)
+        driver.setTimeouts(opened.self, &all.timeouts);
+    if (all.lineSet && driver.setLineState != nullptr)
+        driver.setLineState(opened.self, &all.line);
+    if (driver.line == nullptr)
+        return;
+    if (all.dtr.has_value())
+        driver.line(opened.self, *all.dtr ? COM_HOST_LINE_SET_DTR : COM_HOST_LINE_CLEAR_DTR);
+    if (all.rts.has_value())
+        driver.line(opened.self, *all.rts ? COM_HOST_LINE_SET_RTS : COM_HOST_LINE_CLEAR_RTS);
+}
+
+void KeptDevice::tellChanged() noexcept {
+    const std::scoped_lock guard(watchMutex_);
+    const Inside inside(*this);
+    if (inside && watched_ != 0 && inside.driver().watch != nullptr)
+        inside.driver().watch(inside.self(), watched_, changed_, argument_);
+    if (changed_ != nullptr)
+        changed_(argument_);
+}
+
+// ---- what is asked of it
+
+void KeptDevice::noteIfGone(const Inside& inside) noexcept {
+    const ComHostDriver& driver = inside.driver();
+    if (driver.state == nullptr || driver.state(inside.self()) == COM_HOST_DEVICE_THERE)
+        return;
+    {
+        const std::scoped_lock guard(mutex_);
+        if (lost_ || !inside.isCurrent())
+            return;
+        lost_ = true;
+        arrived_.clear();
+    }
+    keeper::wake();
+}
+
+int32_t KeptDevice::wait(uint32_t events, int32_t wake, int32_t milliseconds) noexcept {
+    {
+        const Inside inside(*this);
+        if (inside && !lost_) {
+            const int32_t held = inside.driver().wait(inside.self(), events, wake, milliseconds);
+            if (held <= 0)
+                noteIfGone(inside);
+            return held;
+        }
+    }
+    if (milliseconds == 0)
+        return 0;
+    const int32_t until = state() == COM_HOST_DEVICE_GONE ? -1 : arrived_.descriptor();
+    Watch watches[] = {{.descriptor = wake, .forRead = true}, {.descriptor = until, .forRead = true}};
+    return waitAny(watches, milliseconds) < 0 ? -EINTR : 0;
+}
+
+int32_t KeptDevice::counters(ComHostCounters& counters) noexcept {
+    ComHostCounters now{};
+    now.size = sizeof now;
+    {
+        const Inside inside(*this);
+        if (inside && inside.driver().counters != nullptr)
+            inside.driver().counters(inside.self(), &now);
+    }
+    const std::scoped_lock guard(mutex_);
+    addLines(now, before_);
+    now.gone = gone_;
+    now.back = back_;
+    counters = now;
+    return 1;
+}
+
+uint32_t KeptDevice::watch(uint32_t events, void (*changed)(void*), void* argument) noexcept {
+    const std::scoped_lock guard(watchMutex_);
+    watched_ = events;
+    changed_ = events != 0 ? changed : nullptr;
+    argument_ = argument;
+    constexpr uint32_t own = COM_HOST_EVENT_GONE | COM_HOST_EVENT_BACK;
+    const Inside inside(*this);
+    uint32_t told = events & own;
+    if (inside && inside.driver().watch != nullptr)
+        told |= inside.driver().watch(inside.self(), events, changed, argument);
+    return told;
+}
+
+/// A setting that a device refuses has not been made; one that is made while none is there is made later.
+bool KeptDevice::refuses(const Inside& inside, int32_t result) noexcept {
+    if (!inside || result > 0)
+        return false;
+    noteIfGone(inside);
+    return inside.driver().state == nullptr || inside.driver().state(inside.self()) == COM_HOST_DEVICE_THERE;
+}
+
+int32_t KeptDevice::setLineState(const ComHostLineState& state) noexcept {
+    const Inside inside(*this);
+    const int32_t result = inside && inside.driver().setLineState != nullptr
+                               ? inside.driver().setLineState(inside.self(), &state)
+                               : 1;
+    if (refuses(inside, result))
+        return result;
+    const std::scoped_lock guard(mutex_);
+    remembered_.line = state;
+    remembered_.lineSet = true;
+    return 1;
+}
+
+int32_t KeptDevice::getLineState(ComHostLineState& state) noexcept {
+    const Inside inside(*this);
+    if (inside && inside.driver().getLineState != nullptr &&
+        inside.driver().getLineState(inside.self(), &state) > 0)
+        return 1;
+    const std::scoped_lock guard(mutex_);
+    state = remembered_.line;
+    return remembered_.lineSet ? 1 : -ENODEV;
+}
+
+int32_t KeptDevice::setTimeouts(const ComHostTimeouts& timeouts) noexcept {
+    const Inside inside(*this);
+    const int32_t result = inside && inside.driver().setTimeouts != nullptr
+                               ? inside.driver().setTimeouts(inside.self(), &timeouts)
+                               : 1;
+    if (refuses(inside, result))
+        return result;
+    const std::scoped_lock guard(mutex_);
+    remembered_.timeouts = timeouts;
+    remembered_.timeoutsSet = true;
+    return 1;
+}
+
+int32_t KeptDevice::getTimeouts(ComHostTimeouts& timeouts) noexcept {
+    const std::scoped_lock guard(mutex_);
+    timeouts = remembered_.timeouts;
+    return remembered_.timeoutsSet ? 1 : -ENODEV;
+}
+
+int32_t KeptDevice::setQueues(uint32_t inSize, uint32_t outSize) noexcept {
+    const Inside inside(*this);
+    const int32_t result = inside && inside.driver().setQueues != nullptr
+                               ? inside.driver().setQueues(inside.self(), inSize, outSize)
+                               : 1;
+    if (refuses(inside, result))
+        return result;
+    const std::scoped_lock guard(mutex_);
+    remembered_.inQueue = inSize;
+    remembered_.outQueue = outSize;
+    remembered_.queuesSet = true;
+    return 1;
+}
+
+int32_t KeptDevice::line(uint32_t function) noexcept {
+    const Inside inside(*this);
+    const int32_t result = inside ? inside.driver().line(inside.self(), function) : 1;
+    if (refuses(inside, result))
+        return result;
+    const std::scoped_lock guard(mutex_);
+    switch (function) {
+    case COM_HOST_LINE_SET_DTR: remembered_.dtr = true; break;
+    case COM_HOST_LINE_CLEAR_DTR: remembered_.dtr = false; break;
+    case COM_HOST_LINE_SET_RTS: remembered_.rts = true; break;
+    case COM_HOST_LINE_CLEAR_RTS: remembered_.rts = false; break;
+    default: break;
+    }
+    return 1;
+}
+
+void KeptDevice::cancel(bool on) noexcept {
+    cancelled_ = on;
+    const Inside inside(*this);
+    if (inside && inside.driver().cancel != nullptr)
+        inside.driver().cancel(inside.self(), on ? 1 : 0);
+}
+
+// ---- the driver's record
+
+KeptDevice& of(void* device) noexcept {
+    return *static_cast<KeptDevice*>(device);
+}
+
+/// Hands a call over to the device that is there.
+template <auto Function, class... Arguments> int32_t handOver(void* device, Arguments... arguments) noexcept {
+    const KeptDevice::Inside inside(of(device));
+    return inside ? (inside.driver().*Function)(inside.self(), arguments...) : -ENODEV;
+}
+
+void closeKept(void* device) noexcept {
+    const std::unique_ptr<KeptDevice> kept(&of(device));
+    kept->end();
+}
+
+int32_t readKept(void* device, void* buffer, int32_t count) noexcept {
+    KeptDevice& kept = of(device);
+    const KeptDevice::Inside inside(kept);
+    const int32_t got = inside ? inside.driver().read(inside.self(), buffer, count) : 0;
+    if (inside && got <= 0)
+        kept.noteIfGone(inside);
+    return got;
+}
+
+int32_t writeKept(void* device, const void* buffer, int32_t count, uint32_t how, int32_t* error) noexcept {
+    KeptDevice& kept = of(device);
+    *error = 0;
+    const KeptDevice::Inside inside(kept);
+    if (!inside) { // there is no room until it is back
+        *error = kept.state() == COM_HOST_DEVICE_GONE ? ENODEV : how == COM_HOST_WRITE_NOW ? 0 : ETIMEDOUT;
+        return 0;
+    }
+    const int32_t taken = inside.driver().write(inside.self(), buffer, count, how, error);
+    if (taken < count) {
+        kept.noteIfGone(inside);
+        if (how == COM_HOST_WRITE_NOW && kept.lost())
+            *error = 0;
+    }
+    return taken;
+}
+
+int32_t statusKept(void* device, uint32_t wanted, ComHostStatus* status) noexcept {
+    return handOver<&ComHostDriver::status>(device, wanted, status);
+}
+
+int32_t unsentKept(void* device) noexcept {
+    return std::max(handOver<&ComHostDriver::unsent>(device), 0);
+}
+
+/// What the device below cannot do the kept one cannot do either.
+ComHostDriver recordFor(const ComHostDriver& inner) noexcept {
+    ComHostDriver record{};
+    record.size = sizeof record;
+    record.close = closeKept;
+    record.read = readKept;
+    record.write = writeKept;
+    record.setLineState = [](void* d, const ComHostLineState* s) { return of(d).setLineState(*s); };
+    record.getLineState = [](void* d, ComHostLineState* s) { return of(d).getLineState(*s); };
+    record.setTimeouts = [](void* d, const ComHostTimeouts* t) { return of(d).setTimeouts(*t); };
+    record.getTimeouts = [](void* d, ComHostTimeouts* t) { return of(d).getTimeouts(*t); };
+    record.setQueues = [](void* d, uint32_t in, uint32_t out) { return of(d).setQueues(in, out); };
+    record.cancel = [](void* d, int32_t on) { of(d).cancel(on != 0); };
+    record.counters = [](void* d, ComHostCounters* c) { return of(d).counters(*c); };
+    record.watch = [](void* d, uint32_t e, void (*f)(void*), void* a) { return of(d).watch(e, f, a); };
+    record.state = [](void* d) { return of(d).state(); };
+    if (inner.wait != nullptr)
+        record.wait = [](void* d, uint32_t e, int32_t w, int32_t m) { return of(d).wait(e, w, m); };
+    if (inner.line != nullptr)
+        record.line = [](void* d, uint32_t function) { return of(d).line(function); };
+    if (inner.status != nullptr)
+        record.status = statusKept;
+    if (inner.unsent != nullptr)
+        record.unsent = unsentKept;
+    record.properties =
+        inner.properties != nullptr ? handOver<&ComHostDriver::properties, ComHostProperties*> : nullptr;
+    record.setEventMask =
+        inner.setEventMask != nullptr ? handOver<&ComHostDriver::setEventMask, uint32_t> : nullptr;
+    record.purge = inner.purge != nullptr ? handOver<&ComHostDriver::purge, uint32_t> : nullptr;
+    record.modemStatus =
+        inner.modemStatus != nullptr ? handOver<&ComHostDriver::modemStatus, uint32_t*> : nullptr;
+    record.flush = inner.flush != nullptr ? handOver<&ComHostDriver::flush> : nullptr;
+    record.descriptor = inner.descriptor != nullptr ? handOver<&ComHostDriver::descriptor> : nullptr;
+    return record;
+}
+
+} // namespace
+
+int32_t openKept(const std::string& path, const DeviceOptions& options, bool hostDevice, OpenInner open,
+                 Opened& opened) {
+    auto kept = std::make_unique<KeptDevice>(path, options, hostDevice, open);
+    Opened first;
+    if (const int32_t result = kept->openFirst(first); result < 0)
+        return result;
+    opened.driver = recordFor(first.driver);
+    opened.handle = first.handle;
+    opened.self = kept.release();
+    return 1;
+}
+
+bool isKept(const ComHostDriver& driver) noexcept {
+    return driver.close == closeKept;
+}
+
+} // namespace brisolt::drivers

@@ -1,0 +1,103 @@
+// Opening a device by its path: what stands before the options is a device of the host, a USB device by its
+// numbers, or a scheme of a driver; what stands behind them is done here and by the driver.
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "device/device_path.h"
+#include "device/driver_registry.h"
+#include "device/kept_device.h"
+#include "device/usb_path.h"
+#include "platform/error_text.h"
+#include "platform/file.h"
+#include "platform/serial.h"
+
+namespace brisolt::drivers {
+
+namespace {
+
+/// What a driver that knows nothing of our options lets us do through its own functions.
+constexpr uint32_t possibleForAll = optionDtr | optionRts | optionClose | optionLowLatency | optionKeep |
+                                    optionRs485 | optionRs485Rts | optionRs485Before | optionRs485After;
+
+int32_t refuse(const std::string& path, const std::string& why) {
+    setErrorText("cannot open " + path + ": " + why);
+    return -EINVAL;
+}
+
+int32_t openHostDevice(const std::string& path, const DeviceOptions& options, Opened& opened) {
+    opened.driver = serial::ttyDriver();
+    const int32_t result = serial::openTty(path.c_str(), options, &opened.self, &opened.handle);
+    if (result == -ENOMEM)
+        setErrorTextFrom({"cannot open ", path, ": ", std::strerror(ENOMEM)});
+    return result;
+}
+
+int32_t openScheme(const std::string& path, const DeviceOptions&, Opened& opened) {
+    return openDriver(path, opened);
+}
+
+/// An option that asks for what only a tty has.
+uint32_t impossible(const DevicePath& device) noexcept {
+    const DeviceOptions& options = device.options;
+    const DeviceOptions defaults;
+    uint32_t keys = device.asked & ~possibleForAll;
+    if (options.exclusive == defaults.exclusive)
+        keys &= ~uint32_t{optionExclusive};
+    if (options.restore == defaults.restore)
+        keys &= ~uint32_t{optionRestore};
+    if (!options.marks)
+        keys &= ~uint32_t{optionMarks};
+    if (!options.rs485.echo)
+        keys &= ~uint32_t{optionRs485Echo};
+    if (options.rs485.resistor == Rs485Resistor::leave)
+        keys &= ~uint32_t{optionRs485Termination};
+    if (options.rs485.mode == Rs485Mode::driver)
+        keys |= optionRs485;
+    return keys;
+}
+
+/// A file whose name merely looks as if it had options.
+bool isFile(const std::string& path) {
+    return path.find('?') != std::string::npos && file::taken(path.c_str());
+}
+
+int32_t openThrough(const DevicePath& device, bool hostDevice, OpenInner open, Opened& opened) {
+    if (device.options.keepSeconds == 0)
+        return open(device.name, device.options, opened);
+    return openKept(device.name, device.options, hostDevice, open, opened);
+}
+
+int32_t openDevice(const std::string& path, DeviceOptions& options, Opened& opened) {
+    DevicePath device;
+    std::string error;
+    const bool known = hasDriver(path);
+    if (!known && isFile(path)) {
+        device.name = path;
+        return openThrough(device, true, openHostDevice, opened);
+    }
+    if (!readDevicePath(path, known, device, error))
+        return refuse(path, error);
+    options = device.options;
+    opened.hasOptions = device.asked != 0;
+    if (known) {
+        if (const uint32_t keys = impossible(device); keys != 0)
+            return refuse(path, "the option " + std::string(optionName(keys)) + " is not possible here");
+        return openThrough(device, false, openScheme, opened);
+    }
+    if (isUsbPath(device.name) && !findUsbDevice(device.name, device.name, error))
+        return refuse(path, error);
+    return openThrough(device, true, openHostDevice, opened);
+}
+
+} // namespace
+
+int32_t openPath(const std::string& path, DeviceOptions& options, Opened& opened) noexcept try {
+    return openDevice(path, options, opened);
+} catch (...) {
+    setErrorTextFrom({"cannot open ", path, ": ", std::strerror(ENOMEM)});
+    return -ENOMEM;
+}
+
+} // namespace brisolt::drivers

@@ -1,0 +1,138 @@
+// Tells a window or a thread of serial devices that come and go. While somebody asks, one thread sleeps until the
+// folder of the devices changes.
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <utility>
+
+#include "platform/folder_watch.h"
+#include "platform/message.h"
+#include "platform/posix/device_list.h"
+#include "platform/posix/kernel_files.h"
+#include "platform/serial.h"
+#include "platform/signal.h"
+#include "platform/thread.h"
+
+namespace brisolt::serial {
+
+namespace {
+
+/// One life of the thread: it belongs to the thread and to whoever asked.
+struct Teller {
+    std::mutex mutex;
+    int32_t window = 0;
+    uint32_t thread = 0;
+    bool over = false; ///< nobody asks any more
+    Signal called;
+    FolderWatch folders;
+    std::vector<std::string> known; ///< the thread's
+
+    bool usable() const noexcept { return called.descriptor() >= 0 && folders.usable(); }
+    void run();
+    void compare();
+    void tell(bool came) noexcept;
+};
+
+constinit std::mutex tellerMutex;
+constinit std::shared_ptr<Teller>* teller = nullptr; ///< under tellerMutex; null: nobody asks
+
+/// The serial devices that can be opened by a name.
+std::vector<std::string> present() {
+    std::vector<std::string> paths;
+    for (ListedDevice& device : listBelow("/sys/class/tty"))
+        if (kernelFiles::isThere(device.path))
+            paths.push_back(std::move(device.path));
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+void Teller::tell(bool came) noexcept {
+    const std::scoped_lock guard(mutex); // who has ended it gets nothing afterwards
+    if (over)
+        return;
+    if (window != 0)
+        message::postToWindow(window, COM_HOST_MESSAGE_DEVICES, came ? 1 : 0, 0);
+    else
+        message::postToThread(thread, COM_HOST_MESSAGE_DEVICES, came ? 1 : 0, 0);
+}
+
+void Teller::compare() {
+    std::vector<std::string> now = present();
+    const auto missingIn = [](const std::vector<std::string>& paths, const std::string& path) {
+        return !std::binary_search(paths.begin(), paths.end(), path);
+    };
+    for (const std::string& path : known)
+        if (missingIn(now, path))
+            tell(false);
+    for (const std::string& path : now)
+        if (missingIn(known, path))
+            tell(true);
+    known = std::move(now);
+}
+
+void Teller::run() {
+    for (;;) {
+        Watch watches[] = {{.descriptor = called.descriptor(), .forRead = true},
+                           {.descriptor = folders.descriptor(), .forRead = true}};
+        waitAny(watches, -1);
+        {
+            const std::scoped_lock guard(mutex);
+            if (over)
+                return;
+        }
+        try {
+            folders.collect([](const std::string&, FolderWatch::Change) {}); // a look is at everything
+            compare();
+        } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): the next news show this one, too
+        }
+    }
+}
+
+void tellerMain(void* argument) {
+    const std::unique_ptr<std::shared_ptr<Teller>> own(static_cast<std::shared_ptr<Teller>*>(argument));
+    (*own)->run();
+}
+
+void endTeller() noexcept {
+    const std::unique_ptr<std::shared_ptr<Teller>> ended(std::exchange(teller, nullptr));
+    if (ended == nullptr)
+        return;
+    const std::scoped_lock guard((*ended)->mutex);
+    (*ended)->over = true;
+    (*ended)->called.set();
+}
+
+bool startTeller(int32_t window, uint32_t thread) {
+    auto made = std::make_shared<Teller>();
+    if (!made->usable() || !made->folders.watchFor("/dev/ttyS0"))
+        return false;
+    made->window = window;
+    made->thread = thread;
+    made->known = present(); // after the watch: what comes in between is told
+    auto ours = std::make_unique<std::shared_ptr<Teller>>(made);
+    auto theirs = std::make_unique<std::shared_ptr<Teller>>(made);
+    if (!thread::start(tellerMain, theirs.get(), "brisolt-news"))
+        return false;
+    theirs.release();
+    teller = ours.release();
+    return true;
+}
+
+} // namespace
+
+bool tellOfDevices(int32_t window, uint32_t thread) {
+    const std::scoped_lock guard(tellerMutex);
+    if (window == 0 && thread == 0) {
+        endTeller();
+        return true;
+    }
+    if (teller == nullptr)
+        return startTeller(window, thread);
+    const std::scoped_lock theirs((*teller)->mutex);
+    (*teller)->window = window;
+    (*teller)->thread = thread;
+    return true;
+}
+
+} // namespace brisolt::serial

@@ -1,0 +1,109 @@
+#include "platform/posix/tty/uucp_lock.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace brisolt::tty {
+
+namespace {
+
+constexpr const char* folder = "/run/lock/";
+constexpr mode_t everybodyReads = 0644;
+
+/// The process in a lock file: ten digits, or as some old programs write it, the bare number. Nothing: there is no
+/// such file. 0: it cannot be told, which is as good as nobody.
+std::optional<pid_t> ownerOf(const std::string& file) {
+    const int32_t descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0)
+        return errno == ENOENT ? std::nullopt : std::optional<pid_t>(0);
+    std::array<char, 32> text{};
+    const ssize_t length = ::read(descriptor, text.data(), text.size() - 1);
+    ::close(descriptor);
+    if (length == static_cast<ssize_t>(sizeof(pid_t)) &&
+        std::none_of(text.begin(), text.begin() + 4,
+                     [](char c) { return c == ' ' || (c >= '0' && c <= '9'); })) {
+        pid_t binary = 0;
+        std::memcpy(&binary, text.data(), sizeof binary);
+        return binary;
+    }
+    return static_cast<pid_t>(std::strtol(text.data(), nullptr, 10));
+}
+
+bool lives(pid_t process) noexcept {
+    return process > 0 && (kill(process, 0) == 0 || errno == EPERM);
+}
+
+/// Made whole under another name and linked, so that nobody ever reads half a lock.
+bool make(const std::string& file) {
+    static std::atomic<uint32_t> count{0};
+    const std::string draft =
+        folder + ("LTMP." + std::to_string(getpid()) + "." + std::to_string(count.fetch_add(1)));
+    const int32_t descriptor =
+        ::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, everybodyReads);
+    if (descriptor < 0)
+        return false;
+    std::array<char, 16> text{};
+    const int32_t length = std::snprintf(text.data(), text.size(), "%10d\n", getpid());
+    const bool whole = ::write(descriptor, text.data(), static_cast<std::size_t>(length)) == length;
+    ::close(descriptor);
+    const bool linked = whole && link(draft.c_str(), file.c_str()) == 0;
+    unlink(draft.c_str());
+    return linked;
+}
+
+} // namespace
+
+std::string UucpLock::fileFor(const std::string& path) {
+    std::string name = path;
+    if (char* whole = realpath(path.c_str(), nullptr)) {
+        name = whole;
+        std::free(whole);
+    }
+    constexpr std::string_view devices = "/dev/";
+    if (name.compare(0, devices.size(), devices) == 0)
+        name.erase(0, devices.size());
+    std::replace(name.begin(), name.end(), '/', '_');
+    return std::string(folder) + "LCK.." + name;
+}
+
+int32_t UucpLock::take(const std::string& path) {
+    constexpr int32_t tries = 3; // a dead process's lock is taken away, and somebody may be quicker
+    const std::string file = fileFor(path);
+    for (int32_t i = 0; i < tries; ++i) {
+        if (const std::optional<pid_t> owner = ownerOf(file)) {
+            if (*owner == getpid())
+                return 0;
+            if (lives(*owner))
+                return *owner;
+            if (unlink(file.c_str()) != 0)
+                return 0;
+        }
+        if (make(file)) {
+            file_ = file;
+            return 0;
+        }
+        if (access(folder, W_OK) != 0)
+            return 0;
+    }
+    return 0;
+}
+
+void UucpLock::release() noexcept try {
+    if (!file_.empty() && ownerOf(file_) == getpid())
+        unlink(file_.c_str());
+    file_.clear();
+} catch (...) { // NOLINT(bugprone-empty-catch): the file is a dead process's soon
+}
+
+} // namespace brisolt::tty

@@ -1,0 +1,32 @@
+#include "port/event_wait.h"
+
+#include "port/waits.h"
+
+namespace brisolt {
+
+int32_t waitForEvent(Port& port, uint32_t events, ComHostCounters& seen, int32_t milliseconds) {
+    constexpr int32_t closed = -1, cancelledByUser = -3, cannotTell = -4, interrupted = -5;
+    if (!port.hasDevice() || port.counters.ask(port, events) == 0)
+        return cannotTell;
+    uint32_t cancels = port.cancels.load();
+    auto until = milliseconds < 0 ? clock::Deadline::never()
+                                  : clock::Deadline::in(static_cast<uint32_t>(milliseconds));
+    for (;;) {
+        uint32_t count = port.events.count();
+        ComHostCounters now = port.counters.now(port);
+        if (uint32_t differ = PortCounters::differing(now, seen, events); differ != 0) {
+            PortCounters::copy(seen, now, events);
+            return static_cast<int32_t>(differ);
+        }
+        if (port.ending())
+            return closed;
+        if (port.cancels.load() != cancels)
+            return cancelledByUser;
+        if (until.passed())
+            return 0;
+        if (sleepOnPort(port, count, {.signals = true}, until).interrupted)
+            return interrupted;
+    }
+}
+
+} // namespace brisolt

@@ -1,0 +1,53 @@
+// ComHostDrain: until all that was written has left on the line. What is in the ring is sent by whoever waits;
+// for the device's own queue and its shift register no host tells, so it is asked when it may have got there.
+#include <algorithm>
+
+#include "port/exchange.h"
+#include "port/half_duplex.h"
+#include "port/port_table.h"
+#include "port/waits.h"
+
+namespace brisolt::exchange {
+
+namespace {
+
+constexpr uint32_t longestLook = 100; ///< milliseconds between two looks at a slow line
+
+/// When that many bytes may have left.
+uint32_t millisecondsFor(Port& port, int64_t bytes) noexcept {
+    constexpr int64_t bitsPerByte = 10;
+    int64_t rate = std::max<int64_t>(port.lineStateCopy().baudRate, 1);
+    return static_cast<uint32_t>(std::clamp<int64_t>(bytes * bitsPerByte * 1000 / rate, 1, longestLook));
+}
+
+} // namespace
+
+int64_t notLeft(Port& port) noexcept {
+    if (ComPortFunc function = port.record->outBufStatusFunc)
+        return std::max(function(port.number), 0);
+    // In the order of their way out: what moves on meanwhile is not missed.
+    int64_t queued = port.tx.count();
+    int64_t staged = port.staged + (port.writers.taken() ? 1 : 0) + (port.halfDuplex == rtsRaised ? 1 : 0);
+    return queued + staged + (port.hasDevice() ? port.device.unsent() : 0);
+}
+
+int32_t drain(Port& port, int32_t milliseconds) {
+    if (!port.isOpen())
+        return -1;
+    Call call(port, milliseconds);
+    for (;;) {
+        uint32_t seen = port.events.count();
+        if (int32_t end = call.ended(); end != 0)
+            return end;
+        int64_t left = notLeft(port);
+        if (left == 0)
+            return 1;
+        if (call.until().passed())
+            return 0;
+        auto look = clock::Deadline::earlier(call.until(), clock::Deadline::in(millisecondsFor(port, left)));
+        if (sleepOnPort(port, seen, {.signals = true}, look).interrupted)
+            return interrupted;
+    }
+}
+
+} // namespace brisolt::exchange

@@ -1,0 +1,117 @@
+#include "port/line_exchange.h"
+
+#include <cstdlib>
+
+#include "platform/error_text.h"
+#include "port/flow.h"
+#include "port/framing_text.h"
+
+namespace brisolt {
+
+namespace {
+
+constexpr int32_t deviceGone = -2;
+constexpr int32_t refused = -4;
+constexpr uint8_t deviceStopBits[] = {COM_HOST_STOP_1, COM_HOST_STOP_2, COM_HOST_STOP_1_5};
+
+bool isThere(const Port& port) noexcept {
+    return port.device.state() == COM_HOST_DEVICE_THERE;
+}
+
+Framing framingOf(const ComHostLineState& state) noexcept {
+    int32_t stop = state.stopBits == COM_HOST_STOP_1 ? 1 : state.stopBits == COM_HOST_STOP_2 ? 2 : 3;
+    return {.dataBits = state.dataBits, .parity = state.parity + 1, .stopBits = stop};
+}
+
+/// More than 3 % off: the far end would not understand.
+bool isOff(uint32_t wanted, uint32_t real) noexcept {
+    auto difference = std::abs(static_cast<int64_t>(wanted) - static_cast<int64_t>(real));
+    return difference * 100 > int64_t{wanted} * 3;
+}
+
+bool runsAs(const ComHostLineState& wanted, const ComHostLineState& real) noexcept {
+    constexpr uint32_t flow = COM_HOST_LINE_XON_OUTPUT | COM_HOST_LINE_XON_INPUT | COM_HOST_LINE_CTS_OUTPUT |
+                              COM_HOST_LINE_RTS_HANDSHAKE | COM_HOST_LINE_DSR_OUTPUT |
+                              COM_HOST_LINE_DTR_HANDSHAKE;
+    return !isOff(wanted.baudRate, real.baudRate) && wanted.dataBits == real.dataBits &&
+           wanted.parity == real.parity && wanted.stopBits == real.stopBits &&
+           (wanted.flags & flow) == (real.flags & flow);
+}
+
+/// What is not asked for stays; the lines, too, where no handshake moves them.
+void ask(ComHostLineState& state, int32_t baudRate, const Framing* framing, int32_t flow,
+         uint32_t outputs) noexcept {
+    if (baudRate != 0)
+        state.baudRate = static_cast<uint32_t>(baudRate);
+    if (framing != nullptr) {
+        state.dataBits = static_cast<uint8_t>(framing->dataBits);
+        state.parity = static_cast<uint8_t>(framing->parity - 1);
+        state.stopBits = deviceStopBits[framing->stopBits - 1];
+    }
+    if (flow >= 0)
+        state.flags = withFlow(state.flags, flow, outputs);
+}
+
+void record(Port& port, const ComHostLineState& state, int32_t flow) noexcept {
+    PortRecord& record = *port.record;
+    Framing framing = framingOf(state);
+    record.lineState = state;
+    record.baudRate = static_cast<int32_t>(state.baudRate);
+    record.dataBits = framing.dataBits;
+    record.parityCode = framing.parity;
+    record.stopCode = framing.stopBits;
+    if (flow >= 0)
+        record.xonXoff = xonXoffCode(flow);
+}
+
+} // namespace
+
+int32_t setLine(Port& port, int32_t baudRate, const char* framing, int32_t flow) {
+    Framing wantedFraming;
+    if (int32_t code = readFraming(framing, wantedFraming); code < 0)
+        return code;
+    if (baudRate < 0 || flow < -1 || flow >= flowModes || !port.hasDevice())
+        return -1;
+    if (!isThere(port))
+        return deviceGone;
+    std::scoped_lock guard(port.lineMutex); // no other change of the line is undone
+    ComHostLineState before{}, real{};
+    if (!port.device.getLineState(before))
+        return isThere(port) ? refused : deviceGone;
+    ComHostLineState wanted = before;
+    ask(wanted, baudRate, framing != nullptr ? &wantedFraming : nullptr, flow, port.device.outputs());
+    bool taken = port.device.setLineState(wanted) && port.device.getLineState(real);
+    if (taken && runsAs(wanted, real)) {
+        record(port, real, flow);
+        return 1;
+    }
+    if (!isThere(port))
+        return deviceGone;
+    if (taken)
+        setErrorText("the device runs at " + std::to_string(real.baudRate) + " " +
+                     framingText(framingOf(real)) + " when " + std::to_string(wanted.baudRate) + " " +
+                     framingText(framingOf(wanted)) + " is asked for");
+    port.device.setLineState(before);
+    return refused;
+}
+
+int32_t getLine(Port& port, ComHostLineState& state) {
+    if (!port.hasDevice())
+        return -1;
+    if (!isThere(port))
+        return deviceGone;
+    return port.device.getLineState(state) ? 1 : isThere(port) ? -1 : deviceGone;
+}
+
+int32_t getLines(Port& port) {
+    if (!port.hasDevice())
+        return refused;
+    if (!isThere(port))
+        return deviceGone;
+    uint32_t lines = 0;
+    if (!port.device.modemStatus(lines))
+        return isThere(port) ? refused : deviceGone;
+    return static_cast<int32_t>(lines | port.device.outputs());
+}
+
+} // namespace brisolt

@@ -1,0 +1,158 @@
+#include "port/port_counters.h"
+
+#include "platform/message.h"
+#include "port/port.h"
+
+namespace brisolt {
+
+namespace {
+
+using Counter = uint32_t ComHostCounters::*;
+
+struct Row {
+    uint32_t event;
+    Counter counter;
+};
+constexpr Row rows[] = {
+    {COM_HOST_EVENT_CTS, &ComHostCounters::cts},         {COM_HOST_EVENT_DSR, &ComHostCounters::dsr},
+    {COM_HOST_EVENT_CARRIER, &ComHostCounters::carrier}, {COM_HOST_EVENT_RING, &ComHostCounters::ring},
+    {COM_HOST_EVENT_BREAK, &ComHostCounters::breaks},    {COM_HOST_EVENT_ERROR, &ComHostCounters::framing},
+    {COM_HOST_EVENT_ERROR, &ComHostCounters::parity},    {COM_HOST_EVENT_ERROR, &ComHostCounters::overrun},
+    {COM_HOST_EVENT_ERROR, &ComHostCounters::overflow},  {COM_HOST_EVENT_GONE, &ComHostCounters::gone},
+    {COM_HOST_EVENT_BACK, &ComHostCounters::back},
+};
+
+struct ErrorRow {
+    uint32_t error;
+    Counter counter;
+};
+constexpr ErrorRow errorRows[] = {
+    {COM_HOST_ERROR_BREAK, &ComHostCounters::breaks},
+    {COM_HOST_ERROR_FRAMING, &ComHostCounters::framing},
+    {COM_HOST_ERROR_PARITY, &ComHostCounters::parity},
+    {COM_HOST_ERROR_OVERRUN, &ComHostCounters::overrun},
+    {COM_HOST_ERROR_RX_OVERFLOW, &ComHostCounters::overflow},
+};
+
+void deviceChanged(void* port) {
+    Port& changed = *static_cast<Port*>(port);
+    changed.counters.look(changed);
+}
+
+} // namespace
+
+uint32_t PortCounters::differing(const ComHostCounters& a, const ComHostCounters& b,
+                                 uint32_t events) noexcept {
+    uint32_t differ = 0;
+    for (const Row& row : rows)
+        if ((events & row.event) != 0 && a.*row.counter != b.*row.counter)
+            differ |= row.event;
+    return differ;
+}
+
+void PortCounters::copy(ComHostCounters& to, const ComHostCounters& from, uint32_t events) noexcept {
+    for (const Row& row : rows)
+        if ((events & row.event) != 0)
+            to.*row.counter = from.*row.counter;
+}
+
+// With the mutex. Unsigned differences: a device that wraps a counter is no harm.
+ComHostCounters PortCounters::read(Port& port) noexcept {
+    ComHostCounters counted = own_;
+    if (ComHostCounters device{}; port.device.counters(device))
+        for (const Row& row : rows)
+            counted.*row.counter = device.*row.counter - base_.*row.counter;
+    counted.size = sizeof counted;
+    counted.received = port.received.load(std::memory_order_relaxed);
+    counted.sent = port.sent.load(std::memory_order_relaxed);
+    return counted;
+}
+
+void PortCounters::begin(Port& port) noexcept {
+    std::scoped_lock guard(mutex_, watchMutex_);
+    base_ = own_ = told_ = {};
+    if (ComHostCounters device{}; port.device.counters(device))
+        base_ = device;
+    state_ = COM_HOST_DEVICE_THERE;
+    events_ = 0;
+    window_ = 0;
+    thread_ = 0;
+    asked_ = 0;
+}
+
+ComHostCounters PortCounters::now(Port& port) noexcept {
+    std::scoped_lock guard(mutex_);
+    return read(port);
+}
+
+void PortCounters::look(Port& port) noexcept {
+    {
+        std::scoped_lock guard(mutex_);
+        ComHostCounters counted = read(port);
+        uint32_t moved = differing(counted, told_, everyEvent);
+        if (moved == 0)
+            return;
+        told_ = counted;
+        // Under the mutex: who has ended it, or has it told elsewhere, gets nothing afterwards.
+        uint32_t tell = moved & events_;
+        auto number = static_cast<intptr_t>(port.number.load());
+        if (tell != 0 && window_ != 0)
+            message::postToWindow(window_, COM_HOST_MESSAGE_EVENT, tell, number);
+        else if (tell != 0)
+            message::postToThread(thread_, COM_HOST_MESSAGE_EVENT, tell, number);
+    }
+    port.events.wakeAll();
+}
+
+void PortCounters::noteErrors(Port& port, uint32_t errors) noexcept {
+    {
+        std::scoped_lock guard(mutex_);
+        for (const ErrorRow& row : errorRows)
+            if ((errors & row.error) != 0)
+                own_.*row.counter += 1;
+    }
+    look(port);
+}
+
+void PortCounters::noteState(Port& port) noexcept {
+    int32_t state = port.device.state();
+    if (port.deviceState.load(std::memory_order_relaxed) == state ||
+        port.deviceState.exchange(state) == state)
+        return;
+    {
+        std::scoped_lock guard(mutex_);
+        bool wasThere = state_ == COM_HOST_DEVICE_THERE;
+        bool isThere = state == COM_HOST_DEVICE_THERE;
+        own_.gone += wasThere && !isThere ? 1 : 0;
+        own_.back += !wasThere && isThere ? 1 : 0;
+        state_ = state;
+    }
+    look(port);
+    port.events.wakeAll(); // also when it is only no longer looked for
+}
+
+uint32_t PortCounters::ask(Port& port, uint32_t events) noexcept {
+    std::scoped_lock guard(watchMutex_);
+    if ((asked_ | events) != asked_) {
+        asked_ |= events;
+        port.device.watch(asked_, deviceChanged, &port);
+    }
+    constexpr uint32_t always = COM_HOST_EVENT_GONE | COM_HOST_EVENT_BACK;
+    ComHostCounters device{};
+    if (port.device.counters(device))
+        return events;
+    // A driver of the first record tells errors by its status alone; the built-in ones count what they can tell.
+    bool tellsErrors = port.device.tellsStatus() && !port.device.counts();
+    constexpr uint32_t errors = COM_HOST_EVENT_BREAK | COM_HOST_EVENT_ERROR;
+    return events & (tellsErrors ? always | errors : always);
+}
+
+void PortCounters::setTarget(uint32_t events, int32_t window, uint32_t thread) noexcept {
+    std::scoped_lock guard(mutex_);
+    bool nobody = window == 0 && thread == 0;
+    events_ = nobody ? 0 : events;
+    window_ = window;
+    thread_ = thread;
+}
+
+} // namespace brisolt

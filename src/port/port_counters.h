@@ -1,0 +1,58 @@
+// What has happened on a port since its open, counted: line changes, errors, a device that went and came back.
+// Everything that tells is made of these counters: a wait compares them, a message is posted when they move, so
+// nothing is missed between two looks, whoever looks.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+
+#include "brisolt_host.h"
+
+namespace brisolt {
+
+struct Port;
+
+class PortCounters {
+public:
+    static constexpr uint32_t everyEvent = COM_HOST_EVENT_CTS | COM_HOST_EVENT_DSR | COM_HOST_EVENT_CARRIER |
+                                           COM_HOST_EVENT_BREAK | COM_HOST_EVENT_RING | COM_HOST_EVENT_ERROR |
+                                           COM_HOST_EVENT_GONE | COM_HOST_EVENT_BACK;
+
+    /// The port has a device now: from here on it counts.
+    void begin(Port& port) noexcept;
+    /// As they are now.
+    ComHostCounters now(Port& port) noexcept;
+    /// The device may have news: whoever waits and whom the port tells of events hears of them.
+    void look(Port& port) noexcept;
+    /// Errors (COM_HOST_ERROR_...) that a status read has seen.
+    void noteErrors(Port& port, uint32_t errors) noexcept;
+    /// Looks when the device has gone or come back since the last time; else it costs next to nothing.
+    void noteState(Port& port) noexcept;
+
+    /// Somebody asks for events: the device tells of them from now on. Those of them that it can tell.
+    uint32_t ask(Port& port, uint32_t events) noexcept;
+    /// Whom the port tells; both 0: nobody.
+    void setTarget(uint32_t events, int32_t window, uint32_t thread) noexcept;
+
+    /// Those of `events` whose counters differ.
+    static uint32_t differing(const ComHostCounters& a, const ComHostCounters& b, uint32_t events) noexcept;
+    /// Takes over the counters of `events`.
+    static void copy(ComHostCounters& to, const ComHostCounters& from, uint32_t events) noexcept;
+
+private:
+    ComHostCounters read(Port& port) noexcept;
+
+    std::mutex mutex_;     ///< what follows
+    ComHostCounters base_; ///< the device's, at the open
+    ComHostCounters own_;  ///< what a device that counts nothing has told otherwise
+    ComHostCounters told_; ///< as whoever asked was told last
+    int32_t state_ = COM_HOST_DEVICE_THERE;
+    uint32_t events_ = 0;
+    int32_t window_ = 0;
+    uint32_t thread_ = 0;
+
+    std::mutex watchMutex_; ///< the device's watch
+    uint32_t asked_ = 0;
+};
+
+} // namespace brisolt

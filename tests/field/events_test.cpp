@@ -1,0 +1,145 @@
+// Lines and errors that tell, and a device that goes and comes back.
+#include <filesystem>
+#include <optional>
+#include <thread>
+
+#include "field/field_port.h"
+#include "support/pty.h"
+#include "support/temp_dir.h"
+#include "support/timing.h"
+
+namespace brisolt::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(FieldEvents, NothingBetweenTwoWaitsIsMissed) {
+    const FieldPort near("null-modem:events"), far("null-modem:events");
+    ComHostCounters seen = near.counters();
+    ComClearRTS(far.number);
+    ComSetRTS(far.number); // the line is as it was, but it has changed
+    EXPECT_EQ(ComHostWaitEvent(near.number, COM_HOST_EVENT_CTS | COM_HOST_EVENT_DSR, &seen, 0),
+              COM_HOST_EVENT_CTS);
+    EXPECT_EQ(ComHostWaitEvent(near.number, COM_HOST_EVENT_CTS | COM_HOST_EVENT_DSR, &seen, 20), 0);
+    std::thread later([&far] {
+        std::this_thread::sleep_for(50ms);
+        ComClearDTR(far.number);
+    });
+    EXPECT_NE(ComHostWaitEvent(near.number, COM_HOST_EVENT_CARRIER, &seen, -1), 0);
+    later.join();
+    ComSetBreak_ON(far.number);
+    EXPECT_EQ(ComHostWaitEvent(near.number, COM_HOST_EVENT_BREAK, &seen, 5000), COM_HOST_EVENT_BREAK);
+    EXPECT_EQ(ComHostWaitEvent(near.number, 0, &seen, 0), -1);
+    EXPECT_EQ(ComHostWaitEvent(near.number, 1, &seen, 0), -1);
+    seen.size = 8;
+    EXPECT_EQ(ComHostWaitEvent(near.number, COM_HOST_EVENT_CTS, &seen, 0), -1);
+}
+
+TEST(FieldEvents, AMessageCarriesTheEventsOfAllThatWait) {
+    const FieldPort near("null-modem:messages"), far("null-modem:messages");
+    constexpr uint32_t asked = COM_HOST_EVENT_CTS | COM_HOST_EVENT_DSR;
+    EXPECT_EQ(ComHostSetEventMessage(near.number, asked, 0, 1), -1) << "no such thread";
+    ASSERT_EQ(ComHostSetEventMessage(near.number, asked, 0, ComHostThreadId()), 1);
+    ComClearRTS(far.number);
+    ComClearDTR(far.number);
+    ComHostMessage message{};
+    ASSERT_EQ(ComHostGetMessage(&message, 5000), 1);
+    EXPECT_EQ(message.message, static_cast<uint32_t>(COM_HOST_MESSAGE_EVENT));
+    EXPECT_EQ(message.first, asked);
+    EXPECT_EQ(message.second, near.number);
+    EXPECT_EQ(ComHostGetMessage(&message, 0), 0);
+    EXPECT_EQ(ComHostSetEventMessage(near.number, 0, 0, 0), 1);
+    ComSetRTS(far.number);
+    EXPECT_EQ(ComHostGetMessage(&message, 0), 0);
+}
+
+/// A device with a name that stays while its terminal is another each time.
+struct Socket {
+    TempDir folder;
+    std::optional<Pty> plugged;
+    std::string path() const { return folder.file("device"); }
+    void plug() {
+        plugged.emplace();
+        const std::string fresh = folder.file("fresh");
+        std::filesystem::create_symlink(plugged->slavePath(), fresh);
+        std::filesystem::rename(fresh, path());
+    }
+    void pull() {
+        std::filesystem::remove(path());
+        plugged.reset();
+    }
+};
+
+TEST(FieldKept, WhatIsQueuedWhileItIsAwayIsSentWhenItIsBack) {
+    Socket socket;
+    socket.plug();
+    const FieldPort port(socket.path() + "?keep=yes", 19200);
+    ComHostCounters seen = port.counters();
+    socket.plugged->write("before");
+    ASSERT_TRUE(eventually([&] { return ComStatus(port.number) == 6; }));
+    socket.pull();
+    ASSERT_EQ(ComHostWaitEvent(port.number, COM_HOST_EVENT_GONE, &seen, -1), COM_HOST_EVENT_GONE);
+    EXPECT_EQ(ComHostGetPortState(port.number), COM_HOST_DEVICE_SOUGHT);
+    EXPECT_EQ(port.read(6), "before");
+    EXPECT_EQ(port.read(1, 20), "") << "the wait goes on until its time is over";
+    EXPECT_EQ(port.write("queued", 100), 6);
+    EXPECT_EQ(ComSetBaud(port.number, 38400), 1);
+    socket.plug();
+    ASSERT_EQ(ComHostWaitEvent(port.number, COM_HOST_EVENT_BACK, &seen, -1), COM_HOST_EVENT_BACK);
+    EXPECT_EQ(socket.plugged->read(6, 20s), "queued");
+    ComHostLineState line{};
+    line.size = sizeof line;
+    EXPECT_EQ(ComHostGetLine(port.number, &line), 1);
+    EXPECT_EQ(line.baudRate, 38400U);
+    socket.plugged->write("after");
+    EXPECT_EQ(port.read(5), "after");
+}
+
+TEST(FieldKept, AFlappingDeviceLeavesNothingBehind) {
+    Socket socket;
+    socket.plug();
+    const auto descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const FieldPort port(socket.path() + "?keep=yes");
+    const auto flap = [&socket](int times) {
+        for (int i = 0; i < times; ++i) {
+            socket.pull();
+            std::this_thread::sleep_for(10ms);
+            socket.plug();
+            std::this_thread::sleep_for(10ms);
+        }
+    };
+    flap(1); // what is made once has been made
+    ASSERT_TRUE(eventually([&] { return socket.plugged->connected(); }));
+    const auto before = descriptors();
+    flap(40);
+    ASSERT_TRUE(eventually([&] { return ComHostGetPortState(port.number) == COM_HOST_DEVICE_THERE; }));
+    ASSERT_TRUE(eventually([&] { return socket.plugged->connected(); }));
+    socket.plugged->write("x");
+    EXPECT_EQ(port.read(1), "x");
+    EXPECT_TRUE(eventually([&] { return descriptors() == before; })) << descriptors() - before;
+}
+
+TEST(FieldKept, NotKeptOrNotInTimeItIsGoneForGood) {
+    const FastClock fast;
+    for (const char* option : {"", "?keep=1"}) {
+        Socket socket;
+        socket.plug();
+        const FieldPort port(socket.path() + option);
+        std::thread puller([&socket] {
+            std::this_thread::sleep_for(50ms);
+            socket.pull();
+        });
+        EXPECT_EQ(port.read(1, -1), "");
+        puller.join();
+        char byte = 0;
+        EXPECT_EQ(ComHostRead(port.number, &byte, 1, -1), -2) << option;
+        EXPECT_EQ(port.write("x"), -2) << option;
+        EXPECT_EQ(ComHostDrain(port.number, -1), -2) << option;
+        EXPECT_EQ(ComHostGetPortState(port.number), COM_HOST_DEVICE_GONE) << option;
+    }
+}
+
+} // namespace
+} // namespace brisolt::test
