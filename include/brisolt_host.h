@@ -9,6 +9,12 @@
  *      and terminated. Null pointers are refused.
  *   3. Records that may grow begin with their own size, set by whoever makes them.
  *   4. Any thread may call any of these functions at any time unless its description says otherwise.
+ *   5. Signals: the library's threads block all signals, so handlers run on the program's own threads; the calls
+ *      of brisolt/host_exchange.h and ComHostWaitEvent end with -5 when one runs during their wait, all others go
+ *      on. The first time that somebody asks for line events of a tty, the highest real-time signal that the
+ *      program has left alone gets a handler that does nothing.
+ *   6. Fork: a child that runs another program keeps nothing. A child that goes on by itself has its devices closed
+ *      at once, so that it holds no device, line or lock; it must not use the ports of its parent.
  */
 #ifndef BRISOLT_HOST_H
 #define BRISOLT_HOST_H
