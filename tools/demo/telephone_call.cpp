@@ -36,7 +36,9 @@ struct TelephoneLine {
         };
         return options;
     }
-    std::string profile() const { return "[" + std::string(name) + "]\ndevice = " + modem.path() + "\n"; }
+    std::string profile() const {
+        return std::string("[").append(name).append("]\ndevice = ").append(modem.path()).append("\n");
+    }
 };
 
 /// Telephony while it lives: initialised, with these two lines and no other.
