@@ -24,7 +24,7 @@ constexpr const char* heading =
     "run:\n"
     "1.00 is as long as those take, below is faster. First time on the clock, then processor time of this\n"
     "process; the far end is another. Medians over %d rounds in which the sides take turns.\n"
-    "One port: this process is held to one processor, the far end to %s.\n"
+    "One port: this process is held to one processor, the far end to %s, and no processor sleeps.\n"
     "Many ports: on all processors. Idle: voluntary context switches of the whole process in 2 s; the\n"
     "one of the bare poll is 1.00. Memory: resident; 1.00 is a descriptor with two buffers of 4 KB.\n\n";
 
@@ -49,14 +49,22 @@ void printHeads(const std::vector<const Side*>& sides) {
     std::printf("\n");
 }
 
-void printRow(const Row& row, const std::vector<Cost>& ratios) {
+/// `columns` are the sides of the heads, of which `measured` took part in the row.
+void printRow(const Row& row, const std::vector<const Side*>& columns,
+              const std::vector<const Side*>& measured, const std::vector<Cost>& ratios) {
     std::printf("%-42s", row.title.c_str());
-    for (std::size_t i = 1; i < ratios.size(); ++i) {
+    std::size_t i = 1;
+    for (std::size_t column = 1; column < columns.size() && i < ratios.size(); ++column) {
+        if (i < measured.size() && measured[i] != columns[column]) {
+            std::printf("%17s", "");
+            continue;
+        }
         std::printf("%9.2f", ratios[i].wall);
         if (row.timed)
             std::printf("%8.2f", ratios[i].cpu);
         else
             std::printf("%8s", "");
+        ++i;
     }
     std::printf("\n");
     std::fflush(stdout);
@@ -79,9 +87,11 @@ int runTable(const Options& options, const std::string& only) {
     if (const Side* side = willing(serialportSide))
         all.push_back(side);
     printHeads(all);
-    for (const Row& row : rows)
+    for (const Row& row : rows) {
+        const std::vector<const Side*>& sides = row.forManyLines ? many : all;
         if (row.name.find(only) != std::string::npos)
-            printRow(row, row.measure(row.forManyLines ? many : all));
+            printRow(row, all, sides, row.measure(sides));
+    }
     return 0;
 }
 

@@ -7,6 +7,7 @@
 
 #include "far_end.h"
 #include "rows.h"
+#include "wakeful.h"
 
 namespace bench {
 namespace {
@@ -107,6 +108,7 @@ Cost readSingly(Line& line, FarEnd& farEnd, int times) {
 
 std::vector<Cost> compare(const std::vector<const Side*>& sides, const Options& options, const Job& job) {
     const Cores cores = chooseCores();
+    const Wakeful wakeful;
     pin(cores.ours);
     FarEnd farEnd(1, options.twoCores ? cores.other : cores.ours);
     std::vector<Cost> ratios = pair(options.rounds, sides, [&](const Side& side) {
