@@ -4,8 +4,8 @@
 #include "brisolt_host.h"
 #include "platform/message.h"
 #include "platform/serial.h"
-#include "port/event_wait.h"
-#include "port/line_exchange.h"
+#include "stream/event_wait.h"
+#include "stream/line_exchange.h"
 
 using namespace brisolt;
 

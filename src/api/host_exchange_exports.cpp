@@ -1,7 +1,7 @@
 // The exported functions that write, read and wait without polling.
 #include "api/border.h"
 #include "brisolt_host.h"
-#include "port/exchange.h"
+#include "stream/exchange.h"
 
 using namespace brisolt;
 

@@ -2,9 +2,9 @@
 #include "api/border.h"
 #include "api/sized_records.h"
 #include "brisolt_host.h"
-#include "port/exchange.h"
-#include "port/line_exchange.h"
 #include "port/open_close.h"
+#include "stream/exchange.h"
+#include "stream/line_exchange.h"
 #include "virtual/virtual_ports.h"
 
 using namespace brisolt;

@@ -7,11 +7,11 @@
 #include "modem/initialisation_steps.h"
 #include "modem/initialisation_strings.h"
 #include "platform/clock.h"
-#include "port/reading.h"
-#include "port/stream_settings.h"
 #include "port/waits.h"
-#include "port/writing.h"
 #include "script/stimulus.h"
+#include "stream/reading.h"
+#include "stream/stream_settings.h"
+#include "stream/writing.h"
 
 namespace brisolt::modem {
 

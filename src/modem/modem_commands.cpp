@@ -4,10 +4,10 @@
 #include <cstring>
 
 #include "platform/clock.h"
-#include "port/line_status.h"
 #include "port/port_table.h"
 #include "port/waits.h"
-#include "port/writing.h"
+#include "stream/line_status.h"
+#include "stream/writing.h"
 
 namespace brisolt::modem {
 

@@ -6,8 +6,8 @@
 #include <tuple>
 
 #include "platform/function_words.h"
-#include "port/line_settings.h"
 #include "port/port_table.h"
+#include "stream/line_settings.h"
 
 namespace brisolt {
 

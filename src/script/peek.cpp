@@ -6,9 +6,9 @@
 #include <string_view>
 
 #include "port/port_table.h"
-#include "port/reading.h"
 #include "port/trace.h"
 #include "script/wildcard.h"
+#include "stream/reading.h"
 
 namespace brisolt {
 

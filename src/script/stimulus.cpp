@@ -5,12 +5,12 @@
 #include <span>
 
 #include "port/port_table.h"
-#include "port/reading.h"
-#include "port/timed_reads.h"
 #include "port/waits.h"
-#include "port/writing.h"
 #include "script/stimulus_lists.h"
 #include "script/stimulus_match.h"
+#include "stream/reading.h"
+#include "stream/timed_reads.h"
+#include "stream/writing.h"
 
 namespace brisolt {
 

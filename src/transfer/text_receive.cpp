@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "port/reading.h"
-#include "port/timed_reads.h"
+#include "stream/reading.h"
+#include "stream/timed_reads.h"
 #include "transfer/progress.h"
 
 namespace brisolt {

@@ -2,8 +2,8 @@
 #include <optional>
 
 #include "platform/clock.h"
-#include "port/reading.h"
 #include "script/peek.h"
+#include "stream/reading.h"
 #include "transfer/progress.h"
 #include "transfer/text_receive.h"
 

@@ -2,8 +2,8 @@
 
 #include <array>
 
-#include "port/reading.h"
-#include "port/writing.h"
+#include "stream/reading.h"
+#include "stream/writing.h"
 #include "transfer/line_ends.h"
 #include "transfer/progress.h"
 

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "port/writing.h"
+#include "stream/writing.h"
 #include "transfer/line_ends.h"
 #include "transfer/progress.h"
 #include "transfer/text_send.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "port/port_table.h"
-#include "port/stream_settings.h"
+#include "stream/stream_settings.h"
 #include "transfer/progress.h"
 #include "transfer/text_receive.h"
 #include "transfer/text_send.h"

@@ -1,13 +1,13 @@
-#include "port/timed_reads.h"
+#include "stream/timed_reads.h"
 
 #include <algorithm>
 
 #include "platform/message.h"
 #include "port/io_round.h"
 #include "port/log_file.h"
-#include "port/reading.h"
 #include "port/trace.h"
 #include "port/waits.h"
+#include "stream/reading.h"
 
 namespace brisolt {
 

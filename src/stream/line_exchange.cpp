@@ -1,4 +1,4 @@
-#include "port/line_exchange.h"
+#include "stream/line_exchange.h"
 
 #include <cstdlib>
 

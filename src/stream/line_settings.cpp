@@ -1,4 +1,4 @@
-#include "port/line_settings.h"
+#include "stream/line_settings.h"
 
 #include <algorithm>
 #include <mutex>

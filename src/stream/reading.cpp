@@ -1,4 +1,4 @@
-#include "port/reading.h"
+#include "stream/reading.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 // Exported: checksums and CRCs.
-#include "brisolt/checks.h"
 #include "api/export.h"
+#include "brisolt/checks.h"
 #include "brisolt/waits.h"
 #include "platform/clock.h"
 #include "util/checks.h"

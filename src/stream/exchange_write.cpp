@@ -6,11 +6,11 @@
 #include <span>
 
 #include "port/device_io.h"
-#include "port/exchange.h"
 #include "port/io_round.h"
 #include "port/port_table.h"
 #include "port/scramble.h"
 #include "port/waits.h"
+#include "stream/exchange.h"
 
 namespace brisolt::exchange {
 

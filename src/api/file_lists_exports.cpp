@@ -1,6 +1,6 @@
 // Exported: lists of file names, and names against patterns.
-#include "brisolt/file_lists.h"
 #include "api/border.h"
+#include "brisolt/file_lists.h"
 #include "files/file_strings.h"
 #include "util/file_list.h"
 #include "util/file_match.h"

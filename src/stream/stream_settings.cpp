@@ -1,4 +1,4 @@
-#include "port/stream_settings.h"
+#include "stream/stream_settings.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "port/event_wait.h"
+#include "stream/event_wait.h"
 
 #include "port/waits.h"
 

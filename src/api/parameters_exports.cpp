@@ -9,8 +9,8 @@
 #include "params/profile_values.h"
 #include "params/profiles.h"
 #include "platform/profile.h"
-#include "port/line_settings.h"
 #include "script/notifications.h"
+#include "stream/line_settings.h"
 
 using namespace brisolt;
 using profile::Encoding;

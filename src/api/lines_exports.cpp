@@ -3,9 +3,9 @@
 
 #include "api/border.h"
 #include "brisolt/lines.h"
-#include "port/line_settings.h"
-#include "port/line_status.h"
 #include "port/scramble.h"
+#include "stream/line_settings.h"
+#include "stream/line_status.h"
 
 using namespace brisolt;
 

@@ -1,6 +1,6 @@
 // Exported: capture on failure.
-#include "brisolt/capture.h"
 #include "api/border.h"
+#include "brisolt/capture.h"
 #include "diag/capture.h"
 
 using namespace brisolt;

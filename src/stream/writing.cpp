@@ -1,4 +1,4 @@
-#include "port/writing.h"
+#include "stream/writing.h"
 
 #include <algorithm>
 #include <span>

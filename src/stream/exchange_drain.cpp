@@ -2,10 +2,10 @@
 // for the device's own queue and its shift register no host tells, so it is asked when it may have got there.
 #include <algorithm>
 
-#include "port/exchange.h"
 #include "port/half_duplex.h"
 #include "port/port_table.h"
 #include "port/waits.h"
+#include "stream/exchange.h"
 
 namespace brisolt::exchange {
 

@@ -1,6 +1,6 @@
 // Virtual ports and the functions that take the place of a port's own.
-#include "brisolt/drivers.h"
 #include "api/border.h"
+#include "brisolt/drivers.h"
 #include "virtual/virtual_ports.h"
 
 using namespace brisolt;

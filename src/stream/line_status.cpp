@@ -1,4 +1,4 @@
-#include "port/line_status.h"
+#include "stream/line_status.h"
 
 #include "port/device_io.h"
 

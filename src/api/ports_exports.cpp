@@ -7,7 +7,7 @@
 #include "port/flow.h"
 #include "port/io_thread.h"
 #include "port/open_close.h"
-#include "port/stream_settings.h"
+#include "stream/stream_settings.h"
 
 using namespace brisolt;
 

@@ -1,10 +1,10 @@
 // Reading and writing.
-#include "brisolt/stream.h"
 #include "api/border.h"
-#include "port/reading.h"
-#include "port/stream_settings.h"
-#include "port/timed_reads.h"
-#include "port/writing.h"
+#include "brisolt/stream.h"
+#include "stream/reading.h"
+#include "stream/stream_settings.h"
+#include "stream/timed_reads.h"
+#include "stream/writing.h"
 
 using namespace brisolt;
 

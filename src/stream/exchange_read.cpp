@@ -2,11 +2,11 @@
 // be told of them.
 #include "platform/wake.h"
 #include "port/device_io.h"
-#include "port/exchange.h"
 #include "port/io_round.h"
 #include "port/port_table.h"
-#include "port/reading.h"
 #include "port/waits.h"
+#include "stream/exchange.h"
+#include "stream/reading.h"
 
 namespace brisolt::exchange {
 
