@@ -6,7 +6,7 @@
 #include "platform/message.h"
 #include "platform/message_box.h"
 #include "platform/thread.h"
-#include "port/attendance.h"
+#include "port/posting.h"
 
 namespace message = brisolt::message;
 

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "device/driver_registry.h"
+#include "device/kept_device.h"
 #include "platform/error_text.h"
 #include "platform/serial.h"
 
@@ -46,6 +47,10 @@ int32_t Device::open(std::string_view name) noexcept try {
 } catch (const std::bad_alloc&) {
     setErrorTextFrom({"cannot open ", name, ": ", std::strerror(ENOMEM)});
     return -ENOMEM;
+}
+
+bool Device::mayChange() const noexcept {
+    return present() && drivers::isKept(driver_);
 }
 
 int32_t Device::adopt(int32_t handle) noexcept {

@@ -62,6 +62,8 @@ public:
     static constexpr uint32_t interrupted = 0x8000'0000;
     uint32_t wait(uint32_t events, int32_t wake, int32_t realMilliseconds) const noexcept;
     /// Polls readable when there are bytes to read; -1: none does.
+    /// One that is waited for when it has gone: what comes back has another descriptor.
+    bool mayChange() const noexcept;
     int32_t descriptor() const noexcept {
         return present() && driver_.descriptor != nullptr ? driver_.descriptor(self_) : -1;
     }

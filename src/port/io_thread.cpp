@@ -8,13 +8,13 @@
 #include "platform/message.h"
 #include "platform/parking.h"
 #include "platform/thread.h"
-#include "port/attendance.h"
 #include "port/device_io.h"
 #include "port/io_round.h"
 #include "port/port_table.h"
+#include "port/posting.h"
 #include "port/trace.h"
 #include "port/waits.h"
-#include "port/watch_share.h"
+#include "port/watch.h"
 
 namespace brisolt {
 
@@ -28,50 +28,50 @@ constexpr int32_t ownMessages = 255;
 /// for bytes.
 class Shares {
 public:
-    explicit Shares(Port& port) noexcept : port_(port), attendance_(port) {}
-    ThreadWatch receiving = ThreadWatch::onDevice;
-    ThreadWatch sending = ThreadWatch::onDevice;
+    explicit Shares(Port& port) noexcept : port_(port), posting_(port) {}
+    Stance receiving = Stance::watching;
+    Stance sending = Stance::watching;
 
     void choose() noexcept {
-        receiving = sending = ThreadWatch::onDevice;
+        receiving = sending = Stance::watching;
         notifying_ = hasNotifications(port_);
         if (port_.device.canWait()) {
-            ThreadWatch attended = attendance_.choose(); // which also ends with the notifications
-            receiving = notifying_ ? attended : receivingShare_.choose(port_.receiving);
+            Stance posted = posting_.choose(); // which also ends with the notifications
+            receiving = notifying_ ? posted : receivingShare_.choose(port_.receiving);
             sending = sendingShare_.choose(port_.sending);
         }
-        port_.receiving.thread = receiving;
-        port_.sending.thread = sending;
+        port_.receiving.stance = receiving;
+        port_.sending.stance = sending;
     }
     /// A caller has come or gone while the choice was made, and did not see it yet.
     bool crossed() const noexcept {
         bool crossedReceiving =
-            notifying_ ? attendance_.crossed() : WatchShare::crossed(receiving, port_.receiving);
-        return crossedReceiving || WatchShare::crossed(sending, port_.sending);
+            notifying_ ? posting_.crossed() : ThreadShare::crossed(receiving, port_.receiving);
+        return crossedReceiving || ThreadShare::crossed(sending, port_.sending);
     }
     /// -1: until something happens.
     int32_t realMillisecondsLeft() const noexcept {
         int32_t left = -1;
         if (notifying_)
-            left = attendance_.onItsOwnUntil().realMillisecondsLeft();
-        else if (receiving == ThreadWatch::aside)
-            left = receivingShare_.asideUntil().realMillisecondsLeft();
-        if (sending == ThreadWatch::aside) {
-            int32_t other = sendingShare_.asideUntil().realMillisecondsLeft();
+            left = posting_.onItsOwnUntil().realMillisecondsLeft();
+        else if (receiving == Stance::standby)
+            left = receivingShare_.standbyUntil().realMillisecondsLeft();
+        if (sending == Stance::standby) {
+            int32_t other = sendingShare_.standbyUntil().realMillisecondsLeft();
             left = left < 0 ? other : std::min(left, other);
         }
         return left;
     }
     void awake() noexcept {
-        port_.receiving.thread = ThreadWatch::away;
-        port_.sending.thread = ThreadWatch::away;
+        port_.receiving.stance = Stance::busy;
+        port_.sending.stance = Stance::busy;
     }
 
 private:
     Port& port_;
-    Attendance attendance_;
-    WatchShare receivingShare_{receivingLease};
-    WatchShare sendingShare_{sendingLease};
+    Posting posting_;
+    ThreadShare receivingShare_{receivingLease};
+    ThreadShare sendingShare_{sendingLease};
     bool notifying_ = false;
 };
 
@@ -171,9 +171,9 @@ Outlook lookAhead(Port& port, const Shares& shares) noexcept {
     bool unsent = !port.tx.empty() && !port.writers.taken();
     bool lossless = port.lossless != 0;
     uint32_t events = 0;
-    if (room && shares.receiving == ThreadWatch::onDevice && port.byDescriptor == 0)
+    if (room && shares.receiving == Stance::watching && port.byDescriptor == 0)
         events |= COM_HOST_WAIT_READ;
-    if (unsent && lossless && port.halfDuplex == 0 && shares.sending == ThreadWatch::onDevice)
+    if (unsent && lossless && port.halfDuplex == 0 && shares.sending == Stance::watching)
         events |= COM_HOST_WAIT_WRITE;
     return {.roundNow = (unsent && (!lossless || port.halfDuplex != 0)) || port.untold != 0,
             .tellAgain = !room && hasNotifications(port),

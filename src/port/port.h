@@ -19,38 +19,18 @@
 #include "port/record.h"
 #include "port/rings.h"
 #include "port/tracked_memory.h"
+#include "port/watch.h"
 #include "port/writer_queue.h"
 
 namespace brisolt {
 
 struct TextTransfer;
 
-/// How the I/O thread shares the watch over the device with callers that wait on the port. A caller that
-/// waits serves the device itself, so that a byte reaches it without a detour through another thread.
-enum class ThreadWatch : int32_t {
-    away,     ///< in a round, or waiting for its pace: it will look again by itself
-    onDevice, ///< it sleeps on the device
-    aside,    ///< callers watch now and then; it takes over when none has for a while
-    parked,   ///< a caller is watching right now; that caller calls it when it leaves
-};
-
 /// How far the start of the I/O thread has come.
 enum class ThreadStart : uint32_t {
     none,
     up,
     noMemory, ///< it has ended at once: what it needs of its own could not be had
-};
-
-/// The watch over one direction of the device.
-struct SharedWatch {
-    std::atomic<ThreadWatch> thread{ThreadWatch::away};
-    std::atomic<int32_t> watchers{0}; ///< callers that watch it now
-    std::atomic<uint32_t> begun{0};   ///< how often one began
-
-    bool threadStandsAside() const noexcept {
-        ThreadWatch watch = thread.load(std::memory_order_relaxed);
-        return watch == ThreadWatch::aside || watch == ThreadWatch::parked;
-    }
 };
 
 struct Port {
@@ -80,8 +60,8 @@ struct Port {
     std::atomic<uint32_t> threadStart{0}; ///< a ThreadStart; a word, so that the opener can sleep on it
     std::atomic<int32_t> rxStalled{0};    ///< it leaves the device alone until a reader makes room
     std::shared_ptr<Wake> threadWake;     ///< set before the thread is announced; never changed afterwards
-    SharedWatch receiving;                ///< for bytes that come
-    SharedWatch sending;                  ///< for room for what a lossless port has queued
+    DirectionWatch receiving;             ///< for bytes that come
+    DirectionWatch sending;               ///< for room for what a lossless port has queued
     std::atomic<int32_t> halfDuplex{0};   ///< bytes are sent by the thread alone, RTS raised meanwhile
     std::atomic<int32_t> byDescriptor{0}; ///< the program watches the device: nobody takes bytes unasked
     std::atomic<uint64_t> received{0};    ///< bytes from the device, since the open
@@ -91,10 +71,10 @@ struct Port {
     std::atomic<int32_t> writeRefused{0}; ///< the device has failed to write; no byte was taken since
     std::atomic<int32_t> sendingFull{0};  ///< the device took less than offered; no room was seen since
 
-    std::atomic<int32_t> answerDue{0};   ///< a caller has written; no bytes have come since
-    std::atomic<uint32_t> attendedBy{0}; ///< the thread that watches for bytes while it waits for messages
-    std::atomic<int32_t> deviceGone{0};  ///< the attending thread sent it back for that
-    std::atomic<int32_t> untold{0}; ///< a caller took bytes that the thread has yet to notify somebody of
+    std::atomic<int32_t> answerDue{0};  ///< a caller has written; no bytes have come since
+    std::atomic<uint32_t> watchedBy{0}; ///< the lookout's thread that it is posted to; 0: to none
+    std::atomic<int32_t> deviceGone{0}; ///< the lookout sent it back for that
+    std::atomic<int32_t> untold{0};     ///< a caller took bytes that the thread has yet to notify somebody of
 
     /// How often a cancel was given: for a long call in the middle of which others may clear the flag.
     std::atomic<uint32_t> cancels{0};

@@ -38,11 +38,8 @@ void reset(Port& port, int32_t number) noexcept {
     port.threadStart = 0;
     port.rxStalled = 0;
     port.threadWake.reset();
-    for (SharedWatch* watch : {&port.receiving, &port.sending}) {
-        watch->thread = ThreadWatch::away;
-        watch->watchers = 0;
-        watch->begun = 0;
-    }
+    port.receiving.reset();
+    port.sending.reset();
     port.deviceState = COM_HOST_DEVICE_THERE;
     port.halfDuplex = 0;
     port.byDescriptor = 0;
@@ -52,7 +49,7 @@ void reset(Port& port, int32_t number) noexcept {
     port.writeTurn = 0;
     port.writeRefused = 0;
     port.sendingFull = 0;
-    port.attendedBy = 0;
+    port.watchedBy = 0;
     port.deviceGone = 0;
     port.fileWriter = 0;
     port.untold = 0;

@@ -14,31 +14,26 @@ namespace {
 
 constexpr uint32_t pollPace = 1; ///< milliseconds, where nothing can wake a wait
 
-/// A caller's watch over one direction of the device, for which the I/O thread stands aside meanwhile.
-class Watch {
+/// A caller's watch over one direction of the device, for which the I/O thread stands back meanwhile.
+class CallerWatch {
 public:
-    Watch() = default;
-    Watch(const Watch&) = delete;
-    Watch& operator=(const Watch&) = delete;
-    void begin(Port& port, SharedWatch& shared) noexcept {
+    CallerWatch() = default;
+    CallerWatch(const CallerWatch&) = delete;
+    CallerWatch& operator=(const CallerWatch&) = delete;
+    void begin(Port& port, DirectionWatch& direction) noexcept {
         port_ = &port;
-        shared_ = &shared;
-        shared.begun.fetch_add(1);
-        shared.watchers.fetch_add(1);
-        if (shared.thread.load() == ThreadWatch::onDevice)
+        direction_ = &direction;
+        if (direction.callerBegins())
             port.wakeThread();
     }
-    ~Watch() {
-        if (shared_ == nullptr)
-            return;
-        bool last = shared_->watchers.fetch_sub(1) == 1;
-        if (last && shared_->thread.load() == ThreadWatch::parked)
+    ~CallerWatch() {
+        if (direction_ != nullptr && direction_->callerEnds())
             port_->wakeThread();
     }
 
 private:
     Port* port_ = nullptr;
-    SharedWatch* shared_ = nullptr;
+    DirectionWatch* direction_ = nullptr;
 };
 
 /// A caller's watch over the device while it waits: for bytes if it waits for them, for room if a lossless
@@ -66,7 +61,7 @@ public:
 private:
     static bool leftToThread(const Port& port, bool notifying) noexcept {
         bool threadIsQuick = notifying && port.record->threadSleep == 0 && port.record->suspended != 1 &&
-                             !port.receiving.threadStandsAside();
+                             !port.receiving.threadStandsBack();
         return threadIsQuick && !onIoThread(port);
     }
     // A full ring takes nothing; watching a device that has bytes for it would not be a sleep.
@@ -74,7 +69,7 @@ private:
         HeldLock lock(port);
         return !port.rx.room().empty();
     }
-    Watch receiving_, sending_;
+    CallerWatch receiving_, sending_;
     uint32_t events_ = 0;
 };
 

@@ -1,9 +1,9 @@
 #include "script/notifications.h"
 
 #include "platform/message.h"
-#include "port/attendance.h"
 #include "port/io_round.h"
 #include "port/port_table.h"
+#include "port/posting.h"
 #include "port/trace.h"
 #include "script/peek.h"
 #include "script/wildcard.h"
@@ -92,7 +92,7 @@ int32_t setReplacement(Port& port, int32_t enable, uint8_t from, uint8_t to) noe
 // The thread may have to watch the device itself now, or need not any more.
 int32_t targetsChanged(Port& port) noexcept {
     setNotificationStep(notify);
-    offerAttendance(port);
+    offerToWatch(port);
     port.wakeThread();
     return 1;
 }

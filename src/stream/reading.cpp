@@ -107,7 +107,7 @@ int32_t read(Port& port, void* buffer, int32_t count) {
     HeldLock lock(port);
     if (!port.threaded())
         directRound(port);
-    else if (port.rx.count() == 0 && port.receiving.threadStandsAside())
+    else if (port.rx.count() == 0 && port.receiving.threadStandsBack())
         takeFromDevice(port); // while callers watch the device, that is for them to do
     statusRead(port);
     auto* to = static_cast<uint8_t*>(buffer);

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <span>
 
-#include "port/attendance.h"
 #include "port/device_io.h"
 #include "port/io_round.h"
 #include "port/port_table.h"
+#include "port/posting.h"
 #include "port/scramble.h"
 #include "port/trace.h"
 #include "port/waits.h"
@@ -35,17 +35,17 @@ int32_t queue(Port& port, std::span<const uint8_t> bytes) noexcept {
 }
 
 /// A lossless port's ring takes the bytes. The thread is called for the first of them only: while there are
-/// any it looks after them, or stands aside for a moment for callers that do. A caller that attends to the
-/// port sends them itself, before the thread would have woken.
+/// any it looks after them, or stands back for a moment for callers that do. A caller that is the port's
+/// lookout sends them itself, before the thread would have woken.
 int32_t queueLossless(Port& port, std::span<const uint8_t> bytes) noexcept {
     bool first = port.tx.empty();
     int32_t taken = port.tx.queue(bytes);
-    if (first && taken > 0 && attendedHere(port) && hasUnsent(port)) {
+    if (first && taken > 0 && watchedHere(port) && hasUnsent(port)) {
         transmitLossless(port);
         if (port.tx.empty())
             return taken;
     }
-    if (first && taken > 0 && port.threaded() && port.sending.thread != ThreadWatch::aside)
+    if (first && taken > 0 && port.threaded() && port.sending.stance != Stance::standby)
         port.wakeThread();
     return taken;
 }

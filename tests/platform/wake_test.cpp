@@ -110,7 +110,7 @@ TEST(Wake, WithoutDescriptorsWaitsRestAndEndInTime) {
     ComSetBackgroundTimeout(5, 0);
     ComHostMessage message;
     ComSetNotifyThreadMessageAnyChar(5, ComHostThreadId());
-    ComHostGetMessage(&message, 100); // attends from here on
+    ComHostGetMessage(&message, 100); // a lookout from here on
     rlimit before{};
     getrlimit(RLIMIT_NOFILE, &before);
     const auto limit = [&before](rlim_t most) {

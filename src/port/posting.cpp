@@ -1,4 +1,4 @@
-#include "port/attendance.h"
+#include "port/posting.h"
 
 #include <mutex>
 #include <new>
@@ -7,8 +7,8 @@
 #include "platform/lasting.h"
 #include "platform/message.h"
 #include "platform/thread.h"
-#include "port/attendant.h"
-#include "port/watch_share.h"
+#include "port/lookout.h"
+#include "port/watch.h"
 
 namespace brisolt {
 
@@ -16,18 +16,18 @@ namespace {
 
 std::mutex registryMutex;
 std::atomic<uint32_t> wishes{0}; ///< how often a port has looked for somebody who is not there
-thread_local Attendant* own = nullptr;
+thread_local Lookout* own = nullptr;
 thread_local uint32_t wishesSeen = 0;
 
 /// By thread; empty where a port would like one.
-using Registry = std::unordered_map<uint32_t, std::shared_ptr<Attendant>>;
+using Registry = std::unordered_map<uint32_t, std::shared_ptr<Lookout>>;
 Registry& registry() noexcept {
     static Lasting<Registry> only;
     return *only;
 }
 
-/// Who attends for that thread. Nobody yet: the thread will see that it is wished for.
-std::shared_ptr<Attendant> attendantOf(uint32_t thread) {
+/// That thread's lookout. Null as yet: the thread will see that it is wished for.
+std::shared_ptr<Lookout> lookoutOf(uint32_t thread) {
     std::scoped_lock guard(registryMutex);
     auto [found, fresh] = registry().try_emplace(thread);
     if (fresh)
@@ -38,7 +38,7 @@ std::shared_ptr<Attendant> attendantOf(uint32_t thread) {
 void endOwn(void*) noexcept {
     if (own == nullptr)
         return;
-    std::shared_ptr<Attendant> ended;
+    std::shared_ptr<Lookout> ended;
     {
         std::scoped_lock guard(registryMutex);
         auto found = registry().find(own->thread);
@@ -49,16 +49,16 @@ void endOwn(void*) noexcept {
     ended->end();
 }
 
-/// The calling thread's attendant, once some port wishes for one; null: none does, or it cannot be. Then the
+/// The calling thread's lookout, once some port wishes for one; null: none does, or it cannot be. Then the
 /// ports' own threads go on watching, and the thread tries again with its next wait.
-Attendant* ownAttendant() noexcept try {
+Lookout* ownLookout() noexcept try {
     uint32_t now = wishes.load(std::memory_order_acquire);
     if (own != nullptr || now == wishesSeen)
         return own;
     std::scoped_lock guard(registryMutex);
     auto wish = registry().find(thread::currentId());
     if (wish != registry().end()) {
-        auto made = std::make_shared<Attendant>(wish->first);
+        auto made = std::make_shared<Lookout>(wish->first);
         if (!made->usable() || !thread::atEnd(endOwn, nullptr))
             return nullptr;
         own = made.get();
@@ -71,9 +71,9 @@ Attendant* ownAttendant() noexcept try {
 }
 
 /// Sleeps until the thread may have a message; what its ports have received makes some.
-void sleepAttending(Wake& wake, const clock::Deadline& until) noexcept {
-    if (Attendant* attendant = ownAttendant(); attendant != nullptr) {
-        attendant->attend(wake, until.realMillisecondsLeft());
+void sleepWatching(Wake& wake, const clock::Deadline& until) noexcept {
+    if (Lookout* lookout = ownLookout(); lookout != nullptr) {
+        lookout->watch(wake, until.realMillisecondsLeft());
     } else {
         wake.sleep(until.realMillisecondsLeft());
         wake.finish();
@@ -97,60 +97,60 @@ int32_t awaitMessage(ComHostMessage* message, int32_t milliseconds) noexcept {
             wake.finish();
             return result;
         }
-        sleepAttending(wake, until);
+        sleepWatching(wake, until);
     }
 }
 
-void offerAttendance(const Port& port) noexcept try {
+void offerToWatch(const Port& port) noexcept try {
     if (uint32_t thread = thread::currentId(); soleTarget(*port.record) == thread) {
-        attendantOf(thread);
-        ownAttendant();
+        lookoutOf(thread);
+        ownLookout();
     }
 } catch (const std::bad_alloc&) { // then the port's own thread goes on watching
 }
 
-bool attendedHere(const Port& port) noexcept {
-    uint32_t thread = port.attendedBy.load(std::memory_order_relaxed);
+bool watchedHere(const Port& port) noexcept {
+    uint32_t thread = port.watchedBy.load(std::memory_order_relaxed);
     return thread != 0 && thread == thread::currentId();
 }
 
-bool Attendance::sentBack() const noexcept {
-    return attendant_ != nullptr && port_.attendedBy == 0;
+bool Posting::sentBack() const noexcept {
+    return lookout_ != nullptr && port_.watchedBy == 0;
 }
 
-void Attendance::join(uint32_t thread) noexcept try {
+void Posting::join(uint32_t thread) noexcept try {
     int32_t descriptor = port_.device.descriptor();
     if (descriptor < 0)
         return;
-    attendant_ = attendantOf(thread);
-    ticket_ = attendant_ != nullptr ? attendant_->admit(port_, descriptor) : 0;
+    lookout_ = lookoutOf(thread);
+    ticket_ = lookout_ != nullptr ? lookout_->admit(port_, descriptor) : 0;
     if (ticket_ == 0)
-        attendant_.reset();
+        lookout_.reset();
 } catch (const std::bad_alloc&) { // the port goes on by itself
 }
 
-void Attendance::leave() noexcept {
-    if (attendant_ == nullptr)
+void Posting::leave() noexcept {
+    if (lookout_ == nullptr)
         return;
-    attendant_->dismiss(ticket_);
-    attendant_.reset();
+    lookout_->dismiss(ticket_);
+    lookout_.reset();
 }
 
-ThreadWatch Attendance::choose() noexcept {
-    uint32_t thread = mayAttend(port_);
+Stance Posting::choose() noexcept {
+    uint32_t thread = mayWatch(port_);
     bool back = sentBack();
-    if (attendant_ != nullptr && (back || attendant_->thread != thread || attendant_->gone()))
+    if (lookout_ != nullptr && (back || lookout_->thread != thread || lookout_->gone()))
         leave();
     // A while on its own, whatever it was sent back for; a device that has gone, until it shows life.
     onItsOwn_ =
         back && port_.deviceGone == 0 ? clock::Deadline::in(receivingLease) : clock::Deadline::never();
-    if (attendant_ == nullptr && thread != 0 && !back)
+    if (lookout_ == nullptr && thread != 0 && !back)
         join(thread);
-    return attendant_ == nullptr ? ThreadWatch::onDevice : ThreadWatch::parked;
+    return lookout_ == nullptr ? Stance::watching : Stance::relieved;
 }
 
-bool Attendance::crossed() const noexcept {
-    return attendant_ != nullptr && (sentBack() || attendant_->gone());
+bool Posting::crossed() const noexcept {
+    return lookout_ != nullptr && (sentBack() || lookout_->gone());
 }
 
 } // namespace brisolt

@@ -1,4 +1,4 @@
-#include "port/attendant.h"
+#include "port/lookout.h"
 
 #include <array>
 #include <new>
@@ -6,7 +6,7 @@
 #include "platform/thread.h"
 #include "port/io_round.h"
 #include "port/port_table.h"
-#include "port/watch_share.h"
+#include "port/watch.h"
 
 namespace brisolt {
 
@@ -24,25 +24,27 @@ uint32_t soleTarget(const PortRecord& record) noexcept {
     return sole;
 }
 
-uint32_t mayAttend(const Port& port) noexcept {
+uint32_t mayWatch(const Port& port) noexcept {
     const PortRecord& record = *port.record;
-    bool plain = port.threaded() && record.threadSleep == 0 && record.suspended != 1 && !port.ending();
+    // Nor a port whose device may be another one in a moment, or whose descriptor is the program's to watch.
+    bool plain = port.threaded() && record.threadSleep == 0 && record.suspended != 1 && !port.ending() &&
+                 !port.device.mayChange() && port.byDescriptor == 0;
     return plain ? soleTarget(record) : 0;
 }
 
 // ---- coming and going
 
-uint32_t Attendant::admit(Port& port, int32_t descriptor) noexcept try {
+uint32_t Lookout::admit(Port& port, int32_t descriptor) noexcept try {
     std::scoped_lock guard(mutex_);
-    if (gone() || !startWatchman())
+    if (gone() || !startDeputy())
         return 0;
     lastTicket_ = lastTicket_ == UINT32_MAX ? 1 : lastTicket_ + 1;
     auto [stay, fresh] = stays_.try_emplace(lastTicket_, Stay{.port = &port, .descriptor = descriptor});
     if (!fresh)
         return 0;
-    port.attendedBy = thread; // before its first event
+    port.watchedBy = thread; // before its first event
     if (!set_.add(descriptor, lastTicket_)) {
-        port.attendedBy = 0;
+        port.watchedBy = 0;
         stays_.erase(stay);
         return 0;
     }
@@ -51,18 +53,18 @@ uint32_t Attendant::admit(Port& port, int32_t descriptor) noexcept try {
     return 0;
 }
 
-void Attendant::dismiss(uint32_t ticket) noexcept {
+void Lookout::dismiss(uint32_t ticket) noexcept {
     std::scoped_lock guard(mutex_);
     auto found = stays_.find(ticket);
     if (found == stays_.end())
         return;
     set_.remove(found->second.descriptor);
-    found->second.port->attendedBy = 0;
+    found->second.port->watchedBy = 0;
     stays_.erase(found);
 }
 
 /// The port behind the ticket, with a hold; null when its stay is over.
-Port* Attendant::hold(uint32_t ticket) noexcept {
+Port* Lookout::hold(uint32_t ticket) noexcept {
     std::scoped_lock guard(mutex_);
     auto found = stays_.find(ticket);
     return found != stays_.end() && table::tryHold(*found->second.port) ? found->second.port : nullptr;
@@ -71,77 +73,73 @@ Port* Attendant::hold(uint32_t ticket) noexcept {
 // ---- serving
 
 // A port that somebody else is busy with would keep all others waiting: it goes back, too.
-void Attendant::serve(const WatchSet::Event& event) noexcept {
+void Lookout::serve(const WatchSet::Event& event) noexcept {
     HeldPort port(hold(event.tag));
-    if (!port || (!event.trouble && mayAttend(*port) == thread && tellFromDevice(*port)))
+    if (!port || (!event.trouble && mayWatch(*port) == thread && tellFromDevice(*port)))
         return;
     port->deviceGone = event.trouble ? 1 : 0;
     dismiss(event.tag);
     port->wakeThread();
 }
 
-void Attendant::serveReady() noexcept {
+void Lookout::serveReady() noexcept {
     std::array<WatchSet::Event, 64> events;
     for (const WatchSet::Event& event : set_.collect(events))
         serve(event);
 }
 
-void Attendant::attend(Wake& wake, int32_t realMilliseconds) noexcept {
-    waits_.begun.fetch_add(1);
-    waits_.watchers.fetch_add(1);
-    if (waits_.thread.load() == ThreadWatch::onDevice)
-        watchman_->wake();
+void Lookout::watch(Wake& wake, int32_t realMilliseconds) noexcept {
+    if (waits_.callerBegins())
+        deputy_->wake();
     bool ready = set_.wait(wake.descriptor(), wake.patience(realMilliseconds));
-    waits_.watchers.fetch_sub(1);
-    if (waits_.thread.load() == ThreadWatch::parked)
-        watchman_->wake();
+    if (waits_.callerEnds())
+        deputy_->wake();
     wake.finish(); // before messages are posted: to a thread that is awake that is cheap
     if (ready)
         serveReady();
 }
 
-// ---- the watchman
+// ---- the deputy
 
-bool Attendant::startWatchman() noexcept {
-    if (watchmanStarted_)
+bool Lookout::startDeputy() noexcept {
+    if (deputyStarted_)
         return true;
-    auto* self = new (std::nothrow) std::shared_ptr<Attendant>(weak_from_this().lock());
-    watchmanStarted_ = self != nullptr && thread::start(watchmanMain, self, "brisolt-watch");
-    if (!watchmanStarted_)
+    auto* self = new (std::nothrow) std::shared_ptr<Lookout>(weak_from_this().lock());
+    deputyStarted_ = self != nullptr && thread::start(deputyMain, self, "brisolt-watch");
+    if (!deputyStarted_)
         delete self;
-    return watchmanStarted_;
+    return deputyStarted_;
 }
 
-void Attendant::watchmanMain(void* argument) {
-    const std::unique_ptr<std::shared_ptr<Attendant>> self(
-        static_cast<std::shared_ptr<Attendant>*>(argument));
-    (*self)->watch();
+void Lookout::deputyMain(void* argument) {
+    const std::unique_ptr<std::shared_ptr<Lookout>> self(static_cast<std::shared_ptr<Lookout>*>(argument));
+    (*self)->standIn();
 }
 
-void Attendant::watch() noexcept {
-    WatchShare share(receivingLease);
+void Lookout::standIn() noexcept {
+    ThreadShare share(receivingLease);
     while (!gone()) {
-        watchman_->prepare();
-        ThreadWatch choice = share.choose(waits_);
-        waits_.thread = choice;
+        deputy_->prepare();
+        Stance choice = share.choose(waits_);
+        waits_.stance = choice;
         bool ready = false;
-        if (gone() || WatchShare::crossed(choice, waits_)) {
+        if (gone() || ThreadShare::crossed(choice, waits_)) {
             // look again
-        } else if (choice == ThreadWatch::onDevice) {
-            ready = set_.wait(watchman_->descriptor(), -1);
+        } else if (choice == Stance::watching) {
+            ready = set_.wait(deputy_->descriptor(), -1);
         } else {
-            watchman_->sleep(choice == ThreadWatch::aside ? share.asideUntil().realMillisecondsLeft() : -1);
+            deputy_->sleep(choice == Stance::standby ? share.standbyUntil().realMillisecondsLeft() : -1);
         }
-        waits_.thread = ThreadWatch::away;
-        watchman_->finish();
+        waits_.stance = Stance::busy;
+        deputy_->finish();
         if (ready)
             serveReady();
     }
 }
 
-void Attendant::end() noexcept {
+void Lookout::end() noexcept {
     gone_ = 1;
-    watchman_->wake();
+    deputy_->wake();
     std::scoped_lock guard(mutex_);
     for (const auto& [ticket, stay] : stays_)
         stay.port->wakeThread();

@@ -1,6 +1,6 @@
-// One thread's attendance: the ports that it serves while it waits for messages, and the watchman, a thread of
-// the library's that serves them while it stays away. The watchman sleeps while the thread waits, and for a
-// moment after; the first is started with the first port.
+// A lookout: one thread of the program that waits for messages, the ports that it watches over meanwhile, and
+// its deputy, a thread of the library's that watches while it stays away (watch.h tells the whole). The deputy
+// sleeps while the thread waits, and for a moment after; it is started with the first port.
 //
 // Ports come and go under a ticket, one for each stay: what the host reports of an earlier stay is nobody's.
 #pragma once
@@ -16,20 +16,20 @@
 
 namespace brisolt {
 
-/// The thread that may attend to the port as it is now: it is all that the port notifies, and the port's
+/// The thread that may watch over the port as it is now: it is all that the port notifies, and the port's
 /// rounds have no pace. 0: none may.
-uint32_t mayAttend(const Port& port) noexcept;
+uint32_t mayWatch(const Port& port) noexcept;
 /// The thread that is all that the port notifies; 0: it has others to tell, or nobody.
 uint32_t soleTarget(const PortRecord& record) noexcept;
 
-class Attendant : public std::enable_shared_from_this<Attendant> {
+class Lookout : public std::enable_shared_from_this<Lookout> {
 public:
-    explicit Attendant(uint32_t itsThread) noexcept : thread(itsThread), watchman_(Wake::make()) {}
+    explicit Lookout(uint32_t itsThread) noexcept : thread(itsThread), deputy_(Wake::make()) {}
 
     const uint32_t thread;
 
     /// False when the host has no descriptors left for it.
-    bool usable() const noexcept { return set_.usable() && watchman_ != nullptr; }
+    bool usable() const noexcept { return set_.usable() && deputy_ != nullptr; }
     bool gone() const noexcept { return gone_.load() != 0; }
     /// The port's ticket; 0: it has to look after itself.
     uint32_t admit(Port& port, int32_t descriptor) noexcept;
@@ -37,7 +37,7 @@ public:
 
     /// The thread's wait for at most that long (real milliseconds, -1: no limit). What its ports have received
     /// meanwhile is told.
-    void attend(Wake& wake, int32_t realMilliseconds) noexcept;
+    void watch(Wake& wake, int32_t realMilliseconds) noexcept;
     /// The thread ends.
     void end() noexcept;
 
@@ -46,21 +46,21 @@ private:
         Port* port;
         int32_t descriptor;
     };
-    static void watchmanMain(void* argument);
-    bool startWatchman() noexcept;
-    void watch() noexcept;
+    static void deputyMain(void* argument);
+    bool startDeputy() noexcept;
+    void standIn() noexcept;
     Port* hold(uint32_t ticket) noexcept;
     void serveReady() noexcept;
     void serve(const WatchSet::Event& event) noexcept;
 
-    std::mutex mutex_; ///< the stays and the start of the watchman
+    std::mutex mutex_; ///< the stays and the start of the deputy
     std::unordered_map<uint32_t, Stay> stays_;
     uint32_t lastTicket_ = 0;
-    bool watchmanStarted_ = false;
+    bool deputyStarted_ = false;
     WatchSet set_;
-    SharedWatch waits_; ///< the thread's, as the watchman sees them
+    DirectionWatch waits_; ///< the thread's, as the deputy sees them
     std::atomic<int32_t> gone_{0};
-    const std::shared_ptr<Wake> watchman_;
+    const std::shared_ptr<Wake> deputy_;
 };
 
 } // namespace brisolt

@@ -25,7 +25,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
-class Attended : public ::testing::Test {
+class WatchedOver : public ::testing::Test {
 protected:
     void open(int count, uint32_t ring = 4096) {
         for (int port = 1; port <= count; ++port) {
@@ -42,13 +42,13 @@ protected:
             ComClose(static_cast<int32_t>(port));
     }
     Pty& end(int32_t port) { return *far[static_cast<std::size_t>(port) - 1]; }
-    /// Waits until this thread attends to the port.
-    static bool attendedTo(int32_t port) {
+    /// Waits until this thread watches over the port.
+    static bool watchedOver(int32_t port) {
         return eventually([port] {
             ComHostMessage message{};
             ComHostGetMessage(&message, 10);
             const HeldPort held(port);
-            return held->attendedBy == ComHostThreadId() && held->receiving.threadStandsAside();
+            return held->watchedBy == ComHostThreadId() && held->receiving.threadStandsBack();
         });
     }
     /// In the ring: ComStatus would fetch them itself.
@@ -73,11 +73,11 @@ protected:
     std::vector<std::unique_ptr<Pty>> far;
 };
 
-TEST_F(Attended, ManyPortsEchoThroughOneThread) {
+TEST_F(WatchedOver, ManyPortsEchoThroughOneThread) {
     constexpr int ports = 8;
     open(ports);
     for (int port = 1; port <= ports; ++port)
-        EXPECT_TRUE(attendedTo(port));
+        EXPECT_TRUE(watchedOver(port));
     for (int round = 0; round < 30; ++round) {
         for (int port = 1; port <= ports; ++port)
             end(port).write("ping" + std::to_string(port));
@@ -95,9 +95,9 @@ TEST_F(Attended, ManyPortsEchoThroughOneThread) {
     }
 }
 
-TEST_F(Attended, AFullRingSendsThePortBack) {
+TEST_F(WatchedOver, AFullRingSendsThePortBack) {
     open(1, 2048);
-    EXPECT_TRUE(attendedTo(1));
+    EXPECT_TRUE(watchedOver(1));
     std::string sent;
     for (char c = 'a'; c <= 'z'; ++c)
         sent += std::string(200, c);
@@ -105,16 +105,16 @@ TEST_F(Attended, AFullRingSendsThePortBack) {
     EXPECT_TRUE(eventually([] {
         ComHostMessage message{};
         ComHostGetMessage(&message, 10);
-        return HeldPort(1)->attendedBy == 0;
+        return HeldPort(1)->watchedBy == 0;
     })) << "the ring is full";
     EXPECT_EQ(told(1, sent.size()), sent);
     writer.join();
-    EXPECT_TRUE(attendedTo(1)) << "there is room again";
+    EXPECT_TRUE(watchedOver(1)) << "there is room again";
 }
 
-TEST_F(Attended, ASuspensionHoldsBothDirections) {
+TEST_F(WatchedOver, ASuspensionHoldsBothDirections) {
     open(1);
-    EXPECT_TRUE(attendedTo(1));
+    EXPECT_TRUE(watchedOver(1));
     ComSuspendPortWriteThru(1);
     const auto start = Clock::now();
     ComSuspend(1);
@@ -128,14 +128,14 @@ TEST_F(Attended, ASuspensionHoldsBothDirections) {
     EXPECT_EQ(told(1, 2), "in");
     EXPECT_GE(Clock::now() - start, Milliseconds(450));
     EXPECT_GE(sent.get() - start, Milliseconds(450));
-    EXPECT_TRUE(attendedTo(1));
+    EXPECT_TRUE(watchedOver(1));
 }
 
-TEST_F(Attended, AThreadThatEndsLeavesItsPortsToThemselves) {
+TEST_F(WatchedOver, AThreadThatEndsLeavesItsPortsToThemselves) {
     open(1);
     std::thread([] {
         ComSetNotifyThreadMessageAnyChar(1, ComHostThreadId());
-        EXPECT_TRUE(attendedTo(1));
+        EXPECT_TRUE(watchedOver(1));
     }).join();
     end(1).write("abc");
     EXPECT_TRUE(eventually([] { return unread(1) == 3; }));
@@ -144,7 +144,7 @@ TEST_F(Attended, AThreadThatEndsLeavesItsPortsToThemselves) {
     EXPECT_EQ(told(1, 4), "abcd");
 }
 
-TEST_F(Attended, PortsCloseAndOpenUnderIt) {
+TEST_F(WatchedOver, PortsCloseAndOpenUnderIt) {
     open(4);
     std::atomic<bool> over{false};
     std::thread writer([&] {
@@ -174,7 +174,7 @@ TEST_F(Attended, PortsCloseAndOpenUnderIt) {
         while (ComRead(static_cast<int32_t>(message.second), buffer, sizeof buffer) > 0)
             continue;
     for (int port = 1; port <= 4; ++port) {
-        EXPECT_TRUE(attendedTo(port)) << port;
+        EXPECT_TRUE(watchedOver(port)) << port;
         this->end(port).write("last");
         std::string all;
         EXPECT_TRUE(eventually([&] { return (all += told(port, 1)).ends_with("last"); })) << port;
@@ -182,7 +182,7 @@ TEST_F(Attended, PortsCloseAndOpenUnderIt) {
 }
 
 // Whatever becomes of one port, another has somebody who looks after it while the thread is busy.
-TEST_F(Attended, NoPortDependsOnAnother) {
+TEST_F(WatchedOver, NoPortDependsOnAnother) {
     static std::atomic<int> calls{0};
     const std::function<void()> fates[] = {
         [] {},
@@ -199,7 +199,7 @@ TEST_F(Attended, NoPortDependsOnAnother) {
             EXPECT_TRUE(eventually([] { return calls > 0; }));
             ComSetNotifyMessageOnAnyCharCallBackFunc(1, nullptr);
             EXPECT_EQ(told(1, 1), "x");
-            EXPECT_TRUE(attendedTo(1));
+            EXPECT_TRUE(watchedOver(1));
         },
         [] { ComSetNotifyThreadMessageAnyChar(1, 0); },
         [] { ComSuspend(1); },
@@ -208,12 +208,12 @@ TEST_F(Attended, NoPortDependsOnAnother) {
     };
     for (const auto& fate : fates) {
         open(2);
-        EXPECT_TRUE(attendedTo(1) && attendedTo(2));
+        EXPECT_TRUE(watchedOver(1) && watchedOver(2));
         fate();
         end(2).write("two");
         EXPECT_TRUE(eventually([] { return unread(2) == 3; })) << "nobody looks for messages";
         EXPECT_EQ(told(2, 3), "two");
-        EXPECT_TRUE(attendedTo(2)) << "it has come back";
+        EXPECT_TRUE(watchedOver(2)) << "it has come back";
         auto writer = std::async(std::launch::async, [this] { end(2).write("late"); });
         char buffer[4];
         EXPECT_EQ(ComReadTimed(2, buffer, 4, 500), 4) << "another wait than for messages";
@@ -224,9 +224,9 @@ TEST_F(Attended, NoPortDependsOnAnother) {
     }
 }
 
-TEST_F(Attended, APortThatIsBusyKeepsNobodyWaiting) {
+TEST_F(WatchedOver, APortThatIsBusyKeepsNobodyWaiting) {
     open(2);
-    EXPECT_TRUE(attendedTo(1) && attendedTo(2));
+    EXPECT_TRUE(watchedOver(1) && watchedOver(2));
     ComHostSetLossless(1, 0);
     ComSetWriteTimeout(1, 60000);
     std::atomic<bool> written{false};
@@ -252,17 +252,17 @@ TEST_F(Attended, APortThatIsBusyKeepsNobodyWaiting) {
 }
 
 // A device that drops bytes must not seem empty while it holds more.
-TEST_F(Attended, EveryByteIsToldOfThatComesBehindDroppedOnes) {
+TEST_F(WatchedOver, EveryByteIsToldOfThatComesBehindDroppedOnes) {
     open(1, 2048);
     ASSERT_EQ(ComSetParms(1, 3, 8, 1), 1);
     ASSERT_EQ(ComSetLineErrorReplacement(1, 1, '?'), 1); // the host doubles 0xFF from now on
-    EXPECT_TRUE(attendedTo(1));
+    EXPECT_TRUE(watchedOver(1));
     ComHostMessage message{};
     end(1).write(std::string(2000, 'a'));
     EXPECT_TRUE(eventually([&] { return ComHostGetMessage(&message, 10) == 1 && unread(1) == 2000; }));
     char buffer[1500];
     EXPECT_EQ(ComRead(1, buffer, 1500), 1500); // the room of the ring lies in two pieces now
-    EXPECT_TRUE(attendedTo(1));
+    EXPECT_TRUE(watchedOver(1));
     std::string sent;
     for (int i = 0; i < 200; ++i)
         sent += i % 4 == 0 ? '\xFF' : 'b';
