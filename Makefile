@@ -85,7 +85,7 @@ check: includes
 	    xargs -0 clang-format --dry-run -Werror
 	$(call configure,release,release)
 	find src service tools -name '*.cpp' -print0 | \
-	    xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p '$(BUILD)/release'
+	    xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet --extra-arg=-Wthread-safety -p '$(BUILD)/release'
 
 # With the hardening that distributions build with, at the highest optimisation: both make the compiler see
 # more, and what it warns of is an error here.

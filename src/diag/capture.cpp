@@ -1,10 +1,10 @@
 #include "diag/capture.h"
 
 #include <cstring>
-#include <mutex>
 
 #include "diag/capture_ring.h"
 #include "platform/memory.h"
+#include "platform/mutex.h"
 #include "port/capture_hook.h"
 
 namespace brisolt::capture {
@@ -32,7 +32,7 @@ int32_t start(Port& port, std::string_view directory, int32_t capacity) noexcept
         return -1;
     auto* ring = static_cast<char*>(memory::allocateZeroed(static_cast<std::size_t>(capacity)));
     captureHook = keepEntry;
-    std::lock_guard lock(port.captureMutex);
+    MutexLock lock(port.captureMutex);
     PortRecord& record = *port.record;
     turnOff(record);
     if (ring == nullptr)
@@ -45,7 +45,7 @@ int32_t start(Port& port, std::string_view directory, int32_t capacity) noexcept
 }
 
 int32_t add(Port& port, std::string_view bytes) noexcept {
-    std::lock_guard lock(port.captureMutex);
+    MutexLock lock(port.captureMutex);
     if (port.record->captureActive != 1)
         return -2;
     captureRing::add(*port.record, bytes);
@@ -53,13 +53,13 @@ int32_t add(Port& port, std::string_view bytes) noexcept {
 }
 
 void clear(Port& port) noexcept {
-    std::lock_guard lock(port.captureMutex);
+    MutexLock lock(port.captureMutex);
     if (port.record->captureActive == 1)
         captureRing::clear(*port.record);
 }
 
 void stop(Port& port) noexcept {
-    std::lock_guard lock(port.captureMutex);
+    MutexLock lock(port.captureMutex);
     turnOff(*port.record);
 }
 

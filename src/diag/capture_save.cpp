@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -12,6 +11,7 @@
 #include "diag/capture_ring.h"
 #include "platform/directory.h"
 #include "platform/file.h"
+#include "platform/mutex.h"
 #include "platform/process.h"
 #include "port/waits.h"
 #include "util/time_strings.h"
@@ -30,7 +30,7 @@ constexpr std::string_view ending = ".txt";
 
 /// Where the files go, which from now on is written with its separator. Empty when there is no such place.
 std::string directoryOf(Port& port) {
-    std::lock_guard lock(port.captureMutex);
+    MutexLock lock(port.captureMutex);
     std::span<char> field(port.record->captureDir);
     std::size_t length = std::strlen(field.data());
     if (length < shortestDirectory)
@@ -97,7 +97,7 @@ struct Captured {
 };
 
 std::optional<Captured> copyOf(Port& port) {
-    std::lock_guard lock(port.captureMutex);
+    MutexLock lock(port.captureMutex);
     if (port.record->captureActive != 1)
         return std::nullopt;
     return Captured{captureRing::contents(*port.record), port.record->captureAdded};
@@ -105,7 +105,7 @@ std::optional<Captured> copyOf(Port& port) {
 
 /// What other threads have added since stays for the next save.
 void forget(Port& port, const Captured& captured) noexcept {
-    std::lock_guard lock(port.captureMutex);
+    MutexLock lock(port.captureMutex);
     if (port.record->captureActive == 1)
         captureRing::keepLatest(*port.record, port.record->captureAdded - captured.upTo);
 }

@@ -1,8 +1,8 @@
 #include "files/file_strings.h"
 
 #include <cstring>
-#include <mutex>
 
+#include "platform/mutex.h"
 #include "port/tracked_memory.h"
 
 namespace brisolt::fileStrings {
@@ -26,7 +26,7 @@ char* copyOf(int32_t port, std::string_view name) noexcept {
 
 // An emptied list starts on a fresh table; the old one goes with the port's tracked memory.
 bool add(Port& port, std::string_view name, uint32_t value) noexcept {
-    std::scoped_lock guard(port.filesMutex);
+    MutexLock guard(port.filesMutex);
     PortRecord& record = *port.record;
     int32_t count = record.fileStringCount;
     if (count == FileStringTable::room)
@@ -51,7 +51,7 @@ int32_t count(Port& port) noexcept {
 }
 
 bool copyName(Port& port, int32_t index, char* buffer) noexcept {
-    std::scoped_lock guard(port.filesMutex);
+    MutexLock guard(port.filesMutex);
     if (!hasEntry(*port.record, index))
         return false;
     const char* name = port.record->fileStringTable->names[index];
@@ -60,7 +60,7 @@ bool copyName(Port& port, int32_t index, char* buffer) noexcept {
 }
 
 bool value(Port& port, int32_t index, uint32_t& value) noexcept {
-    std::scoped_lock guard(port.filesMutex);
+    MutexLock guard(port.filesMutex);
     if (!hasEntry(*port.record, index))
         return false;
     value = port.record->fileStringTable->values[index];
@@ -68,7 +68,7 @@ bool value(Port& port, int32_t index, uint32_t& value) noexcept {
 }
 
 void empty(Port& port) noexcept {
-    std::scoped_lock guard(port.filesMutex);
+    MutexLock guard(port.filesMutex);
     // Newest first, as the pool keeps them.
     for (int32_t index = port.record->fileStringCount; index-- > 0;)
         tracked::release(port.number, port.record->fileStringTable->names[index]);
@@ -76,7 +76,7 @@ void empty(Port& port) noexcept {
 }
 
 int32_t releaseAll(Port& port) noexcept {
-    std::scoped_lock guard(port.filesMutex);
+    MutexLock guard(port.filesMutex);
     port.record->fileStringCount = 0;
     port.record->fileStringTable = nullptr;
     return tracked::releaseAll(port.number);

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <mutex>
 
 #include "diag/debug_logs.h"
+#include "platform/mutex.h"
 #include "util/file_blocks.h"
 
 namespace brisolt::writeCheck {
@@ -73,14 +73,14 @@ int32_t verifyFile(Port& port, const char* name, int32_t offset, std::span<const
 }
 
 void startStream(Port& port) noexcept {
-    std::scoped_lock guard(port.filesMutex);
+    MutexLock guard(port.filesMutex);
     PortWorkArea& area = *port.workArea;
     area.verifyExpect1 = area.verifyExpect2 = area.verifyReserved = 0;
     area.verifyState = area.verifyCount = 0;
 }
 
 int32_t verifyStream(Port& port, std::span<const uint8_t> bytes) noexcept {
-    std::scoped_lock guard(port.filesMutex);
+    MutexLock guard(port.filesMutex);
     PortWorkArea& area = *port.workArea;
     for (std::size_t i = 0; i < bytes.size() && area.verifyState < 2; ++i) {
         int32_t wanted = area.verifyState == 0 ? area.verifyExpect1 : area.verifyExpect2;

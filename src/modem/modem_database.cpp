@@ -1,10 +1,10 @@
 #include "modem/modem_database.h"
 
 #include <cstddef>
-#include <mutex>
 #include <new>
 
 #include "platform/memory.h"
+#include "platform/mutex.h"
 #include "port/port_table.h"
 
 namespace brisolt::modem {
@@ -92,8 +92,8 @@ namespace listing {
 namespace {
 
 struct Slot {
-    std::mutex mutex;
-    Database database;
+    Mutex mutex;
+    Database database GUARDED_BY(mutex);
 };
 
 using Slots = std::array<Slot, lastPort + 1>;
@@ -107,18 +107,18 @@ Slot& slot(int32_t number) noexcept {
 } // namespace
 
 int32_t start(int32_t number, const char* path, const Destinations& into) noexcept {
-    std::scoped_lock guard(slot(number).mutex);
+    MutexLock guard(slot(number).mutex);
     int32_t opened = slot(number).database.open(path);
     return opened == 1 ? slot(number).database.next(into) : opened;
 }
 
 int32_t next(int32_t number, const Destinations& into) noexcept {
-    std::scoped_lock guard(slot(number).mutex);
+    MutexLock guard(slot(number).mutex);
     return slot(number).database.next(into);
 }
 
 void end(int32_t number) noexcept {
-    std::scoped_lock guard(slot(number).mutex);
+    MutexLock guard(slot(number).mutex);
     slot(number).database.close();
 }
 

@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <cstring>
-#include <mutex>
 #include <tuple>
 
 #include "platform/function_words.h"
+#include "platform/mutex.h"
 #include "port/port_table.h"
 #include "stream/line_settings.h"
 
@@ -147,7 +147,7 @@ int32_t getPortParms(Port& port, ComPortParms& parms) {
     const PortRecord& record = *port.record;
     allOut(portNumbers, record, copy);
     {
-        std::scoped_lock guard(port.lineMutex);
+        MutexLock guard(port.lineMutex);
         allOut(portTexts, record, copy);
     }
     bool whole = true;
@@ -164,7 +164,7 @@ void storePortParms(Port& port, const ComPortParms& parms) {
     PortRecord& record = *port.record;
     allIn(portNumbers, record, parms);
     {
-        std::scoped_lock guard(port.lineMutex);
+        MutexLock guard(port.lineMutex);
         allIn(portTexts, record, parms);
     }
     forEach(portFunctions, [&](const auto& at) {

@@ -1,7 +1,7 @@
 #include "port/flow.h"
+#include "platform/mutex.h"
 
 #include <array>
-#include <mutex>
 
 namespace brisolt {
 
@@ -59,7 +59,7 @@ int32_t controlLine(Port& port, ComPortFunc driverFunction, uint32_t function) {
 
 /// From the state that the device really has; under one lock, so that no other change of the line is undone.
 bool applyMode(Port& port, int32_t mode, uint32_t outputs) noexcept {
-    std::scoped_lock guard(port.lineMutex);
+    MutexLock guard(port.lineMutex);
     ComHostLineState state{};
     bool readable = port.device.getLineState(state);
     if (mode < 0 || mode >= static_cast<int32_t>(modes.size()) || !port.hasDevice())

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <mutex>
 
+#include "platform/mutex.h"
 #include "port/device_io.h"
 #include "port/half_duplex.h"
 #include "port/port_table.h"
@@ -168,11 +168,8 @@ struct Drained {
 };
 
 /// The ring's room may lie in two pieces; a read that does not fill its piece has emptied the device.
-Drained drain(Port& port) noexcept {
+Drained drain(Port& port) noexcept WITH_LOCK(port.portLock) {
     Drained drained{.had = false, .toEnd = false};
-    const std::unique_lock lock(port.portLock, std::try_to_lock);
-    if (!lock.owns_lock())
-        return drained;
     statusRead(port);
     for (auto room = port.rx.room(); !room.empty() && !drained.toEnd; room = port.rx.room()) {
         int32_t got = receiveStep(port);
@@ -181,6 +178,15 @@ Drained drain(Port& port) noexcept {
     }
     if (drained.had)
         replacementStep(port);
+    return drained;
+}
+
+/// Nothing while somebody else is busy with the port.
+Drained drainIfFree(Port& port) noexcept {
+    if (!port.portLock.try_lock())
+        return {.had = false, .toEnd = false};
+    const Drained drained = drain(port);
+    port.portLock.unlock();
     return drained;
 }
 
@@ -212,7 +218,7 @@ bool takeFromDevice(Port& port) noexcept {
 }
 
 bool tellFromDevice(Port& port) {
-    Drained drained = drain(port);
+    Drained drained = drainIfFree(port);
     if (drained.had)
         tellReceived(port);
     return drained.toEnd;

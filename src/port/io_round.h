@@ -1,5 +1,5 @@
 // A round: what moves bytes between the rings and the device. The I/O thread runs it, in direct mode the
-// reading and writing calls do. All steps want portLock held.
+// reading and writing calls do.
 #pragma once
 
 #include <cstdint>
@@ -9,16 +9,17 @@
 namespace brisolt {
 
 /// Moves what the device holds into the receive ring, as far as one piece of room goes. How many bytes.
-int32_t receiveStep(Port& port) noexcept;
+int32_t receiveStep(Port& port) noexcept WITH_LOCK(port.portLock);
 
 /// Replaces a received byte value by another in the unread bytes, when that is switched on.
-void replacementStep(Port& port) noexcept;
+void replacementStep(Port& port) noexcept WITH_LOCK(port.portLock);
 
-/// Hands at most one block of the transmit ring to the device. Whether the ring has given up bytes.
+/// Hands at most one block of the transmit ring to the device. Whether the ring has given up bytes. With portLock
+/// but on a lossless port, whose sending holds up nobody who reads.
 bool transmitStep(Port& port) noexcept;
 
 /// A round in the caller's thread: everything but notifications.
-void directRound(Port& port) noexcept;
+void directRound(Port& port) noexcept WITH_LOCK(port.portLock);
 
 /// A round of the I/O thread, notifications included. It takes portLock itself. `mayReceive` false: the
 /// device is known to hold nothing. True when there was something to do: the device had bytes, somebody was
@@ -40,9 +41,8 @@ bool sendToDevice(Port& port) noexcept;
 /// Whether a lossless port has queued bytes that may go as soon as the device has room.
 bool hasUnsent(const Port& port) noexcept;
 
-/// The ring gives up what the device takes now, no more: the sending of a lossless port. Whether it took any. With
-/// sendLock.
-bool transmitLossless(Port& port) noexcept;
+/// The ring gives up what the device takes now, no more: the sending of a lossless port. Whether it took any.
+bool transmitLossless(Port& port) noexcept WITH_LOCK(port.sendLock);
 
 /// What the subsystem of notifications does when a round brought data; set once, on first use. It runs
 /// without portLock: a function of the caller's may use other ports, whose functions use this one.

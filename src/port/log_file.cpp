@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 
 #include "platform/file.h"
+#include "platform/mutex.h"
 #include "platform/process.h"
 #include "port/capture_hook.h"
 #include "util/time_strings.h"
@@ -27,7 +27,7 @@ Name& nameOf(Port& port, Log log) noexcept {
 
 /// A copy, so that nobody who switches a log waits for a file. False when the log is off.
 bool copyName(Port& port, Log log, Name& copy) noexcept {
-    std::lock_guard lock(port.logMutex);
+    MutexLock lock(port.logMutex);
     std::memcpy(copy, nameOf(port, log), sizeof copy);
     return copy[0] != '\0';
 }
@@ -36,7 +36,7 @@ bool copyName(Port& port, Log log, Name& copy) noexcept {
 bool isOff(Port& port, Log log) noexcept {
     if (log == Log::protocol && capturing(port) != nullptr)
         return false;
-    std::lock_guard lock(port.logMutex);
+    MutexLock lock(port.logMutex);
     return nameOf(port, log)[0] == '\0';
 }
 
@@ -81,7 +81,7 @@ bool name(Port& port, Log log, const char* path) noexcept {
     std::size_t length = path == nullptr ? 0 : std::strlen(path);
     if (length >= nameSize)
         return false;
-    std::lock_guard lock(port.logMutex);
+    MutexLock lock(port.logMutex);
     Name& name = nameOf(port, log);
     std::memset(name, 0, sizeof name);
     if (length > 0)

@@ -3,6 +3,7 @@
 #include <array>
 #include <new>
 
+#include "platform/mutex.h"
 #include "platform/thread.h"
 #include "port/io_round.h"
 #include "port/port_table.h"
@@ -35,7 +36,7 @@ uint32_t mayWatch(const Port& port) noexcept {
 // ---- coming and going
 
 uint32_t Lookout::admit(Port& port, int32_t descriptor) noexcept try {
-    std::scoped_lock guard(mutex_);
+    MutexLock guard(mutex_);
     if (gone() || !startDeputy())
         return 0;
     lastTicket_ = lastTicket_ == UINT32_MAX ? 1 : lastTicket_ + 1;
@@ -54,7 +55,7 @@ uint32_t Lookout::admit(Port& port, int32_t descriptor) noexcept try {
 }
 
 void Lookout::dismiss(uint32_t ticket) noexcept {
-    std::scoped_lock guard(mutex_);
+    MutexLock guard(mutex_);
     auto found = stays_.find(ticket);
     if (found == stays_.end())
         return;
@@ -65,7 +66,7 @@ void Lookout::dismiss(uint32_t ticket) noexcept {
 
 /// The port behind the ticket, with a hold; null when its stay is over.
 Port* Lookout::hold(uint32_t ticket) noexcept {
-    std::scoped_lock guard(mutex_);
+    MutexLock guard(mutex_);
     auto found = stays_.find(ticket);
     return found != stays_.end() && table::tryHold(*found->second.port) ? found->second.port : nullptr;
 }
@@ -140,7 +141,7 @@ void Lookout::standIn() noexcept {
 void Lookout::end() noexcept {
     gone_ = 1;
     deputy_->wake();
-    std::scoped_lock guard(mutex_);
+    MutexLock guard(mutex_);
     for (const auto& [ticket, stay] : stays_)
         stay.port->wakeThread();
 }

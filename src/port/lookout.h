@@ -7,9 +7,9 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 
+#include "platform/mutex.h"
 #include "platform/wake.h"
 #include "platform/watch_set.h"
 #include "port/port.h"
@@ -47,16 +47,16 @@ private:
         int32_t descriptor;
     };
     static void deputyMain(void* argument);
-    bool startDeputy() noexcept;
+    bool startDeputy() noexcept WITH_LOCK(mutex_);
     void standIn() noexcept;
     Port* hold(uint32_t ticket) noexcept;
     void serveReady() noexcept;
     void serve(const WatchSet::Event& event) noexcept;
 
-    std::mutex mutex_; ///< the stays and the start of the deputy
-    std::unordered_map<uint32_t, Stay> stays_;
-    uint32_t lastTicket_ = 0;
-    bool deputyStarted_ = false;
+    Mutex mutex_; ///< the stays and the start of the deputy
+    std::unordered_map<uint32_t, Stay> stays_ GUARDED_BY(mutex_);
+    uint32_t lastTicket_ GUARDED_BY(mutex_) = 0;
+    bool deputyStarted_ GUARDED_BY(mutex_) = false;
     WatchSet set_;
     DirectionWatch waits_; ///< the thread's, as the deputy sees them
     std::atomic<int32_t> gone_{0};

@@ -9,9 +9,9 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
 #include "device/device.h"
+#include "platform/mutex.h"
 #include "platform/wake.h"
 #include "port/port_counters.h"
 #include "port/port_events.h"
@@ -49,7 +49,7 @@ struct Port {
 
     PortLock portLock;
     PortLock sendLock;   ///< the transmit ring and the device's output, whose turn it is included
-    WriterQueue writers; ///< under sendLock
+    WriterQueue writers; ///< whose turn it is; under sendLock but for a look whether there is any
     Device device;
     PortEvents events;
     PortCounters counters;
@@ -80,15 +80,15 @@ struct Port {
     std::atomic<uint32_t> cancels{0};
     std::atomic<int32_t> lossless{0};
     std::atomic<int32_t> traceOn{0};     ///< the trace file has a name
-    std::mutex logMutex;                 ///< the log file names of the record
-    std::mutex lineMutex;                ///< lineState and deviceName of the record
-    std::mutex showMutex;                ///< show of the record
-    std::mutex captureMutex;             ///< the capture of the record
-    std::mutex filesMutex;               ///< the file-string list and the state of the write check
+    Mutex logMutex;                      ///< the log file names of the record
+    Mutex lineMutex;                     ///< lineState and deviceName of the record
+    Mutex showMutex;                     ///< show of the record
+    Mutex captureMutex;                  ///< the capture of the record
+    Mutex filesMutex;                    ///< the file-string list and the state of the write check
     std::atomic<uint32_t> fileWriter{0}; ///< the thread that uses the buffered writer
 
-    /// The transfer that goes on the port step by step, if there is one; under portLock.
-    std::shared_ptr<TextTransfer> transfer;
+    /// The transfer that goes on the port step by step, if there is one.
+    std::shared_ptr<TextTransfer> transfer GUARDED_BY(portLock);
 
     bool isOpen() const noexcept { return open.load(std::memory_order_acquire) == 1; }
     /// For waits: they end when a close begins, not when it has come to clearing `open`.
@@ -96,11 +96,11 @@ struct Port {
     bool threaded() const noexcept { return record->ioMode == ioThreaded; }
     bool hasDevice() const noexcept { return device.present(); }
     ComHostLineState lineStateCopy() noexcept {
-        std::scoped_lock guard(lineMutex);
+        MutexLock guard(lineMutex);
         return record->lineState;
     }
     void setLineStateCopy(const ComHostLineState& state) noexcept {
-        std::scoped_lock guard(lineMutex);
+        MutexLock guard(lineMutex);
         record->lineState = state;
     }
     void wakeThread() noexcept {

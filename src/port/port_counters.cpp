@@ -1,6 +1,7 @@
 #include "port/port_counters.h"
 
 #include "platform/message.h"
+#include "platform/mutex.h"
 #include "port/port.h"
 
 namespace brisolt {
@@ -56,7 +57,7 @@ void PortCounters::copy(ComHostCounters& to, const ComHostCounters& from, uint32
             to.*row.counter = from.*row.counter;
 }
 
-// With the mutex. Unsigned differences: a device that wraps a counter is no harm.
+// Unsigned differences: a device that wraps a counter is no harm.
 ComHostCounters PortCounters::read(Port& port) noexcept {
     ComHostCounters counted = own_;
     if (ComHostCounters device{}; port.device.counters(device))
@@ -69,7 +70,11 @@ ComHostCounters PortCounters::read(Port& port) noexcept {
 }
 
 void PortCounters::begin(Port& port) noexcept {
-    std::scoped_lock guard(mutex_, watchMutex_);
+    {
+        MutexLock guard(watchMutex_);
+        asked_ = 0;
+    }
+    MutexLock guard(mutex_);
     base_ = own_ = told_ = {};
     if (ComHostCounters device{}; port.device.counters(device))
         base_ = device;
@@ -77,17 +82,16 @@ void PortCounters::begin(Port& port) noexcept {
     events_ = 0;
     window_ = 0;
     thread_ = 0;
-    asked_ = 0;
 }
 
 ComHostCounters PortCounters::now(Port& port) noexcept {
-    std::scoped_lock guard(mutex_);
+    MutexLock guard(mutex_);
     return read(port);
 }
 
 void PortCounters::look(Port& port) noexcept {
     {
-        std::scoped_lock guard(mutex_);
+        MutexLock guard(mutex_);
         ComHostCounters counted = read(port);
         uint32_t moved = differing(counted, told_, everyEvent);
         if (moved == 0)
@@ -106,7 +110,7 @@ void PortCounters::look(Port& port) noexcept {
 
 void PortCounters::noteErrors(Port& port, uint32_t errors) noexcept {
     {
-        std::scoped_lock guard(mutex_);
+        MutexLock guard(mutex_);
         for (const ErrorRow& row : errorRows)
             if ((errors & row.error) != 0)
                 own_.*row.counter += 1;
@@ -120,7 +124,7 @@ void PortCounters::noteState(Port& port) noexcept {
         port.deviceState.exchange(state) == state)
         return;
     {
-        std::scoped_lock guard(mutex_);
+        MutexLock guard(mutex_);
         bool wasThere = state_ == COM_HOST_DEVICE_THERE;
         bool isThere = state == COM_HOST_DEVICE_THERE;
         own_.gone += wasThere && !isThere ? 1 : 0;
@@ -132,7 +136,7 @@ void PortCounters::noteState(Port& port) noexcept {
 }
 
 uint32_t PortCounters::ask(Port& port, uint32_t events) noexcept {
-    std::scoped_lock guard(watchMutex_);
+    MutexLock guard(watchMutex_);
     if ((asked_ | events) != asked_) {
         asked_ |= events;
         port.device.watch(asked_, deviceChanged, &port);
@@ -148,7 +152,7 @@ uint32_t PortCounters::ask(Port& port, uint32_t events) noexcept {
 }
 
 void PortCounters::setTarget(uint32_t events, int32_t window, uint32_t thread) noexcept {
-    std::scoped_lock guard(mutex_);
+    MutexLock guard(mutex_);
     bool nobody = window == 0 && thread == 0;
     events_ = nobody ? 0 : events;
     window_ = window;

@@ -4,9 +4,9 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 
 #include "brisolt_host.h"
+#include "platform/mutex.h"
 
 namespace brisolt {
 
@@ -40,19 +40,19 @@ public:
     static void copy(ComHostCounters& to, const ComHostCounters& from, uint32_t events) noexcept;
 
 private:
-    ComHostCounters read(Port& port) noexcept;
+    ComHostCounters read(Port& port) noexcept WITH_LOCK(mutex_);
 
-    std::mutex mutex_;     ///< what follows
-    ComHostCounters base_; ///< the device's, at the open
-    ComHostCounters own_;  ///< what a device that counts nothing has told otherwise
-    ComHostCounters told_; ///< as whoever asked was told last
-    int32_t state_ = COM_HOST_DEVICE_THERE;
-    uint32_t events_ = 0;
-    int32_t window_ = 0;
-    uint32_t thread_ = 0;
+    Mutex mutex_;                             ///< what follows
+    ComHostCounters base_ GUARDED_BY(mutex_); ///< the device's, at the open
+    ComHostCounters own_ GUARDED_BY(mutex_);  ///< what a device that counts nothing has told otherwise
+    ComHostCounters told_ GUARDED_BY(mutex_); ///< as whoever asked was told last
+    int32_t state_ GUARDED_BY(mutex_) = COM_HOST_DEVICE_THERE;
+    uint32_t events_ GUARDED_BY(mutex_) = 0;
+    int32_t window_ GUARDED_BY(mutex_) = 0;
+    uint32_t thread_ GUARDED_BY(mutex_) = 0;
 
-    std::mutex watchMutex_; ///< the device's watch
-    uint32_t asked_ = 0;
+    Mutex watchMutex_; ///< the device's watch
+    uint32_t asked_ GUARDED_BY(watchMutex_) = 0;
 };
 
 } // namespace brisolt

@@ -1,9 +1,10 @@
 #include "port/port_events.h"
+#include "platform/mutex.h"
 
 namespace brisolt {
 
 PortEvents::Waiter::Waiter(PortEvents& events, Wake& wake) noexcept : events_(events), wake_(wake) {
-    std::scoped_lock guard(events_.mutex_);
+    MutexLock guard(events_.mutex_);
     next_ = events_.first_;
     link_ = &events_.first_;
     if (next_ != nullptr)
@@ -13,7 +14,7 @@ PortEvents::Waiter::Waiter(PortEvents& events, Wake& wake) noexcept : events_(ev
 }
 
 PortEvents::Waiter::~Waiter() {
-    std::scoped_lock guard(events_.mutex_);
+    MutexLock guard(events_.mutex_);
     *link_ = next_;
     if (next_ != nullptr)
         next_->link_ = link_;
@@ -26,7 +27,7 @@ void PortEvents::wakeAll() noexcept {
     count_.fetch_add(1);
     if (waiting_.load() == 0)
         return;
-    std::scoped_lock guard(mutex_);
+    MutexLock guard(mutex_);
     for (Waiter* waiter = first_; waiter != nullptr; waiter = waiter->next_)
         waiter->wake_.wake();
 }

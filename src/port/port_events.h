@@ -3,8 +3,8 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 
+#include "platform/mutex.h"
 #include "platform/wake.h"
 
 namespace brisolt {
@@ -34,8 +34,8 @@ public:
 private:
     std::atomic<uint32_t> count_{0};
     std::atomic<int32_t> waiting_{0};
-    std::mutex mutex_;
-    Waiter* first_ = nullptr;
+    Mutex mutex_;
+    Waiter* first_ GUARDED_BY(mutex_) = nullptr;
 };
 
 } // namespace brisolt

@@ -5,13 +5,14 @@
 #include <atomic>
 #include <cstdint>
 
+#include "platform/mutex.h"
 #include "platform/parking.h"
 
 namespace brisolt {
 
-class PortLock {
+class IS_A_LOCK PortLock {
 public:
-    void lock() noexcept {
+    void lock() noexcept TAKES_LOCK() LOCKS_UNCHECKED {
         const void* me = &thisThread;
         if (owner_.load(std::memory_order_relaxed) == me) {
             ++depth_;
@@ -24,13 +25,13 @@ public:
         depth_ = 1;
     }
     /// Takes it when it is free, or comes free in the time that a sleep would cost.
-    bool try_lock() noexcept { // named for std::unique_lock
+    bool try_lock() noexcept TRIES_LOCK(true) LOCKS_UNCHECKED {
         for (int32_t i = 0; i < looks; ++i)
             if (takeFree())
                 return true;
         return false;
     }
-    void unlock() noexcept {
+    void unlock() noexcept GIVES_LOCK() LOCKS_UNCHECKED {
         if (--depth_ > 0)
             return;
         owner_.store(nullptr, std::memory_order_relaxed);

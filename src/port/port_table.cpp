@@ -1,8 +1,8 @@
 #include "port/port_table.h"
 
-#include <mutex>
 #include <new>
 
+#include "platform/mutex.h"
 #include "port/blocks.h"
 
 namespace brisolt::table {
@@ -11,12 +11,12 @@ Slot slots[lastPort + 1];
 
 namespace {
 
-std::mutex freeMutex;
-Port* freeHeaders = nullptr;
+Mutex freeMutex;
+Port* freeHeaders GUARDED_BY(freeMutex) = nullptr;
 
 Port* takeHeader() noexcept {
     {
-        std::scoped_lock guard(freeMutex);
+        MutexLock guard(freeMutex);
         if (Port* port = freeHeaders) {
             freeHeaders = port->nextFree;
             return port;
@@ -86,7 +86,8 @@ void withdraw(Port& port) noexcept {
     unclaim(port.number);
 }
 
-void freePort(Port& port) noexcept {
+/// The last hold is gone: nobody else can come to its lock.
+void freePort(Port& port) noexcept LOCKS_UNCHECKED {
     port.device.watch(0, nullptr, nullptr);
     if (port.closeCallersHandle != 0)
         port.device.closeWithHandle();
@@ -96,7 +97,7 @@ void freePort(Port& port) noexcept {
     port.orphans.releaseAll();
     blocks::release(port);
     port.threadWake.reset();
-    std::scoped_lock guard(freeMutex);
+    MutexLock guard(freeMutex);
     port.nextFree = freeHeaders;
     freeHeaders = &port;
 }

@@ -86,10 +86,10 @@ private:
 };
 
 /// portLock for the length of a scope. While it is held no round runs: the I/O thread is suspended.
-class HeldLock {
+class HOLDS_A_LOCK HeldLock {
 public:
-    explicit HeldLock(Port& port) noexcept : lock_(port.portLock) { lock_.lock(); }
-    ~HeldLock() { lock_.unlock(); }
+    explicit HeldLock(Port& port) noexcept TAKES_LOCK(port.portLock) : lock_(port.portLock) { lock_.lock(); }
+    ~HeldLock() GIVES_LOCK() { lock_.unlock(); }
     HeldLock(const HeldLock&) = delete;
     HeldLock& operator=(const HeldLock&) = delete;
 
@@ -98,10 +98,10 @@ private:
 };
 
 /// sendLock for the length of a scope; taken after portLock where both are needed.
-class HeldSend {
+class HOLDS_A_LOCK HeldSend {
 public:
-    explicit HeldSend(Port& port) noexcept : lock_(port.sendLock) { lock_.lock(); }
-    ~HeldSend() { lock_.unlock(); }
+    explicit HeldSend(Port& port) noexcept TAKES_LOCK(port.sendLock) : lock_(port.sendLock) { lock_.lock(); }
+    ~HeldSend() GIVES_LOCK() { lock_.unlock(); }
     HeldSend(const HeldSend&) = delete;
     HeldSend& operator=(const HeldSend&) = delete;
 

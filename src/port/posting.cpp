@@ -1,11 +1,11 @@
 #include "port/posting.h"
 
-#include <mutex>
 #include <new>
 #include <unordered_map>
 
 #include "platform/lasting.h"
 #include "platform/message.h"
+#include "platform/mutex.h"
 #include "platform/thread.h"
 #include "port/lookout.h"
 #include "port/watch.h"
@@ -14,7 +14,7 @@ namespace brisolt {
 
 namespace {
 
-std::mutex registryMutex;
+Mutex registryMutex;
 std::atomic<uint32_t> wishes{0}; ///< how often a port has looked for somebody who is not there
 thread_local Lookout* own = nullptr;
 thread_local uint32_t wishesSeen = 0;
@@ -28,7 +28,7 @@ Registry& registry() noexcept {
 
 /// That thread's lookout. Null as yet: the thread will see that it is wished for.
 std::shared_ptr<Lookout> lookoutOf(uint32_t thread) {
-    std::scoped_lock guard(registryMutex);
+    MutexLock guard(registryMutex);
     auto [found, fresh] = registry().try_emplace(thread);
     if (fresh)
         wishes.fetch_add(1);
@@ -40,7 +40,7 @@ void endOwn(void*) noexcept {
         return;
     std::shared_ptr<Lookout> ended;
     {
-        std::scoped_lock guard(registryMutex);
+        MutexLock guard(registryMutex);
         auto found = registry().find(own->thread);
         ended = std::move(found->second);
         registry().erase(found);
@@ -55,7 +55,7 @@ Lookout* ownLookout() noexcept try {
     uint32_t now = wishes.load(std::memory_order_acquire);
     if (own != nullptr || now == wishesSeen)
         return own;
-    std::scoped_lock guard(registryMutex);
+    MutexLock guard(registryMutex);
     auto wish = registry().find(thread::currentId());
     if (wish != registry().end()) {
         auto made = std::make_shared<Lookout>(wish->first);

@@ -3,10 +3,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdlib>
-#include <mutex>
 #include <type_traits>
 
 #include "platform/memory.h"
+#include "platform/mutex.h"
 #include "port/port_table.h"
 
 namespace brisolt {
@@ -30,8 +30,8 @@ namespace tracked {
 namespace {
 
 struct Pool {
-    std::mutex mutex;
-    TrackedBlocks blocks;
+    Mutex mutex;
+    TrackedBlocks blocks GUARDED_BY(mutex);
 };
 
 // Made by the compiler and without a destructor: threads may use them before main and after it.
@@ -47,7 +47,7 @@ Pool& pool(int32_t number) noexcept {
 void forget(int32_t number) noexcept {
     if (!validPort(number))
         return;
-    std::scoped_lock guard(pool(number).mutex);
+    MutexLock guard(pool(number).mutex);
     pool(number).blocks = {};
 }
 
@@ -58,7 +58,7 @@ void* allocate(int32_t number, uint32_t size) noexcept {
     auto* header = static_cast<TrackedBlocks::Header*>(memory::allocateSmall(whole));
     if (header == nullptr)
         return nullptr;
-    std::scoped_lock guard(pool(number).mutex);
+    MutexLock guard(pool(number).mutex);
     TrackedBlocks& blocks = pool(number).blocks;
     header->older = blocks.newest;
     blocks.newest = header;
@@ -71,7 +71,7 @@ int32_t release(int32_t number, void* address) noexcept {
         return -1;
     if (address == nullptr)
         return 0;
-    std::scoped_lock guard(pool(number).mutex);
+    MutexLock guard(pool(number).mutex);
     TrackedBlocks& blocks = pool(number).blocks;
     for (TrackedBlocks::Header** link = &blocks.newest; *link != nullptr; link = &(*link)->older) {
         TrackedBlocks::Header* header = *link;
@@ -95,12 +95,12 @@ int32_t releaseAll(int32_t number) noexcept {
 uint32_t outstanding(int32_t number) noexcept {
     if (!validPort(number))
         return 0;
-    std::scoped_lock guard(pool(number).mutex);
+    MutexLock guard(pool(number).mutex);
     return pool(number).blocks.count;
 }
 
 TrackedBlocks detach(int32_t number) noexcept {
-    std::scoped_lock guard(pool(number).mutex);
+    MutexLock guard(pool(number).mutex);
     TrackedBlocks taken = pool(number).blocks;
     pool(number).blocks = {};
     return taken;

@@ -37,8 +37,8 @@ int32_t sendScrambled(Port& port, Bytes bytes) noexcept {
     }
 }
 
-/// What the device takes now, after what was queued before. With sendLock and the turn.
-int32_t handOver(Port& port, Bytes bytes) noexcept {
+/// What the device takes now, after what was queued before. With the turn.
+int32_t handOver(Port& port, Bytes bytes) noexcept WITH_LOCK(port.sendLock) {
     if (port.halfDuplex != 0)
         return 0;
     if (!port.tx.empty())

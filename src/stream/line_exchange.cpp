@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "platform/error_text.h"
+#include "platform/mutex.h"
 #include "port/flow.h"
 #include "port/framing_text.h"
 
@@ -74,7 +75,7 @@ int32_t setLine(Port& port, int32_t baudRate, const char* framing, int32_t flow)
         return -1;
     if (!isThere(port))
         return deviceGone;
-    std::scoped_lock guard(port.lineMutex); // no other change of the line is undone
+    MutexLock guard(port.lineMutex); // no other change of the line is undone
     ComHostLineState before{}, real{};
     if (!port.device.getLineState(before))
         return isThere(port) ? refused : deviceGone;

@@ -1,9 +1,9 @@
 #include "stream/line_settings.h"
 
 #include <algorithm>
-#include <mutex>
 
 #include "platform/clock.h"
+#include "platform/mutex.h"
 #include "port/device_io.h"
 #include "port/device_setup.h"
 #include "port/waits.h"
@@ -30,7 +30,7 @@ void holdLine(Port& port, uint32_t milliseconds) {
 template <class Change> int32_t applyLine(Port& port, Change change) {
     drainWait(port);
     port.device.purge(purgeAll);
-    std::scoped_lock guard(port.lineMutex);
+    MutexLock guard(port.lineMutex);
     change(port.record->lineState);
     port.device.setLineState(port.record->lineState);
     return 1;

@@ -11,9 +11,9 @@ namespace brisolt {
 /// ComRead.
 int32_t read(Port& port, void* buffer, int32_t count);
 /// What the ring holds, and what the device gives at once into the caller's own buffer while the ring is empty.
-/// With portLock; no driver function is asked.
-int32_t readRing(Port& port, uint8_t* to, int32_t count) noexcept;
-int32_t readDevice(Port& port, std::span<uint8_t> to) noexcept;
+/// No driver function is asked.
+int32_t readRing(Port& port, uint8_t* to, int32_t count) noexcept WITH_LOCK(port.portLock);
+int32_t readDevice(Port& port, std::span<uint8_t> to) noexcept WITH_LOCK(port.portLock);
 /// ComGetc.
 int32_t readByte(Port& port);
 /// ComStatus.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/mutex.h"
 #include "port/device_io.h"
 #include "port/port_table.h"
 #include "port/trace.h"
@@ -76,7 +77,7 @@ int32_t setMaxWriteChars(Port& port, int32_t count) {
 }
 
 int32_t setErrorReplacement(Port& port, int32_t enable, uint8_t replacement) {
-    std::scoped_lock guard(port.lineMutex); // a line change of another thread is not undone
+    MutexLock guard(port.lineMutex); // a line change of another thread is not undone
     ComHostLineState state{};
     if (!port.device.getLineState(state))
         return -1;

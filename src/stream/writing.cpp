@@ -37,7 +37,7 @@ int32_t queue(Port& port, std::span<const uint8_t> bytes) noexcept {
 /// A lossless port's ring takes the bytes. The thread is called for the first of them only: while there are
 /// any it looks after them, or stands back for a moment for callers that do. A caller that is the port's
 /// lookout sends them itself, before the thread would have woken.
-int32_t queueLossless(Port& port, std::span<const uint8_t> bytes) noexcept {
+int32_t queueLossless(Port& port, std::span<const uint8_t> bytes) noexcept WITH_LOCK(port.sendLock) {
     bool first = port.tx.empty();
     int32_t taken = port.tx.queue(bytes);
     if (first && taken > 0 && watchedHere(port) && hasUnsent(port)) {
@@ -51,7 +51,7 @@ int32_t queueLossless(Port& port, std::span<const uint8_t> bytes) noexcept {
 }
 
 /// The device takes what it has room for now, the ring the rest: nothing waits, nothing is dropped.
-int32_t writeLossless(Port& port, std::span<const uint8_t> bytes) noexcept {
+int32_t writeLossless(Port& port, std::span<const uint8_t> bytes) noexcept WITH_LOCK(port.sendLock) {
     bool deviceMayTake = port.threaded() && port.record->writeThru == 1 && port.sendingFull == 0;
     if (deviceMayTake && hasUnsent(port))
         transmitLossless(port);

@@ -1,19 +1,18 @@
 #include "telephony/service_binding.h"
 
-#include <mutex>
-
 #include "platform/module.h"
+#include "platform/mutex.h"
 
 namespace brisolt::service {
 
 namespace {
 
-std::mutex loading;
-void* loaded = nullptr;
-bool missing = false; ///< for the life of the process
+Mutex loading;
+void* loaded GUARDED_BY(loading) = nullptr;
+bool missing GUARDED_BY(loading) = false; ///< for the life of the process
 
 void* loadedModule() noexcept {
-    std::lock_guard lock(loading);
+    MutexLock lock(loading);
     if (loaded == nullptr && !missing) {
         bool shortage = false;
         loaded = module::load(moduleName, &shortage);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "platform/mutex.h"
 #include "port/port_table.h"
 #include "telephony/telephony_log.h"
 
@@ -36,7 +37,7 @@ void resetEntry(TelephonyDevice& device) noexcept {
 }
 
 void clearEntry(TelephonyDevice& device) noexcept {
-    std::lock_guard lock(device.mutex);
+    MutexLock lock(device.mutex);
     device.use = device.use + 1;
     resetEntry(device);
     device.connectStatus = 0;
@@ -69,7 +70,7 @@ TelephonyDevice* findDevice(const char* name) noexcept {
     if (name == nullptr || *name == '\0')
         return nullptr; // an entry without a name is nobody's to call
     for (TelephonyDevice& device : knownDevices()) {
-        std::lock_guard lock(device.mutex);
+        MutexLock lock(device.mutex);
         if (std::strcmp(device.lineName, name) == 0)
             return &device;
     }
@@ -93,13 +94,13 @@ void clearTable() noexcept {
 }
 
 int32_t copyLineName(TelephonyDevice& device, char* buffer) noexcept {
-    std::lock_guard lock(device.mutex);
+    MutexLock lock(device.mutex);
     std::memcpy(buffer, device.lineName, lineNameSize);
     return buffer[0] == '\0' ? 0 : 1;
 }
 
 void setLineName(TelephonyDevice& device, const char* text, std::size_t length) noexcept {
-    std::lock_guard lock(device.mutex);
+    MutexLock lock(device.mutex);
     std::size_t kept = strnlen(text, std::min(length, lineNameSize - 1));
     std::memset(device.lineName, 0, sizeof device.lineName);
     std::memcpy(device.lineName, text, kept);
@@ -125,7 +126,7 @@ bool inUse(const TelephonyDevice& device) noexcept {
 }
 
 std::optional<Use> begin(TelephonyDevice& device, UseKind kind) noexcept {
-    std::lock_guard lock(device.mutex);
+    MutexLock lock(device.mutex);
     if (inUse(device))
         return std::nullopt;
     device.use = device.use + 1;
@@ -177,7 +178,7 @@ bool isOver(uint32_t call) noexcept {
 }
 
 Handles endUse(TelephonyDevice& device) noexcept {
-    std::lock_guard lock(device.mutex);
+    MutexLock lock(device.mutex);
     Handles ended{.call = takeCall(device), .line = device.lineHandle};
     device.use = device.use + 1;
     takeOffer(device);

@@ -7,10 +7,10 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <span>
 
+#include "platform/mutex.h"
 #include "port/shared.h"
 
 namespace brisolt::telephony {
@@ -71,7 +71,7 @@ struct TelephonyDevice {
     Shared<uint32_t> hangupThread;   ///< the thread of the hang-up in progress
     Shared<int32_t> handling;        ///< threads that are inside a message of this device
     Shared<uint32_t> use;            ///< number of the present use; written under mutex
-    std::mutex mutex;                ///< for what must change together; nothing is called while it is held
+    Mutex mutex;                     ///< for what must change together; nothing is called while it is held
 };
 
 /// All entries, and those that the last initialisation found.
@@ -116,7 +116,7 @@ public:
 
     /// Calls change() unless the use is over. Whether it was called.
     template <class Change> bool change(Change change) const {
-        std::lock_guard lock(device_->mutex);
+        MutexLock lock(device_->mutex);
         if (!current())
             return false;
         change();

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
 #include <string_view>
 
 #include "platform/clock.h"
+#include "platform/mutex.h"
 #include "port/log_file.h"
 #include "port/port_table.h"
 
@@ -19,11 +19,12 @@ namespace {
 constexpr int32_t attempts = 50;
 constexpr uint32_t betweenAttempts = 2; ///< milliseconds
 
-std::mutex turn;
-bool writable = true; ///< under turn; nobody waits again and again for a file that cannot be written at all
+Mutex turn;
+bool writable GUARDED_BY(turn) =
+    true; ///< under turn; nobody waits again and again for a file that cannot be written at all
 
 void writeEntry(Port& context, std::string_view text) noexcept {
-    std::lock_guard lock(turn);
+    MutexLock lock(turn);
     for (int32_t left = writable ? attempts : 1; left > 0; --left) {
         writable = logs::write(context, logs::Log::debug, logs::Stamp::stamped, text) >= 0;
         if (writable)

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 
+#include "platform/mutex.h"
 #include "port/port.h"
 
 namespace brisolt::progress {
@@ -17,7 +17,7 @@ inline constexpr uint32_t failed = 10002;
 /// use(record) with nobody else of the library at it. The numbers in it are not aligned, so they cannot be
 /// atomics of their own.
 template <class Use> auto withRecord(Port& port, Use use) {
-    std::scoped_lock guard(port.showMutex);
+    MutexLock guard(port.showMutex);
     return use(port.record->show);
 }
 

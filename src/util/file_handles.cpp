@@ -1,10 +1,10 @@
 #include "util/file_handles.h"
 
-#include <mutex>
 #include <unordered_map>
 #include <utility>
 
 #include "platform/lasting.h"
+#include "platform/mutex.h"
 
 namespace brisolt::handles {
 
@@ -13,16 +13,16 @@ namespace {
 using Kept = std::shared_ptr<file::File>;
 
 struct Table {
-    std::mutex mutex;
-    std::unordered_map<int32_t, Kept> files; ///< null while it is being opened
-    int32_t last = 0;
+    Mutex mutex;
+    std::unordered_map<int32_t, Kept> files GUARDED_BY(mutex); ///< null while it is being opened
+    int32_t last GUARDED_BY(mutex) = 0;
 
     static Table& instance() noexcept {
         static Lasting<Table> table;
         return *table;
     }
     int32_t reserve() {
-        std::scoped_lock guard(mutex);
+        MutexLock guard(mutex);
         do
             last = last == INT32_MAX ? 1 : last + 1;
         while (!files.emplace(last, nullptr).second);
@@ -30,7 +30,7 @@ struct Table {
     }
     /// False when somebody has closed the number before its owner could know it.
     bool fill(int32_t number, Kept file) noexcept {
-        std::scoped_lock guard(mutex);
+        MutexLock guard(mutex);
         auto entry = files.find(number);
         if (entry == files.end())
             return false;
@@ -38,7 +38,7 @@ struct Table {
         return true;
     }
     Kept take(int32_t number) noexcept {
-        std::scoped_lock guard(mutex);
+        MutexLock guard(mutex);
         auto entry = files.find(number);
         if (entry == files.end())
             return nullptr;
@@ -63,7 +63,7 @@ int32_t open(const char* path, const file::How& how) {
 
 std::shared_ptr<file::File> find(int32_t handle) noexcept {
     Table& table = Table::instance();
-    std::scoped_lock guard(table.mutex);
+    MutexLock guard(table.mutex);
     auto entry = table.files.find(handle);
     return entry == table.files.end() ? nullptr : entry->second;
 }

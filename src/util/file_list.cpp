@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <unordered_set>
 
 #include "platform/directory.h"
 #include "platform/error_text.h"
 #include "platform/file.h"
 #include "platform/lasting.h"
+#include "platform/mutex.h"
 #include "util/file_match.h"
 #include "util/paths.h"
 
@@ -22,15 +22,15 @@ constexpr char nameMark = '\xFF';
 /// The lists that callers have. An address that is none of them, such as that of a list already freed, is
 /// refused instead of followed.
 struct LiveLists {
-    std::mutex mutex;
-    std::unordered_set<FileList*> lists;
+    Mutex mutex;
+    std::unordered_set<FileList*> lists GUARDED_BY(mutex);
 
     static LiveLists& instance() noexcept {
         static Lasting<LiveLists> live;
         return *live;
     }
-    bool has(FileList* list) const noexcept { return lists.contains(list); }
-    void end(FileList* list) noexcept {
+    bool has(FileList* list) const noexcept WITH_LOCK(mutex) { return lists.contains(list); }
+    void end(FileList* list) noexcept WITH_LOCK(mutex) {
         lists.erase(list);
         delete list;
     }
@@ -111,7 +111,7 @@ FileList* add(FileList* list, std::string_view pattern) {
     if (names.empty())
         return list;
     LiveLists& live = LiveLists::instance();
-    std::scoped_lock guard(live.mutex);
+    MutexLock guard(live.mutex);
     if (list != nullptr && !live.has(list))
         return nullptr;
     auto made = list == nullptr ? std::make_unique<FileList>() : nullptr;
@@ -128,13 +128,13 @@ FileList* add(FileList* list, std::string_view pattern) {
 
 int32_t count(FileList* list) noexcept {
     LiveLists& live = LiveLists::instance();
-    std::scoped_lock guard(live.mutex);
+    MutexLock guard(live.mutex);
     return live.has(list) ? static_cast<int32_t>(list->names.size()) : 0;
 }
 
 bool get(FileList* list, int32_t index, char* buffer) noexcept {
     LiveLists& live = LiveLists::instance();
-    std::scoped_lock guard(live.mutex);
+    MutexLock guard(live.mutex);
     if (!live.has(list) || index < 0)
         return false;
     auto position = static_cast<std::size_t>(index);
@@ -151,7 +151,7 @@ bool get(FileList* list, int32_t index, char* buffer) noexcept {
 
 bool free(FileList* list) noexcept {
     LiveLists& live = LiveLists::instance();
-    std::scoped_lock guard(live.mutex);
+    MutexLock guard(live.mutex);
     if (!live.has(list))
         return false;
     live.end(list);

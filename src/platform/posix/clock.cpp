@@ -1,11 +1,11 @@
 #include "platform/clock.h"
+#include "platform/mutex.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <limits>
-#include <mutex>
 #include <optional>
 
 namespace brisolt::clock {
@@ -33,10 +33,10 @@ struct Scale {
     int64_t scaled(int64_t real) const noexcept { return scaledBase + (real - realBase) * factor; }
 };
 
-std::mutex testMutex;
-Scale scale;
+Mutex testMutex;
+Scale scale GUARDED_BY(testMutex);
 std::atomic<bool> scaleInUse{false};
-std::optional<LocalTime> testLocalTime;
+std::optional<LocalTime> testLocalTime GUARDED_BY(testMutex);
 std::atomic<bool> testLocalTimeInUse{false};
 
 // Real time that `milliseconds` ticks take, rounded up: whoever waits it out sees all the ticks pass.
@@ -44,7 +44,7 @@ int64_t realDuration(uint32_t milliseconds) noexcept {
     int64_t duration = milliseconds * perMillisecond;
     if (!scaleInUse.load(std::memory_order_relaxed))
         return duration;
-    std::lock_guard lock(testMutex);
+    MutexLock lock(testMutex);
     return (duration + scale.factor - 1) / scale.factor;
 }
 
@@ -53,7 +53,7 @@ int64_t realDuration(uint32_t milliseconds) noexcept {
 uint32_t ticks() noexcept {
     if (!scaleInUse.load(std::memory_order_relaxed))
         return static_cast<uint32_t>(realNanoseconds() / perMillisecond);
-    std::lock_guard lock(testMutex);
+    MutexLock lock(testMutex);
     return static_cast<uint32_t>(scale.scaled(realNanoseconds()) / perMillisecond);
 }
 
@@ -107,7 +107,7 @@ void sleep(uint32_t milliseconds) noexcept {
 
 LocalTime localTime() noexcept {
     if (testLocalTimeInUse.load(std::memory_order_relaxed)) {
-        std::lock_guard lock(testMutex);
+        MutexLock lock(testMutex);
         if (testLocalTime)
             return *testLocalTime;
     }
@@ -125,7 +125,7 @@ LocalTime localTime() noexcept {
 }
 
 void setTestScale(uint32_t factor) noexcept {
-    std::lock_guard lock(testMutex);
+    MutexLock lock(testMutex);
     int64_t now = realNanoseconds();
     int64_t scaledNow = scaleInUse ? scale.scaled(now) : now;
     scale = {std::max<int64_t>(factor, 1), now, scaledNow};
@@ -133,7 +133,7 @@ void setTestScale(uint32_t factor) noexcept {
 }
 
 void setTestLocalTime(const LocalTime* time) noexcept {
-    std::lock_guard lock(testMutex);
+    MutexLock lock(testMutex);
     testLocalTime = time ? std::optional(*time) : std::nullopt;
     testLocalTimeInUse = time != nullptr;
 }

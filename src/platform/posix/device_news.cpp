@@ -2,12 +2,12 @@
 // folder of the devices changes.
 #include <algorithm>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <utility>
 
 #include "platform/folder_watch.h"
 #include "platform/message.h"
+#include "platform/mutex.h"
 #include "platform/posix/device_list.h"
 #include "platform/posix/kernel_files.h"
 #include "platform/serial.h"
@@ -20,10 +20,10 @@ namespace {
 
 /// One life of the thread: it belongs to the thread and to whoever asked.
 struct Teller {
-    std::mutex mutex;
-    int32_t window = 0;
-    uint32_t thread = 0;
-    bool over = false; ///< nobody asks any more
+    Mutex mutex;
+    int32_t window GUARDED_BY(mutex) = 0;
+    uint32_t thread GUARDED_BY(mutex) = 0;
+    bool over GUARDED_BY(mutex) = false; ///< nobody asks any more
     Signal called;
     FolderWatch folders;
     std::vector<std::string> known; ///< the thread's
@@ -34,8 +34,9 @@ struct Teller {
     void tell(bool came) noexcept;
 };
 
-constinit std::mutex tellerMutex;
-constinit std::shared_ptr<Teller>* teller = nullptr; ///< under tellerMutex; null: nobody asks
+constinit Mutex tellerMutex;
+constinit std::shared_ptr<Teller>*
+    teller GUARDED_BY(tellerMutex) = nullptr; ///< under tellerMutex; null: nobody asks
 
 /// The serial devices that can be opened by a name.
 std::vector<std::string> present() {
@@ -48,7 +49,7 @@ std::vector<std::string> present() {
 }
 
 void Teller::tell(bool came) noexcept {
-    const std::scoped_lock guard(mutex); // who has ended it gets nothing afterwards
+    MutexLock guard(mutex); // who has ended it gets nothing afterwards
     if (over)
         return;
     if (window != 0)
@@ -77,7 +78,7 @@ void Teller::run() {
                            {.descriptor = folders.descriptor(), .forRead = true}};
         waitAny(watches, -1);
         {
-            const std::scoped_lock guard(mutex);
+            MutexLock guard(mutex);
             if (over)
                 return;
         }
@@ -94,21 +95,25 @@ void tellerMain(void* argument) {
     (*own)->run();
 }
 
-void endTeller() noexcept {
-    const std::unique_ptr<std::shared_ptr<Teller>> ended(std::exchange(teller, nullptr));
+void endTeller() noexcept WITH_LOCK(tellerMutex) {
+    const std::unique_ptr<std::shared_ptr<Teller>> ended(teller);
+    teller = nullptr;
     if (ended == nullptr)
         return;
-    const std::scoped_lock guard((*ended)->mutex);
+    MutexLock guard((*ended)->mutex);
     (*ended)->over = true;
     (*ended)->called.set();
 }
 
-bool startTeller(int32_t window, uint32_t thread) {
+bool startTeller(int32_t window, uint32_t thread) WITH_LOCK(tellerMutex) {
     auto made = std::make_shared<Teller>();
     if (!made->usable() || !made->folders.watchFor("/dev/ttyS0"))
         return false;
-    made->window = window;
-    made->thread = thread;
+    {
+        MutexLock guard(made->mutex);
+        made->window = window;
+        made->thread = thread;
+    }
     made->known = present(); // after the watch: what comes in between is told
     auto ours = std::make_unique<std::shared_ptr<Teller>>(made);
     auto theirs = std::make_unique<std::shared_ptr<Teller>>(made);
@@ -122,14 +127,14 @@ bool startTeller(int32_t window, uint32_t thread) {
 } // namespace
 
 bool tellOfDevices(int32_t window, uint32_t thread) {
-    const std::scoped_lock guard(tellerMutex);
+    MutexLock guard(tellerMutex);
     if (window == 0 && thread == 0) {
         endTeller();
         return true;
     }
     if (teller == nullptr)
         return startTeller(window, thread);
-    const std::scoped_lock theirs((*teller)->mutex);
+    MutexLock theirs((*teller)->mutex);
     (*teller)->window = window;
     (*teller)->thread = thread;
     return true;

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "platform/lasting.h"
+#include "platform/mutex.h"
 #include "platform/posix/open_files.h"
 
 namespace brisolt::file {
@@ -17,8 +18,8 @@ namespace {
 constexpr int32_t looks = 5;
 constexpr timespec lookPause{0, 1'000'000};
 
-std::mutex& oneLook() noexcept {
-    static Lasting<std::mutex> mutex;
+Mutex& oneLook() noexcept {
+    static Lasting<Mutex> mutex;
     return *mutex;
 }
 

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 
+#include "platform/mutex.h"
 #include "platform/posix/file_names.h"
 
 namespace brisolt::file {
@@ -27,7 +27,7 @@ public:
     Answer keepOthersOff(uint32_t denied) noexcept;
 
 private:
-    std::unique_lock<std::mutex> turn_;
+    MutexLock turn_;
     int32_t descriptor_;
     bool leased_ = false;
 };

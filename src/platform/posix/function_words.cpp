@@ -1,21 +1,21 @@
 #include "platform/function_words.h"
 
 #include <cstddef>
-#include <mutex>
 #include <new>
 #include <unordered_map>
 #include <vector>
 
 #include "platform/lasting.h"
+#include "platform/mutex.h"
 
 namespace brisolt::functionWords {
 
 namespace {
 
 struct Table {
-    std::mutex mutex;
-    std::vector<Function> functions; // the function of word n is at n - 1
-    std::unordered_map<Function, uint32_t> words;
+    Mutex mutex;
+    std::vector<Function> functions GUARDED_BY(mutex); // the function of word n is at n - 1
+    std::unordered_map<Function, uint32_t> words GUARDED_BY(mutex);
 };
 
 Table& table() noexcept {
@@ -29,7 +29,7 @@ uint32_t wordOf(Function function) noexcept try {
     if (!function)
         return 0;
     Table& all = table();
-    std::lock_guard lock(all.mutex);
+    MutexLock lock(all.mutex);
     if (auto found = all.words.find(function); found != all.words.end())
         return found->second;
     all.functions.push_back(function); // first: a word must never be without its function
@@ -42,7 +42,7 @@ Function functionOf(uint32_t word) noexcept {
     if (word == 0)
         return nullptr;
     Table& all = table();
-    std::lock_guard lock(all.mutex);
+    MutexLock lock(all.mutex);
     return word <= all.functions.size() ? all.functions[word - 1] : nullptr;
 }
 

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/mutex.h"
 #include "platform/posix/message_desk.h"
 
 namespace brisolt::message {
@@ -17,16 +18,15 @@ enum class Purpose {
 };
 
 bool takeNext(ThreadQueue& queue, ComHostMessage& message, Purpose purpose) noexcept {
-    Desk& all = desk();
-    if (queue.messages.empty() && all.sharedWaiting == 0 && queue.claimed == 0)
+    if (queue.messages.empty() && desk().sharedWaiting == 0 && queue.claimed == 0)
         return false;
-    std::lock_guard lock(all.mutex);
+    MutexLock lock(desk().mutex);
     releaseClaim(queue);
     Window* window = sharedWindowFor(queue.thread);
     bool ownWaits = !queue.messages.empty();
     if (window && (!ownWaits || window->messages.firstOrder() < queue.messages.firstOrder())) {
         message = window->messages.take();
-        --all.sharedWaiting;
+        --desk().sharedWaiting;
         if (purpose == Purpose::run) {
             window->runner = queue.thread;
             queue.claimed = window->id;
@@ -44,7 +44,7 @@ bool takeNext(ThreadQueue& queue, ComHostMessage& message, Purpose purpose) noex
 bool takeQuit(ThreadQueue& queue) noexcept {
     if (!queue.quit)
         return false;
-    std::lock_guard lock(desk().mutex);
+    MutexLock lock(desk().mutex);
     queue.quit = false;
     showLevel(queue);
     return true;
@@ -52,8 +52,8 @@ bool takeQuit(ThreadQueue& queue) noexcept {
 
 /// Calls change(queue) on a live thread's queue; when that has added something, the thread hears of it.
 template <typename Change> bool post(uint32_t thread, Change change) noexcept try {
-    std::unique_lock lock(desk().mutex);
-    ThreadQueue* queue = queueOf(thread, lock);
+    MutexLock lock(desk().mutex);
+    ThreadQueue* queue = queueOf(thread);
     if (!queue || !change(*queue))
         return false;
     showLevel(*queue);
@@ -79,7 +79,7 @@ bool waiting() noexcept {
         return true;
     if (desk().sharedWaiting == 0)
         return false;
-    std::lock_guard lock(desk().mutex);
+    MutexLock lock(desk().mutex);
     return sharedWindowFor(queue->thread) != nullptr;
 }
 
@@ -92,7 +92,7 @@ void letGo() noexcept {
     ThreadQueue* queue = ownQueue();
     if (queue == nullptr || queue->claimed == 0)
         return;
-    std::lock_guard lock(desk().mutex);
+    MutexLock lock(desk().mutex);
     releaseClaim(*queue);
 }
 
@@ -109,7 +109,7 @@ int32_t descriptor() noexcept {
     ThreadQueue* queue = ownQueue();
     if (!queue)
         return -1;
-    std::lock_guard lock(desk().mutex);
+    MutexLock lock(desk().mutex);
     if (!queue->descriptor) {
         std::unique_ptr<Signal> made(new (std::nothrow) Signal);
         if (!made || made->descriptor() < 0)
@@ -124,7 +124,7 @@ int32_t descriptor() noexcept {
 bool postToThread(uint32_t thread, uint32_t message, uintptr_t first, intptr_t second) noexcept {
     if (message == COM_HOST_MESSAGE_QUIT)
         return postQuit(thread);
-    return post(thread, [&](ThreadQueue& queue) {
+    return post(thread, [&](ThreadQueue& queue) WITH_LOCK(desk().mutex) {
         return queue.messages.push({0, message, first, second}, ++desk().lastOrder);
     });
 }

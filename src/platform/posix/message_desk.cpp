@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/lasting.h"
+#include "platform/mutex.h"
 #include "platform/posix/thread_end.h"
 #include "platform/posix/thread_life.h"
 #include "platform/thread.h"
@@ -14,12 +15,12 @@ namespace {
 
 thread_local ThreadQueue* own = nullptr;
 
-ThreadQueue* find(uint32_t thread) noexcept {
+ThreadQueue* find(uint32_t thread) noexcept WITH_LOCK(desk().mutex) {
     auto found = desk().queues.find(thread);
     return found == desk().queues.end() ? nullptr : found->second.get();
 }
 
-ThreadQueue& add(uint32_t thread, uint64_t birth) {
+ThreadQueue& add(uint32_t thread, uint64_t birth) WITH_LOCK(desk().mutex) {
     auto queue = std::make_unique<ThreadQueue>();
     queue->thread = thread;
     queue->birth = birth;
@@ -28,18 +29,17 @@ ThreadQueue& add(uint32_t thread, uint64_t birth) {
 
 // The windows of a thread end with it. Their functions are not running: they would run on this thread.
 void endOwnQueue(void*) noexcept {
-    Desk& all = desk();
-    std::lock_guard lock(all.mutex);
+    MutexLock lock(desk().mutex);
     releaseClaim(*own);
-    std::erase_if(all.windows, [](const auto& entry) { return entry.second->owner == own; });
+    std::erase_if(desk().windows, [](const auto& entry) { return entry.second->owner == own; });
     if (own->descriptor)
-        --all.descriptors;
-    all.queues.erase(own->thread);
+        --desk().descriptors;
+    desk().queues.erase(own->thread);
     own = nullptr;
 }
 
 // Queues of threads that ended without ever having looked for messages.
-void sweepQueues() noexcept {
+void sweepQueues() noexcept WITH_LOCK(desk().mutex) {
     std::erase_if(desk().queues,
                   [](const auto& entry) { return !entry.second->wake && !threadLives(entry.first); });
 }
@@ -63,7 +63,7 @@ ThreadQueue* ownQueue() noexcept try {
     if (wake->blind())
         return nullptr;
     uint32_t thread = thread::currentId();
-    std::lock_guard lock(desk().mutex);
+    MutexLock lock(desk().mutex);
     ThreadQueue* queue = find(thread);
     if (queue && !sameBirth(queue->birth, threadBirth(thread))) {
         desk().queues.erase(thread); // of an earlier thread with our identifier
@@ -80,12 +80,12 @@ ThreadQueue* ownQueue() noexcept try {
     return nullptr;
 }
 
-ThreadQueue* queueOf(uint32_t thread, std::unique_lock<std::mutex>& lock) {
+ThreadQueue* queueOf(uint32_t thread) {
     if (ThreadQueue* queue = find(thread); queue && queue->wake)
         return queue;
-    lock.unlock();
+    desk().mutex.unlock();
     uint64_t birth = threadBirth(thread);
-    lock.lock();
+    desk().mutex.lock();
     ThreadQueue* queue = find(thread);
     if (queue && (queue->wake || sameBirth(queue->birth, birth)))
         return queue;

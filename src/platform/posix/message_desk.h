@@ -8,9 +8,9 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 
+#include "platform/mutex.h"
 #include "platform/posix/message_queue.h"
 #include "platform/signal.h"
 #include "platform/wake.h"
@@ -42,14 +42,14 @@ struct Window {
 };
 
 struct Desk {
-    std::mutex mutex;
+    Mutex mutex;
     std::condition_variable functionLeft; ///< of a destroyed window
-    std::unordered_map<uint32_t, std::unique_ptr<ThreadQueue>> queues;
-    std::map<int32_t, std::shared_ptr<Window>> windows;
-    std::atomic<std::size_t> sharedWaiting{0}; ///< messages in all shared windows
-    std::size_t descriptors = 0;               ///< queues that have one
-    uint64_t lastOrder = 0;
-    int32_t lastWindow = 0;
+    std::unordered_map<uint32_t, std::unique_ptr<ThreadQueue>> queues GUARDED_BY(mutex);
+    std::map<int32_t, std::shared_ptr<Window>> windows GUARDED_BY(mutex);
+    std::atomic<std::size_t> sharedWaiting{0};     ///< messages in all shared windows
+    std::size_t descriptors GUARDED_BY(mutex) = 0; ///< queues that have one
+    uint64_t lastOrder GUARDED_BY(mutex) = 0;
+    int32_t lastWindow GUARDED_BY(mutex) = 0;
 };
 
 Desk& desk();
@@ -59,18 +59,18 @@ ThreadQueue* ownQueue() noexcept;
 
 // ---- with the lock held
 /// The queue of any live thread of the process, else null. Lets go of the lock while it asks the host.
-ThreadQueue* queueOf(uint32_t thread, std::unique_lock<std::mutex>& lock);
-std::shared_ptr<Window> findWindow(int32_t id) noexcept;
+ThreadQueue* queueOf(uint32_t thread) WITH_LOCK(desk().mutex);
+std::shared_ptr<Window> findWindow(int32_t id) noexcept WITH_LOCK(desk().mutex);
 /// The shared window whose first message that thread may handle now, the oldest message first; or null.
-Window* sharedWindowFor(uint32_t thread) noexcept;
+Window* sharedWindowFor(uint32_t thread) noexcept WITH_LOCK(desk().mutex);
 /// Brings a queue's descriptor up to date, respectively those of all queues.
-void showLevel(ThreadQueue& queue) noexcept;
-void showLevels() noexcept;
+void showLevel(ThreadQueue& queue) noexcept WITH_LOCK(desk().mutex);
+void showLevels() noexcept WITH_LOCK(desk().mutex);
 /// A shared window's messages wait: wakes whoever may handle them.
-void announce(const Window& window) noexcept;
+void announce(const Window& window) noexcept WITH_LOCK(desk().mutex);
 /// Nobody runs the window's function any more: its next message is anybody's.
-void release(Window& window) noexcept;
+void release(Window& window) noexcept WITH_LOCK(desk().mutex);
 /// Gives up the shared window of a message that the thread has taken and not dispatched.
-void releaseClaim(ThreadQueue& queue) noexcept;
+void releaseClaim(ThreadQueue& queue) noexcept WITH_LOCK(desk().mutex);
 
 } // namespace brisolt

@@ -6,13 +6,13 @@
 #include <cstring>
 #include <exception>
 #include <map>
-#include <mutex>
 #include <string>
 #include <string_view>
 
 #include <dlfcn.h>
 
 #include "platform/error_text.h"
+#include "platform/mutex.h"
 
 namespace brisolt::module {
 
@@ -21,8 +21,8 @@ namespace {
 constexpr std::string_view suffix = ".dll";
 
 struct Mappings {
-    std::mutex mutex;
-    std::map<std::string, std::string> paths; ///< by the module's name in lower case
+    Mutex mutex;
+    std::map<std::string, std::string> paths GUARDED_BY(mutex); ///< by the module's name in lower case
 
     static Mappings& instance() {
         static Mappings& only = *new Mappings; // never destroyed: threads may load while the program ends
@@ -39,7 +39,7 @@ std::string lowerCase(std::string_view text) {
 
 std::string mappedPath(const std::string& name) {
     Mappings& all = Mappings::instance();
-    std::lock_guard lock(all.mutex);
+    MutexLock lock(all.mutex);
     auto found = all.paths.find(name);
     return found == all.paths.end() ? std::string() : found->second;
 }
@@ -101,7 +101,7 @@ bool map(const char* name, const char* path) noexcept try {
         return false;
     Mappings& all = Mappings::instance();
     std::string key = lowerCase(name);
-    std::lock_guard lock(all.mutex);
+    MutexLock lock(all.mutex);
     if (path == nullptr || *path == '\0')
         all.paths.erase(key);
     else

@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "platform/lasting.h"
+#include "platform/mutex.h"
 
 namespace brisolt::file {
 
@@ -20,13 +21,13 @@ bool OpenFiles::compatible(const Status& file, uint32_t uses, uint32_t denies) c
 }
 
 bool OpenFiles::admits(const Status& file, uint32_t uses, uint32_t denies) noexcept {
-    std::scoped_lock guard(mutex_);
+    MutexLock guard(mutex_);
     return compatible(file, uses, denies);
 }
 
 OpenFiles::Entry OpenFiles::enter(int32_t descriptor, const Status& file, uint32_t uses,
                                   uint32_t denies) noexcept try {
-    std::scoped_lock guard(mutex_);
+    MutexLock guard(mutex_);
     if (!compatible(file, uses, denies))
         return Entry::refused;
     users_.push_back({descriptor, file.st_dev, file.st_ino, uses, denies});
@@ -36,7 +37,7 @@ OpenFiles::Entry OpenFiles::enter(int32_t descriptor, const Status& file, uint32
 }
 
 void OpenFiles::leave(int32_t descriptor) noexcept {
-    std::scoped_lock guard(mutex_);
+    MutexLock guard(mutex_);
     std::erase_if(users_, [=](const User& user) { return user.descriptor == descriptor; });
 }
 

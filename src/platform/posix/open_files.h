@@ -4,12 +4,12 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
 #include <sys/stat.h>
 
 #include "platform/file.h"
+#include "platform/mutex.h"
 
 namespace brisolt::file {
 
@@ -54,10 +54,10 @@ private:
         uint32_t uses;
         uint32_t denies;
     };
-    bool compatible(const Status& file, uint32_t uses, uint32_t denies) const noexcept;
+    bool compatible(const Status& file, uint32_t uses, uint32_t denies) const noexcept WITH_LOCK(mutex_);
 
-    std::mutex mutex_;
-    std::vector<User> users_;
+    Mutex mutex_;
+    std::vector<User> users_ GUARDED_BY(mutex_);
 };
 
 /// Nobody has permission to write it: read-only for the superuser, too.

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <mutex>
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -16,6 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/mutex.h"
 #include "platform/thread.h"
 
 namespace brisolt::process {
@@ -118,13 +118,13 @@ public:
     /// Returns when all streams are flushed, or after a while when a reader is in the way; the next callers do
     /// not wait for that one again.
     void flush() {
-        std::unique_lock lock(mutex_);
+        MutexLock lock(mutex_);
         if (!running_ && !begin())
             return;
         uint64_t mine = ++asked_;
         changed_.notify_all();
         if (!overdue_)
-            overdue_ = !changed_.wait_for(lock, patience, [&] { return done_ >= mine; });
+            overdue_ = !doneInTime(mine);
     }
 
     /// The process's own: a child has none of its parent's threads, and may have inherited a locked mutex.
@@ -140,15 +140,23 @@ public:
 private:
     static constexpr std::chrono::milliseconds patience{50};
 
-    bool begin() {
+    bool doneInTime(uint64_t asked) WITH_LOCK(mutex_) {
+        const auto limit = std::chrono::steady_clock::now() + patience;
+        while (done_ < asked)
+            if (!mutex_.waitUntil(changed_, limit))
+                return done_ >= asked;
+        return true;
+    }
+    bool begin() WITH_LOCK(mutex_) {
         running_ =
             thread::start([](void* self) { static_cast<Flusher*>(self)->run(); }, this, "brisolt-flush");
         return running_;
     }
     void run() {
-        std::unique_lock lock(mutex_);
+        MutexLock lock(mutex_);
         for (;;) {
-            changed_.wait(lock, [&] { return done_ < asked_; });
+            while (done_ >= asked_)
+                mutex_.wait(changed_);
             uint64_t upTo = asked_;
             lock.unlock();
             fflush(nullptr);
@@ -159,13 +167,13 @@ private:
         }
     }
 
-    std::mutex mutex_;
+    Mutex mutex_;
     std::condition_variable changed_;
     const pid_t process_ = getpid();
-    bool running_ = false;
-    bool overdue_ = false; ///< a reader is in the thread's way
-    uint64_t asked_ = 0;
-    uint64_t done_ = 0;
+    bool running_ GUARDED_BY(mutex_) = false;
+    bool overdue_ GUARDED_BY(mutex_) = false; ///< a reader is in the thread's way
+    uint64_t asked_ GUARDED_BY(mutex_) = 0;
+    uint64_t done_ GUARDED_BY(mutex_) = 0;
 };
 
 } // namespace

@@ -1,7 +1,7 @@
 #include "platform/posix/thread_end.h"
+#include "platform/mutex.h"
 
 #include <memory>
-#include <mutex>
 #include <new>
 
 #include <pthread.h>
@@ -16,9 +16,9 @@ struct End {
     End* earlier;
 };
 
-std::mutex keyMutex;
-bool keyMade = false;
-pthread_key_t madeKey;
+Mutex keyMutex;
+bool keyMade GUARDED_BY(keyMutex) = false;
+pthread_key_t madeKey GUARDED_BY(keyMutex);
 
 // The host has taken the list off the thread before: what is registered from here on makes a new one, for
 // which the host calls again.
@@ -32,7 +32,7 @@ void runEnds(void* latest) {
 
 /// A program may have used up all keys; it may give some back.
 bool haveKey(pthread_key_t& key) noexcept {
-    const std::scoped_lock guard(keyMutex);
+    MutexLock guard(keyMutex);
     keyMade = keyMade || pthread_key_create(&madeKey, runEnds) == 0;
     key = madeKey;
     return keyMade;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/message.h"
+#include "platform/mutex.h"
 #include "platform/posix/message_desk.h"
 #include "platform/thread.h"
 
@@ -13,17 +14,19 @@ namespace {
 
 // A shared window that is busy elsewhere cannot take the message now. Waiting for its turn could wait for
 // ourselves in a roundabout way, so the message goes back to the head of its queue.
-bool handBack(Window& window, const ComHostMessage& message) noexcept try {
-    auto before = window.messages.size();
-    window.messages.putBack(message);
-    desk().sharedWaiting += window.messages.size() - before;
-    announce(window);
-    return true;
-} catch (const std::bad_alloc&) {
-    return false;
+bool handBack(Window& window, const ComHostMessage& message) noexcept WITH_LOCK(desk().mutex) {
+    try {
+        auto before = window.messages.size();
+        window.messages.putBack(message);
+        desk().sharedWaiting += window.messages.size() - before;
+        announce(window);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
-void enter(Window& window, ThreadQueue& queue) noexcept {
+void enter(Window& window, ThreadQueue& queue) noexcept WITH_LOCK(desk().mutex) {
     if (queue.claimed == window.id)
         queue.claimed = 0;
     window.runner = queue.thread;
@@ -32,7 +35,7 @@ void enter(Window& window, ThreadQueue& queue) noexcept {
         showLevels(); // its other messages are not the other threads' for now
 }
 
-void leave(Window& window, const ThreadQueue& queue) noexcept {
+void leave(Window& window, const ThreadQueue& queue) noexcept WITH_LOCK(desk().mutex) {
     if (--window.depth > 0)
         return;
     if (window.destroyed)
@@ -51,58 +54,56 @@ int32_t createWindow(ComHostWindowFunc function, void* context, bool shared) noe
     window->function = function;
     window->context = context;
     window->owner = owner;
-    Desk& all = desk();
-    std::lock_guard lock(all.mutex);
-    if (all.lastWindow == std::numeric_limits<int32_t>::max())
+    MutexLock lock(desk().mutex);
+    if (desk().lastWindow == std::numeric_limits<int32_t>::max())
         return -1;
-    window->id = all.lastWindow + 1;
-    all.windows.emplace(window->id, window);
-    return ++all.lastWindow;
+    window->id = desk().lastWindow + 1;
+    desk().windows.emplace(window->id, window);
+    return ++desk().lastWindow;
 } catch (const std::bad_alloc&) {
     return -1;
 }
 
 bool destroyWindow(int32_t window) noexcept {
-    Desk& all = desk();
-    std::unique_lock lock(all.mutex);
+    MutexLock lock(desk().mutex);
     auto target = findWindow(window);
     if (!target)
         return false;
     target->destroyed = true;
-    all.windows.erase(window);
+    desk().windows.erase(window);
     if (target->owner) {
         target->owner->messages.dropWindow(window);
         showLevel(*target->owner);
     } else {
-        all.sharedWaiting -= target->messages.size();
+        desk().sharedWaiting -= target->messages.size();
         showLevels();
     }
     if (target->runner != thread::currentId())
-        all.functionLeft.wait(lock, [&] { return target->depth == 0; });
+        while (target->depth != 0)
+            desk().mutex.wait(desk().functionLeft);
     return true;
 }
 
 bool windowExists(int32_t window) noexcept {
-    std::lock_guard lock(desk().mutex);
+    MutexLock lock(desk().mutex);
     auto found = findWindow(window);
     return found != nullptr && !found->destroyed;
 }
 
 bool postToWindow(int32_t window, uint32_t message, uintptr_t first, intptr_t second) noexcept try {
-    Desk& all = desk();
-    std::lock_guard lock(all.mutex);
+    MutexLock lock(desk().mutex);
     auto target = findWindow(window);
     if (!target)
         return false;
     MessageQueue& messages = target->owner ? target->owner->messages : target->messages;
     auto before = messages.size();
-    if (!messages.push({window, message, first, second}, ++all.lastOrder))
+    if (!messages.push({window, message, first, second}, ++desk().lastOrder))
         return false;
     if (target->owner) {
         showLevel(*target->owner);
         target->owner->wake->wake();
     } else {
-        all.sharedWaiting += messages.size() - before;
+        desk().sharedWaiting += messages.size() - before;
         announce(*target);
     }
     return true;
@@ -114,7 +115,7 @@ bool dispatch(const ComHostMessage& message) noexcept {
     ThreadQueue* queue = ownQueue();
     if (!queue)
         return false;
-    std::unique_lock lock(desk().mutex);
+    MutexLock lock(desk().mutex);
     auto window = findWindow(message.window);
     if (!window || (window->owner && window->owner != queue))
         return false;

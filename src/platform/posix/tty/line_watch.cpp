@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <mutex>
 #include <new>
 
 #include <pthread.h>
@@ -10,6 +9,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/mutex.h"
 #include "platform/parking.h"
 #include "platform/thread.h"
 
@@ -33,9 +33,9 @@ int32_t chooseSignal() noexcept {
 }
 
 int32_t endingSignal() noexcept {
-    static constinit std::mutex mutex;
+    static constinit Mutex mutex;
     static constinit int32_t chosen = 0;
-    const std::scoped_lock guard(mutex);
+    MutexLock guard(mutex);
     if (chosen == 0)
         chosen = chooseSignal();
     return chosen;
@@ -51,14 +51,14 @@ struct LineWatch::Shared {
     int32_t signal;
     std::atomic<uint32_t> turns{0};   ///< how often the wait has begun
     std::atomic<uint32_t> running{2}; ///< threads that may still touch something
-    std::mutex telling;               ///< one of them at a time
+    Mutex telling;                    ///< one of them at a time
     std::atomic<bool> stopping{false};
     std::atomic<pid_t> thread{0};
 
     void waitForChanges() noexcept;
     void lookAgain() noexcept;
     void tell() noexcept {
-        const std::scoped_lock guard(telling);
+        MutexLock guard(telling);
         if (!stopping)
             changed(argument);
     }

@@ -3,6 +3,7 @@
 
 #include <sys/ioctl.h>
 
+#include "platform/mutex.h"
 #include "platform/posix/tty/tty_device.h"
 
 namespace brisolt::tty {
@@ -12,7 +13,7 @@ namespace {
 bool readCounters(TtyDevice& tty, serial_icounter_struct& now) {
     if (!tty.countsErrors)
         return false;
-    const std::scoped_lock guard(tty.lock);
+    MutexLock guard(tty.lock);
     if (ioctl(tty.descriptor, TIOCGICOUNT, &tty.latest) != 0 && lacksFunction(errno)) {
         tty.countsErrors = false;
         return false;
@@ -59,7 +60,7 @@ int32_t counters(void* device, ComHostCounters* counters) noexcept {
 
 uint32_t watch(void* device, uint32_t events, void (*changed)(void*), void* argument) noexcept try {
     TtyDevice& tty = of(device);
-    const std::scoped_lock guard(tty.watchMutex);
+    MutexLock guard(tty.watchMutex);
     tty.lineWatch.reset();
     const int32_t lines = linesOf(events);
     if (lines == 0 || !tty.hasModemLines || !tty.countsErrors)
@@ -71,7 +72,7 @@ uint32_t watch(void* device, uint32_t events, void (*changed)(void*), void* argu
 }
 
 void watchAgain(TtyDevice& tty) noexcept {
-    const std::scoped_lock guard(tty.watchMutex);
+    MutexLock guard(tty.watchMutex);
     if (tty.lineWatch != nullptr)
         tty.lineWatch->again();
 }

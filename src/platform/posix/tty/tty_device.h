@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -16,6 +15,7 @@
 #include "brisolt_host.h"
 #include "platform/clock.h"
 #include "platform/device_options.h"
+#include "platform/mutex.h"
 #include "platform/posix/tty/line_watch.h"
 #include "platform/posix/tty/uucp_lock.h"
 #include "platform/signal.h"
@@ -71,22 +71,23 @@ struct TtyDevice {
     std::atomic<bool> filtersInput{false};
     std::atomic<uint32_t> bitRate{9600};
 
-    std::mutex lock; ///< guards what follows
-    ComHostLineState line{};
-    bool framingKept = false; ///< a pty was given a framing, which only `line` remembers
-    bool dtrLowered = false;  ///< by the handshake
-    bool marked = false;      ///< the kernel marks broken bytes
-    MarkFilter marks;
-    ComHostTimeouts timeouts{};
-    serial_icounter_struct counters{}; ///< at the last look for errors
-    serial_icounter_struct opened{};   ///< at the open
-    serial_icounter_struct latest{};   ///< of a device that has gone
-    uint32_t writes = 0;               ///< under way
-    bool interrupted = false;          ///< the signal is set
-    uint32_t abandoned = 0;            ///< bytes that purges took out of the kernel's queue
+    serial_icounter_struct opened{}; ///< as it counted at the open
 
-    std::mutex watchMutex; ///< what follows; never taken inside `lock`
-    std::unique_ptr<LineWatch> lineWatch;
+    Mutex lock; ///< guards what follows
+    ComHostLineState line GUARDED_BY(lock){};
+    bool framingKept GUARDED_BY(lock) = false; ///< a pty was given a framing, which only `line` remembers
+    bool dtrLowered GUARDED_BY(lock) = false;  ///< by the handshake
+    bool marked GUARDED_BY(lock) = false;      ///< the kernel marks broken bytes
+    MarkFilter marks GUARDED_BY(lock);
+    ComHostTimeouts timeouts GUARDED_BY(lock){};
+    serial_icounter_struct counters GUARDED_BY(lock){}; ///< at the last look for errors
+    serial_icounter_struct latest GUARDED_BY(lock){};   ///< of a device that has gone
+    uint32_t writes GUARDED_BY(lock) = 0;               ///< under way
+    bool interrupted GUARDED_BY(lock) = false;          ///< the signal is set
+    uint32_t abandoned GUARDED_BY(lock) = 0;            ///< bytes that purges took out of the kernel's queue
+
+    Mutex watchMutex; ///< what follows; never taken inside `lock`
+    std::unique_ptr<LineWatch> lineWatch GUARDED_BY(watchMutex);
 };
 
 inline TtyDevice& of(void* device) noexcept {
@@ -149,8 +150,8 @@ bool holdPeerOff(TtyDevice& tty) noexcept;
 bool heldByDsr(TtyDevice& tty) noexcept;
 
 // ---- tty_write.cpp
-/// Ends the waits of all writes and flushes that are under way. Under the lock.
-void interruptWrites(TtyDevice& tty) noexcept;
+/// Ends the waits of all writes and flushes that are under way.
+void interruptWrites(TtyDevice& tty) noexcept WITH_LOCK(tty.lock);
 /// The kernel's output queue; 0 too where a device cannot tell. Negative: error number.
 int32_t queuedOutput(const TtyDevice& tty) noexcept;
 int32_t getTimeouts(void* device, ComHostTimeouts* timeouts) noexcept;

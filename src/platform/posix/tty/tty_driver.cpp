@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "platform/error_text.h"
+#include "platform/mutex.h"
 #include "platform/posix/forked.h"
 #include "platform/posix/tty/tty_device.h"
 #include "platform/serial.h"
@@ -30,7 +31,8 @@ bool isPseudoTerminal(int32_t descriptor) {
     return major(about.st_rdev) >= firstMajor && major(about.st_rdev) <= lastMajor;
 }
 
-void learnKind(TtyDevice& tty) {
+// Nobody else has the device as yet.
+void learnKind(TtyDevice& tty) LOCKS_UNCHECKED {
     int32_t number = 0;
     tty.isMaster = ioctl(tty.descriptor, TIOCGPTN, &number) == 0;
     tty.isPty = tty.isMaster || isPseudoTerminal(tty.descriptor);
@@ -178,7 +180,8 @@ void restoreSettings(TtyDevice& tty) noexcept {
     ioctl(tty.descriptor, TCSETS2, &settings);
 }
 
-void closeTty(void* device) noexcept {
+// Nobody else has the device any more.
+void closeTty(void* device) noexcept LOCKS_UNCHECKED {
     const std::unique_ptr<TtyDevice> tty(&of(device));
     tty->lineWatch.reset();
     forked::forget(tty->descriptor);
@@ -210,7 +213,7 @@ int32_t acceptEventMask(void*, uint32_t) noexcept {
 
 void cancel(void* device, int32_t on) noexcept {
     TtyDevice& tty = of(device);
-    const std::scoped_lock guard(tty.lock);
+    MutexLock guard(tty.lock);
     tty.cancelled = on != 0;
     if (on != 0)
         interruptWrites(tty);

@@ -9,6 +9,7 @@
 #include <sys/ioctl.h>
 
 #include "platform/error_text.h"
+#include "platform/mutex.h"
 #include "platform/posix/tty/tty_device.h"
 
 namespace brisolt::tty {
@@ -130,7 +131,7 @@ void applyControl(termios2& settings, const ComHostLineState& state) {
 }
 
 /// What the kernel has now, beside what only we remember.
-ComHostLineState combined(const TtyDevice& tty, const termios2& settings) {
+ComHostLineState combined(const TtyDevice& tty, const termios2& settings) WITH_LOCK(tty.lock) {
     ComHostLineState state = tty.line;
     state.baudRate = settings.c_ospeed;
     if (!tty.framingKept) {
@@ -201,7 +202,7 @@ bool replacesErrors(const ComHostLineState& state) noexcept {
 }
 
 void learnLineState(TtyDevice& tty, bool raw) noexcept {
-    const std::scoped_lock guard(tty.lock);
+    MutexLock guard(tty.lock);
     ComHostLineState& state = tty.line;
     state.size = sizeof state;
     state.flags = COM_HOST_LINE_BINARY | COM_HOST_LINE_DTR_ON | COM_HOST_LINE_RTS_ON;
@@ -227,7 +228,8 @@ void learnLineState(TtyDevice& tty, bool raw) noexcept {
     ioctl(tty.descriptor, TCSETS2, &settings);
 }
 
-void restoreMarks(const TtyDevice& tty) noexcept {
+// At the close: nobody else has the device any more.
+void restoreMarks(const TtyDevice& tty) noexcept LOCKS_UNCHECKED {
     termios2 settings{};
     if (!tty.marked || ioctl(tty.descriptor, TCGETS2, &settings) != 0)
         return;
@@ -238,7 +240,7 @@ void restoreMarks(const TtyDevice& tty) noexcept {
 
 int32_t getLineState(void* device, ComHostLineState* state) noexcept {
     TtyDevice& tty = of(device);
-    const std::scoped_lock guard(tty.lock);
+    MutexLock guard(tty.lock);
     termios2 settings{};
     if (ioctl(tty.descriptor, TCGETS2, &settings) != 0)
         return -errno;
@@ -249,7 +251,7 @@ int32_t getLineState(void* device, ComHostLineState* state) noexcept {
 namespace {
 
 int32_t changeLine(TtyDevice& tty, const ComHostLineState* state) {
-    const std::scoped_lock guard(tty.lock);
+    MutexLock guard(tty.lock);
     if (const int32_t checked = checkValues(tty, *state); checked < 0)
         return checked;
     termios2 taken{};

@@ -5,6 +5,7 @@
 
 #include <sys/ioctl.h>
 
+#include "platform/mutex.h"
 #include "platform/posix/tty/tty_device.h"
 
 namespace brisolt::tty {
@@ -18,14 +19,14 @@ constexpr uint32_t bitIf(bool condition, uint32_t bit) {
 
 /// The kernel's counters only grow; what has grown since the last look has happened since.
 uint32_t newErrors(TtyDevice& tty) {
-    const std::scoped_lock guard(tty.lock);
+    MutexLock guard(tty.lock);
     serial_icounter_struct now{};
     if (ioctl(tty.descriptor, TIOCGICOUNT, &now) != 0) {
         if (lacksFunction(errno))
             tty.countsErrors = false;
         return 0;
     }
-    const serial_icounter_struct& then = tty.counters;
+    const serial_icounter_struct then = tty.counters;
     const uint32_t errors = bitIf(now.buf_overrun != then.buf_overrun, COM_HOST_ERROR_RX_OVERFLOW) |
                             bitIf(now.overrun != then.overrun, COM_HOST_ERROR_OVERRUN) |
                             bitIf(now.parity != then.parity, COM_HOST_ERROR_PARITY) |
@@ -144,7 +145,7 @@ int32_t purge(void* device, uint32_t what) noexcept {
     int32_t result = 1;
     if ((what & COM_HOST_PURGE_RX) != 0)
         result = request(tty, TCFLSH, TCIFLUSH);
-    const std::scoped_lock guard(tty.lock);
+    MutexLock guard(tty.lock);
     if ((what & COM_HOST_PURGE_TX) != 0) {
         const int32_t discarded = discardOutput(tty);
         result = discarded < 0 ? discarded : result;
@@ -159,7 +160,7 @@ bool holdPeerOff(TtyDevice& tty) noexcept {
     uint32_t queued = 0;
     if (!tty.hasModemLines || askQueue(tty, FIONREAD, queued) < 0)
         return false;
-    const std::scoped_lock guard(tty.lock);
+    MutexLock guard(tty.lock);
     if ((tty.line.flags & COM_HOST_LINE_DTR_HANDSHAKE) == 0)
         return false;
     // The XOFF limit is room that must be left, the XON limit a fill that is low enough to go on.

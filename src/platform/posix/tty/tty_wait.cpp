@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "platform/mutex.h"
 #include "platform/posix/brake.h"
 #include "platform/posix/tty/tty_device.h"
 
@@ -94,7 +95,7 @@ Pause waitWhileGone(TtyDevice& tty, uint32_t events, int32_t wake, int32_t left,
 
 /// Drops what the line state says is not for the reader.
 int32_t filter(TtyDevice& tty, uint8_t* bytes, int32_t count) {
-    const std::scoped_lock guard(tty.lock);
+    MutexLock guard(tty.lock);
     if (tty.marked)
         count = tty.marks.undo(bytes, count,
                                replacesErrors(tty.line) ? std::optional(tty.line.errorChar) : std::nullopt);

@@ -10,6 +10,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "platform/mutex.h"
 #include "platform/posix/tty/tty_device.h"
 
 namespace brisolt::tty {
@@ -35,7 +36,7 @@ clock::Deadline deadlineOf(const ComHostTimeouts& timeouts, int32_t count) {
 class Begun {
 public:
     Begun(TtyDevice& tty, int32_t count) : tty_(tty) {
-        const std::scoped_lock guard(tty.lock);
+        MutexLock guard(tty.lock);
         deadline = deadlineOf(tty.timeouts, count);
         interruptions_ = tty.interruptions;
         abandoned_ = tty.abandoned;
@@ -46,19 +47,19 @@ public:
     Begun(const Begun&) = delete;
     Begun& operator=(const Begun&) = delete;
     ~Begun() {
-        const std::scoped_lock guard(tty_.lock);
+        MutexLock guard(tty_.lock);
         --tty_.writes;
     }
 
     bool interrupted() const { return tty_.cancelled || tty_.interruptions != interruptions_; }
     /// A purge has thrown something away: an empty queue does not mean that all has left.
     bool purged() const {
-        const std::scoped_lock guard(tty_.lock);
+        MutexLock guard(tty_.lock);
         return tty_.abandoned != abandoned_;
     }
     /// Takes back what has not left. How much of the `handed` bytes is lost, to purges of others as well.
     int32_t takeBack(int32_t handed) const {
-        const std::scoped_lock guard(tty_.lock);
+        MutexLock guard(tty_.lock);
         const int32_t taken = discardOutput(tty_);
         if (taken < 0)
             return handed;
@@ -194,14 +195,14 @@ int32_t queuedOutput(const TtyDevice& tty) noexcept {
 
 int32_t getTimeouts(void* device, ComHostTimeouts* timeouts) noexcept {
     TtyDevice& tty = of(device);
-    const std::scoped_lock guard(tty.lock);
+    MutexLock guard(tty.lock);
     *timeouts = tty.timeouts;
     return 1;
 }
 
 int32_t setTimeouts(void* device, const ComHostTimeouts* timeouts) noexcept {
     TtyDevice& tty = of(device);
-    const std::scoped_lock guard(tty.lock);
+    MutexLock guard(tty.lock);
     tty.timeouts = *timeouts;
     return 1;
 }
