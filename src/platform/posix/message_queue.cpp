@@ -43,25 +43,32 @@ void MessageQueue::forgetNotification(const ComHostMessage& message) noexcept {
 bool MessageQueue::mergeEvents(const ComHostMessage& message) noexcept {
     if (message.message != COM_HOST_MESSAGE_EVENT || size_.load(std::memory_order_relaxed) == 0)
         return false;
-    auto waiting = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
+    auto waiting = std::find_if(entries_->begin(), entries_->end(), [&](const Entry& entry) {
         return entry.message.message == message.message && entry.message.window == message.window &&
                entry.message.second == message.second;
     });
-    if (waiting == entries_.end())
+    if (waiting == entries_->end())
         return false;
     waiting->message.first |= message.first;
     return true;
 }
 
+std::deque<MessageQueue::Entry>& MessageQueue::entries() {
+    if (entries_ == nullptr)
+        entries_ = std::make_unique<std::deque<Entry>>();
+    return *entries_;
+}
+
 bool MessageQueue::push(const ComHostMessage& message, uint64_t order) {
     if (mergeEvents(message))
         return true;
-    if (entries_.size() >= COM_HOST_QUEUE_LIMIT)
+    std::deque<Entry>& all = entries();
+    if (all.size() >= COM_HOST_QUEUE_LIMIT)
         return isNotification(message) && notifications_.contains(message);
     if (!noteNotification(message))
         return true;
     try {
-        entries_.push_back({message, order});
+        all.push_back({message, order});
     } catch (const std::bad_alloc&) {
         forgetNotification(message);
         throw;
@@ -71,10 +78,11 @@ bool MessageQueue::push(const ComHostMessage& message, uint64_t order) {
 }
 
 void MessageQueue::putBack(const ComHostMessage& message) {
+    std::deque<Entry>& all = entries();
     if (!noteNotification(message))
         return;
     try {
-        entries_.push_front({message, beforeAllOthers});
+        all.push_front({message, beforeAllOthers});
     } catch (const std::bad_alloc&) {
         forgetNotification(message);
         throw;
@@ -83,15 +91,17 @@ void MessageQueue::putBack(const ComHostMessage& message) {
 }
 
 ComHostMessage MessageQueue::take() noexcept {
-    ComHostMessage message = entries_.front().message;
-    entries_.pop_front();
+    ComHostMessage message = entries_->front().message;
+    entries_->pop_front();
     forgetNotification(message);
     publishSize();
     return message;
 }
 
 void MessageQueue::dropWindow(int32_t window) noexcept {
-    std::erase_if(entries_, [&](const Entry& entry) {
+    if (entries_ == nullptr)
+        return;
+    std::erase_if(*entries_, [&](const Entry& entry) {
         if (entry.message.window != window)
             return false;
         forgetNotification(entry.message);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <unordered_set>
 
 #include "brisolt_host.h"
@@ -22,7 +23,7 @@ public:
 
     std::size_t size() const noexcept { return size_.load(std::memory_order_acquire); }
     bool empty() const noexcept { return size() == 0; }
-    uint64_t firstOrder() const noexcept { return entries_.front().order; }
+    uint64_t firstOrder() const noexcept { return entries_->front().order; }
     ComHostMessage take() noexcept;
     void dropWindow(int32_t window) noexcept;
 
@@ -41,9 +42,12 @@ private:
     bool mergeEvents(const ComHostMessage& message) noexcept;
     bool noteNotification(const ComHostMessage& message);
     void forgetNotification(const ComHostMessage& message) noexcept;
-    void publishSize() noexcept { size_.store(entries_.size(), std::memory_order_release); }
+    void publishSize() noexcept { size_.store(entries_->size(), std::memory_order_release); }
 
-    std::deque<Entry> entries_;
+    /// Made with the first message: most threads of the library never get one.
+    std::deque<Entry>& entries();
+
+    std::unique_ptr<std::deque<Entry>> entries_;
     std::unordered_set<ComHostMessage, Hash, Equal> notifications_; // those among the entries
     std::atomic<std::size_t> size_{0};
 };

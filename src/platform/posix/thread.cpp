@@ -53,8 +53,10 @@ struct SignalsBlocked {
     sigset_t before;
 };
 
-// The host takes the thread-local data of the program and its libraries out of the stack.
-size_t threadLocalSize() noexcept {
+// The host takes the thread-local data of the program and its libraries out of the stack. In whole pages: it
+// puts its own record of a thread at the end of the size that it was asked for, and a record that ends in the
+// middle of a page costs every thread one more.
+size_t threadLocalPages() noexcept {
     size_t size = 0;
     dl_iterate_phdr(
         [](dl_phdr_info* module, size_t, void* sum) {
@@ -64,14 +66,15 @@ size_t threadLocalSize() noexcept {
             return 0;
         },
         &size);
-    return size;
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    return (size + page - 1) / page * page;
 }
 
 struct Attributes {
     Attributes() noexcept {
         pthread_attr_init(&value);
         pthread_attr_setdetachstate(&value, PTHREAD_CREATE_DETACHED);
-        pthread_attr_setstacksize(&value, stackSize + threadLocalSize());
+        pthread_attr_setstacksize(&value, stackSize + threadLocalPages());
     }
     ~Attributes() { pthread_attr_destroy(&value); }
     pthread_attr_t value;
