@@ -35,26 +35,42 @@ void append(TextTransfer& transfer, uint8_t byte) noexcept {
     transfer.block[static_cast<std::size_t>(transfer.transferCount++)] = byte;
 }
 
+/// What needs no shaping, up to the next line feed. How many bytes.
+int32_t appendPlain(TextTransfer& transfer, int32_t most) noexcept {
+    const int32_t room =
+        std::max(transfer.sendChunkSize - transfer.transferCount, 1); // a chunk of none has one
+    const auto run = transfer.source->plainRun(std::min(most, room));
+    std::copy(run.begin(), run.end(), transfer.block.begin() + transfer.transferCount);
+    transfer.transferCount += static_cast<int32_t>(run.size());
+    if (!run.empty())
+        transfer.sendPrevChar = run.back();
+    return static_cast<int32_t>(run.size());
+}
+
 /// Appends so many bytes of the file, shaped.
 Chunk appendRun(const PortRecord& settings, TextTransfer& transfer, int32_t run) noexcept {
     Chunk chunk = Chunk::open;
-    uint8_t previous = transfer.sendPrevChar;
     for (; run > 0 && chunk == Chunk::open; --run) {
+        if (const int32_t plain = appendPlain(transfer, run); plain > 0) {
+            run -= plain - 1;
+            if (transfer.transferCount >= transfer.sendChunkSize)
+                chunk = Chunk::full;
+            continue;
+        }
         int32_t sendChar = transfer.source->next();
         if (sendChar < 0) {
             chunk = sendChar == TextSource::atEnd ? Chunk::atEnd : Chunk::unreadable;
             break;
         }
-        Shaped shape = shaped(settings, sendChar, previous);
-        previous = static_cast<uint8_t>(sendChar);
+        Shaped shape = shaped(settings, sendChar, transfer.sendPrevChar);
+        transfer.sendPrevChar = static_cast<uint8_t>(sendChar);
         if (shape.afterReturn)
             append(transfer, carriageReturn);
         if (!shape.dropped)
-            append(transfer, previous);
+            append(transfer, transfer.sendPrevChar);
         if (transfer.transferCount >= transfer.sendChunkSize)
             chunk = Chunk::full;
     }
-    transfer.sendPrevChar = previous;
     return chunk;
 }
 

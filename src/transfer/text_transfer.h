@@ -6,16 +6,20 @@
 // one of them has the turn, for the others the transfer just goes on.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
+#include <span>
 
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "port/port_table.h"
 #include "port/waits.h"
+#include "transfer/line_ends.h"
 
 namespace brisolt {
 
@@ -32,16 +36,32 @@ public:
     explicit operator bool() const noexcept { return static_cast<bool>(file_); }
     /// 0 to 255, or one of the two.
     int32_t next() noexcept {
-        if (at_ == count_) {
-            count_ = file_.read(ahead_.data(), static_cast<int32_t>(ahead_.size()));
-            at_ = 0;
-        }
+        if (at_ == count_)
+            readAhead();
         if (count_ < 1)
             return count_ == 0 ? atEnd : unreadable;
         return ahead_[static_cast<std::size_t>(at_++)];
     }
+    /// The bytes that come next, at most so many, up to a line feed, which is not among them. Empty: next() tells.
+    std::span<const uint8_t> plainRun(int32_t most) noexcept {
+        if (at_ == count_)
+            readAhead();
+        const uint8_t* first = ahead_.data() + at_;
+        const auto left = static_cast<std::size_t>(std::clamp(count_ - at_, 0, most));
+        const void* feed = left > 0 ? std::memchr(first, lineFeed, left) : nullptr;
+        const auto length =
+            feed == nullptr ? left : static_cast<std::size_t>(static_cast<const uint8_t*>(feed) - first);
+        const std::span run(first, length);
+        at_ += static_cast<int32_t>(run.size());
+        return run;
+    }
 
 private:
+    void readAhead() noexcept {
+        count_ = file_.read(ahead_.data(), static_cast<int32_t>(ahead_.size()));
+        at_ = 0;
+    }
+
     file::Reader file_;
     std::array<uint8_t, 4096> ahead_;
     int32_t at_ = 0, count_ = 0;
