@@ -13,6 +13,7 @@ test_packages := $(tool_packages) libgtest-dev python3 socat binutils ppp minico
 bench_packages := $(tool_packages) libboost-dev libserialport-dev zlib1g-dev
 lines_packages := $(test_packages) qemu-system-x86 busybox-static kmod
 check_packages := $(test_packages) clang-format clang-tidy
+docs_packages := $(build_packages) python3 doxygen doxygen-awesome-css
 
 # $(call need,PACKAGES): asks the packaging system only when something is missing.
 define need
@@ -37,7 +38,7 @@ build = cmake --build '$(BUILD)/$(1)' --parallel $(JOBS) $(2)
 # $(call run_tests,FOLDER): most tests mostly wait, so more of them run than there are processors
 run_tests = ctest --test-dir '$(BUILD)/$(1)' --output-on-failure --no-tests=error -j $$(( 2 * $(JOBS) )) --timeout 300
 
-.PHONY: help demo test test-lines bench includes check debian-flags sanitize install clean
+.PHONY: help demo test test-lines bench docs includes check debian-flags sanitize install clean
 .NOTPARALLEL:
 
 help:
@@ -45,6 +46,7 @@ help:
 	@echo 'make test        build and run the tests'
 	@echo 'make test-lines  those on the serial drivers of the kernel, in an emulated machine'
 	@echo 'make bench       measure it'
+	@echo 'make docs        the manual as a site, and the manual pages of the functions'
 	@echo 'make check       formatting, includes and static analysis'
 	@echo 'make debian-flags  the library, the service and the commands as Debian would build them'
 	@echo 'make sanitize    the tests under the address, undefined-behaviour and thread sanitizers'
@@ -75,13 +77,18 @@ bench:
 	$(call build,bench,--target brisolt-bench)
 	'$(BUILD)/bench/bin/brisolt-bench'
 
+docs:
+	$(call need,$(docs_packages))
+	@$(call configure,release,docs,-DBRISOLT_TESTS=OFF -DBRISOLT_TOOLS=OFF)
+	@$(call build,docs,--target docs man3)
+
 includes:
 	$(call need,python3)
 	python3 cmake/includes.py
 
 check: includes
 	$(call need,$(check_packages))
-	find . -name .git -prune -o \( -name '*.h' -o -name '*.c' -o -name '*.cpp' \) -print0 | \
+	find . -name .git -prune -o \( -name '*.h' -o -name '*.hpp' -o -name '*.c' -o -name '*.cpp' \) -print0 | \
 	    xargs -0 clang-format --dry-run -Werror
 	$(call configure,release,release)
 	find src service tools -name '*.cpp' -print0 | \
@@ -108,7 +115,7 @@ sanitize:
 	fixed=; ! setarch -R true 2>/dev/null || fixed='setarch -R'; $$fixed $(call run_tests,tsan)
 
 install:
-	$(call need,$(tool_packages))
+	$(call need,$(tool_packages) python3)
 	$(call configure,release,install,$(lenient) -DBRISOLT_TESTS=OFF '-DCMAKE_INSTALL_PREFIX=$(PREFIX)')
 	$(call build,install)
 	cmake --install '$(BUILD)/install'

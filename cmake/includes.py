@@ -73,6 +73,7 @@ def faults_of_file(path, rows):
     if not room:
         yield f"{path}: its folder is not in the table of CONTRIBUTING.md"
         return
+    system = "C++" if path.suffix == ".hpp" and rows[room].system == "C" else rows[room].system
     lines = (ROOT / path).read_text(errors="replace").splitlines()
     for number, line in enumerate(lines, 1):
         match = re.match(r'\s*#\s*include\s*([<"])([^>"]+)', line)
@@ -86,8 +87,8 @@ def faults_of_file(path, rows):
                 yield f"{path}:{number}: {name}: {room} -> {other} is not allowed"
         elif quoted:
             yield f"{path}:{number}: {name} is not in the tree"
-        elif not re.fullmatch(SYSTEM[rows[room].system], name):
-            yield f"{path}:{number}: <{name}>: {room} takes no headers but those of {rows[room].system} itself"
+        elif not re.fullmatch(SYSTEM[system], name):
+            yield f"{path}:{number}: <{name}>: {room} takes no headers but those of {system} itself"
 
 
 def main():

@@ -1,7 +1,7 @@
 # The headers, the library, the command, and the files by which pkg-config and CMake find them.
 include(CMakePackageConfigHelpers)
 
-install(FILES include/brisolt.h include/brisolt_host.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(FILES include/brisolt.h include/brisolt_host.h include/brisolt.hpp DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 install(DIRECTORY include/brisolt DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 install(TARGETS brisolt EXPORT brisolt)
 if(TARGET brisolt_tapi32)

@@ -343,6 +343,7 @@ int32_t ComHostCreateSharedWindow(ComHostWindowFunc function, void *context);
  * runs no more (unless the caller is that function). 1, -1 no such window. */
 int32_t ComHostDestroyWindow(int32_t window);
 
+/* Post a message to a window, to a thread's queue. 1; -1 no such window or thread, or its queue is full. */
 int32_t ComHostPostMessage(int32_t window, uint32_t message, uintptr_t first, intptr_t second);
 int32_t ComHostPostThreadMessage(uint32_t thread, uint32_t message, uintptr_t first, intptr_t second);
 /* A typed character, for waits that watch for the escape character. */

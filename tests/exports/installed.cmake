@@ -24,6 +24,11 @@ function(run_program)
 endfunction()
 
 run("${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${prefix}")
+foreach(file IN ITEMS include/brisolt.hpp share/man/man3/brisolt_stream.3 share/man/man3/ComRead.3)
+    if(NOT EXISTS "${prefix}/${file}")
+        message(FATAL_ERROR "${file} is not installed")
+    endif()
+endforeach()
 
 run("${CMAKE_COMMAND}" -S "${program_source}" -B "${work}/package" -G "${GENERATOR}"
     "-DCMAKE_C_COMPILER=${COMPILER}" "-DCMAKE_PREFIX_PATH=${prefix}")
