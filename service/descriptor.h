@@ -20,6 +20,8 @@ public:
 
     explicit operator bool() const noexcept { return number_ >= 0; }
     int get() const noexcept { return number_; }
+    /// Gives it up without closing it: it is somebody else's to close.
+    int release() noexcept { return std::exchange(number_, -1); }
     void close() noexcept {
         if (number_ >= 0)
             ::close(std::exchange(number_, -1));

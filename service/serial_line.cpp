@@ -2,11 +2,13 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 
+#include "brisolt_host.h"
 #include "refusals.h"
 #include "terminal_settings.h"
 
@@ -35,17 +37,46 @@ int32_t openFailure(const ModemSettings& settings, int error) {
     }
 }
 
+/// More than a file's name: options behind it, or the identity of a device in its place.
+bool needsLibrary(const std::string& path) {
+    return path.rfind("usb:", 0) == 0 ||
+           (path.find('?') != std::string::npos && access(path.c_str(), F_OK) != 0);
+}
+
 } // namespace
 
 int32_t SerialLine::open(const ModemSettings& settings) {
-    // Without waiting for a carrier, now and at every read.
-    descriptor_ = Descriptor(::open(settings.device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-    if (!descriptor_)
-        return openFailure(settings, errno);
+    const int32_t opened = needsLibrary(settings.device) ? openThroughLibrary(settings) : openFile(settings);
+    if (opened != result::success)
+        return opened;
     const int32_t result = claim(settings);
     if (result != result::success)
         close();
     return result;
+}
+
+int32_t SerialLine::openFile(const ModemSettings& settings) {
+    // Without waiting for a carrier, now and at every read.
+    descriptor_ = Descriptor(::open(settings.device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    return descriptor_ ? result::success : openFailure(settings, errno);
+}
+
+/// The handle of a tty is its descriptor. What the library tells of a failure it tells in words alone.
+int32_t SerialLine::openThroughLibrary(const ModemSettings& settings) {
+    if (settings.device.find("keep=") != std::string::npos)
+        return refuse(settings, "a modem of the telephony service cannot be waited for (keep)",
+                      result::operationFailed);
+    const int32_t handle = ComHostOpenDevice(settings.device.c_str());
+    if (handle >= 0) {
+        descriptor_ = Descriptor(handle);
+        ofLibrary_ = true;
+        return result::success;
+    }
+    char why[1024] = "";
+    ComHostGetErrorText(why, sizeof why);
+    return std::strstr(why, std::strerror(EBUSY)) != nullptr
+               ? result::lineInUse
+               : refuse(settings, why, result::componentMissing);
 }
 
 /// The lock keeps out who asks for it, this process and the superuser included; TIOCEXCL everybody else.
@@ -87,6 +118,8 @@ void SerialLine::close() noexcept {
         flock(descriptor_.get(), LOCK_UN);
     }
     before_.reset();
+    if (std::exchange(ofLibrary_, false))
+        ComHostCloseDevice(descriptor_.release());
     descriptor_.close();
 }
 

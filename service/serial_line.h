@@ -37,10 +37,13 @@ public:
     bool setDtr(bool on) const noexcept;
 
 private:
+    int32_t openFile(const ModemSettings& settings);
+    int32_t openThroughLibrary(const ModemSettings& settings);
     int32_t claim(const ModemSettings& settings);
     bool configure(const ModemSettings& settings);
 
     Descriptor descriptor_;
+    bool ofLibrary_ = false;         ///< the descriptor is the library's to close
     std::optional<termios2> before_; ///< to be restored; none: the line is not ours
 };
 

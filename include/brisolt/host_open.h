@@ -11,7 +11,7 @@ extern "C" {
 
 /*
  * Paths with options: PATH?KEY=VALUE&KEY=VALUE, wherever a path names a device (here, ComHostMapDevice,
- * ComHostOpenDevice, the commands; not in telephony.ini as yet). A device file that is really named so, question
+ * ComHostOpenDevice, the commands, telephony.ini). A device file that is really named so, question
  * mark and all, is opened as it stands. An unknown key or value, one key twice, or one that the driver cannot do at
  * all, fails the open; ComHostGetErrorText then names it and what is possible. Keys and values are written in
  * small letters as here; nothing behind the "?" or a last "&" is nothing. The default stands first.
