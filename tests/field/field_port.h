@@ -7,6 +7,7 @@
 
 #include "brisolt.h"
 #include "brisolt_host.h"
+#include "support/pattern.h"
 
 namespace brisolt::test {
 
@@ -48,15 +49,9 @@ public:
         return counted;
     }
 
+    operator int32_t() const { return number; }
+
     const int32_t number;
 };
-
-/// Bytes of which each kind of cut shows.
-inline std::string pattern(std::size_t count) {
-    std::string bytes(count, 0);
-    for (std::size_t i = 0; i < count; ++i)
-        bytes[i] = static_cast<char>(i * 7 + i / 256);
-    return bytes;
-}
 
 } // namespace brisolt::test

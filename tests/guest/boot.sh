@@ -90,7 +90,7 @@ add_program
 # ---- The machine ----------------------------------------------------------------------------------------
 
 # ttyS1 and ttyS2 are wired to each other. So are ttyS4 and ttyS5, through a link that turns the two bytes
-# 0xFF 0xF3 from ttyS5 into a break on ttyS4. The adapter, ttyUSB0, is wired to ttyS3.
+# 0xFF 0xF3 from ttyS5 into a break on ttyS4. The adapter, ttyUSB0, is wired to ttyS3; an equal one, ttyUSB1, to nothing.
 wires=()
 wire() { # NAME OPTIONS-OF-THE-FIRST-END
     wires+=(-chardev "socket,id=$1-a,path=$1.socket,server=on,wait=off$2" -chardev "socket,id=$1-b,path=$1.socket")
@@ -108,6 +108,7 @@ boot() {
         -device isa-serial,chardev=uarts-a,index=1 -device isa-serial,chardev=uarts-b,index=2 \
         -device pci-serial-2x,chardev1=breaks-a,chardev2=breaks-b \
         -device piix3-usb-uhci -device usb-serial,chardev=adapter-a,always-plugged=on \
+        -chardev null,id=nobody -device usb-serial,chardev=nobody,always-plugged=on \
         -device isa-serial,chardev=adapter-b,index=3 </dev/null 2>&1
 }
 

@@ -42,7 +42,7 @@ TEST_P(HeldByALine, NothingLeavesUntilItRises) {
     EXPECT_EQ(receive(port, 6), "before");
 
     hold(loopback, true);
-    const std::string block = pattern(1000);
+    const std::string block = letters(1000);
     auto writer = sendAside(port, block);
     if (lossless_) {
         ASSERT_TRUE(finishes(writer)) << "a lossless port never waits for the line";
@@ -88,7 +88,7 @@ TEST_P(HoldingOff, WhileNobodyReads) {
             return far.read(1) == (stop ? xoff : xon);
         return eventually([&] { return ((uartRegister(modemControl) & line) == 0) == stop; });
     };
-    const std::string stream = pattern(2048 + 8000); // the ring, and more than the kernel likes to hold
+    const std::string stream = letters(2048 + 8000); // the ring, and more than the kernel likes to hold
     far.write(stream);
     EXPECT_TRUE(says(true));
     EXPECT_EQ(receive(port, stream.size()), stream);

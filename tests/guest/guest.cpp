@@ -44,7 +44,7 @@ std::string errorText() {
     return text.data();
 }
 
-std::string pattern(std::size_t count) {
+std::string letters(std::size_t count) {
     std::string bytes;
     for (std::size_t i = 0; i < count; ++i)
         bytes += static_cast<char>('A' + (i + i / 61) % 53);

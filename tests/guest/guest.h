@@ -33,7 +33,7 @@ constexpr uint16_t uartAddress = 0x2F8;
 // A UART on which the bytes FF F3 from the other one arrive as a break.
 constexpr const char* breakUart = "/dev/ttyS4";
 constexpr const char* breakSender = "/dev/ttyS5";
-// An adapter, wired to a UART.
+// An adapter, wired to a UART. An equal one, ttyUSB1, is wired to nothing.
 constexpr const char* adapter = "/dev/ttyUSB0";
 constexpr const char* adapterFarEnd = "/dev/ttyS3";
 // A USB modem and the gadget that is its other end.
@@ -76,7 +76,7 @@ void expectQuickClose(int32_t port);
 std::string errorText();
 
 /// `count` bytes in which every place can be told from its neighbours.
-std::string pattern(std::size_t count);
+std::string letters(std::size_t count);
 
 /// A tty opened as any other program would.
 class Tty {
@@ -158,7 +158,7 @@ public:
     void unplug();
     void plug();
     /// The device at our end.
-    std::string path() const { return kind_ == Kind::modem ? usbModem : "/dev/ttyUSB1"; }
+    std::string path() const { return kind_ == Kind::modem ? usbModem : "/dev/ttyUSB2"; }
 
 private:
     Kind kind_;

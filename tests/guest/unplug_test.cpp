@@ -53,7 +53,7 @@ TEST_F(Unplug, WhileReading) {
 TEST_F(Unplug, WhileWriting) {
     ComSetWriteTimeout(port, ~0U); // nobody takes what it writes
     auto writer = std::async(async, [&] {
-        while (send(port, pattern(1000)) == 1000)
+        while (send(port, letters(1000)) == 1000)
             ;
     });
     EXPECT_TRUE(stillRunning(writer));
@@ -65,7 +65,7 @@ TEST_F(Unplug, WhileWriting) {
 
 TEST_F(Unplug, WhileALosslessPortHasBytesToSend) {
     ASSERT_EQ(ComHostSetLossless(port, 1), 1);
-    while (send(port, pattern(1000)) == 1000)
+    while (send(port, letters(1000)) == 1000)
         ;
     EXPECT_GT(ComOutBufStatus(port), 0);
     plug.unplug();

@@ -12,7 +12,7 @@ class OnEveryDriver : public testing::TestWithParam<Line> {};
 TEST_P(OnEveryDriver, ABlockIsCompleteWhenItHasLeft) {
     const Tty far(GetParam().second);
     const Port port(GetParam().first);
-    const std::string block = pattern(1024);
+    const std::string block = letters(1024);
     for (int32_t round = 0; round < 3; ++round) {
         EXPECT_EQ(send(port, block), 1024);
         if (GetParam().first == std::string_view(uart)) {
@@ -38,7 +38,7 @@ TEST(WriteCompletion, WaitsForALineThatIsHeldOffAndWhatItDoesNotTakeInTimeNeverT
     ComSetFlow(port, 0);
     ComSetWriteTimeout(port, 60'000);
     loopback.holdOff(true);
-    const std::string block = pattern(1024);
+    const std::string block = letters(1024);
     auto writer = sendAside(port, block);
     EXPECT_TRUE(stillRunning(writer));
     EXPECT_GT(loopback.tty().unsent(), 0) << "the kernel has them, the line has not";
@@ -68,7 +68,7 @@ TEST(WriteCompletion, ACloseEndsTheWaitAtOnce) {
         ComSetWriteTimeout(port, ~0U);
         if (onThread)
             ComSuspendPortWriteThru(port);
-        auto writer = sendAside(port, pattern(1000));
+        auto writer = sendAside(port, letters(1000));
         EXPECT_EQ(stillRunning(writer), !onThread);
         std::this_thread::sleep_for(soon);
         expectQuickClose(port);
@@ -93,7 +93,7 @@ protected:
         EXPECT_LT(sent, stream.size()) << "it never was full";
         return sent;
     }
-    const std::string stream_ = pattern(400'000);
+    const std::string stream_ = letters(400'000);
     Gadget gadget_{GetParam()};
 };
 

@@ -12,6 +12,7 @@
 #include "port/port_table.h"
 #include "port/ports.h"
 #include "support/digest.h"
+#include "support/pattern.h"
 #include "support/scripted_driver.h"
 #include "support/temp_dir.h"
 
@@ -22,14 +23,6 @@ using Call = ScriptedDriver::Call;
 namespace {
 
 constexpr int32_t ringSize = 2048;
-
-/// Bytes of which no two neighbourhoods look alike.
-std::string pattern(std::size_t count) {
-    std::string bytes(count, '\0');
-    for (std::size_t i = 0; i < count; ++i)
-        bytes[i] = static_cast<char>(i * 7 + i / 256);
-    return bytes;
-}
 
 class Rounds : public testing::Test {
 protected:

@@ -19,6 +19,7 @@
 #include "brisolt.h"
 #include "brisolt_host.h"
 #include "port/port_table.h"
+#include "support/pattern.h"
 #include "support/temp_dir.h"
 #include "support/timing.h"
 
@@ -94,16 +95,6 @@ private:
 
 inline void sleepHalfASecond() {
     std::this_thread::sleep_for(500ms);
-}
-
-/// Bytes that differ from their neighbours and repeat late.
-inline std::string pattern(std::size_t count, uint32_t seed = 1) {
-    std::string bytes(count, '\0');
-    for (char& byte : bytes) {
-        seed = seed * 1664525U + 1013904223U;
-        byte = static_cast<char>(seed >> 24);
-    }
-    return bytes;
 }
 
 inline int32_t write(int32_t port, std::string bytes) {

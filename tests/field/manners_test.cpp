@@ -1,0 +1,115 @@
+// What an open port leaves alone and makes known: lock files, other processes, the direction of a bus.
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "field/field_port.h"
+#include "support/pty.h"
+#include "support/timing.h"
+
+using namespace brisolt::test;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// The lock file of UUCP programs for a path.
+std::filesystem::path lockOf(std::string path) {
+    path.erase(0, sizeof "/dev/" - 1);
+    std::replace(path.begin(), path.end(), '/', '_');
+    return "/run/lock/LCK.." + path;
+}
+
+void writeLock(const std::filesystem::path& lock, pid_t owner) {
+    char line[16];
+    std::snprintf(line, sizeof line, "%10d\n", static_cast<int>(owner));
+    std::ofstream(lock) << line;
+}
+
+pid_t ownerOf(const std::filesystem::path& lock) {
+    pid_t owner = 0;
+    std::ifstream(lock) >> owner;
+    return owner;
+}
+
+TEST(FieldLock, IsKeptToAndLeftWhileTheDeviceIsOpen) {
+    const Pty pty;
+    const auto lock = lockOf(pty.slavePath());
+    if (access("/run/lock", W_OK) != 0)
+        GTEST_SKIP() << "the folder of lock files cannot be written here";
+    const pid_t sleeper = fork();
+    if (sleeper == 0) {
+        pause();
+        _exit(0);
+    }
+    writeLock(lock, sleeper);
+    EXPECT_EQ(ComHostOpen(pty.slavePath().c_str(), 9600, "8N1"), -25);
+    const std::string text = errorTextNow();
+    EXPECT_NE(text.find(lock.string()), std::string::npos) << text;
+    EXPECT_NE(text.find(std::to_string(sleeper)), std::string::npos) << text;
+    { const FieldPort shared(pty.slavePath() + "?exclusive=no"); }
+    EXPECT_EQ(ownerOf(lock), sleeper) << "nothing of somebody else's is touched";
+
+    kill(sleeper, SIGKILL);
+    waitpid(sleeper, nullptr, 0);
+    {
+        const FieldPort port(pty.slavePath());
+        EXPECT_EQ(ownerOf(lock), getpid()) << "the lock of a dead process counts for nothing";
+    }
+    EXPECT_FALSE(std::filesystem::exists(lock));
+}
+
+TEST(FieldFork, AChildThatClosesNothingKeepsNothing) {
+    const Pty pty;
+    int32_t port = ComHostOpen(pty.slavePath().c_str(), 9600, "8N1");
+    ASSERT_GT(port, 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        pause();
+        _exit(0);
+    }
+    EXPECT_EQ(ComHostClose(port, 0), 1);
+    EXPECT_TRUE(eventually([&] { return !pty.connected(); })) << "the far end sees that nobody is left";
+    EXPECT_FALSE(std::filesystem::exists(lockOf(pty.slavePath())));
+    { const FieldPort again(pty.slavePath()); }
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+}
+
+TEST(FieldRs485, RtsIsRaisedRoundEachBlock) {
+    constexpr auto before = std::chrono::milliseconds(300), after = std::chrono::milliseconds(200);
+    const FieldPort bus("null-modem:bus?paced=yes&rs485=rts&rs485-before=300&rs485-after=200", 9600);
+    const FieldPort far("null-modem:bus?paced=yes", 9600);
+    constexpr int32_t cts = COM_HOST_MODEM_CTS; // the other end's RTS
+    EXPECT_EQ(ComHostGetLines(far) & cts, 0);
+    EXPECT_EQ(ComHostGetLines(bus) & COM_HOST_MODEM_RTS, 0);
+
+    const std::string block = pattern(480); // half a second of the line
+    const auto start = Clock::now();
+    EXPECT_EQ(bus.write(block), 480);
+    EXPECT_EQ(far.read(1), block.substr(0, 1));
+    EXPECT_GE(Clock::now() - start, before);
+    EXPECT_NE(ComHostGetLines(far) & cts, 0);
+    EXPECT_EQ(far.read(479), block.substr(1));
+    EXPECT_EQ(ComHostDrain(bus, 10000), 1);
+    EXPECT_TRUE(eventually([&] { return (ComHostGetLines(far) & cts) == 0; }));
+    EXPECT_GE(Clock::now() - start, before + after + std::chrono::milliseconds(500));
+    EXPECT_EQ(far.counters().cts, 2U) << "up and down, once";
+    EXPECT_EQ(ComHostOpen("null-modem:other?rs485=driver", 9600, "8N1"), -25);
+    EXPECT_NE(errorTextNow().find("rs485"), std::string::npos) << errorTextNow();
+}
+
+TEST(FieldUsb, WhatIsThereIsTold) {
+    for (const char* path : {"usb:1d6b:9999", "usb:*:*:no such serial number"}) {
+        EXPECT_EQ(ComHostOpen(path, 9600, "8N1"), -25);
+        EXPECT_NE(errorTextNow().find(path), std::string::npos) << errorTextNow();
+    }
+    for (const char* path : {"usb:", "usb:12345:1", "usb:xyz:1", "usb:0403:6001:S:1:more"})
+        EXPECT_EQ(ComHostOpen(path, 9600, "8N1"), -25) << path;
+}
+
+} // namespace

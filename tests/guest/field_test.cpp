@@ -1,0 +1,162 @@
+// What people meet in the field, on the kernel's own drivers: boards that must not be reset, devices that go and
+// come back, lines that tell.
+#include <atomic>
+#include <filesystem>
+
+#include "field/field_port.h"
+#include "guest.h"
+
+using namespace brisolt::test;
+
+namespace {
+
+constexpr uint8_t dtrAndRts = 3; ///< of the UART's modem control
+
+bool comesTo(int32_t port, int32_t state) {
+    return eventually([&] { return ComHostGetPortState(port) == state; });
+}
+
+// The kernel raises both lines in its open; a board that looks at them there is reset whatever we do.
+TEST(FieldOpening, LinesStayDownAndUpAsThePathAsks) {
+    for (const bool warm : {true, false}) { // the first open of the two is not measured
+        std::atomic<bool> done{false};
+        auto pulse = std::async(async, [&done] {
+            std::chrono::nanoseconds high{};
+            auto last = Clock::now();
+            while (!done) {
+                const bool up = (uartRegister(modemControl) & dtrAndRts) != 0;
+                const auto now = Clock::now();
+                high += up ? now - last : std::chrono::nanoseconds{};
+                last = now;
+            }
+            return high;
+        });
+        const FieldPort port(std::string(uart) + "?dtr=off&rts=off");
+        std::this_thread::sleep_for(soon);
+        done = true;
+        const auto high = std::chrono::duration_cast<std::chrono::microseconds>(pulse.get()).count();
+        EXPECT_EQ(uartRegister(modemControl) & dtrAndRts, 0);
+        EXPECT_LT(high, 500000);
+        if (!warm)
+            std::printf("the kernel's pulse: %ld us\n", static_cast<long>(high));
+    }
+    EXPECT_EQ(uartRegister(modemControl) & dtrAndRts, 0);
+    { const FieldPort port(std::string(uart) + "?close=leave"); }
+    EXPECT_EQ(uartRegister(modemControl) & dtrAndRts, dtrAndRts) << "the host lowers them no more than we do";
+    { const FieldPort port(uart); }
+    EXPECT_EQ(uartRegister(modemControl) & dtrAndRts, 0);
+}
+
+TEST(FieldLines, CarrierIsToldWithoutLooking) {
+    const FieldPort port(usbModem, 9600);
+    ComHostCounters seen = port.counters();
+    auto waiter = std::async(async, [&] {
+        return ComHostWaitEvent(port, COM_HOST_EVENT_CARRIER | COM_HOST_EVENT_GONE, &seen, -1);
+    });
+    EXPECT_TRUE(stillRunning(waiter));
+    const uint64_t before = usage().wakeUps;
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    EXPECT_LE(usage().wakeUps, before + 1);
+    EXPECT_EQ(ComHostSetLine(port, 115200, "7E1", -1), 1); // which ends the kernel's own wait for good
+    std::this_thread::sleep_for(soon);
+    const Tty far(gadget); // raises carrier
+    ASSERT_TRUE(finishes(waiter));
+    EXPECT_EQ(waiter.get(), int32_t{COM_HOST_EVENT_CARRIER});
+    EXPECT_EQ(ComHostGetLines(port) & COM_HOST_MODEM_CARRIER, COM_HOST_MODEM_CARRIER);
+}
+
+TEST(FieldLines, BreaksAreCountedWithoutAWait) {
+    const FieldPort port(breakUart);
+    const Tty sender(breakSender);
+    ComHostCounters seen = port.counters();
+    sender.write("a\xFF\xF3"
+                 "b");
+    EXPECT_EQ(ComHostWaitEvent(port, COM_HOST_EVENT_BREAK, &seen, 20000), int32_t{COM_HOST_EVENT_BREAK});
+    EXPECT_EQ(seen.breaks, 1U);
+}
+
+TEST(FieldDrain, TheLastBitHasLeft) {
+    const FieldPort port(uart);
+    const Tty far(otherUart);
+    const std::string bytes = letters(3000);
+    EXPECT_EQ(ComHostWrite(port, bytes.data(), 3000, -1), 3000);
+    EXPECT_EQ(ComHostDrain(port, -1), 1);
+    EXPECT_EQ(Tty(uart, Tty::As::witness).unsent(), 0);
+    constexpr uint8_t transmitterEmpty = 0x40;
+    EXPECT_NE(uartRegister(lineStatus) & transmitterEmpty, 0);
+    EXPECT_EQ(far.read(3000), bytes);
+}
+
+class FieldKept : public testing::Test {
+protected:
+    void awayAndBack(int32_t port, const std::function<void()>& meanwhile) {
+        plug.unplug();
+        ASSERT_TRUE(comesTo(port, 3));
+        meanwhile();
+        plug.plug();
+        ASSERT_TRUE(comesTo(port, 1)) << errorText();
+    }
+    Gadget plug;
+};
+
+TEST_F(FieldKept, WhatIsQueuedIsSentWhenTheGadgetIsLoadedAgain) {
+    const FieldPort port(std::string(usbModem) + "?keep=yes");
+    ComHostCounters seen = port.counters();
+    EXPECT_EQ(ComHostSetLine(port, 19200, "7E1", -1), 1);
+    awayAndBack(port, [&] {
+        EXPECT_EQ(ComHostWaitEvent(port, COM_HOST_EVENT_GONE, &seen, 20000), int32_t{COM_HOST_EVENT_GONE});
+        const Usage before = usage();
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        EXPECT_LE(usage().wakeUps, before.wakeUps + 2) << "looking costs nothing";
+        EXPECT_EQ(ComHostWrite(port, "queued", 6, 1000), 6);
+    });
+    EXPECT_EQ(ComHostWaitEvent(port, COM_HOST_EVENT_BACK, &seen, 20000), int32_t{COM_HOST_EVENT_BACK});
+    const Tty far(gadget);
+    EXPECT_EQ(far.read(6), "queued");
+    ComHostLineState line{};
+    line.size = sizeof line;
+    EXPECT_EQ(ComHostGetLine(port, &line), 1);
+    EXPECT_EQ(line.baudRate, 19200U);
+    EXPECT_EQ(line.dataBits, 7);
+    far.write("in");
+    std::array<char, 10> bytes{};
+    EXPECT_EQ(ComHostRead(port, bytes.data(), 2, 20000) > 0, true);
+}
+
+// Somebody else still has the dead device open, so its name stays taken.
+TEST_F(FieldKept, ItComesBackUnderAnotherName) {
+    const FieldPort port(std::string(usbModem) + "?keep=yes&exclusive=no");
+    auto holder = std::make_unique<Tty>(usbModem, Tty::As::witness);
+    awayAndBack(port, [] {});
+    EXPECT_TRUE(std::filesystem::exists("/dev/ttyACM1"));
+    const Tty far(gadget);
+    EXPECT_EQ(ComHostWrite(port, "other", 5, 1000), 5);
+    EXPECT_EQ(far.read(5), "other");
+}
+
+TEST(FieldUsb, APathNamesADeviceByItsIdentity) {
+    EXPECT_EQ(ComHostOpen("usb:0403:6001", 9600, "8N1"), -25);
+    const std::string text = errorText();
+    EXPECT_NE(text.find("ttyUSB0"), std::string::npos) << "two equal adapters are told: " << text;
+    EXPECT_NE(text.find("ttyUSB1"), std::string::npos) << text;
+    EXPECT_EQ(ComHostOpen("usb:0403:6002", 9600, "8N1"), -25);
+    const Gadget there;
+    const FieldPort port("usb:0525:*");
+    expectTalk(port, Tty(gadget));
+}
+
+TEST(FieldDevices, AreToldOfAsTheyGoAndCome) {
+    Gadget plug;
+    ASSERT_EQ(ComHostSetDeviceMessage(0, ComHostThreadId()), 1);
+    ComHostMessage message{};
+    for (const bool comes : {false, true}) {
+        comes ? plug.plug() : plug.unplug();
+        do
+            ASSERT_EQ(ComHostGetMessage(&message, 20000), 1);
+        while (message.message != COM_HOST_MESSAGE_DEVICES);
+        EXPECT_EQ(message.first, comes ? 1U : 0U);
+    }
+    EXPECT_EQ(ComHostSetDeviceMessage(0, 0), 1);
+}
+
+} // namespace
