@@ -112,6 +112,17 @@ BRISOLT_EXPORT int32_t lineDrop(uint32_t call, const char*, uint32_t) {
     });
 }
 
+BRISOLT_EXPORT void brisoltPortOpen(uint32_t call) {
+    guarded([&] {
+        const std::lock_guard guard(switchboard().mutex);
+        if (const std::shared_ptr<Modem> modem = modemOfCall(call)) {
+            modem->requests.portOpen = true;
+            modem->wake.call();
+        }
+        return result::success;
+    });
+}
+
 /// A call that goes on has to be dropped first; its end need not have come.
 BRISOLT_EXPORT int32_t lineDeallocateCall(uint32_t call) {
     return guarded([&] {

@@ -22,8 +22,6 @@ constexpr std::size_t atOnce = 1024;
 
 /// For a program to make a port of its end once it has it; many read it as it is.
 constexpr auto comingPatience = 2s;
-/// The terminal tells of a program that discards, but not of one that sets it up.
-constexpr auto lookInterval = 10ms;
 
 Descriptor openSlave(int master) noexcept {
     int unlocked = 0;
@@ -40,11 +38,6 @@ bool setUp(int master, int slave, uint32_t speed) noexcept {
         return false;
     makeRaw(settings, speed);
     return ioctl(slave, TCSETS2, &settings) == 0;
-}
-
-bool heldOffByLines(int terminal) noexcept {
-    termios2 settings{};
-    return ioctl(terminal, TCGETS2, &settings) == 0 && (settings.c_cflag & CRTSCTS) != 0;
 }
 
 void dropFront(std::string& bytes, ssize_t count) {
@@ -87,11 +80,11 @@ void Relay::advance(Program to) noexcept {
     program_ = std::max(program_, to);
 }
 
-/// The library discards several times when it makes a port, and has the RTS and CTS lines hold both sides off
-/// as the last thing it does. Other programs are there when they send something, or have had their time.
+/// The library discards several times while it makes a port, and says when it has one. A program that uses its end
+/// in another way is there when it sends something, or has had its time.
 void Relay::meet(Clock::time_point now) noexcept {
     const bool coming = program_ == Program::comes || program_ == Program::discarding;
-    if (coming && (now >= patience_ || !forLine_.empty() || heldOffByLines(slave_.get())))
+    if (coming && (now >= patience_ || !forLine_.empty()))
         program_ = Program::there;
 }
 
@@ -104,10 +97,8 @@ Until Relay::watch(const SerialLine& line, std::span<pollfd, 2> entries) const n
     entries[0] = {line.descriptor(), wanted(room, !forLine_.empty()), 0};
     entries[1] = {master_.get(), wanted(forLine_.size() < enough, there && !forProgram_.empty()), 0};
     Until next = text_.due();
-    if (program_ == Program::comes || lost_)
+    if (program_ != Program::there && (program_ != Program::absent || lost_))
         next = sooner(next, patience_);
-    if (program_ == Program::discarding)
-        next = sooner(next, Clock::now() + lookInterval);
     return next;
 }
 

@@ -30,6 +30,8 @@ public:
     int descriptor() const noexcept { return slave_.get(); }
     /// The program has got its end.
     void handOver() noexcept { advance(Program::comes); }
+    /// It has made a port of it, and discards nothing any more.
+    void portOpen() noexcept { advance(Program::there); }
 
     /// Fills in what to poll: the line's and the terminal's entry. Until when to wait.
     Until watch(const SerialLine& line, std::span<pollfd, 2> entries) const noexcept;
@@ -46,7 +48,7 @@ private:
     enum class Program {
         absent,     ///< it has not even got its end
         comes,      ///< it may be making a port of it
-        discarding, ///< it is
+        discarding, ///< it is, or may be
         there
     };
     void advance(Program to) noexcept;

@@ -138,6 +138,8 @@ void Session::obey() {
     }
     if (requests.handedOver)
         relay_.handOver();
+    if (requests.portOpen)
+        relay_.portOpen();
     closing_ = requests.close;
     if (closing_)
         return;

@@ -32,6 +32,7 @@ struct Requests {
     std::optional<std::string> dial;
     bool answer = false, drop = false, close = false;
     bool handedOver = false; ///< it has got its end of the call
+    bool portOpen = false;   ///< and has made a port of it
     int32_t identifier = 0;  ///< of the request, for its reply
     bool aboutCall() const { return dial || answer || drop; }
 };

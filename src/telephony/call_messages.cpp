@@ -78,6 +78,12 @@ void portIsThere(const Use& use) {
     log("Connected Event");
 }
 
+/// What the other end has said meanwhile, a service may have held back.
+void tellOfPort(uint32_t call) {
+    if (auto* portOpen = reinterpret_cast<service::PortOpen*>(service::entryPoint("brisoltPortOpen")))
+        portOpen(call);
+}
+
 void openPortFor(const Use& use, uint32_t call) {
     uint32_t handle = 0;
     if (!fetchHandle(use, call, handle))
@@ -89,10 +95,12 @@ void openPortFor(const Use& use, uint32_t call) {
         return closeHandle(descriptor);
     log("Got device handle: %d", descriptor);
     int32_t opened = openTelephonyPort(device.devicePort, descriptor);
-    if (opened == device.devicePort)
+    if (opened == device.devicePort) {
+        tellOfPort(call);
         portIsThere(use);
-    else
+    } else {
         portFailed(use, descriptor, opened);
+    }
 }
 
 /// A connection that is reported twice opens one port.

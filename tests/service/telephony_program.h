@@ -57,6 +57,7 @@ struct ServiceModule {
     service::LineAnswer* answer = entry("lineAnswer");
     service::LineDrop* drop = entry("lineDrop");
     service::LineDeallocateCall* deallocate = entry("lineDeallocateCall");
+    service::PortOpen* portOpen = entry("brisoltPortOpen");
     service::LineGetCallStatus* callStatus = entry("lineGetCallStatus");
     service::LineSetDeviceConfiguration* setConfiguration = entry("lineSetDevConfigA");
     decltype(ComHostGetMessage)* getMessage = entry("ComHostGetMessage");
