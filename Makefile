@@ -14,6 +14,12 @@ bench_packages := $(tool_packages) libboost-dev libserialport-dev zlib1g-dev
 lines_packages := $(test_packages) qemu-system-x86 busybox-static kmod
 check_packages := $(test_packages) clang-format clang-tidy
 docs_packages := $(build_packages) python3 doxygen doxygen-awesome-css
+fuzz_packages := $(test_packages) clang
+
+# How long the proofs below take; each has a default of its own.
+SECONDS ?= 600
+HOURS ?= 2
+KILLS ?= 10000
 
 # $(call need,PACKAGES): asks the packaging system only when something is missing.
 define need
@@ -33,13 +39,19 @@ endef
 configure = cmake --preset $(1) -B '$(BUILD)/$(2)' --log-level=WARNING $(3)
 # For those who want to use it and not to work on it: their compiler may warn of more than ours.
 lenient := --compile-no-warning-as-error
+# The thread sanitizer needs addresses where it expects them, which a kernel with much randomisation does not
+# give; where a container forbids switching that off, it has to do without.
+fixed_addresses = fixed=; ! setarch -R true 2>/dev/null || fixed='setarch -R'; $$fixed
 # $(call build,FOLDER,OPTIONS)
 build = cmake --build '$(BUILD)/$(1)' --parallel $(JOBS) $(2)
 # $(call run_tests,FOLDER): most tests mostly wait, so more of them run than there are processors
 run_tests = ctest --test-dir '$(BUILD)/$(1)' --output-on-failure --no-tests=error -j $$(( 2 * $(JOBS) )) --timeout 300
 
-.PHONY: help demo test test-lines bench docs includes check debian-flags sanitize install clean
+.PHONY: help demo test test-lines bench docs includes check debian-flags sanitize faults storm fuzz kill soak install clean
 .NOTPARALLEL:
+
+amount_of_kill := KILLS
+amount_of_soak := HOURS
 
 help:
 	@echo 'make demo        see it work'
@@ -50,6 +62,11 @@ help:
 	@echo 'make check       formatting, includes and static analysis'
 	@echo 'make debian-flags  the library, the service and the commands as Debian would build them'
 	@echo 'make sanitize    the tests under the address, undefined-behaviour and thread sanitizers'
+	@echo 'make faults      every call of the host fails once, and from there on (hours)'
+	@echo 'make storm       everything at once, SECONDS=600 under each sanitizer'
+	@echo 'make fuzz        odd inputs, made up for SECONDS=600'
+	@echo 'make kill        KILLS=10000 at random moments of a write'
+	@echo 'make soak        64 ports for HOURS=2'
 	@echo 'make install     into PREFIX ($(PREFIX)), below DESTDIR if given'
 	@echo 'make clean       remove the build folder, $(BUILD)'
 
@@ -103,8 +120,6 @@ debian-flags:
 	$(call configure,release,debian,--fresh -DCMAKE_BUILD_TYPE=Release -DBRISOLT_TESTS=OFF)
 	$(call build,debian)
 
-# The thread sanitizer needs addresses where it expects them, which a kernel with much randomisation does
-# not give; where a container forbids switching that off, it has to do without.
 sanitize:
 	$(call need,$(test_packages))
 	$(call configure,asan,asan)
@@ -112,7 +127,41 @@ sanitize:
 	UBSAN_OPTIONS=print_stacktrace=1 $(call run_tests,asan)
 	$(call configure,tsan,tsan)
 	$(call build,tsan)
-	fixed=; ! setarch -R true 2>/dev/null || fixed='setarch -R'; $$fixed $(call run_tests,tsan)
+	$(fixed_addresses) $(call run_tests,tsan)
+
+# Proofs that take their time; docs/reliability.md says what each shows. The suite runs a minute of them.
+faults:
+	$(call need,$(test_packages))
+	$(call configure,asan,asan)
+	$(call build,asan,--target brisolt-faults)
+	'$(BUILD)/asan/bin/brisolt-faults'
+
+storm:
+	$(call need,$(test_packages))
+	$(call configure,asan,asan)
+	$(call build,asan,--target brisolt-storm)
+	'$(BUILD)/asan/bin/brisolt-storm' $(SECONDS)
+	$(call configure,tsan,tsan)
+	$(call build,tsan,--target brisolt-storm)
+	$(fixed_addresses) '$(BUILD)/tsan/bin/brisolt-storm' $(SECONDS)
+
+# What it finds stays beside the corpus it grew from; what is kept goes into fuzz/corpus.
+fuzz:
+	$(call need,$(fuzz_packages))
+	$(call configure,fuzz,fuzz)
+	$(call build,fuzz,--target brisolt-fuzz)
+	mkdir -p '$(BUILD)/corpus'
+	cd '$(BUILD)/corpus' && for target in $(notdir $(wildcard fuzz/corpus/*)); do \
+	    mkdir -p $$target && echo "== $$target" && \
+	    '$(BUILD)/fuzz/bin/brisolt-fuzz' --target=$$target -max_len=4096 -print_final_stats=1 -verbosity=0 \
+	        -max_total_time=$$(( $(SECONDS) / $(words $(wildcard fuzz/corpus/*)) )) $$target '$(CURDIR)'/fuzz/corpus/$$target || exit 1; \
+	done
+
+kill soak:
+	$(call need,$(test_packages))
+	$(call configure,release,release)
+	$(call build,release,--target brisolt-$@)
+	'$(BUILD)/release/bin/brisolt-$@' $($(amount_of_$@))
 
 install:
 	$(call need,$(tool_packages) python3)

@@ -1,10 +1,12 @@
-# Everything of a build is instrumented, or nothing: BRISOLT_SANITIZE=address or thread.
+# Everything of a build is instrumented, or nothing: BRISOLT_SANITIZE=address, thread or fuzz.
 if(BRISOLT_SANITIZE STREQUAL "address")
     set(sanitize_flags -fsanitize=address,undefined -fno-sanitize-recover=all)
 elseif(BRISOLT_SANITIZE STREQUAL "thread")
     set(sanitize_flags -fsanitize=thread)
+elseif(BRISOLT_SANITIZE STREQUAL "fuzz")
+    set(sanitize_flags -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all)
 elseif(BRISOLT_SANITIZE)
-    message(FATAL_ERROR "BRISOLT_SANITIZE is address, thread or empty, not \"${BRISOLT_SANITIZE}\"")
+    message(FATAL_ERROR "BRISOLT_SANITIZE is address, thread, fuzz or empty, not \"${BRISOLT_SANITIZE}\"")
 endif()
 if(BRISOLT_SANITIZE)
     add_compile_options(${sanitize_flags} -fno-omit-frame-pointer)

@@ -178,11 +178,11 @@ void KeptDevice::put(Place& place, const Opened& opened) noexcept {
 int32_t KeptDevice::openFirst(Opened& shown) {
     if (arrived_.descriptor() < 0)
         return -EMFILE;
+    if (hostDevice_) // before anything is open that a lack of memory would leave so
+        identity_ = serial::identityOf(path_);
     Opened opened;
     if (const int32_t result = open_(path_, options_, opened); result < 0)
         return result;
-    if (hostDevice_)
-        identity_ = serial::identityOf(path_);
     put(places_[0], opened);
     task_ = {.self = this, .step = step, .path = hostDevice_ ? path_.c_str() : nullptr};
     if (!keeper::add(task_)) {
@@ -229,18 +229,15 @@ void KeptDevice::takeOut() noexcept {
     ComHostCounters counted{};
     counted.size = sizeof counted;
     const bool counts = driver.counters != nullptr && driver.counters(place->device.self, &counted) > 0;
-    {
+    { // in one step: what it has counted is counted by it or by us, never by both
         const std::scoped_lock guard(mutex_);
         if (counts)
             addLines(before_, counted);
         ++gone_;
-    }
-    soughtUntil_ = options_.keepSeconds == DeviceOptions::forEver
-                       ? clock::Deadline::never()
-                       : clock::Deadline::in(static_cast<uint32_t>(options_.keepSeconds) * 1000U);
-    state_ = COM_HOST_DEVICE_SOUGHT;
-    {
-        const std::scoped_lock guard(mutex_);
+        soughtUntil_ = options_.keepSeconds == DeviceOptions::forEver
+                           ? clock::Deadline::never()
+                           : clock::Deadline::in(static_cast<uint32_t>(options_.keepSeconds) * 1000U);
+        state_ = COM_HOST_DEVICE_SOUGHT;
         current_ = nullptr;
     }
     if (driver.watch != nullptr)
@@ -359,12 +356,14 @@ int32_t KeptDevice::wait(uint32_t events, int32_t wake, int32_t milliseconds) no
 int32_t KeptDevice::counters(ComHostCounters& counters) noexcept {
     ComHostCounters now{};
     now.size = sizeof now;
-    {
-        const Inside inside(*this);
-        if (inside && inside.driver().counters != nullptr)
-            inside.driver().counters(inside.self(), &now);
-    }
+    const Inside inside(*this);
+    if (inside && inside.driver().counters != nullptr)
+        inside.driver().counters(inside.self(), &now);
     const std::scoped_lock guard(mutex_);
+    if (inside && !inside.isCurrent()) {
+        now = {}; // it went meanwhile, and `before_` has its counts
+        now.size = sizeof now;
+    }
     addLines(now, before_);
     now.gone = gone_;
     now.back = back_;

@@ -58,25 +58,29 @@ void PortCounters::copy(ComHostCounters& to, const ComHostCounters& from, uint32
 }
 
 // Unsigned differences: a device that wraps a counter is no harm.
-ComHostCounters PortCounters::read(Port& port) noexcept {
+ComHostCounters PortCounters::counted(const Port& port, const ComHostCounters* device) const noexcept {
     ComHostCounters counted = own_;
-    if (ComHostCounters device{}; port.device.counters(device))
+    if (device != nullptr)
         for (const Row& row : rows)
-            counted.*row.counter = device.*row.counter - base_.*row.counter;
+            counted.*row.counter = device->*row.counter - base_.*row.counter;
     counted.size = sizeof counted;
     counted.received = port.received.load(std::memory_order_relaxed);
     counted.sent = port.sent.load(std::memory_order_relaxed);
     return counted;
 }
 
+// A device is asked without the mutex: it may have news of its own to tell on this very thread, of this port or of
+// the one at its far end.
 void PortCounters::begin(Port& port) noexcept {
+    ComHostCounters device{};
+    const bool counts = port.device.counters(device);
     {
         MutexLock guard(watchMutex_);
         asked_ = 0;
     }
     MutexLock guard(mutex_);
     base_ = own_ = told_ = {};
-    if (ComHostCounters device{}; port.device.counters(device))
+    if (counts)
         base_ = device;
     state_ = COM_HOST_DEVICE_THERE;
     events_ = 0;
@@ -85,18 +89,32 @@ void PortCounters::begin(Port& port) noexcept {
 }
 
 ComHostCounters PortCounters::now(Port& port) noexcept {
+    ComHostCounters device{};
+    const bool counts = port.device.counters(device);
     MutexLock guard(mutex_);
-    return read(port);
+    return counted(port, counts ? &device : nullptr);
+}
+
+// A look that was overtaken by a later one tells nothing again.
+uint32_t PortCounters::moveOn(const ComHostCounters& latest) noexcept {
+    uint32_t moved = 0;
+    for (const Row& row : rows) {
+        if (static_cast<int32_t>(latest.*row.counter - told_.*row.counter) <= 0)
+            continue;
+        told_.*row.counter = latest.*row.counter;
+        moved |= row.event;
+    }
+    return moved;
 }
 
 void PortCounters::look(Port& port) noexcept {
     {
+        ComHostCounters device{};
+        const bool counts = port.device.counters(device);
         MutexLock guard(mutex_);
-        ComHostCounters counted = read(port);
-        uint32_t moved = differing(counted, told_, everyEvent);
+        const uint32_t moved = moveOn(counted(port, counts ? &device : nullptr));
         if (moved == 0)
             return;
-        told_ = counted;
         // Under the mutex: who has ended it, or has it told elsewhere, gets nothing afterwards.
         uint32_t tell = moved & events_;
         auto number = static_cast<intptr_t>(port.number.load());

@@ -40,7 +40,9 @@ public:
     static void copy(ComHostCounters& to, const ComHostCounters& from, uint32_t events) noexcept;
 
 private:
-    ComHostCounters read(Port& port) noexcept WITH_LOCK(mutex_);
+    /// `device`: what it counts; null: nothing.
+    ComHostCounters counted(const Port& port, const ComHostCounters* device) const noexcept WITH_LOCK(mutex_);
+    uint32_t moveOn(const ComHostCounters& latest) noexcept WITH_LOCK(mutex_);
 
     Mutex mutex_;                             ///< what follows
     ComHostCounters base_ GUARDED_BY(mutex_); ///< the device's, at the open

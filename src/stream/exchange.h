@@ -16,8 +16,8 @@ int32_t write(Port& port, const void* buffer, int32_t count, int32_t millisecond
 int32_t read(Port& port, void* buffer, int32_t count, int32_t milliseconds);
 /// ComHostDescriptor.
 int32_t descriptor(Port& port);
-/// ComHostDrain.
-int32_t drain(Port& port, int32_t milliseconds);
+/// ComHostDrain. Whoever closes is not kept from it by signals.
+int32_t drain(Port& port, int32_t milliseconds, bool signalsEnd = true);
 
 /// What has been written and not left: in the rings, on its way, and in the device.
 int64_t notLeft(Port& port) noexcept;

@@ -31,7 +31,7 @@ int64_t notLeft(Port& port) noexcept {
     return queued + staged + (port.hasDevice() ? port.device.unsent() : 0);
 }
 
-int32_t drain(Port& port, int32_t milliseconds) {
+int32_t drain(Port& port, int32_t milliseconds, bool signalsEnd) {
     if (!port.isOpen())
         return -1;
     Call call(port, milliseconds);
@@ -45,7 +45,7 @@ int32_t drain(Port& port, int32_t milliseconds) {
         if (call.until().passed())
             return 0;
         auto look = clock::Deadline::earlier(call.until(), clock::Deadline::in(millisecondsFor(port, left)));
-        if (sleepOnPort(port, seen, {.signals = true}, look).interrupted)
+        if (sleepOnPort(port, seen, {.signals = signalsEnd}, look).interrupted)
             return interrupted;
     }
 }

@@ -113,4 +113,5 @@ def main(listed, answers_file, output, headers):
     pathlib.Path(output).write_text(text)
 
 
-main(sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[4:])
+if __name__ == "__main__":
+    main(sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[4:])

@@ -30,6 +30,8 @@ Pty::Pty() : master_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
         fail("pseudo terminal");
     }
     slavePath_ = name.data();
+    // What a killed process has locked under this number is nobody's, although its own number may be in use again.
+    unlink(("/run/lock/LCK..pts_" + slavePath_.substr(slavePath_.rfind('/') + 1)).c_str());
     // A master tells that it has no slave only when it has had one.
     ::close(open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     cfmakeraw(&settings);

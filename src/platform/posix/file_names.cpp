@@ -32,11 +32,20 @@ std::size_t directoryAsWritten(char* name) noexcept {
     return there ? static_cast<std::size_t>(slash - name) : 0;
 }
 
+/// A signal of the program's is no reason to say that there is no such file; network file systems are interrupted.
+int32_t openThroughSignals(const char* path, int flags, uint32_t permissions = 0) noexcept {
+    int32_t descriptor = -1;
+    do {
+        descriptor = ::open(path, flags, permissions);
+    } while (descriptor < 0 && errno == EINTR);
+    return descriptor;
+}
+
 int32_t openOnce(const HostName& name, int flags, int creation, uint32_t permissions) noexcept {
     if (!name.asWritten())
-        return ::open(name.text(), flags | creation, permissions);
+        return openThroughSignals(name.text(), flags | creation, permissions);
     if ((creation & O_EXCL) == 0)
-        return ::open(name.text(), flags);
+        return openThroughSignals(name.text(), flags);
     errno = EEXIST;
     return -1;
 }

@@ -130,7 +130,7 @@ Successor::Try Successor::tryLock(const Profile& profile) noexcept {
         bool somebodys = reason == EACCES && ::access(path_.c_str(), F_OK) == 0;
         errno = reason;
         bool gone = found && reason == ENOENT;
-        return somebodys || gone ? Try::busy : Try::refused;
+        return somebodys || gone || reason == EINTR ? Try::busy : Try::refused;
     }
     Try result = check(profile);
     if (result != Try::held) {

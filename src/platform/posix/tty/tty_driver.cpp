@@ -79,7 +79,9 @@ int32_t openDescriptor(TtyDevice& tty) {
     if (tty.options.exclusive)
         if (const int32_t process = tty.uucpLock.take(tty.path); process != 0)
             return refuse(lockedText(tty.path, process), EBUSY);
-    tty.descriptor = ::open(tty.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    do { // another open or close of the device may make it wait
+        tty.descriptor = ::open(tty.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    } while (tty.descriptor < 0 && errno == EINTR);
     if (tty.descriptor < 0) {
         const int32_t error = errno;
         return refuse(openErrorText(tty.path, error), error);
@@ -233,13 +235,14 @@ bool isGone(int32_t error) noexcept {
 
 namespace brisolt::serial {
 
+// The caller may have closed it long ago, and its number be somebody else's. A host that cannot tell leaves it ours:
+// nobody else would close it.
 void closeAdoptedDescriptor(void* ttyDevice, int32_t handle) noexcept {
     struct stat ours {};
     struct stat theirs {};
-    bool same = fstat(tty::of(ttyDevice).descriptor, &ours) == 0 && fstat(handle, &theirs) == 0 &&
-                ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino &&
-                ours.st_rdev == theirs.st_rdev;
-    if (same)
+    const bool told = fstat(tty::of(ttyDevice).descriptor, &ours) == 0 && fstat(handle, &theirs) == 0;
+    if (!told ||
+        (ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino && ours.st_rdev == theirs.st_rdev))
         ::close(handle);
 }
 

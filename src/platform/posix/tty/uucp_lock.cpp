@@ -21,15 +21,20 @@ namespace {
 constexpr const char* folder = "/run/lock/";
 constexpr mode_t everybodyReads = 0644;
 
+/// The host does not let us read the file now: it may well be somebody's.
+constexpr pid_t unreadable = -1;
+
 /// The process in a lock file: ten digits, or as some old programs write it, the bare number. Nothing: there is no
-/// such file. 0: it cannot be told, which is as good as nobody.
+/// such file. 0: it holds no process, which is as good as nobody.
 std::optional<pid_t> ownerOf(const std::string& file) {
     const int32_t descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0)
-        return errno == ENOENT ? std::nullopt : std::optional<pid_t>(0);
+        return errno == ENOENT ? std::nullopt : std::optional<pid_t>(unreadable);
     std::array<char, 32> text{};
     const ssize_t length = ::read(descriptor, text.data(), text.size() - 1);
     ::close(descriptor);
+    if (length < 0)
+        return unreadable;
     if (length == static_cast<ssize_t>(sizeof(pid_t)) &&
         std::none_of(text.begin(), text.begin() + 4,
                      [](char c) { return c == ' ' || (c >= '0' && c <= '9'); })) {
@@ -79,10 +84,10 @@ std::string UucpLock::fileFor(const std::string& path) {
 
 int32_t UucpLock::take(const std::string& path) {
     constexpr int32_t tries = 3; // a dead process's lock is taken away, and somebody may be quicker
-    const std::string file = fileFor(path);
+    std::string file = fileFor(path);
     for (int32_t i = 0; i < tries; ++i) {
         if (const std::optional<pid_t> owner = ownerOf(file)) {
-            if (*owner == getpid())
+            if (*owner == getpid() || *owner == unreadable)
                 return 0;
             if (lives(*owner))
                 return *owner;
@@ -90,7 +95,7 @@ int32_t UucpLock::take(const std::string& path) {
                 return 0;
         }
         if (make(file)) {
-            file_ = file;
+            file_ = std::move(file); // what is made is remembered, whatever memory there is
             return 0;
         }
         if (access(folder, W_OK) != 0)
@@ -100,7 +105,8 @@ int32_t UucpLock::take(const std::string& path) {
 }
 
 void UucpLock::release() noexcept try {
-    if (!file_.empty() && ownerOf(file_) == getpid())
+    const std::optional<pid_t> owner = file_.empty() ? std::nullopt : ownerOf(file_);
+    if (owner == getpid() || owner == unreadable) // what cannot be read is what we have made
         unlink(file_.c_str());
     file_.clear();
 } catch (...) { // NOLINT(bugprone-empty-catch): the file is a dead process's soon

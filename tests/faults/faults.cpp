@@ -1,0 +1,322 @@
+// Fails every call of the host that the scenarios make: the first, the second, and so on until a run meets none;
+// that call alone, it and all that follow, moving half of what was asked for, or interrupted. Each in a process of
+// its own, which has to keep the promises of its scenario, leave nothing behind, and do all of it right afterwards.
+//
+//     brisolt-faults [--seconds N] [--scenario NAME] [--mode NAME] [--from N] [--point N]
+//
+// --seconds thins the points evenly, so that it takes about so long. --point tries that one and tells where it is.
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <new>
+#include <random>
+#include <string>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "scenarios.h"
+#include "seam.h"
+#include "support/timing.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+static bool blocksLeak() {
+    return __lsan_do_recoverable_leak_check() != 0;
+}
+#else
+static bool blocksLeak() {
+    return false; // the build with the address sanitizer looks
+}
+#endif
+
+using namespace brisolt;
+using namespace brisolt::faults;
+using Clock = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
+
+namespace {
+
+constexpr auto limitOfARun = std::chrono::seconds(40);
+
+enum class Stage { run, again, cleanup, done };
+constexpr const char* stageNames[] = {"in the run", "in the run after it", "at the end", ""};
+
+/// What a run tells, in memory that outlives it.
+struct Report {
+    Meter meter;
+    std::atomic<Stage> stage{Stage::run};
+    bool whole = false;
+    long descriptors = 0, threads = 0;
+    char refused[100] = "", wrong[400] = "";
+};
+
+struct Options {
+    double seconds = 0;
+    std::string scenario, mode;
+    long from = 1, point = 0;
+};
+
+long entriesOf(const char* folder) {
+    std::error_code gone;
+    return std::distance(std::filesystem::directory_iterator(folder, gone),
+                         std::filesystem::directory_iterator());
+}
+
+std::string lockOfOurs() {
+    for (const auto& entry : std::filesystem::directory_iterator("/run/lock")) {
+        int32_t process = 0;
+        if (entry.path().filename().string().starts_with("LCK..") && std::ifstream(entry.path()) >> process &&
+            process == getpid())
+            return entry.path();
+    }
+    return {};
+}
+
+uint64_t signalMask() {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    uint64_t bits = 0;
+    for (int signal = 1; signal < 64; ++signal)
+        bits |= static_cast<uint64_t>(sigismember(&mask, signal) == 1) << signal;
+    return bits;
+}
+
+/// What is left of the runs when all is closed; `before` is what two runs without a failure leave.
+void lookForRemains(Scene& scene, const Report& before, Report& report, uint64_t mask, bool hostWasDown) {
+    const auto settles = [](const char* folder, long most) {
+        test::eventually([&] { return entriesOf(folder) <= most; }, std::chrono::seconds(most == 0 ? 0 : 3));
+        return entriesOf(folder);
+    };
+    report.threads = settles("/proc/self/task", before.threads);
+    report.descriptors = settles("/proc/self/fd", before.descriptors);
+    scene.holds(before.threads == 0 || report.threads <= before.threads, "threads are left");
+    if (before.descriptors > 0 && report.descriptors > before.descriptors) {
+        std::string open;
+        std::error_code gone;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+            open += " " + std::filesystem::read_symlink(entry.path(), gone).string();
+        scene.holds(false, "descriptors are left:" + open);
+    }
+    scene.holds(signalMask() == mask, "the signal mask is another");
+    const std::string lock = lockOfOurs();
+    const bool couldRemove = !hostWasDown && std::strcmp(report.meter.call, "unlink") != 0;
+    scene.holds(lock.empty() || !couldRemove, "a lock file is left: " + lock);
+    std::filesystem::remove(lock);
+    scene.holds(!blocksLeak(), "blocks of memory leak");
+}
+
+void settle() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+}
+
+[[noreturn]] void runScenario(const Scenario& scenario, Mode mode, long point, bool trace,
+                              const Report& before, Report& report) {
+    const Spared here;
+    const uint64_t mask = signalMask();
+    {
+        const test::FastClock fast;
+        Scene scene(mode == Mode::on && point > 0);
+        arm(report.meter, mode, point, trace);
+        report.whole = scenario.run(scene);
+        scene.refused().copy(report.refused, sizeof report.refused - 1);
+        disarm();
+        report.stage = Stage::again;
+        scene.again();
+        // A thread of before may be on its way out of a device that can be open once.
+        if (!test::eventually([&] { return scenario.run(scene) || !scene.wrong().empty(); },
+                              std::chrono::seconds(2)))
+            scene.holds(false, "it does not work afterwards: " + scene.refused());
+        report.stage = Stage::cleanup;
+        if (point == 0)
+            settle();
+        lookForRemains(scene, before, report, mask, mode == Mode::on && point > 0);
+        scene.wrong().copy(report.wrong, sizeof report.wrong - 1);
+    }
+    report.stage = Stage::done;
+    _exit(0);
+}
+
+Report& newReport() {
+    void* const memory =
+        mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
+        std::abort();
+    return *new (memory) Report;
+}
+
+/// How a process ended: "" by itself, else in words.
+std::string endOf(pid_t process) {
+    const int handle = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
+    pollfd entry{handle, POLLIN, 0};
+    const bool ended = poll(&entry, 1, static_cast<int>(std::chrono::milliseconds(limitOfARun).count())) > 0;
+    close(handle);
+    if (!ended) {
+        kill(process, SIGABRT); // a sanitizer tells where it hangs
+        usleep(500000);
+        kill(process, SIGKILL);
+    }
+    int status = 0;
+    waitpid(process, &status, 0);
+    if (!ended)
+        return "hangs";
+    if (WIFSIGNALED(status))
+        return "ends with signal " + std::to_string(WTERMSIG(status));
+    return WEXITSTATUS(status) == 0 ? "" : "ends with status " + std::to_string(WEXITSTATUS(status));
+}
+
+class Runner {
+public:
+    Runner(const Options& options) : options_(options) {}
+
+    bool run(const Scenario& scenario) {
+        scenario_ = &scenario;
+        row_ = {};
+        Report& plain = newReport();
+        const auto start = Clock::now();
+        if (!attempt(Mode::on, 0, newReport(), plain) || !plain.whole) {
+            std::printf("%s: fails by itself: %s%s\n", scenario.name, plain.wrong, plain.refused);
+            return false;
+        }
+        // A slow one in little time: one mode, another each time.
+        constexpr int modes = static_cast<int>(Mode::count);
+        const bool slow = share > 0 && Seconds(Clock::now() - start).count() > share;
+        const int only = slow ? static_cast<int>(std::random_device()() % modes) : modes;
+        bool right = true;
+        for (int mode = 0; mode < modes; ++mode)
+            if ((options_.mode.empty() && (!slow || mode == only)) || options_.mode == modeNames[mode])
+                right = allPoints(static_cast<Mode>(mode), plain) && right;
+        std::printf("%-12s %7ld %7ld %8ld %7ld\n", scenario.name, row_.points, row_.whole, row_.refused,
+                    row_.wrong);
+        std::fflush(stdout);
+        return right;
+    }
+    void printKinds() const {
+        std::printf("\n%-12s %7s %7s\n", "kind", "points", "wrong");
+        for (const auto& [kind, row] : kinds_)
+            std::printf("%-12s %7ld %7ld\n", kind.c_str(), row.points, row.wrong);
+    }
+    double share = 0; ///< of the seconds, for one mode of one scenario; 0 no limit
+
+private:
+    struct Row {
+        long points = 0, whole = 0, refused = 0, wrong = 0;
+    };
+
+    bool allPoints(Mode mode, const Report& plain) {
+        const auto start = Clock::now();
+        bool right = true;
+        double at = static_cast<double>(options_.from);
+        for (int tried = 1;; ++tried) {
+            const double left = static_cast<double>(plain.meter.met[static_cast<int>(mode)]) - at + 1;
+            const double used = Seconds(Clock::now() - start).count();
+            const double tries = share == 0 ? left : (share - used) / (used / std::max(tried - 1, 1));
+            const double stride = std::max(1.0, tries < 1 ? left : left / tries);
+            Report& report = newReport();
+            const long point = options_.point > 0 ? options_.point : static_cast<long>(at + (stride - 1) / 2);
+            const bool fine = attempt(mode, point, plain, report);
+            const bool met = report.meter.failed > 0;
+            if (met)
+                count(report, fine);
+            if (!fine)
+                right = told(mode, point, report);
+            munmap(&report, sizeof report);
+            if (!met || options_.point > 0 || (share > 0 && used > share))
+                return right;
+            at += stride;
+        }
+    }
+    void count(const Report& report, bool fine) {
+        ++row_.points;
+        ++(!fine ? row_.wrong : report.whole ? row_.whole : row_.refused);
+        Row& kind = kinds_[report.meter.kind];
+        ++kind.points;
+        kind.wrong += fine ? 0 : 1;
+    }
+    bool attempt(Mode mode, long point, const Report& before, Report& report) {
+        const std::string errors = folder_.file("errors");
+        std::fflush(stdout);
+        const pid_t process = fork();
+        if (process == 0) {
+            if (options_.point == 0)
+                dup2(open(errors.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600), STDERR_FILENO);
+            setenv("TMPDIR", folder_.path().c_str(), 1);
+            runScenario(*scenario_, mode, point, options_.point > 0, before, report);
+        }
+        const std::string end = endOf(process);
+        if (!end.empty())
+            (end + " " + stageNames[static_cast<int>(report.stage.load())])
+                .copy(report.wrong, sizeof report.wrong - 1);
+        // Parts of blocks, and interruptions, are nothing that a program hears of.
+        else if (report.wrong[0] == '\0' && !report.whole &&
+                 (mode == Mode::partly || mode == Mode::interrupted))
+            std::snprintf(report.wrong, sizeof report.wrong, "it did not go on: %s", report.refused);
+        return report.wrong[0] == '\0';
+    }
+    bool told(Mode mode, long point, const Report& report) const {
+        std::printf("brisolt-faults --scenario '%s' --mode %s --point %ld: %s: %s\n", scenario_->name,
+                    modeNames[static_cast<int>(mode)], point, report.meter.call, report.wrong);
+        std::ifstream errors(folder_.file("errors"));
+        std::string line;
+        for (int lines = 0; lines < 12 && std::getline(errors, line); ++lines)
+            std::printf("    %s\n", line.c_str());
+        std::fflush(stdout);
+        return false;
+    }
+
+    Options options_;
+    test::TempDir folder_;
+    const Scenario* scenario_ = nullptr;
+    Row row_;
+    std::map<std::string, Row> kinds_;
+};
+
+bool read(Options& options, int count, char** words) {
+    for (int i = 1; i + 1 < count; i += 2) {
+        const std::string word = words[i], value = words[i + 1];
+        if (word == "--seconds")
+            options.seconds = std::atof(value.c_str());
+        else if (word == "--scenario")
+            options.scenario = value;
+        else if (word == "--mode")
+            options.mode = value;
+        else if (word == "--from")
+            options.from = std::atol(value.c_str());
+        else if (word == "--point")
+            options.point = std::atol(value.c_str());
+        else
+            return false;
+    }
+    return count % 2 == 1;
+}
+
+} // namespace
+
+int main(int count, char** words) {
+    Options options;
+    if (!read(options, count, words)) {
+        std::fputs("brisolt-faults [--seconds N] [--scenario NAME] [--mode NAME] [--from N] [--point N]\n",
+                   stderr);
+        return 2;
+    }
+    Runner runner(options);
+    runner.share =
+        options.seconds / static_cast<double>(scenarios.size() * static_cast<std::size_t>(Mode::count));
+    std::printf("%-12s %7s %7s %8s %7s\n", "scenario", "points", "whole", "refused", "wrong");
+    bool right = true;
+    for (const Scenario& scenario : scenarios)
+        if (options.scenario.empty() || options.scenario == scenario.name)
+            right = runner.run(scenario) && right;
+    runner.printKinds();
+    return right ? 0 : 1;
+}
