@@ -9,7 +9,7 @@ JOBS ?= $(shell nproc)
 
 build_packages := g++ cmake ninja-build pkg-config
 tool_packages := $(build_packages) libcli11-dev
-test_packages := $(tool_packages) libgtest-dev python3 socat binutils ppp minicom
+test_packages := $(tool_packages) libgtest-dev python3 socat binutils ppp minicom ser2net gensio-bin python3-serial openssl libssl-dev
 bench_packages := $(tool_packages) libboost-dev libserialport-dev zlib1g-dev
 lines_packages := $(test_packages) qemu-system-x86 busybox-static kmod
 check_packages := $(test_packages) clang-format clang-tidy

@@ -289,7 +289,8 @@ typedef struct ComHostDriver {
 
 /* Makes paths that begin with `scheme` and a colon open through a copy of *driver. The scheme is 2 to 31
  * letters, digits or '-', compared without letter case; a scheme that is registered already is replaced
- * for later opens, the built-in ones ("null-modem", "loop", "usb") are not. 1; -1 null, a bad scheme, a size below
+ * for later opens, the built-in ones ("null-modem", "loop", "usb", "tcp",
+ * "rfc2217", "tls", "rfc2217-tls") are not. 1; -1 null, a bad scheme, a size below
  * that of the first release (up to `descriptor`), or a driver without open, close, read and write. */
 int32_t ComHostRegisterDriver(const char *scheme, const ComHostDriver *driver);
 

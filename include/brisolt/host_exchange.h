@@ -36,6 +36,7 @@ int32_t ComHostRead(int32_t port, void *buffer, int32_t count, int32_t milliseco
  * at into the receive ring), so that poll and calls never miss one another: the program may even read the
  * descriptor itself. Notifications of received data are told no more. The descriptor is the library's: the
  * program must not close it, and must ask again after the device has come back (COM_HOST_EVENT_BACK).
+ * That of a line in TLS or of a remote serial port only polls: its bytes are read by calls alone.
  * The descriptor; -4 the device has none; -2 the device is gone; -1. */
 int32_t ComHostDescriptor(int32_t port);
 
@@ -51,9 +52,11 @@ int32_t ComHostDrain(int32_t port, int32_t milliseconds);
  * works. A port opened with the option "keep" waits for it (so many seconds, or for ever): meanwhile (3) waits
  * go on until their time is over, and a lossless ring takes what it has room for. It is known by its USB identity
  * (numbers, serial number, interface; without a serial number by the socket it is plugged into), else by its
- * path. When it is back (1), line settings, flow control, DTR and RTS are set again, what a lossless ring still
- * held (what the driver had not taken) is sent, and what was received before is still there to be read. A device
- * that is there and may not be opened yet is tried again when the host says that something has changed. */
+ * path; a line over a network by its address. When it is back (1), line settings, flow control, DTR and RTS are
+ * set again, what a lossless ring still held (what the driver had not taken) is sent, and what was received
+ * before is still there to be read. A device that is there and may not be opened yet is tried again when the
+ * host says that something has changed; a line over a network, and one of a registered driver, after 0.1 s, then
+ * after twice as long each time, up to 5 s. */
 int32_t ComHostGetPortState(int32_t port);
 
 #ifdef __cplusplus

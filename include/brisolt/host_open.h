@@ -47,6 +47,23 @@ extern "C" {
  * above and with all others, which are the driver's to know; of those above it can do dtr, rts, close, keep
  * and rs485=rts, which the library does through the driver's own functions.
  *
+ * Lines over a network, HOST a name or an address (IPv6 in brackets), PORT a number:
+ *   tcp:HOST:PORT           bytes only: settings are taken and go nowhere, ComHostGetLines is -4
+ *   rfc2217:HOST:PORT       a serial port at the far end (telnet with the com-port option): rate, framing, flow
+ *                           control, DTR, RTS, break, purge, modem and line state. The option has 5 to 8 data bits
+ *   tls:HOST:PORT, rfc2217-tls:HOST:PORT   the same inside TLS (1.2 and later), by the module libbrisolt-tls.so
+ *   connect       milliseconds, 1 to 600000, default 5000: for all up to a connection (name, every address, TLS)
+ *   answer        milliseconds, 1 to 600000, default 2000: for the answer to one request (rfc2217 alone)
+ *   ca, cert, key, name   TLS: files of the authorities (default: the system's), of our certificate and its key
+ *                 (without a password); what the far end's certificate must bear (default: HOST)
+ *   verify        yes, no   "no": a certificate of the far end is not checked
+ * A setting is a request: it waits for its answer, which is what ComHostGetLine tells. Another value than asked
+ * fails the call, as no answer in time does. An open whose rate or framing is refused or not answered fails with
+ * -36. DTR, RTS, break and flow control need no answer; a change of flow control on an open line waits for one
+ * all the same. What the far end tells of lines and errors moves the counters at once, while somebody reads or
+ * the port's thread does. What was written has left when the far end's host has confirmed it (ComHostDrain). A far end that is
+ * gone is a device that is gone; "keep" connects again after 0.1 s, then after twice as long each time, up to 5 s.
+ *
  * "usb:VID:PID[:SERIAL[:INTERFACE]]" (VID and PID in hex, any field may be "*") is the one USB device that
  * fits; none or several fail the open, and the text lists what is there.
  */

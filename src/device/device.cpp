@@ -43,6 +43,7 @@ int32_t Device::open(std::string_view name) noexcept try {
     driver_ = opened.driver;
     self_ = opened.self;
     handle_ = opened.handle;
+    keepsFirstBytes_ = opened.startsEmpty;
     return 1;
 } catch (const std::bad_alloc&) {
     setErrorTextFrom({"cannot open ", name, ": ", std::strerror(ENOMEM)});
@@ -163,7 +164,7 @@ bool Device::setEventMask(uint32_t events) const noexcept {
 }
 
 bool Device::purge(uint32_t what) const noexcept {
-    return handOver(self_, driver_.purge, what);
+    return keepsFirstBytes_ || handOver(self_, driver_.purge, what);
 }
 
 bool Device::line(uint32_t function) const noexcept {

@@ -31,6 +31,8 @@ public:
     /// Takes a handle that the caller keeps: one of ComHostOpenDevice or any tty's descriptor.
     int32_t adopt(int32_t handle) noexcept;
     void close() noexcept;
+    /// Whoever opened it has set it up: from here on a purge drops what has come.
+    void setUpDone() noexcept { keepsFirstBytes_ = false; }
     /// Closes the device and, when it was adopted, the handle of whoever opened it.
     void closeWithHandle() noexcept;
 
@@ -96,8 +98,9 @@ private:
     DeviceOptions options_{};
     mutable std::atomic<uint32_t> outputs_{0};
     bool adopted_ = false;
-    bool borrowed_ = false; ///< the device of the handle itself, which outlives this
-    int32_t shared_ = -1;   ///< the handle of ComHostOpenDevice whose device this is, else -1
+    bool keepsFirstBytes_ = false; ///< a greeting that comes while the line is set up is no stale input
+    bool borrowed_ = false;        ///< the device of the handle itself, which outlives this
+    int32_t shared_ = -1;          ///< the handle of ComHostOpenDevice whose device this is, else -1
 };
 
 namespace drivers {
@@ -107,6 +110,11 @@ int32_t openHandle(const char* path) noexcept;
 int32_t closeHandle(int32_t handle) noexcept;
 const ComHostDriver& nullModem() noexcept;
 const ComHostDriver& loop() noexcept;
+/// Lines to other machines.
+const ComHostDriver& tcp() noexcept;
+const ComHostDriver& tls() noexcept;
+const ComHostDriver& remotePort() noexcept;
+const ComHostDriver& remotePortTls() noexcept;
 /// Their ring indicator. False when nothing is open under the path, or it is of another scheme.
 bool ringNullModem(const char* path, bool on) noexcept;
 bool ringLoop(const char* path, bool on) noexcept;

@@ -49,8 +49,11 @@ Scheme schemeOfPath(std::string_view path) noexcept {
 struct BuiltIn {
     std::string_view scheme;
     const ComHostDriver& (*driver)() noexcept;
+    bool network;
 };
-constexpr BuiltIn builtIns[] = {{"null-modem", nullModem}, {"loop", loop}};
+constexpr BuiltIn builtIns[] = {
+    {"null-modem", nullModem, false}, {"loop", loop, false}, {"tcp", tcp, true},
+    {"rfc2217", remotePort, true},    {"tls", tls, true},    {"rfc2217-tls", remotePortTls, true}};
 
 const BuiltIn* findBuiltIn(const Scheme& scheme) noexcept {
     const auto* found =
@@ -138,6 +141,11 @@ bool hasDriver(std::string_view path) noexcept {
         return true;
     const std::scoped_lock guard(lock);
     return find(scheme) != nullptr;
+}
+
+bool isNetworkPath(std::string_view path) noexcept {
+    const BuiltIn* builtIn = findBuiltIn(schemeOfPath(path));
+    return builtIn != nullptr && builtIn->network;
 }
 
 int32_t openDriver(const std::string& path, Opened& opened) noexcept {

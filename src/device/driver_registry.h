@@ -18,12 +18,15 @@ struct Opened {
     int32_t handle = -1;
     DeviceOptions options; ///< what its path asked for
     bool hasOptions = false;
+    bool startsEmpty = false; ///< nothing that comes is older than the open
 };
 
 /// The driver whose scheme the path begins with; the tty driver for every other path.
 ComHostDriver forPath(std::string_view path) noexcept;
 /// Whether the path begins with a scheme that has a driver.
 bool hasDriver(std::string_view path) noexcept;
+/// Whether the path is a connection to another machine.
+bool isNetworkPath(std::string_view path) noexcept;
 /// Opens a path through its driver, which gets it as it stands. 1, or a negative error number; the calling thread's
 /// error text then says why.
 int32_t openDriver(const std::string& path, Opened& opened) noexcept;

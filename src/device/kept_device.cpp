@@ -6,10 +6,11 @@
 #include <memory>
 #include <mutex>
 #include <new>
-#include <optional>
 #include <utility>
 
 #include "device/keeper.h"
+#include "device/open_attempt.h"
+#include "device/remembered_settings.h"
 #include "platform/serial.h"
 #include "platform/signal.h"
 
@@ -32,17 +33,6 @@ struct Place {
     std::atomic<uint32_t> holds{0}; ///< 0: nobody may come in any more
     std::atomic<bool> empty{true};
     Opened device;
-};
-
-/// What the program has set, to be set again.
-struct Remembered {
-    ComHostLineState line{};
-    bool lineSet = false;
-    ComHostTimeouts timeouts{};
-    bool timeoutsSet = false;
-    uint32_t inQueue = 0, outQueue = 0;
-    bool queuesSet = false;
-    std::optional<bool> dtr, rts; ///< as last driven
 };
 
 class KeptDevice {
@@ -90,17 +80,20 @@ public:
 
 private:
     bool refuses(const Inside& inside, int32_t result) noexcept;
+    template <class Ask, class Note> int32_t set(Ask ask, Note note) noexcept;
     static clock::Deadline step(void* self) noexcept { return static_cast<KeptDevice*>(self)->moveOn(); }
     clock::Deadline moveOn() noexcept;
-    clock::Deadline nextTry() noexcept;
     Place* freePlace() noexcept;
-    void put(Place& place, const Opened& opened) noexcept;
+    bool put(Place& place, const Opened& opened, uint32_t version) noexcept;
     void leave(Place& place) noexcept;
     void takeOut() noexcept;
     bool seek() noexcept;
+    bool seekHostDevice(Place& place);
+    bool seekAside(Place& place);
+    void beginAttempt(const Opened& opened);
+    void arrive() noexcept;
     std::string pathNow() const;
-    DeviceOptions optionsNow() noexcept;
-    void setUp(const Opened& opened) noexcept;
+    RememberedSettings settingsNow(uint32_t& version);
     void tellChanged() noexcept;
 
     const std::string path_;
@@ -117,11 +110,15 @@ private:
     Signal arrived_; ///< while the device is away: set when that is over, one way or the other
     keeper::Task task_;
     static constexpr uint32_t firstPause = 100; ///< milliseconds
-    uint32_t pause_ = firstPause;               ///< this and the next: the keeper's
+    uint32_t pause_ = firstPause;               ///< this and what follows up to the mutex: the keeper's
+    clock::Deadline nextTry_ = clock::Deadline::never();
     clock::Deadline soughtUntil_ = clock::Deadline::never();
+    std::shared_ptr<OpenAttempt> attempt_; ///< for what the host does not tell of
+    uint32_t attemptVersion_ = 0;
 
     std::mutex mutex_; ///< what follows
-    Remembered remembered_;
+    RememberedSettings remembered_;
+    uint32_t version_ = 0;     ///< of what is remembered
     ComHostCounters before_{}; ///< of the devices that have been here
     uint32_t gone_ = 0, back_ = 0;
 
@@ -164,13 +161,17 @@ Place* KeptDevice::freePlace() noexcept {
     return nullptr;
 }
 
-void KeptDevice::put(Place& place, const Opened& opened) noexcept {
+/// False: what it was set up with has changed meanwhile.
+bool KeptDevice::put(Place& place, const Opened& opened, uint32_t version) noexcept {
+    const std::scoped_lock guard(mutex_);
+    if (version != version_)
+        return false;
     place.empty = false;
     place.device = opened;
     place.holds.store(1, std::memory_order_release);
-    const std::scoped_lock guard(mutex_);
     lost_ = false;
     current_ = &place;
+    return true;
 }
 
 // ---- the life
@@ -183,7 +184,7 @@ int32_t KeptDevice::openFirst(Opened& shown) {
     Opened opened;
     if (const int32_t result = open_(path_, options_, opened); result < 0)
         return result;
-    put(places_[0], opened);
+    put(places_[0], opened, version_);
     task_ = {.self = this, .step = step, .path = hostDevice_ ? path_.c_str() : nullptr};
     if (!keeper::add(task_)) {
         end();
@@ -195,6 +196,8 @@ int32_t KeptDevice::openFirst(Opened& shown) {
 
 void KeptDevice::end() noexcept {
     keeper::remove(task_);
+    if (attempt_ != nullptr)
+        attempt_->leaveBehind();
     watch(0, nullptr, nullptr);
     if (Place* place = current_.exchange(nullptr))
         leave(*place);
@@ -206,19 +209,16 @@ clock::Deadline KeptDevice::moveOn() noexcept {
     if (state() != COM_HOST_DEVICE_SOUGHT || seek())
         return clock::Deadline::never();
     if (soughtUntil_.passed()) {
+        if (attempt_ != nullptr)
+            attempt_->leaveBehind();
+        attempt_.reset();
         state_ = COM_HOST_DEVICE_GONE;
         arrived_.set();
         tellChanged();
         return clock::Deadline::never();
     }
-    return hostDevice_ ? soughtUntil_ : clock::Deadline::earlier(soughtUntil_, nextTry());
-}
-
-/// Where no host tells, it is tried again after a while, and then after twice as long each time.
-clock::Deadline KeptDevice::nextTry() noexcept {
-    constexpr uint32_t longest = 5000; // milliseconds
-    pause_ = std::min(pause_ * 2, longest);
-    return clock::Deadline::in(pause_);
+    const bool toldOf = hostDevice_ || attempt_ != nullptr;
+    return toldOf ? soughtUntil_ : clock::Deadline::earlier(soughtUntil_, nextTry_);
 }
 
 void KeptDevice::takeOut() noexcept {
@@ -245,7 +245,8 @@ void KeptDevice::takeOut() noexcept {
     if (driver.cancel != nullptr)
         driver.cancel(place->device.self, 1); // whoever waits for its line waits no more
     leave(*place);
-    pause_ = firstPause / 2;
+    pause_ = firstPause;
+    nextTry_ = clock::Deadline::in(pause_);
     tellChanged();
 }
 
@@ -258,27 +259,71 @@ std::string KeptDevice::pathNow() const {
     return {};
 }
 
-/// The lines begin as the program has left them.
-DeviceOptions KeptDevice::optionsNow() noexcept {
-    DeviceOptions now = options_;
+RememberedSettings KeptDevice::settingsNow(uint32_t& version) {
     const std::scoped_lock guard(mutex_);
-    if (remembered_.dtr.has_value())
-        now.dtr = *remembered_.dtr ? LineStart::raise : LineStart::lower;
-    if (remembered_.rts.has_value())
-        now.rts = *remembered_.rts ? LineStart::raise : LineStart::lower;
-    return now;
+    version = version_;
+    return remembered_;
 }
 
 bool KeptDevice::seek() noexcept try {
     Place* place = freePlace();
-    if (place == nullptr)
+    if (place == nullptr || !(hostDevice_ ? seekHostDevice(*place) : seekAside(*place)))
         return false;
+    arrive();
+    return true;
+} catch (...) {
+    return false; // no memory now; it is tried again with the next news
+}
+
+bool KeptDevice::seekHostDevice(Place& place) {
     const std::string path = pathNow();
     Opened opened;
-    if (path.empty() || open_(path, optionsNow(), opened) < 0)
+    uint32_t version = 0;
+    RememberedSettings settings = settingsNow(version);
+    if (path.empty() || open_(path, settings.startOf(options_), opened) < 0)
         return false;
-    setUp(opened);
-    put(*place, opened);
+    for (settings.setUp(opened); !put(place, opened, version); settings.setUp(opened))
+        settings = settingsNow(version);
+    return true;
+}
+
+/// Where no host tells, it is tried again after a while, and then after twice as long each time. An attempt may
+/// take longer than anybody else's device can wait for.
+bool KeptDevice::seekAside(Place& place) {
+    if (attempt_ == nullptr) {
+        if (nextTry_.passed())
+            beginAttempt({});
+        return false;
+    }
+    if (attempt_->state() == OpenAttempt::State::underWay)
+        return false;
+    const Opened opened = attempt_->take();
+    attempt_.reset();
+    if (opened.self != nullptr && put(place, opened, attemptVersion_))
+        return true;
+    if (opened.self != nullptr) {
+        beginAttempt(opened);
+        return false;
+    }
+    constexpr uint32_t longest = 5000; // milliseconds
+    pause_ = std::min(pause_ * 2, longest);
+    nextTry_ = clock::Deadline::in(pause_);
+    return false;
+}
+
+void KeptDevice::beginAttempt(const Opened& opened) {
+    const RememberedSettings settings = settingsNow(attemptVersion_);
+    attempt_ = OpenAttempt::begin({.path = path_,
+                                   .options = settings.startOf(options_),
+                                   .open = open_,
+                                   .settings = settings,
+                                   .opened = opened},
+                                  keeper::wake);
+    if (attempt_ == nullptr)
+        nextTry_ = clock::Deadline::in(pause_);
+}
+
+void KeptDevice::arrive() noexcept {
     {
         const std::scoped_lock guard(mutex_);
         ++back_;
@@ -288,27 +333,6 @@ bool KeptDevice::seek() noexcept try {
         cancel(true);
     arrived_.set();
     tellChanged();
-    return true;
-} catch (...) {
-    return false; // no memory now; it is tried again with the next news
-}
-
-void KeptDevice::setUp(const Opened& opened) noexcept {
-    const std::scoped_lock guard(mutex_);
-    const ComHostDriver& driver = opened.driver;
-    Remembered& all = remembered_;
-    if (all.queuesSet && driver.setQueues != nullptr)
-        driver.setQueues(opened.self, all.inQueue, all.outQueue);
-    if (all.timeoutsSet && driver.setTimeouts != nullptr)
-        driver.setTimeouts(opened.self, &all.timeouts);
-    if (all.lineSet && driver.setLineState != nullptr)
-        driver.setLineState(opened.self, &all.line);
-    if (driver.line == nullptr)
-        return;
-    if (all.dtr.has_value())
-        driver.line(opened.self, *all.dtr ? COM_HOST_LINE_SET_DTR : COM_HOST_LINE_CLEAR_DTR);
-    if (all.rts.has_value())
-        driver.line(opened.self, *all.rts ? COM_HOST_LINE_SET_RTS : COM_HOST_LINE_CLEAR_RTS);
 }
 
 void KeptDevice::tellChanged() noexcept {
@@ -392,17 +416,31 @@ bool KeptDevice::refuses(const Inside& inside, int32_t result) noexcept {
     return inside.driver().state == nullptr || inside.driver().state(inside.self()) == COM_HOST_DEVICE_THERE;
 }
 
+/// Sets something on the device that is there, and notes it for the next. `ask` and `note` do the one and the other.
+template <class Ask, class Note> int32_t KeptDevice::set(Ask ask, Note note) noexcept {
+    for (;;) {
+        const Inside inside(*this);
+        const int32_t result = inside ? ask(inside.driver(), inside.self()) : 1;
+        if (refuses(inside, result))
+            return result;
+        const std::scoped_lock guard(mutex_);
+        if (current_.load() != nullptr && !(inside && inside.isCurrent()))
+            continue; // another has come in between
+        note(remembered_);
+        ++version_;
+        return 1;
+    }
+}
+
 int32_t KeptDevice::setLineState(const ComHostLineState& state) noexcept {
-    const Inside inside(*this);
-    const int32_t result = inside && inside.driver().setLineState != nullptr
-                               ? inside.driver().setLineState(inside.self(), &state)
-                               : 1;
-    if (refuses(inside, result))
-        return result;
-    const std::scoped_lock guard(mutex_);
-    remembered_.line = state;
-    remembered_.lineSet = true;
-    return 1;
+    return set(
+        [&state](const ComHostDriver& driver, void* self) {
+            return driver.setLineState != nullptr ? driver.setLineState(self, &state) : 1;
+        },
+        [&state](RememberedSettings& all) {
+            all.line = state;
+            all.lineSet = true;
+        });
 }
 
 int32_t KeptDevice::getLineState(ComHostLineState& state) noexcept {
@@ -416,16 +454,14 @@ int32_t KeptDevice::getLineState(ComHostLineState& state) noexcept {
 }
 
 int32_t KeptDevice::setTimeouts(const ComHostTimeouts& timeouts) noexcept {
-    const Inside inside(*this);
-    const int32_t result = inside && inside.driver().setTimeouts != nullptr
-                               ? inside.driver().setTimeouts(inside.self(), &timeouts)
-                               : 1;
-    if (refuses(inside, result))
-        return result;
-    const std::scoped_lock guard(mutex_);
-    remembered_.timeouts = timeouts;
-    remembered_.timeoutsSet = true;
-    return 1;
+    return set(
+        [&timeouts](const ComHostDriver& driver, void* self) {
+            return driver.setTimeouts != nullptr ? driver.setTimeouts(self, &timeouts) : 1;
+        },
+        [&timeouts](RememberedSettings& all) {
+            all.timeouts = timeouts;
+            all.timeoutsSet = true;
+        });
 }
 
 int32_t KeptDevice::getTimeouts(ComHostTimeouts& timeouts) noexcept {
@@ -435,33 +471,28 @@ int32_t KeptDevice::getTimeouts(ComHostTimeouts& timeouts) noexcept {
 }
 
 int32_t KeptDevice::setQueues(uint32_t inSize, uint32_t outSize) noexcept {
-    const Inside inside(*this);
-    const int32_t result = inside && inside.driver().setQueues != nullptr
-                               ? inside.driver().setQueues(inside.self(), inSize, outSize)
-                               : 1;
-    if (refuses(inside, result))
-        return result;
-    const std::scoped_lock guard(mutex_);
-    remembered_.inQueue = inSize;
-    remembered_.outQueue = outSize;
-    remembered_.queuesSet = true;
-    return 1;
+    return set(
+        [=](const ComHostDriver& driver, void* self) {
+            return driver.setQueues != nullptr ? driver.setQueues(self, inSize, outSize) : 1;
+        },
+        [=](RememberedSettings& all) {
+            all.inQueue = inSize;
+            all.outQueue = outSize;
+            all.queuesSet = true;
+        });
 }
 
 int32_t KeptDevice::line(uint32_t function) noexcept {
-    const Inside inside(*this);
-    const int32_t result = inside ? inside.driver().line(inside.self(), function) : 1;
-    if (refuses(inside, result))
-        return result;
-    const std::scoped_lock guard(mutex_);
-    switch (function) {
-    case COM_HOST_LINE_SET_DTR: remembered_.dtr = true; break;
-    case COM_HOST_LINE_CLEAR_DTR: remembered_.dtr = false; break;
-    case COM_HOST_LINE_SET_RTS: remembered_.rts = true; break;
-    case COM_HOST_LINE_CLEAR_RTS: remembered_.rts = false; break;
-    default: break;
-    }
-    return 1;
+    return set([function](const ComHostDriver& driver, void* self) { return driver.line(self, function); },
+               [function](RememberedSettings& all) {
+                   switch (function) {
+                   case COM_HOST_LINE_SET_DTR: all.dtr = true; break;
+                   case COM_HOST_LINE_CLEAR_DTR: all.dtr = false; break;
+                   case COM_HOST_LINE_SET_RTS: all.rts = true; break;
+                   case COM_HOST_LINE_CLEAR_RTS: all.rts = false; break;
+                   default: break;
+                   }
+               });
 }
 
 void KeptDevice::cancel(bool on) noexcept {

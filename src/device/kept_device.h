@@ -9,7 +9,8 @@
 //                                    [gone]
 //
 // One thread of the library's, the keeper, takes all steps, for all such devices; it exists while there is one and
-// sleeps until a device has gone or the host says that something has come. Whoever is inside a device holds it, so
+// sleeps until a device has gone or the host says that something has come. What the host does not tell of, a line to
+// another machine, is tried again after 0.1 s, then after twice as long each time, up to 5 s. Whoever is inside a device holds it, so
 // a device that was taken out is closed by the last who leaves it. There are two places, the one in use and the one
 // that is being left: a device that flaps waits for the second, and piles nothing up.
 #pragma once

@@ -53,7 +53,9 @@ uint32_t impossible(const DevicePath& device) noexcept {
         keys &= ~uint32_t{optionRs485Echo};
     if (options.rs485.resistor == Rs485Resistor::leave)
         keys &= ~uint32_t{optionRs485Termination};
-    if (options.rs485.mode == Rs485Mode::driver)
+    // With RTS it takes somebody who knows when the last bit has left.
+    if (options.rs485.mode == Rs485Mode::driver ||
+        (options.rs485.mode == Rs485Mode::rts && isNetworkPath(device.name)))
         keys |= optionRs485;
     return keys;
 }
@@ -82,6 +84,7 @@ int32_t openDevice(const std::string& path, DeviceOptions& options, Opened& open
     options = device.options;
     opened.hasOptions = device.asked != 0;
     if (known) {
+        opened.startsEmpty = isNetworkPath(path);
         if (const uint32_t keys = impossible(device); keys != 0)
             return refuse(path, "the option " + std::string(optionName(keys)) + " is not possible here");
         return openThrough(device, false, openScheme, opened);

@@ -76,9 +76,10 @@ Port* Lookout::hold(uint32_t ticket) noexcept {
 // A port that somebody else is busy with would keep all others waiting: it goes back, too.
 void Lookout::serve(const WatchSet::Event& event) noexcept {
     HeldPort port(hold(event.tag));
-    if (!port || (!event.trouble && mayWatch(*port) == thread && tellFromDevice(*port)))
+    const auto isThere = [&port] { return port->device.state() == COM_HOST_DEVICE_THERE; };
+    if (!port || (!event.trouble && mayWatch(*port) == thread && tellFromDevice(*port) && isThere()))
         return;
-    port->deviceGone = event.trouble ? 1 : 0;
+    port->deviceGone = event.trouble || !isThere() ? 1 : 0;
     dismiss(event.tag);
     port->wakeThread();
 }

@@ -89,6 +89,7 @@ int32_t finishOpen(Opening& opening, const OpenArguments& arguments, Opened open
         trace(port, code < 0 ? "_beginthread Failure - Aborting" : "Port Successfully Opened");
     if (code < 0)
         return code;
+    port.device.setUpDone();
     if (arguments.path != nullptr)
         makeReady(port);
     return opening.succeed();

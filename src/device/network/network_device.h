@@ -1,0 +1,106 @@
+// What the files of the network driver share: an open line and what is remembered about it.
+//
+// Plain bytes go between the caller's buffer and the socket, without a lock. A line with telnet or TLS holds bytes
+// back at times (a record that was longer than the reader's room; what came while an answer was waited for), so its
+// descriptor is a gate that shows those, too, and one lock guards all that moves on it; nobody waits under it.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <span>
+#include <string>
+
+#include "brisolt_host.h"
+#include "device/byte_ring.h"
+#include "device/network/com_port.h"
+#include "device/network/network_path.h"
+#include "device/network/peer_stream.h"
+#include "device/network/telnet.h"
+#include "platform/clock.h"
+#include "platform/signal.h"
+#include "platform/stream_socket.h"
+
+namespace brisolt::network {
+
+struct NetworkDevice {
+    explicit NetworkDevice(const Kind& itsKind) noexcept : kind(itsKind) {}
+
+    const Kind& kind;
+    Path path;
+    PeerStream stream;
+    streams::Gate gate;
+
+    std::atomic<bool> gone{false};
+    std::atomic<bool> goneTold{false};  ///< to one of those who wait
+    std::atomic<bool> cancelled{false}; ///< nobody waits for room or for an answer
+    std::atomic<bool> suspended{false}; ///< the far end holds us off
+    std::atomic<uint32_t> errors{0};    ///< COM_HOST_ERROR_..., since they were last told
+
+    std::mutex settingsMutex; ///< what follows
+    ComHostLineState line{};
+    ComHostTimeouts timeouts{};
+
+    Signal interruption;     ///< ends the sleeps of the writes that are under way
+    std::mutex writersMutex; ///< what follows
+    uint32_t interruptions = 0;
+    uint32_t writers = 0;
+    bool interrupted = false; ///< the signal is set
+
+    std::mutex requestMutex; ///< one asks at a time, and holds it while it waits
+    Signal news;             ///< for whoever asks: something has come for him
+
+    std::mutex mutex;  ///< what follows: all that moves on a line that is more than plain bytes
+    ByteRing heldBack; ///< taken off the socket before a reader asked for it
+    ByteRing outgoing; ///< commands, and halves of them, that leave before anything else
+    bool heldBackShown = false;
+    bool roomWatched = false;
+    Telnet telnet;
+    ComPort comPort;
+
+    std::mutex watchMutex; ///< what follows; held while it is called
+    void (*changed)(void*) = nullptr;
+    void* argument = nullptr;
+};
+
+inline NetworkDevice& of(void* device) noexcept {
+    return *static_cast<NetworkDevice*>(device);
+}
+
+/// Several threads may find out; the first to wait afterwards is told.
+void setGone(NetworkDevice& device) noexcept;
+
+// ---- network_io.cpp
+int32_t read(void* device, void* buffer, int32_t count) noexcept;
+/// Bytes taken; `error` is a positive error number when the line is lost.
+int32_t writeNow(NetworkDevice& device, std::span<const uint8_t> bytes, int32_t& error) noexcept;
+/// Takes off the socket what is there, as far as there is room for it.
+void takeIn(NetworkDevice& device) noexcept;
+/// Sends commands that stand in `outgoing`. With the lock.
+bool sendOutgoing(NetworkDevice& device) noexcept;
+/// Sends on what was taken and has not left.
+void sendOn(NetworkDevice& device) noexcept;
+int32_t unsent(void* device) noexcept;
+/// Drops what has come.
+void dropInput(NetworkDevice& device) noexcept;
+/// Bytes that a reader would find.
+uint32_t bytesHeld(NetworkDevice& device) noexcept;
+
+// ---- network_wait.cpp
+int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept;
+int32_t descriptor(void* device) noexcept;
+
+// ---- network_write.cpp
+int32_t write(void* device, const void* buffer, int32_t count, uint32_t how, int32_t* error) noexcept;
+int32_t flush(void* device) noexcept;
+void interruptWrites(NetworkDevice& device) noexcept;
+
+// ---- remote_port.cpp
+/// Agrees with the far end on the com-port option. 1, or a negative error number: then `error` says why.
+int32_t beginRemotePort(NetworkDevice& device, std::string& error);
+int32_t setRemoteLine(NetworkDevice& device, const ComHostLineState& state) noexcept;
+/// Without waiting for an answer. 1, or a negative error number.
+int32_t tellRemote(NetworkDevice& device, uint8_t command, std::span<const uint8_t> value) noexcept;
+
+} // namespace brisolt::network

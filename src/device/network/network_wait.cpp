@@ -1,0 +1,100 @@
+// Waiting for a network line, also for one whose far end has gone.
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+
+#include "device/network/network_device.h"
+
+namespace brisolt::network {
+
+namespace {
+
+constexpr int32_t heldStep = 10; ///< milliseconds between two looks while the far end holds us off by command
+constexpr int32_t leftStep = 250; ///< between two looks at a lost line whose last bytes nobody reads now
+
+int32_t shorter(int32_t left, int32_t step) noexcept {
+    return left < 0 ? step : std::min(left, step);
+}
+
+/// Nothing happens on a line that has gone. Whoever waited when it went wants to know, and one of them does.
+int32_t waitForNothing(NetworkDevice& device, int32_t wake, int32_t milliseconds) noexcept {
+    if (!device.goneTold.exchange(true))
+        return 0;
+    const uint32_t seen = streams::wait({.socket = -1, .signal = wake, .milliseconds = milliseconds});
+    return (seen & streams::interrupted) != 0 ? -EINTR : 0;
+}
+
+bool holdsBytes(NetworkDevice& device) noexcept {
+    if (device.kind.holdsBack()) {
+        const std::scoped_lock guard(device.mutex);
+        if (!device.heldBack.empty() || device.stream.heldBack())
+            return true;
+    }
+    return streams::bytesToRead(device.stream.socket()) > 0;
+}
+
+/// The socket and what is held back, looked at once.
+uint32_t sleep(NetworkDevice& device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept {
+    const bool forRoom = (events & COM_HOST_WAIT_WRITE) != 0;
+    const bool held = forRoom && device.suspended;
+    return streams::wait({.socket = device.stream.socket(),
+                          .gate = device.gate.descriptor(),
+                          .forRead = (events & COM_HOST_WAIT_READ) != 0,
+                          .forWrite = forRoom && !held,
+                          .signal = wake,
+                          .milliseconds = held ? shorter(milliseconds, heldStep) : milliseconds});
+}
+
+/// The gate opens for more than bytes: for room, too, while something waits for that. Whether there are bytes.
+bool isForReader(NetworkDevice& device) noexcept {
+    if (!device.kind.holdsBack())
+        return true;
+    {
+        const std::scoped_lock guard(device.mutex);
+        if (!device.roomWatched)
+            return true;
+        sendOutgoing(device);
+    }
+    return holdsBytes(device);
+}
+
+} // namespace
+
+int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept {
+    NetworkDevice& line = of(device);
+    const clock::Deadline until =
+        milliseconds < 0
+            ? clock::Deadline::never()
+            : clock::Deadline::at(std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds));
+    for (int32_t left = milliseconds;; left = until.realMillisecondsLeft()) {
+        if (line.gone)
+            return waitForNothing(line, wake, left);
+        const uint32_t seen = sleep(line, events, wake, left);
+        uint32_t holding = 0;
+        if ((seen & streams::readable) != 0 && isForReader(line))
+            holding |= COM_HOST_WAIT_READ;
+        if ((seen & streams::writable) != 0)
+            holding |= COM_HOST_WAIT_WRITE;
+        if ((seen & streams::broken) != 0 && !holdsBytes(line)) {
+            setGone(line);
+            continue;
+        }
+        if (holding != 0)
+            return static_cast<int32_t>(holding);
+        if ((seen & streams::interrupted) != 0)
+            return -EINTR;
+        if ((seen & streams::signalled) != 0 || until.passed())
+            return 0;
+        if ((seen & streams::broken) != 0) // its poll would end at once
+            streams::wait({.socket = -1, .signal = wake, .milliseconds = shorter(left, leftStep)});
+    }
+}
+
+int32_t descriptor(void* device) noexcept {
+    const NetworkDevice& line = of(device);
+    if (line.gone)
+        return -1;
+    return line.kind.holdsBack() ? line.gate.descriptor() : line.stream.socket();
+}
+
+} // namespace brisolt::network

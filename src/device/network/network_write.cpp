@@ -1,0 +1,119 @@
+// Writes that wait until the connection has taken the bytes. What it has taken is sure to go, and counts.
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "device/network/network_device.h"
+
+namespace brisolt::network {
+
+namespace {
+
+clock::Deadline limitOf(const ComHostTimeouts& timeouts, int32_t count) noexcept {
+    constexpr uint32_t noLimit = ~uint32_t{0};
+    const bool notSet = timeouts.writeConstant == 0 && timeouts.writeMultiplier == 0;
+    if (notSet || timeouts.writeConstant == noLimit)
+        return clock::Deadline::never();
+    const uint64_t limit =
+        timeouts.writeConstant + uint64_t{timeouts.writeMultiplier} * static_cast<uint64_t>(count);
+    return clock::Deadline::in(static_cast<uint32_t>(std::min<uint64_t>(limit, noLimit - 1)));
+}
+
+/// A write or flush that goes on.
+class Begun {
+public:
+    Begun(NetworkDevice& device, int32_t count) noexcept : device_(device) {
+        {
+            const std::scoped_lock guard(device.settingsMutex);
+            limit_ = limitOf(device.timeouts, count);
+        }
+        const std::scoped_lock guard(device.writersMutex);
+        interruptions_ = device.interruptions;
+        // An earlier interruption is over when the last of the writes that it concerned is.
+        if (device.writers++ == 0 && std::exchange(device.interrupted, false))
+            device.interruption.clear();
+    }
+    Begun(const Begun&) = delete;
+    Begun& operator=(const Begun&) = delete;
+    ~Begun() {
+        const std::scoped_lock guard(device_.writersMutex);
+        --device_.writers;
+    }
+
+    /// 0: it may go on; else why it is over.
+    int32_t over() const noexcept {
+        if (device_.gone)
+            return ENODEV;
+        const std::scoped_lock guard(device_.writersMutex);
+        if (device_.cancelled || device_.interruptions != interruptions_)
+            return ECANCELED;
+        return limit_.passed() ? ETIMEDOUT : 0;
+    }
+    /// Sleeps until there may be room, at most `step` real milliseconds, or until it is over.
+    void pause(bool forRoom, int32_t step) const noexcept {
+        const int32_t left = limit_.realMillisecondsLeft();
+        streams::wait({.socket = forRoom ? device_.stream.socket() : -1,
+                       .forWrite = forRoom,
+                       .signal = device_.interruption.descriptor(),
+                       .milliseconds = step < 0   ? left
+                                       : left < 0 ? step
+                                                  : std::min(left, step)});
+    }
+
+private:
+    NetworkDevice& device_;
+    clock::Deadline limit_;
+    uint32_t interruptions_;
+};
+
+constexpr int32_t heldStep = 10; ///< milliseconds between two looks while the far end holds us off by command
+
+int32_t writeComplete(NetworkDevice& device, std::span<const uint8_t> bytes, int32_t& error) noexcept {
+    const Begun begun(device, static_cast<int32_t>(bytes.size()));
+    std::size_t taken = 0;
+    while (taken < bytes.size()) {
+        error = begun.over();
+        if (error != 0)
+            break;
+        const int32_t now = writeNow(device, bytes.subspan(taken), error);
+        taken += static_cast<std::size_t>(now);
+        if (error != 0)
+            break;
+        if (now == 0)
+            begun.pause(!device.suspended, device.suspended ? heldStep : -1);
+    }
+    return static_cast<int32_t>(taken);
+}
+
+} // namespace
+
+void interruptWrites(NetworkDevice& device) noexcept {
+    const std::scoped_lock guard(device.writersMutex);
+    ++device.interruptions;
+    device.interrupted = true;
+    device.interruption.set();
+}
+
+int32_t write(void* device, const void* buffer, int32_t count, uint32_t how, int32_t* error) noexcept {
+    *error = 0;
+    if (buffer == nullptr || count <= 0)
+        return 0;
+    const std::span bytes(static_cast<const uint8_t*>(buffer), static_cast<std::size_t>(count));
+    return how == COM_HOST_WRITE_NOW ? writeNow(of(device), bytes, *error)
+                                     : writeComplete(of(device), bytes, *error);
+}
+
+// No host tells when the far end has confirmed everything, so it is asked, at first at once.
+int32_t flush(void* device) noexcept {
+    constexpr int32_t longestStep = 20;
+    const Begun begun(of(device), 0);
+    for (int32_t step = 1;; step = std::min(step * 2, longestStep)) {
+        if (unsent(device) == 0)
+            return of(device).gone ? -ENODEV : 1;
+        if (const int32_t error = begun.over(); error != 0)
+            return -error;
+        begun.pause(false, step);
+    }
+}
+
+} // namespace brisolt::network

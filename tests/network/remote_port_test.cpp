@@ -1,0 +1,250 @@
+// Remote serial ports: servers that others wrote, and one that lies.
+#include <algorithm>
+#include <fstream>
+#include <future>
+
+#include <asm/termbits.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "field/field_port.h"
+#include "network/far_end.h"
+#include "support/peer_process.h"
+#include "support/pty.h"
+#include "support/temp_dir.h"
+#include "support/timing.h"
+
+namespace brisolt::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+ComHostLineState lineOf(const FieldPort& port) {
+    ComHostLineState state{};
+    state.size = sizeof state;
+    EXPECT_EQ(ComHostGetLine(port.number, &state), 1);
+    return state;
+}
+
+std::string remote(int port) {
+    return "rfc2217:localhost:" + std::to_string(port);
+}
+
+// ---- servers of others
+
+struct Server {
+    const char* name;
+    const char* program;
+    std::vector<std::string> (*arguments)(const std::string& device, int port, const TempDir& folder);
+};
+
+std::vector<std::string> forSer2net(const std::string& device, int port, const TempDir& folder) {
+    std::ofstream(folder.file("ser2net.yaml"))
+        << "%YAML 1.1\n---\nconnection: &line\n  accepter: telnet(rfc2217),tcp,127.0.0.1," << port
+        << "\n  connector: serialdev," << device << ",9600n81,local\n";
+    return {"-d", "-c", folder.file("ser2net.yaml"), "-P", folder.file("pid")};
+}
+
+std::vector<std::string> forGensiot(const std::string& device, int port, const TempDir&) {
+    return {"--server", "-i", "serialdev," + device + ",9600n81,local", "-a",
+            "telnet(rfc2217),tcp,127.0.0.1," + std::to_string(port)};
+}
+
+class ServersOfOthers : public testing::TestWithParam<Server> {};
+
+TEST_P(ServersOfOthers, SetTheirDevice) {
+    const Server& server = GetParam();
+    if (access(server.program, X_OK) != 0)
+        GTEST_SKIP() << server.program << " is not installed";
+    const Pty far;
+    const TempDir folder;
+    const int at = freePort();
+    const PeerProcess process(server.program, server.arguments(far.slavePath(), at, folder));
+    int32_t number = 0;
+    ASSERT_TRUE(eventually([&] { return (number = ComHostOpen(remote(at).c_str(), 38400, "7E2")) > 0; }))
+        << errorTextNow();
+    const struct {
+        int32_t rate;
+        const char* framing;
+        int32_t flow;
+        uint32_t cflag, iflag;
+    } settings[] = {
+        {38400, "7E2", -1, CSTOPB, 0},
+        {9600, "8N1", COM_FLOW_XON_XOFF, 0, IXON},
+        {0, "8N1", COM_FLOW_RTS_CTS, CRTSCTS, 0},
+        {115200, "8N2", COM_FLOW_NONE, CSTOPB, 0},
+        {19200, "8M1", -1, CMSPAR | PARODD, 0},
+    };
+    for (const auto& [rate, framing, flow, cflag, iflag] : settings) {
+        EXPECT_EQ(ComHostSetLine(number, rate, framing, flow), 1) << errorTextNow();
+        termios2 now{};
+        ioctl(far.master(), TCGETS2, &now);
+        EXPECT_EQ(now.c_ospeed, rate == 0 ? now.c_ospeed : static_cast<uint32_t>(rate));
+        EXPECT_EQ(now.c_cflag & (PARODD | CMSPAR | CSTOPB | CRTSCTS), cflag) << framing; // what a pty keeps
+        EXPECT_EQ(now.c_iflag & IXON, iflag);
+    }
+    EXPECT_EQ(ComHostSetLine(number, 0, "4N1", -1), -4);
+    const std::string bytes = pattern(20000);
+    EXPECT_EQ(ComHostWrite(number, bytes.data(), 20000, 20000), 20000);
+    EXPECT_EQ(far.read(bytes.size(), 20s), bytes);
+    EXPECT_EQ(far.write(bytes, 20s), bytes.size());
+    std::string heard(bytes.size(), 0);
+    for (int32_t got = 0, more = 1; got < 20000 && more > 0; got += more)
+        more = ComHostRead(number, &heard[static_cast<std::size_t>(got)], 20000 - got, 20000);
+    EXPECT_EQ(heard, bytes);
+    EXPECT_EQ(ComHostClose(number, 2000), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Network, ServersOfOthers,
+                         testing::Values(Server{"ser2net", "/usr/sbin/ser2net", forSer2net},
+                                         Server{"gensiot", "/usr/bin/gensiot", forGensiot}),
+                         [](const auto& server) { return std::string(server.param.name); });
+
+TEST(RemotePort, PyserialsServerTellsItsLines) {
+    PeerProcess server("/usr/bin/python3", {PYSERIAL_SERVER});
+    const auto at = server.readLine();
+    if (!at)
+        GTEST_SKIP() << "python3-serial is not installed";
+    const FieldPort port(remote(std::stoi(*at)));
+    const auto lines = [&port] { return ComHostGetLines(port.number); };
+    EXPECT_TRUE(eventually([&] { return (lines() & COM_HOST_MODEM_CTS) != 0; }));
+    ComHostCounters seen = port.counters();
+    ComClearRTS(port.number);
+    EXPECT_EQ(ComHostWaitEvent(port.number, COM_HOST_EVENT_CTS, &seen, 20000), COM_HOST_EVENT_CTS);
+    EXPECT_EQ(lines() & (COM_HOST_MODEM_CTS | COM_HOST_MODEM_RTS), 0);
+    EXPECT_EQ(ComHostSetLine(port.number, 57600, "8O1", COM_FLOW_RTS_CTS), 1) << errorTextNow();
+    EXPECT_EQ(ComHostSetLine(port.number, 0, nullptr, COM_FLOW_XON_XOFF), 1) << errorTextNow();
+    EXPECT_EQ(lineOf(port).baudRate, 57600U);
+}
+
+// ---- a server that lies
+
+/// Some requests come without being waited for.
+void expectAsked(RemoteServer& server, const std::vector<std::string>& requests) {
+    std::string asked;
+    for (const std::string& request : requests)
+        EXPECT_TRUE(eventually([&] { return (asked += server.asked()).find(request) != std::string::npos; }))
+            << request << "in " << asked;
+}
+
+TEST(LyingServer, DecidesWhetherAnOpenSucceeds) {
+    const struct {
+        RemoteServer::Answer answer;
+        const char* named;
+    } servers[] = {
+        {[](int command, const std::string& value) {
+             return command == 1 ? std::string() : RemoteServer::truth(command, value);
+         },
+         "does not answer when asked for baud rate 9600 (within 300 ms)"},
+        {[](int command, const std::string& value) {
+             return RemoteServer::truth(command, command == 4 ? std::string(1, 2) : value);
+         },
+         "runs at stop bits 2 when stop bits 1 is asked for"},
+    };
+    for (const auto& [answer, named] : servers) {
+        const RemoteServer server(answer);
+        EXPECT_EQ(ComHostOpen(server.path("?answer=300").c_str(), 9600, "8N1"), -36);
+        EXPECT_NE(errorTextNow().find(named), std::string::npos) << errorTextNow();
+    }
+    const Listener plain;
+    EXPECT_EQ(ComHostOpen(("rfc2217" + plain.path("?answer=300").substr(3)).c_str(), 9600, nullptr), -25);
+    EXPECT_NE(errorTextNow().find("com-port option"), std::string::npos) << errorTextNow();
+}
+
+TEST(LyingServer, ALateAnswerIsNotTakenForTheNext) {
+    RemoteServer server;
+    const FieldPort port(server.path("?answer=700"), 9600);
+    server.answerWith([](int, const std::string&) { return std::string(); });
+    EXPECT_EQ(ComHostSetLine(port.number, 19200, nullptr, -1), -4);
+    // The answers to it and to the way back come now, before that to the next.
+    server.answerWith([](int command, const std::string& value) {
+        return comPort(101, rate(19200)) + comPort(101, rate(9600)) + RemoteServer::truth(command, value);
+    });
+    EXPECT_EQ(ComHostSetLine(port.number, 57600, nullptr, -1), 1) << errorTextNow();
+    EXPECT_EQ(lineOf(port).baudRate, 57600U);
+    server.answerWith([](int, const std::string&) { return comPort(101, rate(1200)); });
+    EXPECT_EQ(ComHostSetLine(port.number, 38400, nullptr, -1), -4) << "it says that it runs otherwise";
+    EXPECT_NE(errorTextNow().find("baud rate 1200"), std::string::npos) << errorTextNow();
+    server.answerWith(RemoteServer::truth);
+    EXPECT_EQ(ComHostSetLine(port.number, 38400, nullptr, -1), 1) << errorTextNow();
+}
+
+TEST(LyingServer, BytesComeWhileAnAnswerIsWaitedFor) {
+    RemoteServer server;
+    const FieldPort port(server.path(), 9600);
+    const std::string bytes = pattern(300000);
+    std::atomic<bool> over{false};
+    std::thread setter([&] {
+        for (int32_t i = 0; !over; ++i)
+            EXPECT_EQ(ComHostSetLine(port.number, i % 2 == 0 ? 9600 : 4800, nullptr, -1), 1)
+                << errorTextNow();
+    });
+    auto read = std::async(std::launch::async, [&] {
+        std::this_thread::sleep_for(300ms); // until there is no room for an answer
+        return port.read(bytes.size());
+    });
+    for (std::size_t at = 0; at < bytes.size(); at += 1000) {
+        std::string doubled; // its answers stand in between, but not in the middle of a 255
+        for (char byte : bytes.substr(at, 1000))
+            doubled.append(byte == '\xff' ? 2 : 1, byte);
+        server.say(doubled);
+    }
+    EXPECT_EQ(read.get(), bytes);
+    over = true;
+    setter.join();
+}
+
+TEST(LyingServer, LinesErrorsAndHoldingOff) {
+    RemoteServer server;
+    const FieldPort port(server.path("?dtr=off"), 9600);
+    expectAsked(server,
+                {"10:30 ", "11:255 ", "7:0 ", "5:1 ", "1:9600 ", "2:8 ", "3:1 ", "4:1 ", "5:9 ", "5:11 "});
+    ComHostCounters seen = port.counters();
+    server.say(comPort(107, "\x90")); // how they are: carrier and CTS
+    server.say(comPort(107, "\x28")); // DSR instead; carrier has changed, too
+    server.say(comPort(107, "\x24")); // a ring has ended
+    server.say(comPort(107, "\x22")); // DSR has changed twice
+    server.say(comPort(106, "\x1e")); // each error once
+    constexpr uint32_t last = COM_HOST_EVENT_BREAK;
+    EXPECT_EQ(ComHostWaitEvent(port.number, last, &seen, 20000), static_cast<int32_t>(last));
+    seen = port.counters();
+    const uint32_t counted[] = {seen.cts,     seen.dsr,    seen.carrier, seen.ring,
+                                seen.framing, seen.parity, seen.overrun};
+    const uint32_t expected[] = {1, 3, 1, 1, 1, 1, 1};
+    EXPECT_TRUE(std::equal(std::begin(counted), std::end(counted), expected));
+    EXPECT_EQ(ComHostGetLines(port.number), COM_HOST_MODEM_DSR | COM_HOST_MODEM_RTS);
+    server.say(comPort(108, "")); // suspend
+    server.say("x");
+    EXPECT_EQ(port.read(1), "x");
+    EXPECT_EQ(port.write("held", 0), 4) << "the ring takes it";
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(server.heard(), "");
+    server.say(comPort(109, "")); // resume
+    std::string heard;
+    EXPECT_TRUE(eventually([&] { return (heard += server.heard()) == "held"; }));
+    server.asked();
+    ComBreak(port.number);
+    expectAsked(server, {"5:5 5:6 "});
+}
+
+TEST(LyingServer, AKeptLineIsSetUpAgainAndAClosedOneIsNotWaitedFor) {
+    RemoteServer server;
+    const FieldPort port(server.path("?keep=yes&answer=5000"), 9600);
+    EXPECT_EQ(ComHostSetLine(port.number, 57600, "7E1", COM_FLOW_RTS_CTS), 1);
+    ComClearDTR(port.number);
+    ComHostCounters seen = port.counters();
+    server.asked();
+    server.hangUp();
+    EXPECT_EQ(ComHostWaitEvent(port.number, COM_HOST_EVENT_BACK, &seen, 20000), COM_HOST_EVENT_BACK);
+    expectAsked(server, {"1:57600 ", "2:7 ", "3:3 ", "5:3 ", "5:9 "});
+    EXPECT_EQ(lineOf(port).baudRate, 57600U);
+    server.answerWith([](int, const std::string&) { return std::string(); });
+    server.hangUp();
+    EXPECT_TRUE(eventually([&] { return server.asked().find("1:57600") != std::string::npos; }));
+    const auto begun = std::chrono::steady_clock::now();
+    ComHostClose(port.number, 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, 2s) << "it waited for the answer";
+}
+
+} // namespace
+} // namespace brisolt::test
