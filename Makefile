@@ -9,10 +9,16 @@ JOBS ?= $(shell nproc)
 
 build_packages := g++ cmake ninja-build pkg-config
 tool_packages := $(build_packages) libcli11-dev
-test_packages := $(tool_packages) libgtest-dev python3 socat binutils ppp minicom ser2net gensio-bin python3-serial openssl libssl-dev
+python_packages := python3-dev python3-cffi
+# The last of them are programs that the Python package must run; mypy and printcore, which are large, are tested
+# where they are.
+test_packages := $(tool_packages) $(python_packages) libgtest-dev python3 socat binutils ppp minicom \
+    ser2net gensio-bin openssl libssl-dev \
+    python3-pytest python3-build python3-pip python3-venv python3-serial python3-serial-asyncio grabserial \
+    python3-can python3-pymodbus python3-pyvisa-py python3-twisted
 bench_packages := $(tool_packages) libboost-dev libserialport-dev zlib1g-dev
 lines_packages := $(test_packages) qemu-system-x86 busybox-static kmod
-check_packages := $(test_packages) clang-format clang-tidy
+check_packages := $(test_packages) clang-format clang-tidy mypy
 docs_packages := $(build_packages) python3 doxygen doxygen-awesome-css
 fuzz_packages := $(test_packages) clang
 
@@ -47,7 +53,7 @@ build = cmake --build '$(BUILD)/$(1)' --parallel $(JOBS) $(2)
 # $(call run_tests,FOLDER): most tests mostly wait, so more of them run than there are processors
 run_tests = ctest --test-dir '$(BUILD)/$(1)' --output-on-failure --no-tests=error -j $$(( 2 * $(JOBS) )) --timeout 300
 
-.PHONY: help demo test test-lines bench docs includes check debian-flags sanitize faults storm fuzz kill soak install clean
+.PHONY: help demo test test-lines bench bench-python docs includes check debian-flags sanitize faults storm fuzz kill soak install clean
 .NOTPARALLEL:
 
 amount_of_kill := KILLS
@@ -59,6 +65,7 @@ help:
 	@echo 'make test-lines  those on the serial drivers of the kernel, in an emulated machine'
 	@echo 'make bench       measure it'
 	@echo 'make docs        the manual as a site, and the manual pages of the functions'
+	@echo 'make bench-python  measure its Python package beside pyserial'
 	@echo 'make check       formatting, includes and static analysis'
 	@echo 'make debian-flags  the library, the service and the commands as Debian would build them'
 	@echo 'make sanitize    the tests under the address, undefined-behaviour and thread sanitizers'
@@ -99,6 +106,11 @@ docs:
 	@$(call configure,release,docs,-DBRISOLT_TESTS=OFF -DBRISOLT_TOOLS=OFF)
 	@$(call build,docs,--target docs man3)
 
+bench-python:
+	$(call need,$(tool_packages) $(python_packages) python3-serial)
+	$(call configure,release,python,$(lenient) -DBRISOLT_TESTS=OFF)
+	$(call build,python,--target bench-python)
+
 includes:
 	$(call need,python3)
 	python3 cmake/includes.py
@@ -107,6 +119,7 @@ check: includes
 	$(call need,$(check_packages))
 	find . -name .git -prune -o \( -name '*.h' -o -name '*.hpp' -o -name '*.c' -o -name '*.cpp' \) -print0 | \
 	    xargs -0 clang-format --dry-run -Werror
+	MYPYPATH=python /usr/bin/python3 -m mypy --config-file python/pyproject.toml -p brisolt --cache-dir '$(BUILD)/mypy'
 	$(call configure,release,release)
 	find src service tools -name '*.cpp' -print0 | \
 	    xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet --extra-arg=-Wthread-safety -p '$(BUILD)/release'
@@ -164,7 +177,7 @@ kill soak:
 	'$(BUILD)/release/bin/brisolt-$@' $($(amount_of_$@))
 
 install:
-	$(call need,$(tool_packages) python3)
+	$(call need,$(tool_packages) $(python_packages))
 	$(call configure,release,install,$(lenient) -DBRISOLT_TESTS=OFF '-DCMAKE_INSTALL_PREFIX=$(PREFIX)')
 	$(call build,install)
 	cmake --install '$(BUILD)/install'

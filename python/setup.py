@@ -1,0 +1,28 @@
+"""The two modules in C, and the headers in a source archive."""
+
+import shutil
+import sys
+from pathlib import Path
+
+from setuptools import Extension, setup
+from setuptools.command.sdist import sdist
+
+HERE = Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE))
+
+from build_native import INCLUDE  # noqa: E402
+
+
+class WithHeaders(sdist):
+    """A source archive is built away from the repository: it takes the library's headers along."""
+
+    def make_release_tree(self, base_dir, files):
+        super().make_release_tree(base_dir, files)
+        shutil.copytree(INCLUDE, Path(base_dir) / "include", dirs_exist_ok=True)
+
+
+setup(
+    cmdclass={"sdist": WithHeaders},
+    ext_modules=[Extension("brisolt._line", ["brisolt/_line.c"], include_dirs=["brisolt"])],
+    cffi_modules=["build_native.py:builder"],
+)

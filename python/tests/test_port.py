@@ -1,0 +1,218 @@
+"""brisolt.Port against a far end in another process, and against itself over a null modem."""
+
+import os
+import signal
+import subprocess
+import sys
+import threading
+import time
+
+import pytest
+from conftest import PATIENCE, readable, until
+
+import brisolt
+from brisolt import Event, Port
+
+
+@pytest.fixture
+def pair(request):
+    name = f"null-modem:{request.node.name}"
+    # With flow control: without it a null modem drops what finds the other side's queue full.
+    with Port(name, flow="rts", timeout=PATIENCE) as one, Port(name, flow="rts", timeout=PATIENCE) as two:
+        yield one, two
+
+
+def test_reads_and_writes(far):
+    with Port(far.path, 115200, timeout=PATIENCE) as port:
+        assert port.write(b"abc") == 3 and far.take(3) == b"abc"
+        assert port.write(memoryview(b"de")) == 2 and far.take(2) == b"de"
+        far.send(b"one\ntwo\nrest")
+        assert port.readline() == b"one\n"
+        assert until(lambda: port.in_waiting >= 8) and port.peek(4) == b"two\n"
+        assert port.read_until(b"wo\n") == b"two\n" and port.read_exactly(4) == b"rest"
+        far.send(b"1\n2\n")
+        port.timeout = 0.5
+        assert list(port) == [b"1\n", b"2\n"]
+        assert port.read(timeout=0) == b"" and port.read(0) == b""
+        far.send(b"abc")
+        assert port.readinto(buffer := bytearray(1)) == 1 and buffer == b"a"
+        with pytest.raises(brisolt.TimeOver) as caught:
+            port.read_exactly(5, timeout=0.2)
+        assert caught.value.partial == b"bc" and isinstance(caught.value, TimeoutError)
+        port.drain()
+        assert (port.baudrate, port.framing, port.state, port.closed) == (115200, "8N1", "there", False)
+        port.set_line(9600, "8N2")
+        assert (port.baudrate, port.framing) == (9600, "8N2")
+    assert port.closed and port.state == "closed"
+    port.close()
+
+
+def test_refusals(far):
+    """Each failure has its class, its code and a text that names what was wrong."""
+
+    def failing(kind, call):
+        with pytest.raises(kind) as caught:
+            call()
+        return str(caught.value)
+
+    assert "/dev/nonesuch" in failing(brisolt.Error, lambda: Port("/dev/nonesuch"))
+    assert "keep" in failing(brisolt.Error, lambda: Port(far.path, keep="perhaps"))
+    assert "wrong" in failing(brisolt.Error, lambda: Port(far.path, wrong=True))
+    assert "rts, xon" in failing(ValueError, lambda: Port(far.path, flow="cts"))
+    failing(ValueError, lambda: Port(far.path, timeout=-1))
+    assert str(10**12) in failing(ValueError, lambda: Port(far.path, 10**12))
+    failing(ValueError, lambda: Port("/dev/x", dtr="off&keep=yes"))
+    with Port(far.path) as port:
+        assert port.path in failing(brisolt.Unable, port.lines)
+        assert "8N1" in failing(brisolt.Error, lambda: port.set_line(framing="8X1"))
+        failing(TypeError, lambda: port.write("text"))
+        failing(ValueError, lambda: port.wait_event(0))
+        assert port.read(10**12, timeout=0) == b""
+        with pytest.raises(brisolt.Error) as caught:
+            Port(far.path)
+        assert caught.value.code == -25 and str(os.getpid()) in str(caught.value)
+        far.hang()
+        assert failing(brisolt.DeviceGone, lambda: port.read(timeout=PATIENCE))
+        assert until(lambda: port.state == "gone")
+    failing(brisolt.PortClosed, port.read)
+    failing(brisolt.PortClosed, lambda: port.in_waiting)
+
+
+def test_lines_events_and_counters(pair):
+    one, two = pair
+    one.set_line(flow="none")
+    two.set_line(flow="none")
+    one.set_rts(False)
+    until(lambda: not two.lines().cts)
+    since = two.counters()
+    one.set_rts(True)
+    one.set_dtr(False)
+    assert two.wait_event(Event.CTS, PATIENCE, since) == Event.CTS
+    assert two.wait_event(Event.DSR | Event.CARRIER, PATIENCE, since)
+    assert two.wait_event(Event.BREAK, 0.05) == Event(0)
+    lines = two.lines()
+    assert (lines.cts, lines.dsr, lines.carrier, lines.dtr, lines.rts) == (True, False, False, True, True)
+    one.write(b"12345")
+    assert two.read_exactly(5) == b"12345"
+    assert two.counters().received == 5 and one.counters().sent == 5
+    one.send_break(0.05)
+    assert two.wait_event(Event.BREAK, PATIENCE, since) == Event.BREAK
+
+
+def test_dialogues(pair):
+    one, two = pair
+    two.write(b"noise login: more")
+    assert one.expect(b"word", "login:", answers=["", "me|"], timeout=PATIENCE) == 1
+    assert two.read_exactly(3) == b"me\r" and one.read_exactly(5) == b" more"
+    two.write(b"something else")
+    with pytest.raises(brisolt.TimeOver) as caught:
+        one.expect("login:", timeout=0.3)
+    assert caught.value.partial == b"something else"
+
+
+def test_text_files(pair, tmp_path):
+    one, two = pair
+    text, seen = b"line %d\r\n" * 3000 % tuple(range(3000)), []
+    (tmp_path / "sent").write_bytes(text)
+    results = []
+    receiver = threading.Thread(
+        target=lambda: results.append(two.receive_text(tmp_path / "received", progress=seen.append))
+    )
+    receiver.start()
+    told = []
+    assert one.send_text(tmp_path / "sent", progress=lambda count, total: told.append((count, total))) >= len(text)
+    receiver.join(PATIENCE)
+    assert results and (tmp_path / "received").read_bytes() == text
+    assert told[-1][1] == len(text) and seen == sorted(seen) and seen[-1] == len(text)
+    with pytest.raises(brisolt.Error, match="nowhere"):
+        one.send_text(tmp_path / "nowhere")
+
+
+def test_a_modem_is_set_up_and_dials(tmp_path):
+    modem = os.environ.get("BRISOLT_MODEM", "")
+    if not os.path.exists(modem):
+        pytest.skip("the modem simulator is not built")
+    link = tmp_path / "modem"
+    with subprocess.Popen([modem, "--link", str(link), "--number", "100"]) as process:
+        try:
+            until(link.exists)
+            with Port(str(link), 9600) as port:
+                database = os.path.join(os.environ["BRISOLT_SOURCE"], "share/modems.txt")
+                name = open(database).readline().split("!")[0]
+                port.set_modem(name, database, compression=False, flow="none", error_control="off")
+                with pytest.raises(brisolt.TimeOver):
+                    port.dial("200", timeout=1)  # a pseudo terminal shows no carrier
+                with pytest.raises(brisolt.Error, match="no such modem"):
+                    port.set_modem("no such modem", database)
+        finally:
+            process.terminate()
+
+
+INTERRUPTED = """
+import sys, threading, time, os, signal
+import brisolt, brisolt.serial
+kind, path = sys.argv[1:]
+port = brisolt.Port(path) if kind != "serial" else brisolt.serial.Serial(path)
+ready = threading.Timer(0.3, lambda: print("waiting", flush=True))
+ready.start()
+waits = {
+    "read": lambda: port.read(), "serial": lambda: port.read(1), "lines": lambda: list(port),
+    "write": lambda: port.write(bytes(1000000)), "event": lambda: port.wait_event(brisolt.Event.GONE),
+    "expect": lambda: port.expect("never", timeout=60),
+    "receive": lambda: port.receive_text(sys.argv[0] + ".out", timeout=60),
+    "devices": lambda: list(brisolt.watch_devices()),
+}
+try:
+    waits[kind]()
+except KeyboardInterrupt:
+    print("interrupted", flush=True)
+"""
+
+
+@pytest.mark.parametrize("kind", ["read", "serial", "lines", "write", "event", "expect", "receive", "devices"])
+def test_ctrl_c_ends_a_wait_at_once(far, tmp_path, kind):
+    program = tmp_path / "program.py"
+    program.write_text(INTERRUPTED)
+    far.deaf()
+    with subprocess.Popen([sys.executable, str(program), kind, far.path], stdout=subprocess.PIPE) as process:
+        try:
+            assert process.stdout.readline() == b"waiting\n"
+            process.send_signal(signal.SIGINT)
+            start = time.monotonic()
+            assert readable(process.stdout), "Ctrl-C has not ended the wait"
+            assert process.stdout.readline() == b"interrupted\n"
+            assert time.monotonic() - start < 5
+        finally:
+            process.kill()
+
+
+def test_a_close_ends_the_waits_of_other_threads(far):
+    for call in (lambda port: port.read(), lambda port: port.wait_event(Event.GONE), lambda port: port.readline()):
+        port, ends = Port(far.path), []
+
+        def wait():
+            try:
+                ends.append(call(port))
+            except Exception as error:
+                ends.append(error)
+
+        thread = threading.Thread(target=wait)
+        thread.start()
+        time.sleep(0.05)
+        port.close()
+        thread.join(10)
+        assert isinstance(ends[0], brisolt.PortClosed), ends
+
+
+def test_devices_are_told():
+    found = brisolt.devices()
+    assert [device.path for device in found] == sorted(device.path for device in found)
+    assert all(device.path.startswith("/dev/") and device.vendor_id != -1 for device in found)
+    assert list(brisolt.watch_devices(timeout=0.05)) == []
+
+
+def test_importing_loads_no_library():
+    program = (
+        "import sys, brisolt, brisolt.serial; print([m for m in sys.modules if m.endswith(('_native', 'typing'))])"
+    )
+    assert subprocess.check_output([sys.executable, "-c", program]) == b"[]\n"

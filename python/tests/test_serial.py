@@ -1,0 +1,298 @@
+"""brisolt.serial beside pyserial: one table of calls, made on both, answers compared. And what only ours promises."""
+
+import errno
+import gc
+import importlib
+import os
+import threading
+import time
+
+import pytest
+from conftest import FarEnd, readable, until
+
+import brisolt.serial as ours
+
+try:
+    theirs = importlib.import_module("serial")
+except ImportError:
+    theirs = None
+
+
+def arrived(port, count):
+    until(lambda: port.in_waiting >= count)
+    return port.in_waiting
+
+
+def sent(far, port, data):
+    """What the far end sends is there to be read."""
+    far.send(data)
+    return arrived(port, len(data))
+
+
+def refused(call):
+    """Which exception a call raises, by what programs catch."""
+    try:
+        return call()
+    except Exception as error:
+        names = [kind.__name__ for kind in type(error).__mro__]
+        known = [
+            name
+            for name in names
+            if name
+            in ("PortNotOpenError", "SerialTimeoutException", "SerialException", "OSError", "ValueError", "TypeError")
+        ]
+        return known, getattr(error, "errno", None)
+
+
+def changed(port, **settings):
+    for name, value in settings.items():
+        setattr(port, name, value)
+    return port.get_settings()
+
+
+def reopened(port):
+    port.close()
+    port.close()
+    states = [port.is_open, port.isOpen(), refused(lambda: port.read()), refused(lambda: port.write(b"x"))]
+    port.open()
+    return states, port.is_open, refused(port.open)
+
+
+def cancelled_before(port, far):
+    port.cancel_read()
+    first = port.read(1)
+    far.send(b"z")
+    return first, port.read(1)
+
+
+def blocked(port, far):
+    far.deaf()
+    port.write_timeout = 0.2
+    return refused(lambda: port.write(b"x" * 300000))
+
+
+def nonblocking(port, far):
+    far.deaf()
+    port.write_timeout = 0
+    return 0 < port.write(b"x" * 300000) < 300000
+
+
+def own_subclass(module, far):
+    class Tracing(module.Serial):
+        seen = b""
+
+        def read(self, size=1):
+            data = super().read(size)
+            self.seen += data
+            return data
+
+    port = Tracing(far.path, timeout=10)
+    far.send(b"one\ntwo\n")
+    lines = port.readline(), port.read_until(b"o\n")
+    port.close()
+    return lines, port.seen
+
+
+# What pyserial shows of its own inside, its pipes and the codes of the kernel's rates.
+INSIDE = {"BAUDRATE_CONSTANTS", "pipe_abort_read_r", "pipe_abort_read_w", "pipe_abort_write_r", "pipe_abort_write_w"}
+
+# Each is called with the module, an open port with a time-out, and the far end.
+CALLS = {
+    "read": lambda m, p, f: (sent(f, p, b"abcdef"), p.read(), p.read(2), p.read(size=3), p.in_waiting),
+    "read none": lambda m, p, f: (changed(p, timeout=0) and p.read(5), p.read(0), p.read(-1), p.read_all()),
+    "read what is there in time": lambda m, p, f: (sent(f, p, b"ab"), changed(p, timeout=0.1) and p.read(10)),
+    "read_all": lambda m, p, f: (sent(f, p, b"abc"), p.read_all(), p.inWaiting()),
+    "readline": lambda m, p, f: (f.send(b"one\ntwo\r\nthree"), p.readline(), p.readline(), p.readline(2), p.readline(3)),
+    "readline in time": lambda m, p, f: (sent(f, p, b"part"), changed(p, timeout=0.1) and p.readline()),
+    "readlines": lambda m, p, f: (sent(f, p, b"1\n2\n3"), changed(p, timeout=0.1) and p.readlines()),
+    "iteration": lambda m, p, f: (sent(f, p, b"1\n2\n"), changed(p, timeout=0.1) and list(p)),
+    "read_until": lambda m, p, f: (f.send(b"a>>b\nc0123"), p.read_until(b">>"), p.read_until(), p.read_until(size=2),
+                                   p.read_until(expected=b"3", size=0)),
+    "iread_until": lambda m, p, f: (sent(f, p, b"1;2;"), changed(p, timeout=0.1) and list(p.iread_until(b";"))),
+    "readinto": lambda m, p, f: (sent(f, p, b"abc"), p.readinto(b := bytearray(3)), b),
+    "many bytes": lambda m, p, f: (f.send(bytes(range(256)) * 40), p.read(10240) == bytes(range(256)) * 40),
+    "byte by byte": lambda m, p, f: (sent(f, p, b"0123456789" * 9), [p.read() for _ in range(40)], p.in_waiting,
+                                     p.read(50)),
+    "write": lambda m, p, f: (p.write(b"abc"), p.write(bytearray(b"de")), p.write(memoryview(b"fg")), p.write([1, 2]),
+                              p.write(b""), f.take(9)),
+    "write wrongly": lambda m, p, f: [refused(lambda data=data: p.write(data)) for data in ("text", [300], None, 1.5)],
+    "writelines": lambda m, p, f: (p.writelines([b"ab", b"c"]), f.take(3)),
+    "write to one who does not read": lambda m, p, f: blocked(p, f),
+    "write without waiting": lambda m, p, f: nonblocking(p, f),
+    "flush": lambda m, p, f: (p.write(b"x"), p.flush(), f.take(1), p.out_waiting),
+    "drop input": lambda m, p, f: (sent(f, p, b"abc"), p.reset_input_buffer(), p.in_waiting, sent(f, p, b"d"),
+                                   p.flushInput(), p.in_waiting),
+    "drop output": lambda m, p, f: (p.reset_output_buffer(), p.flushOutput()),
+    "settings": lambda m, p, f: changed(p, baudrate=57600, stopbits=2, timeout=3, write_timeout=4.5,
+                                        inter_byte_timeout=0.1, rtscts=True, dsrdtr=None),
+    "all rates": lambda m, p, f: [changed(p, baudrate=rate)["baudrate"] for rate in (*p.BAUDRATES, 12345, "300")],
+    "hang up": lambda m, p, f: changed(p, baudrate=0),
+    "both flow controls": lambda m, p, f: changed(p, rtscts=True, xonxoff=True),
+    "bad settings": lambda m, p, f: [refused(lambda n=n, v=v: setattr(p, n, v)) for n, v in (
+        ("baudrate", -1), ("baudrate", None), ("bytesize", 9), ("parity", "X"), ("parity", None), ("stopbits", 3),
+        ("timeout", -1), ("timeout", "x"), ("write_timeout", -1), ("inter_byte_timeout", -0.1), ("port", 3))],
+    "after bad settings": lambda m, p, f: (refused(lambda: setattr(p, "parity", "X")), p.get_settings()),
+    "unknown argument": lambda m, p, f: refused(lambda: m.Serial(f.path, colour="red")),
+    "old arguments": lambda m, p, f: m.Serial(None, writeTimeout=2, interCharTimeout=1).get_settings(),
+    "apply settings": lambda m, p, f: (p.apply_settings({"baudrate": 300, "other": 1}), p.getSettingsDict()),
+    "names": lambda m, p, f: (p.port == p.name == p.portstr == f.path, p.readable(), p.writable(), p.seekable(),
+                              p.closed, isinstance(p, __import__("io").RawIOBase)),
+    "lines of a pty": lambda m, p, f: [refused(lambda n=n: getattr(p, n)) for n in ("cts", "dsr", "ri", "cd")],
+    "outputs of a pty": lambda m, p, f: (p.rts, p.dtr, refused(lambda: p.setRTS(False)), refused(lambda: p.setDTR(0))),
+    "break": lambda m, p, f: (p.send_break(0.01), p.sendBreak(0.01), refused(lambda: setattr(p, "break_condition", 1))),
+    "rs485 of a pty": lambda m, p, f: refused(lambda: setattr(
+        p, "rs485_mode", importlib.import_module(m.__name__ + ".rs485").RS485Settings())),
+    "low latency of a pty": lambda m, p, f: refused(lambda: p.set_low_latency_mode(True)),
+    "exclusive": lambda m, p, f: (changed(p, exclusive=True) and refused(lambda: m.Serial(f.path, exclusive=True)),
+                                  changed(p, exclusive=False) and m.Serial(f.path, exclusive=True).is_open),
+    "shared": lambda m, p, f: m.Serial(f.path).is_open,
+    "reopen": lambda m, p, f: reopened(p),
+    "another port": lambda m, p, f: (setattr(p, "port", f.path), p.is_open),
+    "closed": lambda m, p, f: (p.close(), [refused(lambda n=n: getattr(p, n)()) for n in (
+        "flush", "reset_input_buffer", "reset_output_buffer", "fileno", "send_break")], p.fd, p.cancel_read()),
+    "not configured": lambda m, p, f: refused(m.Serial().open),
+    "no such device": lambda m, p, f: refused(lambda: m.Serial("/dev/nonesuch")),
+    "cancel before a read": lambda m, p, f: cancelled_before(p, f),
+    "with": lambda m, p, f: (p.close(), p.__enter__() is p, p.is_open, p.__exit__(None, None, None), p.is_open),
+    "descriptor": lambda m, p, f: (p.fileno() == p.fd, f.send(b"xy"), readable(p), arrived(p, 2), os.read(p.fd, 1),
+                                   p.read()),
+    "gone": lambda m, p, f: (f.hang(), refused(lambda: p.read(1))),
+    "a class of one's own": lambda m, p, f: own_subclass(m, f),
+    "ports": lambda m, p, f: [tuple(info) for info in sorted(importlib.import_module(
+        m.__name__ + ".tools.list_ports").comports(include_links=True))],
+    "repr": lambda m, p, f: repr(p).replace(hex(id(p)), "ID").replace(f.path, "PATH"),
+    "attributes": lambda m, p, f: {n for n in dir(theirs.Serial()) if n[0] != "_" and n in dir(p)} - INSIDE,
+    "module": lambda m, p, f: [(n, getattr(m, n)) for n in sorted(dir(theirs))
+                               if n.isupper() or isinstance(getattr(theirs, n), (str, bytes)) and n[0] != "_"],
+    "to_bytes": lambda m, p, f: (m.to_bytes([1, 2]), m.to_bytes(memoryview(b"a")), list(m.iterbytes(b"abc")),
+                                 refused(lambda: m.to_bytes("s"))),
+    "exceptions": lambda m, p, f: (m.PortNotOpenError().args, issubclass(m.SerialTimeoutException, m.SerialException)),
+    "Timeout": lambda m, p, f: [(t.is_infinite, t.is_non_blocking, t.expired(), t.time_left() and 1)
+                                for t in map(m.serialutil.Timeout, (None, 0, 9))],
+}  # fmt: skip
+
+
+@pytest.mark.skipif(theirs is None, reason="pyserial is not installed (Debian: python3-serial)")
+@pytest.mark.parametrize("call", CALLS.values(), ids=CALLS)
+def test_answers_are_those_of_pyserial(call):
+    answers = []
+    for module in ours, theirs:
+        far = FarEnd()
+        try:
+            with module.Serial(far.path, 115200, timeout=10) as port:
+                answers.append(call(module, port, far))
+        finally:
+            far.close()
+    assert answers[0] == answers[1]
+
+
+def test_waits_that_others_end(far):
+    """A read that waits for ever ends with a cancel, and with the close of the port; so does a readline."""
+    port = ours.Serial(far.path)
+
+    def ended(call, end):
+        results = []
+        thread = threading.Thread(target=lambda: results.append(refused(call)))
+        thread.start()
+        time.sleep(0.05)
+        end()
+        thread.join(10)
+        assert not thread.is_alive()
+        return results[0]
+
+    assert ended(lambda: port.read(5), port.cancel_read) == b""
+    assert ended(port.readline, port.cancel_read) == b""
+    far.deaf()
+    assert ended(lambda: port.write(bytes(300000)), port.cancel_write) < 300000
+    assert ended(lambda: port.read(5), lambda: (port.cancel_write(), port.cancel_read())) == b""
+    assert ended(lambda: port.read(1), port.close)[0][0] == "PortNotOpenError"
+
+
+def test_cancels_and_closes_at_any_moment(far):
+    """Cancels that hit a read just before, in and after its wait; then closes likewise."""
+    far.echo()
+    for attempt in range(30):
+        port = ours.Serial(far.path, timeout=10)
+        alive = True
+
+        def reader():
+            while alive:
+                port.read(port.in_waiting or 1)
+
+        def swallowing():
+            try:
+                reader()
+            except ours.SerialException:
+                pass
+
+        thread = threading.Thread(target=swallowing)
+        thread.start()
+        port.write(b"x" * attempt)
+        time.sleep(attempt % 5 / 1000)
+        alive = attempt % 2
+        port.close() if alive else port.cancel_read()
+        thread.join(5)
+        assert not thread.is_alive()
+        port.close()
+
+
+def test_a_dropped_port_is_closed(far):
+    port = ours.Serial(far.path, exclusive=True)
+    before = len(os.listdir("/proc/self/fd"))
+    del port
+    gc.collect()
+    assert len(os.listdir("/proc/self/fd")) < before
+    ours.Serial(far.path, exclusive=True).close()
+
+
+def test_who_takes_the_descriptor_misses_no_byte(far):
+    """A program that has read byte by byte for long goes over to the descriptor, and gets each byte once."""
+    port = ours.Serial(far.path, timeout=10)
+    data = bytes(range(100))
+    sent(far, port, data)
+    first = b"".join(port.read() for _ in range(20))
+    descriptor = port.fileno()
+    held = port.read(port.in_waiting)
+    assert first + held == data
+    sent(far, port, b"more")
+    assert readable(descriptor) and os.read(descriptor, 2) + port.read(2) == b"more"
+    assert b"".join(port.read() for _ in range(sent(far, port, data))) == data
+    assert not readable(descriptor, 0)
+
+
+def test_refusals_name_the_value_and_what_is_possible(tmp_path):
+    def text(call):
+        with pytest.raises((OSError, ValueError)) as caught:
+            call()
+        return str(caught.value)
+
+    assert "9" in (told := text(lambda: ours.Serial(None, bytesize=9))) and "5, 6, 7, 8" in told
+    assert "/dev/nonesuch" in text(lambda: ours.Serial("/dev/nonesuch"))
+    (tmp_path / "file").write_text("")
+    assert "not a serial device" in text(lambda: ours.Serial(str(tmp_path / "file")))
+    assert "keep" in text(lambda: ours.Serial("null-modem:options?keeps=yes"))
+    with pytest.raises(OSError) as caught:
+        ours.Serial(str(tmp_path))
+    assert caught.value.errno == errno.ENOTTY
+
+
+def test_paths_of_the_library(far):
+    """Options in the path go over those that the settings ask for, and ports without a device work alike."""
+    with ours.Serial(far.path + "?exclusive=yes&keep=yes", timeout=10) as port:
+        assert sent(far, port, b"ab") == 2 and port.read(2) == b"ab"
+        with pytest.raises(ours.SerialException):
+            ours.Serial(far.path + "?exclusive=yes")
+    one = ours.Serial("null-modem:python", timeout=10, rtscts=False)
+    two = ours.Serial("null-modem:python", timeout=10)
+    one.rts, one.dtr = False, True
+    until(lambda: not two.cts and two.dsr and two.cd)
+    two.close()
+    two.dtr = False  # what is said of a line while the port is closed holds for the open
+    two.open()
+    until(lambda: not one.dsr and one.cts)
+    two.write(b"across\n")
+    assert one.readline() == b"across\n" and one.in_waiting == 0
+    with pytest.raises(OSError):
+        one.fileno()
+    one.close()
+    two.close()
