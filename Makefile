@@ -8,12 +8,12 @@ PREFIX ?= /usr/local
 JOBS ?= $(shell nproc)
 
 build_packages := g++ cmake ninja-build pkg-config
-tool_packages := $(build_packages) libcli11-dev
+tool_packages := $(build_packages) libcli11-dev libssl-dev scdoc
 python_packages := python3-dev python3-cffi
 # The last of them are programs that the Python package must run; mypy and printcore, which are large, are tested
 # where they are.
 test_packages := $(tool_packages) $(python_packages) libgtest-dev python3 socat binutils ppp minicom \
-    ser2net gensio-bin openssl libssl-dev \
+    lrzsz ser2net gensio-bin openssl \
     python3-pytest python3-build python3-pip python3-venv python3-serial python3-serial-asyncio grabserial \
     python3-can python3-pymodbus python3-pyvisa-py python3-twisted
 bench_packages := $(tool_packages) libboost-dev libserialport-dev zlib1g-dev

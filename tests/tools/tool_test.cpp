@@ -1,22 +1,11 @@
 // The command, run as a user runs it.
-#include <gtest/gtest.h>
+#include "tools/tool.h"
 
-#include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <fcntl.h>
-#include <termios.h>
-#include <unistd.h>
 
 #include <brisolt_host.h>
 
-#include "support/peer_process.h"
-#include "support/pty.h"
 #include "support/temp_dir.h"
 
 using brisolt::test::PeerProcess;
@@ -24,31 +13,19 @@ using brisolt::test::Pty;
 using brisolt::test::TempDir;
 using namespace std::chrono_literals;
 
-namespace {
-
-class Tool : public testing::Test {
-protected:
-    void SetUp() override {
-        if (std::string(BRISOLT_TOOL).empty())
-            GTEST_SKIP() << "the command is not part of this build";
-    }
-
-    /// The command with its standard input, output and errors in our hands.
-    static PeerProcess::Options everything() { return {.captureErrors = true, .inherit = -1}; }
-};
-
-} // namespace
-
 TEST_F(Tool, ListsTheDevicesOfThisMachine) {
     std::string expected;
-    char path[260], description[512];
-    for (int32_t i = 0; ComHostGetDevice(i, path, sizeof path, description, sizeof description) == 1; ++i)
-        expected += std::string(path) + " " + description + "\n";
-    PeerProcess tool("/bin/sh", {"-c", "\"$0\" ports | sed 's/  */ /'", BRISOLT_TOOL});
-    EXPECT_EQ(tool.readAll(),
-              expected.empty()
-                  ? "No serial devices found. A USB adapter shows up here as soon as it is plugged in.\n"
-                  : "DEVICE DESCRIPTION\n" + expected);
+    char path[260];
+    for (int32_t i = 0; ComHostGetDevice(i, path, sizeof path, nullptr, 0) == 1; ++i)
+        expected += std::string(path) + "\n";
+    EXPECT_EQ(shell("$0 ports --names").text, expected);
+    EXPECT_EQ(shell("$0 ports --json | python3 -c 'import json,sys\n"
+                    "for each in json.load(sys.stdin): print(each[\"device\"])'")
+                  .text,
+              expected);
+    const Outcome none = shell("$0 ports nothing-is-named-so");
+    EXPECT_EQ(none.code, 1);
+    EXPECT_NE(none.text.find("no serial device fits"), std::string::npos) << none.text;
 }
 
 TEST_F(Tool, RefusesWhatItCannotDoAndSaysWhy) {
@@ -70,14 +47,21 @@ TEST_F(Tool, RefusesWhatItCannotDoAndSaysWhy) {
         {"$0 term ''", 2, "device: the name is empty"},
         {"$0 term $(printf %0300d 1)", 2, "device: the name is longer than 259 bytes"},
         {"$0 term $1 --log ''", 2, "--log: the name is empty"},
-        {"$0 term $1 --parity maybe", 2, "--parity"},
-        {"$0 term $1 --baud 0", 2, "--baud: \"0\" is no number from 1 to 2147483647"},
-        {"$0 term $1 --baud 1e3", 2, "--baud: \"1e3\" is no number from"},
-        {"$0 term $1 --data 9", 2, "--data: \"9\" is no number from 4 to 8"},
+        {"$0 term $1 --parity maybe", 2, "\"maybe\" is none of none, odd, even, mark, space"},
+        {"$0 term $1 -b 0", 2, "\"0\" is no number from 1 to 2147483647"},
+        {"$0 term $1 -b 1e3", 2, "\"1e3\" is no number from"},
+        {"$0 term $1 --data 9", 2, "\"9\" is no number from 4 to 8"},
         {"$0 term $1 --linger 99999999999", 2, "--linger: \"99999999999\" is no number from"},
+        {"$0 term $1 --quit-key ctrl-", 2, "\"ctrl-\" is no key"},
+        {"$0 term $1 --send '\\q'", 2, "\\q is no escape"},
+        {"$0 term $1 --expect ''", 2, "an empty text comes at once"},
+        {"$0 term $1 --send a --until b", 2, "give one of them"},
+        {"$0 term $1 --timeout 3", 2, "--timeout needs"},
         {"$0 term $1", 1, missing + ": No such file"},
         {"$0 term $2", 1, existing},
+        {"$0 term \"$3?colour=blue\"", 1, "colour"},
         {"$0 term /dev/null --log $1", 1, "brisolt: " + missing + ": No such file"},
+        {"$0 term /dev/null --trace $1", 1, "brisolt: " + missing + ": No such file"},
         {"$0 term /dev/null --log ${2%/*}", 1, "brisolt: " + dir.path().string() + ": Is a directory"},
         {"chmod a-w $2; $0 term /dev/null --log $2", 1, "brisolt: " + existing},
         {"$0 term $1 --log $2.new; code=$?; ls $2.new; exit $code", 1, missing},
@@ -88,15 +72,28 @@ TEST_F(Tool, RefusesWhatItCannotDoAndSaysWhy) {
         {"$0 term $3 </", 1, "standard input: Is a directory"},
         {"$0 term $3 <&-", 0, ""},
         {"$0 term --help", 0, "Ctrl-] quits"},
+        {"$0 --version", 0, "brisolt 5."},
+        {"$0 send $1 $3", 1, missing + ": No such file"},
+        {"$0 send ${2%/*} $3", 1, "not a file that can be sent"},
+        {"PATH=/none $0 send $2 $3", 1, "install lrzsz"},
+        {"$0 receive $3 $1", 1, "missing: No such file"},
+        {"$0 receive -h", 0, "--quiet-ends"},
+        {"$0 receive $3 ${2%/*} --protocol xmodem", 1, "tells no names"},
+        {"$0 lines $3", 1, *echo + ": the device has no modem lines"},
+        {"$0 lines $3 --dtr up", 2, "\"up\" is none of on, off"},
+        {"$0 monitor", 2, "device is required"},
+        {"$0 tap $3 --pcap $1", 1, missing + ": No such file"},
+        {"$0 tap $3 --link $2", 1, existing + ": is there already"},
+        {"$0 chat $3", 1, "give a script"},
+        {"$0 chat $3 --timeout 0 '' ''", 1, "\"0\" is no number"},
+        {"$0 chat $1 '' ''", 2, missing + ": No such file"},
     };
     for (const Case& each : cases) {
-        PeerProcess tool("/bin/sh", {"-c", each.script, BRISOLT_TOOL, missing, existing, *echo},
-                         everything());
-        const std::string answer = tool.readAll();
-        EXPECT_NE(answer.find(each.answer), std::string::npos) << each.script << ": " << answer;
-        EXPECT_LT(answer.size(), 2500U) << each.script;
-        EXPECT_EQ(answer.find('\033'), std::string::npos) << each.script;
-        EXPECT_EQ(tool.wait(), each.code) << each.script;
+        const Outcome outcome = shell(each.script, {missing, existing, *echo});
+        EXPECT_NE(outcome.text.find(each.answer), std::string::npos) << each.script << ": " << outcome.text;
+        EXPECT_LT(outcome.text.size(), 4500U) << each.script;
+        EXPECT_EQ(outcome.text.find('\033'), std::string::npos) << each.script;
+        EXPECT_EQ(outcome.code, each.code) << each.script << ": " << outcome.text;
     }
     EXPECT_FALSE(std::filesystem::exists(existing + ".new"))
         << "nothing is left of a terminal that never was";
@@ -104,7 +101,7 @@ TEST_F(Tool, RefusesWhatItCannotDoAndSaysWhy) {
 
 TEST_F(Tool, CarriesPipedInputOverThePortAndBack) {
     const TempDir dir;
-    const std::string trace = dir.file("trace");
+    const std::string trace = dir.file("trace"), log = dir.file("log");
     PeerProcess far(BRISOLT_TEST_PEER, {"pty-echo"});
     const auto path = far.readLine();
     ASSERT_TRUE(path);
@@ -113,73 +110,60 @@ TEST_F(Tool, CarriesPipedInputOverThePortAndBack) {
     std::string text;
     for (int i = 0; i < 100000; ++i)
         text += static_cast<char>(i * 7 / 3);
-    PeerProcess tool(BRISOLT_TOOL, {"term", *path, "--baud", "115200", "--log", trace});
+    PeerProcess tool(BRISOLT_TOOL, {"term", *path, "--trace", trace, "--log", log});
     ASSERT_TRUE(tool.write(text));
     tool.closeInput();
     EXPECT_EQ(tool.readAll(30s), text);
     EXPECT_EQ(tool.wait(), 0);
     EXPECT_GT(std::filesystem::file_size(trace), text.size()) << "the trace tells the bytes";
+    std::ifstream logged(log, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(logged), {}), text);
 }
 
-TEST_F(Tool, SendsLineEndsAndEchoesAsAsked) {
-    Pty line;
-    PeerProcess tool(BRISOLT_TOOL, {"term", line.slavePath(), "--crlf", "--echo"});
-    ASSERT_TRUE(tool.write("one\ntwo\r\n\n"));
-    EXPECT_EQ(line.read(12), "one\r\ntwo\r\n\r\n");
-    ASSERT_EQ(line.write("answer\n"), 7U);
-    // Nothing but data may wake it: the answer is there long before the input ends.
-    EXPECT_EQ(tool.readLine(), "one\r");
-    EXPECT_EQ(tool.readLine(), "two\r");
-    EXPECT_EQ(tool.readLine(), "\r");
-    EXPECT_EQ(tool.readLine(), "answer");
-    tool.closeInput();
+// What comes back from a port that hears itself.
+TEST_F(Tool, IsAFilterThatEndsWhenTheAnswerHasCome) {
+    struct Case {
+        std::string script;
+        int code;
+        std::string answer;
+    };
+    const std::vector<Case> cases = {
+        {"printf 'one\\ntwo\\r\\n\\n' | $0 term loop:a --eol crlf", 0, "one\r\ntwo\r\n\r\n"},
+        {"printf 'a\\n' | $0 term loop:a --eol cr --echo", 0, "a\ra\r"},
+        {"printf 'ab' | $0 term loop:a --hex", 0, "61 62 " + std::string(42, ' ') + " |ab|\r\n"},
+        {"printf 'a\\nb' | $0 term loop:a --timestamps | sed 's/[0-9]/9/g'", 0,
+         "[99:99:99.999] a\n[99:99:99.999] b"},
+        {"$0 term loop:a --send 'AT\\r\\x41' --expect '\\rA' <&-", 0, "AT\rA"},
+        {"$0 term loop:a --send AT --expect OK --timeout 0.3", 4,
+         "ATbrisolt: loop:a: \"OK\" has not come in time\n"},
+    };
+    for (const Case& each : cases) {
+        const Outcome outcome = shell(each.script);
+        EXPECT_EQ(outcome.text, each.answer) << each.script;
+        EXPECT_EQ(outcome.code, each.code) << each.script;
+    }
+    // The input does not end by itself: only the answer can end this.
+    PeerProcess tool(BRISOLT_TOOL, {"term", "loop:a", "--until", "ready"});
+    ASSERT_TRUE(tool.write("a\nrea"));
+    EXPECT_EQ(tool.readLine(), "a");
+    ASSERT_TRUE(tool.write("dy"));
+    EXPECT_EQ(tool.readAll(), "ready");
     EXPECT_EQ(tool.wait(), 0);
 }
 
-TEST_F(Tool, EndsWhenTheDeviceGoesAway) {
+TEST_F(Tool, ShowsLinesAndRates) {
+    EXPECT_EQ(shell("$0 lines loop:a --dtr off").text, "DTR off, RTS on, CTS on, DSR off, DCD off, RI off\n");
+    PeerProcess far(BRISOLT_TEST_PEER, {"pty-echo"});
+    const auto path = far.readLine();
+    ASSERT_TRUE(path);
     Pty line;
-    PeerProcess tool(BRISOLT_TOOL, {"term", line.slavePath()}, everything());
-    ASSERT_TRUE(tool.write("up"));
-    ASSERT_EQ(line.read(2), "up");
-    line.close();
-    const std::string complaint = tool.readAll();
-    EXPECT_NE(complaint.find(line.slavePath()), std::string::npos) << complaint;
-    EXPECT_NE(complaint.find("gone away"), std::string::npos) << complaint;
-    EXPECT_EQ(tool.wait(), 1);
-}
-
-// A user whose terminal stays raw sees nothing of what he types next.
-TEST_F(Tool, PutsTheLocalTerminalBackHoweverItEnds) {
-    for (const bool bySignal : {false, true}) {
-        Pty line, local;
-        const int slave = open(local.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-        termios settings{};
-        tcgetattr(slave, &settings);
-        settings.c_lflag |= ICANON;
-        tcsetattr(slave, TCSANOW, &settings);
-        const auto cooked = [slave, &settings] {
-            tcgetattr(slave, &settings);
-            return (settings.c_lflag & ICANON) != 0;
-        };
-
-        PeerProcess tool(
-            "/bin/sh",
-            {"-c", "exec \"$0\" term \"$1\" <\"$2\"", BRISOLT_TOOL, line.slavePath(), local.slavePath()},
-            everything());
-        const auto greeting = tool.readLine();
-        EXPECT_NE(greeting.value_or("").find("Ctrl-] quits"), std::string::npos);
-        for (int i = 0; i < 500 && cooked(); ++i)
-            std::this_thread::sleep_for(10ms);
-        // Keys go out one by one, also those that mean something to a terminal.
-        local.write("\x03\x1a");
-        EXPECT_EQ(line.read(2), "\x03\x1a");
-
-        if (bySignal)
-            tool.kill(SIGTERM);
-        else
-            local.write("\x1d");
-        EXPECT_EQ(tool.wait(), bySignal ? 128 + SIGTERM : 0);
-        EXPECT_TRUE(cooked());
-        close(slave);
-    }
+    PeerProcess monitor(BRISOLT_TOOL, {"monitor", "--json", "--keep", line.slavePath(), *path}, everything());
+    ASSERT_TRUE(monitor.readLine());
+    ASSERT_EQ(line.write("12345678"), 8U);
+    std::string seen;
+    for (int i = 0; i < 5 && seen.find("\"received\": 8") == std::string::npos; ++i)
+        seen = monitor.readLine().value_or("");
+    EXPECT_NE(seen.find("\"received\": 8"), std::string::npos) << seen;
+    monitor.kill(SIGINT);
+    EXPECT_EQ(monitor.wait(), 130);
 }

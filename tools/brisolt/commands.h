@@ -1,24 +1,23 @@
-// What the command line can ask for. Each returns the program's exit code.
+// The commands, one file each. Each adds itself to the command line.
 #pragma once
 
-#include <cstdint>
-#include <string>
+#include <functional>
 
-/// 0 done, 1 something failed (standard error tells), 2 the command line makes no sense.
-enum ExitCode { exitDone = 0, exitFailed = 1, exitUsage = 2 };
+namespace CLI {
+class App;
+}
 
-struct TermOptions {
-    std::string device;
-    int32_t baud = 9600;
-    int32_t dataBits = 8;
-    std::string parity = "none";
-    std::string stopBits = "1";
-    std::string flow = "none";
-    std::string log;        ///< a trace of the port goes there; empty: none
-    int32_t lingerMs = 300; ///< how long to listen on when the input has ended and the line is quiet
-    bool echo = false;
-    bool crlf = false;
+struct Command {
+    CLI::App* app;
+    std::function<int()> run; ///< returns the exit code; throws Failure
+    int usage = 2;            ///< the exit code of a command line that makes no sense
 };
 
-int listPorts();
-int runTerminal(const TermOptions& options);
+Command addPorts(CLI::App& app);
+Command addTerm(CLI::App& app);
+Command addSend(CLI::App& app);
+Command addReceive(CLI::App& app);
+Command addChat(CLI::App& app);
+Command addLines(CLI::App& app);
+Command addMonitor(CLI::App& app);
+Command addTap(CLI::App& app);

@@ -1,30 +1,18 @@
 #include "local_terminal.h"
 
-#include <csignal>
+#include <mutex>
 
 #include <termios.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr int endingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGABRT};
+std::mutex mutex;
+termios settings, raw;
+bool taken = false;
 
-// For the signal handler, which has no other way to them.
-termios settings;
-volatile sig_atomic_t isRaw = 0;
-
-void putBack() {
-    if (isRaw != 0)
-        tcsetattr(STDIN_FILENO, TCSANOW, &settings);
-    isRaw = 0;
-}
-
-/// Ends the program as the signal would have. Done here and not by way of the event loop, which may be
-/// stuck in a write to an output that nobody reads.
-void onSignal(int number) {
-    putBack();
-    signal(number, SIG_DFL);
-    raise(number);
+void apply(const termios& wanted) {
+    tcsetattr(STDIN_FILENO, TCSANOW, &wanted);
 }
 
 } // namespace
@@ -34,18 +22,31 @@ bool LocalTerminal::present() {
 }
 
 LocalTerminal::LocalTerminal() {
+    const std::lock_guard hold(mutex);
     if (!present() || tcgetattr(STDIN_FILENO, &settings) != 0)
         return;
-    for (const int number : endingSignals)
-        signal(number, onSignal);
-    isRaw = 1;
-    termios raw = settings;
+    raw = settings;
     cfmakeraw(&raw);
-    tcsetattr(STDIN_FILENO, TCSANOW, &raw);
+    taken = true;
+    apply(raw);
 }
 
 LocalTerminal::~LocalTerminal() {
     putBack();
-    for (const int number : endingSignals)
-        signal(number, SIG_DFL);
+    const std::lock_guard hold(mutex);
+    taken = false;
+}
+
+void LocalTerminal::putBack() {
+    const std::lock_guard hold(mutex);
+    if (taken)
+        tcsetattr(STDIN_FILENO, TCSANOW, &settings);
+}
+
+void LocalTerminal::takeAgain() {
+    const std::lock_guard hold(mutex);
+    // In the background it is somebody else's, and asking for it would stop the program.
+    const pid_t foreground = tcgetpgrp(STDIN_FILENO);
+    if (taken && (foreground < 0 || foreground == getpgrp()))
+        apply(raw);
 }

@@ -1,14 +1,12 @@
-// brisolt: what serial devices are there, and a plain terminal on one of them.
-#include <charconv>
+// brisolt: serial devices from the command line.
+#include <algorithm>
+#include <array>
 #include <clocale>
-#include <cstdint>
 #include <cstdio>
 #include <exception>
-#include <limits>
 #include <sstream>
-#include <stdexcept>
 #include <string>
-#include <system_error>
+#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,76 +14,21 @@
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
+#include "failure.h"
+#include "interruption.h"
 #include "output.h"
 
 namespace {
 
-constexpr std::size_t nameLimit = 260; // of the library, for devices and traces
-constexpr int32_t highest = std::numeric_limits<int32_t>::max();
-
-/// The parser's own range takes a number that is none for one that is too small, and writes out every digit of
-/// the highest one it knows.
-CLI::Validator wholeNumber(int32_t least, int32_t most) {
-    const auto refusal = [least, most](const std::string& text) -> std::string {
-        int32_t value = 0;
-        const char* end = text.data() + text.size();
-        const auto [stop, error] = std::from_chars(text.data(), end, value);
-        if (error == std::errc{} && stop == end && value >= least && value <= most)
-            return {};
-        return "\"" + text + "\" is no number from " + std::to_string(least) + " to " + std::to_string(most);
-    };
-    return {refusal, ""};
-}
-
-CLI::Validator name() {
-    const auto refusal = [](const std::string& text) -> std::string {
-        if (text.empty())
-            return "the name is empty";
-        return text.size() < nameLimit
-                   ? ""
-                   : "the name is longer than " + std::to_string(nameLimit - 1) + " bytes";
-    };
-    return {refusal, ""};
-}
-
-void addTerm(CLI::App& app, TermOptions& options) {
-    CLI::App* term =
-        app.add_subcommand("term", "A terminal on a serial device. With pipes instead of a terminal "
-                                   "it sends its standard input and prints what comes back. On a "
-                                   "terminal Ctrl-] quits.");
-    term->add_option("device", options.device, "Device file, or SCHEME:REST")->required()->check(name());
-    term->add_option("--baud", options.baud, "Bits per second")
-        ->check(wholeNumber(1, highest))
-        ->capture_default_str();
-    term->add_option("--data", options.dataBits, "Data bits")
-        ->check(wholeNumber(4, 8))
-        ->capture_default_str();
-    term->add_option("--parity", options.parity, "Parity")
-        ->check(CLI::IsMember({"none", "odd", "even", "mark", "space"}))
-        ->capture_default_str();
-    term->add_option("--stop", options.stopBits, "Stop bits")
-        ->check(CLI::IsMember({"1", "2", "1.5"}))
-        ->capture_default_str();
-    term->add_option("--flow", options.flow, "Flow control")
-        ->check(CLI::IsMember({"none", "rtscts", "xonxoff", "dtrdsr"}))
-        ->capture_default_str();
-    term->add_flag("--echo", options.echo, "Show what is sent, too");
-    term->add_flag("--crlf", options.crlf, "Send the end of a line as carriage return and line feed");
-    term->add_option("--log", options.log, "Trace every read and write of the device to this file")
-        ->check(name())
-        ->type_name("FILE");
-    term->add_option("--linger", options.lingerMs,
-                     "Milliseconds of quiet after the end of the input before the program ends")
-        ->check(wholeNumber(0, highest))
-        ->capture_default_str();
-}
-
 int run(int argc, char** argv) {
-    CLI::App app("Serial devices from the command line");
-    TermOptions termOptions;
+    CLI::App app("Serial devices from the command line", "brisolt");
     app.require_subcommand(1);
-    const CLI::App* ports = app.add_subcommand("ports", "List the serial devices of this machine");
-    addTerm(app, termOptions);
+    app.set_version_flag("--version", "brisolt " BRISOLT_VERSION, "Print the version");
+    const std::vector<Command> commands{addPorts(app), addTerm(app),  addSend(app),    addReceive(app),
+                                        addChat(app),  addLines(app), addMonitor(app), addTap(app)};
+    app.footer(
+        "\"brisolt COMMAND --help\" tells the options of a command.\n\nExamples:\n"
+        "  brisolt ports\n  brisolt term /dev/ttyUSB0 115200\n  brisolt send firmware.bin /dev/ttyUSB0");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -93,9 +36,16 @@ int run(int argc, char** argv) {
         const int code = app.exit(error, help, complaint);
         std::fputs(printable(help.str()).c_str(), stdout);
         std::fputs(printable(complaint.str()).c_str(), stderr);
-        return code == 0 ? exitDone : exitUsage;
+        if (code == 0)
+            return exitDone;
+        const auto meant = std::find_if(commands.begin(), commands.end(),
+                                        [](const Command& command) { return command.app->parsed(); });
+        return meant != commands.end() ? meant->usage : exitUsage;
     }
-    return ports->parsed() ? listPorts() : runTerminal(termOptions);
+    for (const Command& command : commands)
+        if (command.app->parsed())
+            return command.run();
+    return exitUsage;
 }
 
 /// A device that was opened under the number of a closed standard stream would be given our texts. What stands
@@ -103,7 +53,22 @@ int run(int argc, char** argv) {
 void fillClosedStreams() {
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
         if (fcntl(stream, F_GETFD) < 0 && open("/dev/null", O_RDONLY | O_NOCTTY) < 0)
-            throw std::runtime_error("/dev/null cannot be opened");
+            throw Failure("/dev/null cannot be opened");
+}
+
+int runAndComplain(int argc, char** argv) {
+    try {
+        fillClosedStreams();
+        interruption::begin();
+        return afterOutput(run(argc, argv));
+    } catch (const Failure& failure) {
+        if (!interruption::asked())
+            complain(failure.what());
+        return failure.code;
+    } catch (const std::exception& error) {
+        complain(error.what());
+        return exitFailed;
+    }
 }
 
 } // namespace
@@ -111,11 +76,7 @@ void fillClosedStreams() {
 int main(int argc, char** argv) {
     // Whatever the user's own locale: what is written in a name does not depend on who looks.
     std::setlocale(LC_CTYPE, "C.UTF-8");
-    try {
-        fillClosedStreams();
-        return afterOutput(run(argc, argv));
-    } catch (const std::exception& error) {
-        complain(error.what());
-        return exitFailed;
-    }
+    const int code = runAndComplain(argc, argv);
+    interruption::obey();
+    return code;
 }

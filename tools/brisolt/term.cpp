@@ -1,282 +1,109 @@
-// A terminal on a port: one loop that sleeps until there is something to do on either side.
-#include <algorithm>
-#include <array>
-#include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <cstdio>
-#include <cstring>
-#include <initializer_list>
-#include <stdexcept>
-#include <string>
-#include <string_view>
-
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/stat.h>
+// brisolt term: which of its two forms is wanted, and that everything it needs can be done.
 #include <unistd.h>
 
-#include <brisolt.h>
-#include <brisolt_host.h>
-
 #include "commands.h"
+#include "failure.h"
+#include "filter.h"
 #include "local_terminal.h"
-#include "output.h"
+#include "port.h"
+#include "session.h"
+#include "term_options.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
+constexpr std::string_view keys =
+    R"(Keys: Ctrl-] quits (--quit-key). Ctrl-T and then
+  d, r  DTR, RTS on or off           i  lines and counters
+  b     break                        u  bits per second
+  e     echo what is typed           x  hex
+  t     time stamps                  l  log on or off
+  s, g  send, get a file             p  pause what is shown
+  c     discard what waits unsent    z  suspend
+  q     quit                         ?  these keys
+Ctrl-T twice sends Ctrl-T, Ctrl-T and the quit key sends that.)";
 
-constexpr int32_t port = 1;
-constexpr uint32_t ringSize = 65536;
-constexpr char quitKey = 0x1d; // Ctrl-]
-// The library tells when something has come but not when something has gone, so these two are looked at.
-constexpr int roomInterval = 5;
-constexpr int sentInterval = 10;
-
-int32_t codeOf(std::string_view name, std::initializer_list<std::string_view> names, int32_t first) {
-    return first + static_cast<int32_t>(std::find(names.begin(), names.end(), name) - names.begin());
+void addForm(CLI::App& term, TermOptions& options) {
+    term.add_flag("--echo", options.echo, "Show what is sent, too");
+    term.add_flag("--hex", options.hex, "Show what comes as hex, 16 bytes a line");
+    term.add_flag("--timestamps{day}", options.stamps,
+                  "A time in front of each line: --timestamps=day (the time of day), =start or =last (since "
+                  "the start, since the line before)")
+        ->transform(oneOf({"day", "start", "last"}));
+    term.add_option("--eol", options.eol,
+                    "What the end of a line is sent as: cr, lf or crlf (as it is unless given)")
+        ->transform(oneOf({"cr", "lf", "crlf"}))
+        ->type_name("EOL");
+    term.add_option("--quit-key", options.quitKey, "The key that quits")
+        ->type_name("KEY")
+        ->capture_default_str();
+    term.add_flag("--keep", options.keep, "When the device goes away, wait until it is back");
+    term.add_option("--log", options.log, "Append what comes, as it comes, to this file")
+        ->check(name())
+        ->type_name("FILE");
+    term.add_option("--trace", options.trace, "Tell every read and write of the device in this file")
+        ->check(name())
+        ->type_name("FILE");
 }
 
-int32_t flowCode(std::string_view flow) {
-    return codeOf(flow, {"rtscts", "xonxoff", "none", "dtrdsr"}, 0);
+void addFilter(CLI::App& term, TermOptions& options) {
+    term.add_option("--send", options.send,
+                    "Send this instead of standard input (\\r \\n \\t \\e \\0 \\\\ \\xHH)")
+        ->type_name("TEXT");
+    term.add_option("--expect", options.expect, "End when this has come")->type_name("TEXT");
+    term.add_option("--until", options.until, "With pipes: end when this has come")->type_name("TEXT");
+    term.add_option("--timeout", options.timeout,
+                    "Seconds that --expect (10 unless given) or --until (no limit unless given) waits")
+        ->check(seconds())
+        ->type_name("S");
+    term.add_option("--linger", options.lingerMs,
+                    "Milliseconds of quiet after the end of the input before the program ends")
+        ->check(wholeNumber(0, 2147483647))
+        ->type_name("MS")
+        ->capture_default_str();
 }
 
-class Terminal {
-public:
-    explicit Terminal(const TermOptions& options);
-    Terminal(const Terminal&) = delete;
-    Terminal& operator=(const Terminal&) = delete;
-    ~Terminal() { ComClose(port); }
-
-    /// Returns when the user quits, or when the input has ended, all is sent and nothing more comes.
-    void run();
-
-private:
-    bool receive();
-    void readInput();
-    void send();
-    bool finished();
-    int patience(bool more) const;
-    void sleep(int timeout);
-    void show(std::string_view bytes);
-    std::string withLineEnds(std::string_view bytes);
-
-    const TermOptions& options_;
-    bool fromTerminal_ = LocalTerminal::present();
-    bool toTerminal_ = isatty(STDOUT_FILENO) != 0;
-    int device_ = -1;    ///< the device's descriptor where it is one, to see when it goes away
-    std::string unsent_; ///< input the transmit ring had no room for
-    bool inputOver_ = false;
-    bool quit_ = false;
-    bool lastWasReturn_ = false;
-    Clock::time_point lastActivity_ = Clock::now();
-};
-
-/// Something is wrong with the device, and not with our side.
-struct DeviceError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-std::string errorText(int32_t result) {
-    std::array<char, 512> text{};
-    if (ComHostGetErrorText(text.data(), text.size()) > 0)
-        return text.data();
-    return "the port cannot be opened with these settings (result " + std::to_string(result) + ")";
-}
-
-/// A handle may be anything a driver likes; it is a descriptor when it stands for the device file.
-int descriptorOf(int32_t handle, const std::string& path) {
-    struct stat byHandle {
-    }, byPath{};
-    if (fstat(handle, &byHandle) != 0 || stat(path.c_str(), &byPath) != 0 || !S_ISCHR(byHandle.st_mode))
-        return -1;
-    return byHandle.st_rdev == byPath.st_rdev ? handle : -1;
-}
-
-/// The library goes on without a trace that it cannot write. A user who asks for one would rather know before
-/// the device has been touched.
-void requireLog(const std::string& path) {
-    constexpr int flags = O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    int file = open(path.c_str(), flags);
-    const bool missing = file < 0 && errno == ENOENT;
-    if (missing)
-        file = open(path.c_str(), flags | O_CREAT | O_EXCL, 0666);
-    if (file < 0)
-        throw std::runtime_error(path + ": " + std::strerror(errno));
-    // One that nobody may write is not written for the superuser either.
-    struct stat status {};
-    const bool suits = fstat(file, &status) == 0 && (S_ISREG(status.st_mode) || S_ISCHR(status.st_mode)) &&
-                       (status.st_mode & 0222) != 0;
-    close(file);
-    if (missing)
-        unlink(path.c_str());
-    if (!suits)
-        throw std::runtime_error(path + ": not a file that may be written");
-}
-
-Terminal::Terminal(const TermOptions& options) : options_(options) {
-    if (ComHostMapDevice(port, options.device.c_str()) != 1)
-        throw DeviceError("the name is too long");
-    const int32_t parity = codeOf(options.parity, {"none", "odd", "even", "mark", "space"}, 1);
-    const int32_t stopBits = codeOf(options.stopBits, {"1", "2", "1.5"}, 1);
-    const int32_t result =
-        ComOpen("brisolt term", port, options.baud, options.dataBits, parity, stopBits, ringSize, ringSize);
-    if (result != port)
-        throw DeviceError(errorText(result));
-
-    device_ = descriptorOf(ComPortdcb(port), options.device);
-    ComHostSetLossless(port, 1);
-    ComSetBackgroundTimeout(port, 0);
-    ComSetNotifyThreadMessageAnyChar(port, ComHostThreadId());
+/// What makes no sense is told before the device is touched.
+void check(const TermOptions& options) {
+    keyByte(options.quitKey);
+    for (const auto* text : {&options.send, &options.expect, &options.until})
+        if (*text && (text != &options.send) && unescaped(**text).empty())
+            throw Failure("--expect, --until: an empty text comes at once", exitUsage);
+    if (options.send)
+        unescaped(*options.send);
+    if (options.until && (options.send || options.expect))
+        throw Failure("--until belongs to standard input, --expect to --send: give one of them", exitUsage);
+    if (options.timeout && !options.until && !options.expect)
+        throw Failure("--timeout needs --expect or --until", exitUsage);
     if (!options.log.empty())
-        ComSetPortDebugFile(port, options.log.c_str());
-    if (options.flow != "none")
-        ComSetFlow(port, flowCode(options.flow));
+        requireWritable(options.log);
+    if (!options.trace.empty())
+        requireWritable(options.trace);
 }
 
-void Terminal::run() {
-    while (!quit_) {
-        const bool more = receive();
-        send();
-        if (finished())
-            return;
-        sleep(patience(more));
-    }
-}
-
-/// Shows what has come; true when there may be more of it at once.
-bool Terminal::receive() {
-    ComHostMessage message{};
-    int32_t next = 0;
-    while ((next = ComHostGetMessage(&message, 0)) == 1)
-        ComHostDispatchMessage(&message);
-    if (next < 0)
-        quit_ = true;
-
-    std::array<char, 16384> bytes{};
-    const int32_t count = ComRead(port, bytes.data(), bytes.size());
-    if (count > 0) {
-        show({bytes.data(), static_cast<std::size_t>(count)});
-        lastActivity_ = Clock::now();
-    }
-    return count == static_cast<int32_t>(bytes.size());
-}
-
-void Terminal::readInput() {
-    std::array<char, 4096> bytes{};
-    const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
-    if (count < 0 && (errno == EAGAIN || errno == EINTR))
-        return;
-    // A terminal that has been hung up ends like a file.
-    if (count < 0 && errno != EIO)
-        throw std::runtime_error(std::string("standard input: ") + std::strerror(errno));
-    if (count <= 0) {
-        inputOver_ = true;
-        return;
-    }
-    std::string_view typed(bytes.data(), static_cast<std::size_t>(count));
-    if (fromTerminal_ && typed.find(quitKey) != std::string_view::npos) {
-        typed = typed.substr(0, typed.find(quitKey));
-        quit_ = true;
-    }
-    const std::string lines = withLineEnds(typed);
-    unsent_ = options_.crlf ? lines : std::string(typed);
-    if (options_.echo)
-        show(toTerminal_ ? lines : unsent_);
-    send();
-}
-
-void Terminal::send() {
-    if (unsent_.empty())
-        return;
-    const int32_t taken = ComWrite(port, unsent_.data(), static_cast<int32_t>(unsent_.size()));
-    if (taken > 0) {
-        unsent_.erase(0, static_cast<std::size_t>(taken));
-        lastActivity_ = Clock::now();
-    }
-}
-
-bool Terminal::finished() {
-    if (!inputOver_ || !unsent_.empty())
-        return false;
-    if (ComOutBufStatus(port) > 0)
-        lastActivity_ = Clock::now();
-    return Clock::now() - lastActivity_ >= milliseconds(options_.lingerMs);
-}
-
-/// How long the loop may sleep when nothing wakes it, in milliseconds.
-int Terminal::patience(bool more) const {
-    if (more)
-        return 0;
-    if (!unsent_.empty())
-        return roomInterval;
-    return inputOver_ ? sentInterval : -1;
-}
-
-void Terminal::sleep(int timeout) {
-    // A negative descriptor is passed over by poll.
-    const bool wantsInput = !inputOver_ && unsent_.empty();
-    std::array<pollfd, 3> entries{pollfd{ComHostMessageDescriptor(), POLLIN, 0},
-                                  pollfd{wantsInput ? STDIN_FILENO : -1, POLLIN, 0}, pollfd{device_, 0, 0}};
-    if (poll(entries.data(), entries.size(), timeout) <= 0)
-        return;
-    if (entries[1].revents != 0)
-        readInput();
-    if (entries[2].revents != 0) {
-        while (receive()) {
-        }
-        throw DeviceError("the device has gone away");
-    }
-}
-
-void Terminal::show(std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = write(STDOUT_FILENO, bytes.data(), bytes.size());
-        if (count > 0)
-            bytes.remove_prefix(static_cast<std::size_t>(count));
-        else if (count < 0 && errno == EAGAIN) {
-            pollfd entry{STDOUT_FILENO, POLLOUT, 0};
-            poll(&entry, 1, -1);
-        } else if (errno != EINTR)
-            throw std::runtime_error(std::string("standard output: ") + std::strerror(errno));
-    }
-}
-
-/// Enter on a terminal is a carriage return, a line of a file ends in a line feed, or in both already.
-std::string Terminal::withLineEnds(std::string_view bytes) {
-    std::string result;
-    for (const char byte : bytes) {
-        if (byte == '\r' || (byte == '\n' && !lastWasReturn_))
-            result += "\r\n";
-        else if (byte != '\n')
-            result += byte;
-        lastWasReturn_ = byte == '\r';
-    }
-    return result;
+int runTerm(const TermOptions& options) {
+    check(options);
+    const bool question = options.send || options.expect;
+    if (LocalTerminal::present() && !question && !options.until)
+        return runSession(options);
+    return runFilter(options);
 }
 
 } // namespace
 
-int runTerminal(const TermOptions& options) {
-    // A reader that leaves shows as a failed write, so that the port is closed properly.
-    std::signal(SIGPIPE, SIG_IGN);
-    try {
-        if (!options.log.empty())
-            requireLog(options.log);
-        Terminal terminal(options);
-        if (LocalTerminal::present())
-            std::fprintf(stderr, "%s, %d baud. Ctrl-] quits.\n", printable(options.device).c_str(),
-                         options.baud);
-        const LocalTerminal raw;
-        terminal.run();
-        return exitDone;
-    } catch (const DeviceError& error) {
-        // The host's own reason names the device already.
-        const std::string reason = error.what();
-        const bool named = reason.find(options.device) != std::string::npos;
-        complain(named ? reason : options.device + ": " + reason);
-        return exitFailed;
-    }
+Command addTerm(CLI::App& app) {
+    static TermOptions options;
+    CLI::App* term = app.add_subcommand(
+        "term",
+        "A terminal on a serial device. With pipes instead of a terminal it sends its standard input and "
+        "prints what comes back.");
+    addDevice(*term, options.line);
+    term->add_option("rate", options.line.positionalRate, "Bits per second, as --baud")
+        ->check(wholeNumber(1, 2147483647));
+    addLine(*term, options.line);
+    addForm(*term, options);
+    addFilter(*term, options);
+    term->footer(footer(keys, {"brisolt term /dev/ttyUSB0 115200",
+                               "brisolt term --keep --log boot.log --timestamps usb:0403:6001",
+                               "brisolt term /dev/ttyACM0 --send 'AT\\r' --expect OK --timeout 2"}));
+    return {term, [] { return runTerm(options); }};
 }

@@ -65,7 +65,7 @@ Descriptor holdName(const fs::path& path) {
     Descriptor hold = freshSocket(path);
     const bool bound = bind(hold.get(), address.get(), address.size) == 0;
     if (!bound && errno == EADDRINUSE)
-        refuse(path, "is the link of a modem that runs (" + holderOf(path, address) + ")");
+        refuse(path, "is the link of a terminal that is in use (" + holderOf(path, address) + ")");
     // Nobody is ever accepted: who connects only wants to know whose it is.
     if (!bound || listen(hold.get(), SOMAXCONN) != 0)
         failHost(path.string());

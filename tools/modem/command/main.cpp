@@ -197,13 +197,18 @@ int main(int argc, char** argv) {
     // Blocked before there is a thread, so that all of them go to sigwait.
     sigset_t ending;
     sigemptyset(&ending);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        sigaddset(&ending, signal);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        // What nohup or a shell has told us not to hear would be waited for all the same.
+        struct sigaction action {};
+        if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN)
+            sigaddset(&ending, signal);
+    }
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
 
     fillStandardStreams();
     try {
-        CLI::App app(description);
+        CLI::App app(description, "brisolt-modem");
+        app.set_version_flag("--version", "brisolt-modem " BRISOLT_VERSION, "Print the version");
         app.footer(footer);
         Arguments arguments;
         addModem(app, arguments);
