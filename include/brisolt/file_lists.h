@@ -31,8 +31,9 @@ typedef struct FileList FileList;
  *
  * Names of 260 characters or more do not fit a caller's buffer and are left out.
  *
- * The list; the list given, unchanged, when nothing matched or the pattern is null; null when memory is
- * short or it is no list any more (one that was given and is a list stays as it was).
+ * The list; the list given, unchanged, when nothing matched or the pattern is null. Where memory runs out
+ * among the names, the list ends with those made before, none maybe. Null when there is no memory for the list
+ * itself or it is no list any more (one that was given and is a list stays as it was).
  */
 FileList *ComAddFileList(FileList *list, const char *pattern);
 /* Number of names; 0 for null and for what is no list any more. */

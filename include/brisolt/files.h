@@ -104,8 +104,9 @@ int32_t ComDeleteMultipleFiles(const char *pattern);
 /* Names the file (at most 259 characters): with mode 1 a new one in place of one that may be there, else the
  * existing one, at whose end the bytes go, or a new one. What was held for an earlier file is dropped. 1; -1
  * the file cannot be opened or created (a held or read-only one counts as absent and yet is in the way): it
- * is named all the same, so that bytes may be added until it can be written; -1 also for a bad or closed port
- * or a name that is missing or too long, and then what was named before stays so. */
+ * is named all the same, so that bytes may be added until it can be written; -1 also for an empty name, after
+ * which no file is named, and for a bad or closed port, null or a name that is too long, which leave what was
+ * named before. */
 int32_t ComBufferFileWrite_Start(int32_t port, const char *name, int32_t mode);
 /* Adds bytes. A call for which there is no room writes out what is held first, and then its own bytes in
  * pieces. 1 held or written; -1 bad or closed port, no file named, null or negative length, or not written:

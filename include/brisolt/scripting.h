@@ -41,6 +41,9 @@ int32_t ComStrStr(const char *text, const char *pattern, int32_t *position);
 /*
  * A stimulus call takes bytes from the port until a string that it waits for occurs in them, sends the
  * answer (as ComPuts does: `|` a carriage return, `~` a pause of a second) and tells which string it was.
+ * A string that has come counts, whatever becomes of the answer: its result is given also when the port is
+ * closed while the answer goes out.
+ *
  * The bytes stay in the port's match buffer of 10000 bytes, zero-terminated. Letter case counts, there are
  * no wildcards, and a string may come in several pieces. Of several strings the first in the list wins.
  *
@@ -65,8 +68,8 @@ int32_t ComStrStr(const char *text, const char *pattern, int32_t *position);
  * for no string, but for the time or the maximum. One call a port at a time: two would share the buffer.
  */
 
-/* Waits for `stimulus` and sends `response`, which may be empty. 1 seen and answered; 2 time over; 3
- * `maximum` bytes have come; -4 escaped or cancelled; [port], also null or closed meanwhile. */
+/* Waits for `stimulus` and sends `response`, which may be empty. 1 seen; 2 time over; 3 `maximum` bytes have
+ * come; -4 escaped or cancelled; [port], also null or closed meanwhile. */
 int32_t ComStimulus(int32_t port, const char *stimulus, const char *response, int32_t maximum,
                     int32_t seconds);
 int32_t ComStimulusFast(int32_t port, const char *stimulus, const char *response, int32_t maximum,
@@ -88,8 +91,9 @@ int32_t ComStimulusArrayFast(int32_t port, const char *const *stimuli, const cha
  * (never more than 20); -11 not open; -2, -3, -4 as above. Both names are the same call. */
 int32_t ComStimulusArray2(int32_t port, int32_t count, int32_t maximum, int32_t seconds);
 int32_t ComStimulusArray2Fast(int32_t port, int32_t count, int32_t maximum, int32_t seconds);
-/* Adds the first `length` bytes of a string to the list of strings, or of answers; 39 are kept. 1; -1 bad
- * or closed port, null, 20 already, or (not for answers) an empty string or a length below 1. */
+/* Adds the first `length` bytes of a string to the list of strings, or of answers; 39 are kept, and none of
+ * a length below 1: an entry that ComStimulusArray2 does not take for a string (-10). 1; -1 bad or closed
+ * port, null, 20 already, or (not for answers) an empty string. */
 int32_t ComAddStimList(int32_t port, const char *string, int32_t length);
 int32_t ComAddRespList(int32_t port, const char *string, int32_t length);
 /* Empties the list. 1; [port]. */

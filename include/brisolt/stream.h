@@ -32,8 +32,10 @@ int32_t ComReadTimed(int32_t port, void *buffer, int32_t count, int32_t timeout)
  * 0 is full at once. Whatever yield is, messages are let through; a quit request counts as an escape. */
 int32_t ComReadBuf(int32_t port, void *buffer, int32_t terminator, int32_t maximum, int32_t timeout);
 /* Collects until nothing has come for `quiet` tenths of a second, or size - 1 bytes are there; puts a zero
- * byte behind them. Bytes read; -1 bad or closed port (also closed meanwhile), quiet below 1, size below
- * 1, the escape key (27), a quit request or a cancel. Messages are let through whatever yield is. */
+ * byte behind what the read gives, which may be less where functions of the program's own tell and read
+ * (ComSetComReadFunc). The bytes that the read gave; -1 bad or closed port (also closed meanwhile), quiet
+ * below 1, size below 1, the escape key (27), a quit request or a cancel. Messages are let through whatever
+ * yield is. */
 int32_t ComReadBufToQuiet(int32_t port, void *buffer, int32_t size, int32_t quiet);
 /* Reads what is there, up to and including the byte `terminator` (its low 8 bits) or maximum + 1 bytes.
  * Not terminated. Never waits. Bytes read; [port]. */

@@ -45,7 +45,7 @@ int32_t ComRecvA(int32_t port, const char *name, int32_t escape, int32_t endChar
  * one is open is refused, and so is a step when none is open in its direction. A transfer is over, its file
  * closed and the port free for the next, when a step gives anything but 5, when it is aborted, or with the
  * port. The next one, ComSendA and ComRecvA included, may begin while an abort still waits to discard
- * received data: the abort then discards no more, what comes is the new transfer's.
+ * received data: once its file is open the abort discards no more, what comes is the new transfer's.
  *
  * A step that is called while another one is being made (by another thread, or by a function that the step
  * lets run) gives 5 and does nothing. Each pair or triple of names is one function.
@@ -63,8 +63,9 @@ int32_t ComSA_Start(int32_t port, const char *name, int32_t chunkSize);
  * through.
  *   5   call again
  *   1   the end of the file, or the port's escape character or a request to quit: the end marker 26 is
- *       sent, the protocol set to 100, received data thrown away. Pressed twice, the escape does not wait
- *       until the line has room for that.
+ *       sent, the protocol set to 100, received data thrown away. The escape counts in chunks of any size,
+ *       those of one byte included, and ends a charDelay in which it is typed. Pressed twice, it does not
+ *       wait until the line has room for the marker.
  *   -1  bad or closed port, also when closed meanwhile, no transfer open, aborted meanwhile, a file that
  *       cannot be read on, a port that takes no bytes: no end marker is sent */
 int32_t CSendAPkt(int32_t port);

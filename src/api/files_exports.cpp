@@ -54,7 +54,7 @@ BRISOLT_EXPORT int32_t _getfilesize(FILE* stream) {
 BRISOLT_EXPORT int32_t ComDiffFile(const char* firstName, const char* secondName) {
     if (firstName == nullptr)
         return noFirstFile;
-    return secondName == nullptr ? noSecondFile : firstDifference(firstName, secondName);
+    return firstDifference(firstName, secondName == nullptr ? "" : secondName);
 }
 
 BRISOLT_EXPORT int32_t ComAppendFile(const char* destination, const char* source) {

@@ -51,16 +51,14 @@ BRISOLT_EXPORT int32_t ComDiffFile_Report(int32_t port, const char* firstName, c
                                           const char* report) {
     if (firstName == nullptr)
         return -1;
-    if (secondName == nullptr)
-        return HeldPort(port) ? -2 : -1;
-    return onPort(port, -1,
-                  [=](Port& open) { return reportDifferences(open, firstName, secondName, report); });
+    const char* second = secondName == nullptr ? "" : secondName; // the first is looked at before it
+    return onPort(port, -1, [=](Port& open) { return reportDifferences(open, firstName, second, report); });
 }
 
 // ---- the buffered writer
 
 BRISOLT_EXPORT int32_t ComBufferFileWrite_Start(int32_t port, const char* name, int32_t mode) {
-    if (name == nullptr || name[0] == '\0' || std::strlen(name) >= nameSize)
+    if (name == nullptr || std::strlen(name) >= nameSize)
         return -1;
     return onPort(port, -1,
                   [=](Port& open) { return bufferedWriter::start(open, name, mode == 1) ? 1 : -1; });

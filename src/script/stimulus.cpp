@@ -102,27 +102,32 @@ uint32_t milliseconds(int32_t seconds, int64_t more) noexcept {
     return static_cast<uint32_t>(std::min<int64_t>(int64_t{std::max(seconds, 0)} * 1000 + more, UINT32_MAX));
 }
 
-int32_t take(Port& port, Taking taking, std::span<uint8_t> to) {
+/// Bytes that were said to be there, and those that came. Functions in the place of the port need not agree.
+struct Taken {
+    int32_t reported, got;
+};
+
+Taken take(Port& port, Taking taking, std::span<uint8_t> to) {
     auto count = static_cast<int32_t>(to.size());
     if (taking == Taking::countedFirst)
-        count = std::min(count, bytesArrived(port));
-    if (count < 1)
-        return 0;
+        count = std::clamp(bytesArrived(port), 0, count);
     int32_t got = 0;
     // A function of the caller's is asked for one at a time: it need not give more, whatever it is asked for.
     if (port.record->readFunc.load() != nullptr) {
-        for (; count > 0; --count)
+        for (int32_t asked = 0; asked < count; ++asked)
             got += read(port, &to[static_cast<std::size_t>(got)], 1) == 1 ? 1 : 0;
-        return got;
+    } else if (count > 0) {
+        got = std::clamp(read(port, to.data(), count), 0, count);
     }
-    return std::clamp(read(port, to.data(), count), 0, count);
+    return {.reported = taking == Taking::countedFirst ? count : got, .got = got};
 }
 
-/// The result of a call that has found the string. Its answer may be gone by now: the list is the caller's.
+/// The result of a call that has found the string, whatever becomes of the answer. That may be gone by now:
+/// the list is the caller's.
 int32_t answer(const Call& call, int32_t found) {
-    const char* response = call.list.responses[found];
-    bool sent = response == nullptr || writeString(call.port, response) == 1;
-    return sent || !call.port.ending() ? found + 1 : call.rules.closed;
+    if (const char* response = call.list.responses[found]; response != nullptr)
+        writeString(call.port, response);
+    return found + 1;
 }
 
 /// Looks at bytes that have come. The call's result, or goOn.
@@ -139,9 +144,9 @@ int32_t lookAtBytes(Call& call, bool& came) {
     uint8_t batch[batchSize];
     std::span<uint8_t> room(batch, call.rules.bytes);
     for (int32_t i = 0; i < call.rules.reads; ++i) {
-        int32_t got = take(call.port, call.rules.taking, room);
+        auto [reported, got] = take(call.port, call.rules.taking, room);
         came = came || got > 0;
-        bool nothingNew = got < 1 && !(call.rules.emptiesFirst && i == 0);
+        bool nothingNew = reported < 1 && !(call.rules.emptiesFirst && i == 0);
         if (nothingNew)
             return goOn;
         int32_t result = consider(call, room.first(static_cast<std::size_t>(got)));

@@ -44,8 +44,7 @@ bool ListedStimuli::has(int32_t count) const noexcept {
 int32_t addStimulus(Port& port, const char* string, int32_t length) noexcept {
     HeldLock lock(port);
     PortWorkArea& work = *port.workArea;
-    bool empty = *string == 0 || length < 1;
-    return empty ? -1 : add(work.stimList, work.stimCount, string, length);
+    return *string == 0 ? -1 : add(work.stimList, work.stimCount, string, length);
 }
 
 int32_t addResponse(Port& port, const char* string, int32_t length) noexcept {

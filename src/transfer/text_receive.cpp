@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "stream/reading.h"
+#include "stream/stream_settings.h"
 #include "stream/timed_reads.h"
 #include "transfer/progress.h"
 
@@ -52,11 +53,11 @@ int32_t receiveFile(Port& port, const char* name, int32_t escape, int32_t endCha
     TextTarget target(name);
     if (!target)
         return broken;
-    uint32_t ordinal = countTransfer(port);
+    countTransfer(port);
     int32_t result = receiveInto(port, target, escape, endChar, seconds);
     bool kept = target.close();
     if (result > 0)
-        discardAfter(port, ordinal, port.record->flushDelay);
+        flushReceived(port, port.record->flushDelay);
     return kept ? result : broken;
 }
 

@@ -20,7 +20,7 @@ constexpr int32_t blocksPerStep = 100;
 int32_t finish(Port& port, TextTransfer& transfer, int32_t result) {
     bool kept = transfer.target->close();
     tellEnd(port, transfer);
-    discardAfter(port, transfer.ordinal, port.record->flushDelay);
+    discardAtEnd(port, transfer, port.record->flushDelay);
     return kept ? result : stepFailed;
 }
 

@@ -161,7 +161,7 @@ bool queueChunk(Port& port, TextTransfer& transfer) {
 int32_t finish(Port& port, TextTransfer& transfer) {
     tellEnd(port, transfer);
     transfer.source.reset();
-    discardAfter(port, transfer.ordinal, 0);
+    discardAtEnd(port, transfer, 0);
     return 1;
 }
 

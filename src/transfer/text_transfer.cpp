@@ -38,25 +38,30 @@ int32_t makeStep(Port& port, TextTransfer& transfer) {
     return cutShort ? stepFailed : result;
 }
 
-} // namespace
-
-uint32_t countTransfer(Port& port) noexcept {
-    HeldLock lock(port); // no discard is under way
-    return ++transfersBegun[static_cast<std::size_t>(port.number)];
-}
-
-void discardAfter(Port& port, uint32_t ordinal, int32_t seconds) {
+/// As ComFlush with a delay of its own, if what comes is still nobody's by then.
+template <class Unwanted> void discardAfter(Port& port, int32_t seconds, Unwanted unwanted) {
     bool foreign = port.record->flushFunc.load() != nullptr;
     if (!foreign)
         yieldPause(port, static_cast<uint32_t>(std::clamp<int64_t>(seconds, 0, UINT32_MAX / 1000) * 1000));
     auto discard = [&] {
-        if (latestTransfer(port) == ordinal)
+        if (unwanted())
             flushReceived(port, 0);
     };
     if (foreign)
         return discard();
-    HeldLock lock(port); // nor does a transfer begin meanwhile
+    HeldLock lock(port); // nor does a transfer begin or end meanwhile
     discard();
+}
+
+} // namespace
+
+void countTransfer(Port& port) noexcept {
+    HeldLock lock(port); // no discard is under way
+    ++transfersBegun[static_cast<std::size_t>(port.number)];
+}
+
+void discardAtEnd(Port& port, const TextTransfer& transfer, int32_t seconds) {
+    discardAfter(port, seconds, [&transfer] { return transfer.over == 0; });
 }
 
 std::shared_ptr<TextTransfer> enterTransfer(Port& port, TextTransfer::Direction direction) {
@@ -64,7 +69,6 @@ std::shared_ptr<TextTransfer> enterTransfer(Port& port, TextTransfer::Direction 
     if (port.transfer != nullptr || port.ending())
         return nullptr;
     port.transfer = std::make_shared<TextTransfer>(direction);
-    port.transfer->ordinal = countTransfer(port);
     return port.transfer;
 }
 
@@ -84,6 +88,7 @@ bool beginSteps(Port& port, TextTransfer& transfer, CarrierLoss protocol) {
     HeldLock lock(port);
     if (transfer.over != 0)
         return false;
+    countTransfer(port);
     progress::clear(port);
     if (transfer.threaded != 0)
         progress::setCompletion(port, progress::running);
@@ -130,35 +135,27 @@ int32_t nextStep(Port& port, TextTransfer& transfer) {
     return result;
 }
 
-namespace {
-
-int32_t endEarly(Port& port, std::shared_ptr<TextTransfer> transfer, uint32_t ordinal) {
-    if (transfer != nullptr && takeOut(port, *transfer, progress::failed) &&
-        transfer->inStep.exchange(1) == 0)
-        closeFiles(*transfer);
-    transfer.reset(); // a step that is being made closes them as soon as it sees
-    discardAfter(port, ordinal, port.record->flushDelay);
-    pause(port, pauseLength(port.record->lineDelay));
-    discardAfter(port, ordinal, port.record->flushDelay);
-    return port.ending() ? -1 : 1;
-}
-
-} // namespace
-
-int32_t endEarly(Port& port, std::shared_ptr<TextTransfer> transfer) {
-    uint32_t ordinal = transfer->ordinal;
-    return endEarly(port, std::move(transfer), ordinal);
-}
-
-int32_t endEarly(Port& port) {
+// What has begun by now shares the line with the transfer, what begins later has it for itself.
+int32_t endEarly(Port& port, const TextTransfer* only) {
     std::shared_ptr<TextTransfer> transfer;
-    uint32_t ordinal = 0;
+    uint32_t latest = 0;
     {
         HeldLock lock(port);
+        if (only != nullptr && port.transfer.get() != only)
+            return 1; // whoever has ended it does the rest
         transfer = port.transfer;
-        ordinal = transfer != nullptr ? transfer->ordinal : latestTransfer(port);
+        latest = latestTransfer(port);
+        if (transfer != nullptr)
+            takeOut(port, *transfer, progress::failed);
     }
-    return endEarly(port, std::move(transfer), ordinal);
+    if (transfer != nullptr && transfer->inStep.exchange(1) == 0)
+        closeFiles(*transfer);
+    transfer.reset(); // a step that is being made closes them as soon as it sees
+    auto noneBegan = [&port, latest] { return latestTransfer(port) == latest; };
+    discardAfter(port, port.record->flushDelay, noneBegan);
+    pause(port, pauseLength(port.record->lineDelay));
+    discardAfter(port, port.record->flushDelay, noneBegan);
+    return port.ending() ? -1 : 1;
 }
 
 } // namespace brisolt

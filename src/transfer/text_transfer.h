@@ -96,7 +96,6 @@ struct TextTransfer {
     explicit TextTransfer(Direction which) noexcept : direction(which) {}
 
     const Direction direction;
-    uint32_t ordinal = 0;                   ///< as countTransfer gave it
     std::atomic<int32_t> inStep{1};         ///< somebody has the turn: the rest below is his
     std::atomic<int32_t> over{0};           ///< it is no longer the port's
     std::atomic<int32_t> threaded{0};       ///< a thread of its own makes the steps
@@ -123,11 +122,12 @@ struct TextTransfer {
 /// What the port's carrier-loss protocol tells of transfers.
 enum class CarrierLoss : int32_t { over = 100, sending = 101, receiving = 102, onThread = 201 };
 
-/// A transfer begins on the port, in one call or in steps: what comes from now on is its own. Its ordinal.
-uint32_t countTransfer(Port& port) noexcept;
-/// As ComFlush with a delay of its own, at the end of the transfer of that ordinal. Once the next one has
-/// begun nothing is discarded any more.
-void discardAfter(Port& port, uint32_t ordinal, int32_t seconds);
+/// A transfer begins on the port, in one call or in steps, its file open: from now on no abort of an earlier
+/// one discards what comes.
+void countTransfer(Port& port) noexcept;
+/// As ComFlush with a delay of its own, at the end of a step. Nothing when somebody else ends the transfer
+/// meanwhile: he discards himself, and the port may be the next one's.
+void discardAtEnd(Port& port, const TextTransfer& transfer, int32_t seconds);
 
 /// A new transfer of the port, with the turn; null: the port has one already, or closes.
 std::shared_ptr<TextTransfer> enterTransfer(Port& port, TextTransfer::Direction direction);
@@ -140,10 +140,9 @@ bool takeOut(Port& port, TextTransfer& transfer, uint32_t outcome);
 
 /// One step of the transfer.
 int32_t nextStep(Port& port, TextTransfer& transfer);
-/// Ends a transfer early. 1, -1 when the port closed meanwhile.
-int32_t endEarly(Port& port, std::shared_ptr<TextTransfer> transfer);
-/// The same for whatever transfer the port has, if it has one.
-int32_t endEarly(Port& port);
+/// Ends early whatever transfer the port has, if it has one, or `only` that one. 1, -1 when the port closed
+/// meanwhile.
+int32_t endEarly(Port& port, const TextTransfer* only = nullptr);
 
 inline bool gone(const Port& port, const TextTransfer& transfer) noexcept {
     return transfer.over != 0 || port.ending();

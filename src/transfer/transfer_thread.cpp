@@ -24,15 +24,15 @@ struct Start {
 };
 
 /// A receive stays open for the caller to end; of a send nobody else would.
-void stop(Port& port, std::shared_ptr<TextTransfer> transfer) {
-    if (transfer->direction == TextTransfer::Direction::send) {
-        endEarly(port, std::move(transfer));
+void stop(Port& port, TextTransfer& transfer) {
+    if (transfer.direction == TextTransfer::Direction::send) {
+        endEarly(port, &transfer);
         return;
     }
     HeldLock lock(port);
-    if (transfer->over == 0) // else somebody has told how it ended
+    if (transfer.over == 0) // else somebody has told how it ended
         progress::setCompletion(port, progress::failed);
-    transfer->threaded = 0;
+    transfer.threaded = 0;
 }
 
 void run(Port& port, const std::shared_ptr<TextTransfer>& transfer) {
@@ -40,7 +40,7 @@ void run(Port& port, const std::shared_ptr<TextTransfer>& transfer) {
     do {
         waitInStep(port, *transfer, stepPace, Messages::left, toStop);
         if (toStop())
-            return stop(port, transfer);
+            return stop(port, *transfer);
     } while (nextStep(port, *transfer) == stepGoesOn);
 }
 

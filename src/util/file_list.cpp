@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <unordered_set>
 
@@ -47,16 +48,15 @@ bool namesFiles(std::string_view pattern) noexcept {
     return pattern.find(nameMark) != pattern.npos;
 }
 
-std::vector<std::string> selected(std::string_view pattern) {
+/// use(name) for each file that the pattern names itself.
+template <class Use> void eachSelected(std::string_view pattern, Use use) {
     std::size_t mark = pattern.find(nameMark);
     std::string_view directory = pattern.substr(0, mark);
-    std::vector<std::string> names;
     while (mark < pattern.size()) {
         std::size_t start = mark + 1;
         mark = std::min(pattern.find(nameMark, start), pattern.size());
-        names.push_back(paths::inside(directory, pattern.substr(start, mark - start)));
+        use(paths::inside(directory, pattern.substr(start, mark - start)));
     }
-    return names;
 }
 
 /// The files that a search has found, as this host names them.
@@ -66,7 +66,12 @@ struct Found {
 };
 
 Found search(const paths::Place& place) {
-    Found found{place.directory.empty() ? "" : file::nameOnHost(std::string(place.directory).c_str()), {}};
+    Found found;
+    if (!place.directory.empty()) {
+        found.directory = file::nameOnHost(std::string(place.directory).c_str());
+        if (found.directory.empty())
+            return found; // no directory has so long a name; without one the current one would be searched
+    }
     if (!found.directory.empty() && !found.directory.ends_with('/'))
         found.directory += '/';
     found.names = directory::names(found.directory.empty() ? "." : found.directory,
@@ -81,34 +86,51 @@ std::string nameInPattern(const paths::Place& place, const Found& found, const s
     return file::nameOnHost(written.c_str()) == onHost ? written : onHost;
 }
 
-std::vector<std::string> expand(std::string_view pattern) {
-    if (namesFiles(pattern))
-        return selected(pattern);
+/// use(name) for the files that a search finds, named as in the pattern.
+template <class Use> void eachFound(std::string_view pattern, Use use) {
     paths::Place place = paths::split(pattern);
     Found found = search(place);
     found.names.resize(std::min(found.names.size(), mostFound));
-    for (std::string& name : found.names)
-        name = nameInPattern(place, found, name);
-    return std::move(found.names);
+    for (const std::string& name : found.names)
+        use(nameInPattern(place, found, name));
+}
+
+/// The names that a pattern stands for.
+struct Expansion {
+    std::vector<std::string> names;
+    bool cutShort = false; ///< there was no memory for more of them
+};
+
+Expansion expand(std::string_view pattern) noexcept {
+    Expansion made;
+    auto keep = [&made](std::string name) {
+        if (fits(name))
+            made.names.push_back(std::move(name));
+    };
+    try {
+        if (namesFiles(pattern))
+            eachSelected(pattern, keep);
+        else
+            eachFound(pattern, keep);
+    } catch (const std::exception&) {
+        made.cutShort = true;
+    }
+    return made;
 }
 
 } // namespace
 
 void removeFiles(std::string_view pattern) {
-    if (namesFiles(pattern)) {
-        for (const std::string& name : selected(pattern))
-            file::remove(name.c_str());
-        return;
-    }
+    if (namesFiles(pattern))
+        return eachSelected(pattern, [](const std::string& name) { file::remove(name.c_str()); });
     Found found = search(paths::split(pattern));
     for (const std::string& name : found.names)
         file::remove((found.directory + name).c_str(), file::Spelling::hosts);
 }
 
 FileList* add(FileList* list, std::string_view pattern) {
-    std::vector<std::string> names = expand(pattern);
-    std::erase_if(names, [](const std::string& name) { return !fits(name); });
-    if (names.empty())
+    auto [names, cutShort] = expand(pattern);
+    if (names.empty() && !cutShort)
         return list;
     LiveLists& live = LiveLists::instance();
     MutexLock guard(live.mutex);

@@ -22,7 +22,8 @@ inline constexpr std::size_t mostFound = 1001;  ///< names that one search adds
 /// Deletes the files of a pattern, however many, as far as they can be.
 void removeFiles(std::string_view pattern);
 
-/// The list with the pattern's files after its own (null: a new one). Null when it is no list any more.
+/// The list with the pattern's files after its own (null: a new one), as many as there is memory for. Null
+/// when it is no list any more.
 FileList* add(FileList* list, std::string_view pattern);
 /// 0 also for what is no list.
 int32_t count(FileList* list) noexcept;

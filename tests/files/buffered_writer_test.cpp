@@ -140,6 +140,11 @@ TEST_F(BufferedWriter, AFileThatCannotBeOpened) {
     EXPECT_EQ(add("y"), 1); // for the file that could not be opened at first
     EXPECT_EQ(ComBufferFileWrite_Close(3), 1);
     EXPECT_EQ(files.bytes("file"), "xy");
+
+    ASSERT_EQ(ComBufferFileWrite_Start(3, path.c_str(), 0), 1);
+    EXPECT_EQ(ComBufferFileWrite_Start(3, "", 0), -1);
+    EXPECT_EQ(add("z"), -1); // the earlier file is named no more
+    EXPECT_EQ(log.entries().back(), "ERROR: Unable to open file: ");
 }
 
 } // namespace

@@ -55,6 +55,10 @@ TEST_F(Comparing, TheFirstByteThatDiffers) {
     EXPECT_EQ(ComDiffFile(missing.c_str(), there.c_str()), -1);
     EXPECT_EQ(ComDiffFile(there.c_str(), missing.c_str()), -2);
     EXPECT_EQ(ComDiffFile("/proc/self/mem", there.c_str()), -3);
+    for (const auto& [first, result] : {std::pair{missing.c_str(), -1}, {there.c_str(), -2}}) {
+        EXPECT_EQ(ComDiffFile(first, nullptr), result);
+        EXPECT_EQ(ComDiffFile_Report(3, first, nullptr, nullptr), result);
+    }
 }
 
 TEST_F(Comparing, RangesOfDifferences) {

@@ -127,6 +127,9 @@ TEST_F(FileLists, FindFilesByTheirNames) {
         EXPECT_EQ(list(nothing), nullptr) << nothing;
     const std::filesystem::path home = std::filesystem::current_path();
     std::filesystem::current_path(here);
+    const std::string tooLong(5000, 'd'); // a directory that there cannot be is not the current one
+    EXPECT_EQ(ComAddFileList(nullptr, (tooLong + "/*.txt").c_str()), nullptr);
+    EXPECT_EQ(ComDeleteMultipleFiles((tooLong + "/*.txt").c_str()), 1);
     EXPECT_EQ(walk(ComAddFileList(nullptr, "*.txt"), "/"), " a.txt b.txt"); // not of the root directory
     std::filesystem::current_path(home);
 }

@@ -4,6 +4,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <new>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -99,6 +100,23 @@ TEST(ShortOfMemory, CallsFailAndWorkAgain) {
             waitpid(child, &end, 0);
             ASSERT_TRUE(end == 0 || end == met << 8) << each.name << " without allocation " << failing;
         }
+}
+
+TEST(ShortOfMemory, AListKeepsTheNamesMadeBefore) {
+    const test::Files files;
+    for (const char* name : {"a", "b", "c"})
+        files.make(name, "");
+    for (const std::string& pattern : {files.path("*"), files.path("\xFFx\xFFy\xFFz")}) {
+        std::set<int32_t> counts;
+        for (int failing = 1, ranOut = 1; ranOut != 0; ++failing) {
+            allocationsLeft = failing;
+            FileList* list = ComAddFileList(nullptr, pattern.c_str());
+            ranOut = std::exchange(allocationsLeft, 0) == 0 ? 1 : 0;
+            counts.insert(ComGetListCount(list));
+            ComFreeFileList(list);
+        }
+        EXPECT_EQ(counts, (std::set{0, 1, 2, 3}));
+    }
 }
 
 } // namespace

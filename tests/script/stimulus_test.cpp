@@ -152,6 +152,15 @@ TEST_P(EachCall, TakesAsManyBytesAtATimeFromAFunction) {
     const Given line(std::string(200, 'x'), [] { ComCancel(number); });
     EXPECT_EQ(call.run(number, 1000, 20), -4);
     EXPECT_EQ(200 - Given::pending.size(), call.atATime);
+    ComSetComReadFunc(number, [](int32_t, void*, int32_t) { return 0; }); // bytes are reported, none comes
+    EXPECT_EQ(call.run(number, 0, call.keepsNul ? 0 : 20), call.keepsNul ? call.timeOver : call.full);
+}
+
+TEST_P(EachCall, TellsWhatItSawThoughThePortIsClosedUnderItsAnswer) {
+    const Given line("login:");
+    ComSetComWriteFunc(number, [](int32_t, const void*, int32_t count) { return ComClose(number), count; });
+    EXPECT_EQ(call.run(number, 1000, 20), 1);
+    EXPECT_EQ(ComOpenState(number), 0);
 }
 
 TEST_P(EachCall, NeverOverrunsItsBuffer) {
@@ -213,7 +222,7 @@ TEST(Stimulus, ListsAndArgumentsAreChecked) {
     EXPECT_EQ(ComStimulusArray(number, nullptr, nullptr, -2, 10, 0), -2);
     EXPECT_EQ(ComFreeStimList(number), 1);
     for (const auto& [string, length, result] :
-         {std::tuple{std::string(), 5, -1}, {"again", -1, -1}, {std::string(100, 'x'), 100, 1}})
+         {std::tuple{std::string(), 5, -1}, {std::string(100, 'x'), 100, 1}})
         EXPECT_EQ(ComAddStimList(number, string.c_str(), length), result);
     EXPECT_EQ(ComStimulusArray2(number, 2, 10, 1), -10);
     for (int i = 1; i < 20; ++i)
@@ -224,6 +233,11 @@ TEST(Stimulus, ListsAndArgumentsAreChecked) {
     const PortWorkArea& work = *line.port.inside().workArea;
     EXPECT_EQ(std::string(work.stimList[0]), std::string(39, 'x'));
     EXPECT_STREQ(work.stimList[1], "mo");
+    EXPECT_EQ(ComFreeStimList(number), 1);
+    for (const int32_t length : {2, 0, -1}) // the last two are entries without a string
+        EXPECT_EQ(ComAddStimList(number, "again", length), 1);
+    EXPECT_EQ(work.stimCount, 3);
+    EXPECT_EQ(ComStimulusArray2(number, 2, 10, 1), -10);
     EXPECT_EQ(ComFreeRespList(number), 1);
     EXPECT_EQ(work.respCount, 0);
 }

@@ -52,12 +52,15 @@ TEST_F(TextReceive, AFileOfAnotherProcessArrivesWhole) {
 }
 
 TEST_F(TextReceive, AStepTakesAllThatWaitsAndEndsByTheEscape) {
-    const std::string text(25000, 'x');
-    feed(text + endMarker + "and more");
-    ASSERT_EQ(start(port, "file"), 1);
-    EXPECT_EQ(CRecvAPkt(port), 2);
-    EXPECT_TRUE(files.bytes("file") == text);
-    EXPECT_EQ(ComStatus(port), 0) << "what follows is discarded";
+    const std::string text(25000, 'x'), sent = files.make("sent", "x");
+    for (const bool aborted : {false, true}) {
+        ASSERT_EQ(start(port, "file"), 1);
+        EXPECT_EQ(ComSendA(port, sent.c_str()), 1) << "it makes no difference";
+        feed(text + endMarker + "and more");
+        EXPECT_EQ(aborted ? CTermAPkt(port) + 1 : CRecvAPkt(port), 2);
+        EXPECT_TRUE(files.bytes("file") == (aborted ? "" : text));
+        EXPECT_EQ(ComStatus(port), 0) << "what follows is discarded";
+    }
     ASSERT_EQ(start(port, "file"), 1);
     EXPECT_EQ(CRecvAPkt(port), 5) << "nothing waits";
     feed("ab");
@@ -128,8 +131,10 @@ TEST_F(TextReceive, InOneCallItEndsAtOnceAndSleepsUntilThen) {
     expectEnd(1, [&](uint32_t) { ComCancel(port); });
     expectEnd(1, [](uint32_t thread) { ComHostPostChar(thread, 'x'), ComHostPostChar(thread, 27); });
     expectEnd(1, [](uint32_t thread) { ComHostPostQuit(thread); });
-    expectEnd(2, [&](uint32_t) { far.write("text\x1a"); });
+    const std::string sent = files.make("sent", "x");
+    expectEnd(2, [&](uint32_t) { ComSendA(port, sent.c_str()), far.write("text\x1a rest"); });
     EXPECT_EQ(files.bytes("file"), "text");
+    EXPECT_EQ(ComStatus(port), 0) << "what follows is discarded";
     expectEnd(1, [&](uint32_t) { port.close(); });
 }
 

@@ -11,6 +11,7 @@ namespace brisolt::test {
 namespace {
 
 constexpr int32_t number = 6;
+int32_t largestRead = 0, flushes = 0;
 
 struct TextSend : TransferTest {
     Pty far;
@@ -71,6 +72,13 @@ TEST_F(TextSend, LineEndsAreShapedAlikeInBothStyles) {
         EXPECT_EQ(steps ? send(port, path, 25) : ComSendA(port, path.c_str()), 1);
         EXPECT_EQ(ComStatus(port), 0) << "what is received meanwhile is thrown away";
     }
+    largestRead = 0;
+    ComSetComReadFunc(port, [](int32_t, void*, int32_t count) {
+        largestRead = std::max(largestRead, count);
+        return 0;
+    });
+    EXPECT_EQ(ComSendA(port, path.c_str()), 1);
+    EXPECT_EQ(largestRead, 1) << "it need not know to give more";
 }
 
 TEST_F(TextSend, AStepQueuesAChunkOrOneByteMore) {
@@ -239,6 +247,13 @@ TEST_F(TextSend, WhatCannotBeSentIsAFailure) {
     EXPECT_EQ(ComSendA(port, unreadable), -1);
     EXPECT_EQ(send(port, unreadable, 25), -1);
     EXPECT_EQ(far.readToQuiet(), "") << "what is not whole is not marked as ended";
+    ComSetComFlushFunc(port, [](int32_t aborted) {
+        EXPECT_EQ(CInitSndAPkt(aborted, "/no/such/folder/file", 25), -1);
+        EXPECT_EQ(ComRA_Thread(aborted, "/no/such/folder/file"), -1);
+        return ++flushes;
+    });
+    EXPECT_EQ(CTermAPkt(port), 1);
+    EXPECT_EQ(flushes, 2) << "an abort under way discards on";
 }
 
 } // namespace
