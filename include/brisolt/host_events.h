@@ -8,8 +8,8 @@
 extern "C" {
 #endif
 
-/* A changed line is told as the kernel tells it, without polling, while somebody asks for it; at once on null
- * modems and loops. A device that cannot tell (a pseudo terminal has no lines) tells what it tells: its errors
+/* A changed line is told as the kernel tells it, without polling, from the first time that somebody asks for it until
+ * the port is closed or its message is ended (which ComHostWaitEvent begins anew); at once on null modems and loops. A device that cannot tell (a pseudo terminal has no lines) tells what it tells: its errors
  * and breaks are seen at the next look that is taken anyway, as those of every device are. */
 
 /* The counters of a port (ComHostCounters: all since the open). counters->size is set by the caller; a smaller

@@ -78,9 +78,9 @@ extern "C" {
 int32_t ComHostOpen(const char *path, int32_t baudRate, const char *framing);
 
 /* Closes any port, a virtual one, too, without the pauses of ComClose: waits at most that long (milliseconds;
- * 0 not at all, -1 no limit) until everything written has left, then closes at once. A port of ComPreOpen
- * leaves the caller's handle and lines as ComPreClose does. 1; 0 closed, but bytes were left behind; -1 bad or
- * closed port, or another thread is closing it. */
+ * 0 not at all, -1 no limit) until everything written has left, then closes at once. A cancel ends the wait, a
+ * signal does not. A port of ComPreOpen leaves the caller's handle and lines as ComPreClose does. 1; 0 closed,
+ * but bytes were left behind; -1 bad or closed port, or another thread is closing it. */
 int32_t ComHostClose(int32_t port, int32_t milliseconds);
 
 /* Sets rate, framing and flow control (0 to 5 as for ComSetFlow, COM_FLOW_...) in one step, without discarding

@@ -47,9 +47,10 @@ BRISOLT_EXPORT int32_t ComHostSetEventMessage(int32_t port, uint32_t events, int
     if (!nobody && (!known(events) || !mayBeTold(window, thread)))
         return -1;
     return onPort(port, -1, [&](Port& open) {
-        if (!nobody)
-            open.counters.ask(open, events);
-        open.counters.setTarget(events, window, thread);
+        if (nobody)
+            open.counters.endTarget(open);
+        else
+            open.counters.setTarget(open, events, window, thread);
         return 1;
     });
 }

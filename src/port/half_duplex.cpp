@@ -32,10 +32,13 @@ void pauseFor(Port& port, uint32_t milliseconds) noexcept {
 /// Hands the device the ring's bytes, waiting for room; false when the port ends or the device has gone.
 bool emptyRing(Port& port) noexcept {
     while (!port.tx.empty() && port.threadRun != 0) {
+        bool moved = false;
         {
             HeldSend lock(port);
-            transmitLossless(port);
+            moved = transmitLossless(port);
         }
+        if (moved)
+            port.events.wakeAll(); // there is room in the ring
         if (port.tx.empty())
             return true;
         if (port.device.state() == COM_HOST_DEVICE_GONE)
@@ -43,7 +46,7 @@ bool emptyRing(Port& port) noexcept {
         port.threadWake->prepare();
         if (port.threadRun != 0)
             port.device.wait(COM_HOST_WAIT_WRITE, port.threadWake->descriptor(),
-                             static_cast<int32_t>(longestStep));
+                             port.device.canWait() ? -1 : static_cast<int32_t>(longestStep));
         port.threadWake->finish();
     }
     return port.threadRun != 0;
@@ -62,6 +65,10 @@ void awaitLastBit(Port& port) noexcept {
 }
 
 } // namespace
+
+bool mayStartSending(const Port& port) noexcept {
+    return port.halfDuplex != fullDuplex && port.device.state() != COM_HOST_DEVICE_GONE;
+}
 
 void sendHalfDuplex(Port& port) {
     const Rs485Options& bus = port.device.options().rs485;

@@ -200,6 +200,8 @@ bool threadRound(Port& port, bool mayReceive) {
     if (port.tx.empty())
         return had;
     if (port.halfDuplex != 0) {
+        if (!mayStartSending(port))
+            return had;
         sendHalfDuplex(port);
         return true;
     }

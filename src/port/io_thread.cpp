@@ -9,6 +9,7 @@
 #include "platform/parking.h"
 #include "platform/thread.h"
 #include "port/device_io.h"
+#include "port/half_duplex.h"
 #include "port/io_round.h"
 #include "port/port_table.h"
 #include "port/posting.h"
@@ -168,14 +169,15 @@ Outlook lookAhead(Port& port, const Shares& shares) noexcept {
     HeldLock lock(port);
     bool room = !port.rx.room().empty();
     port.rxStalled = room ? 0 : 1;
-    bool unsent = !port.tx.empty() && !port.writers.taken();
+    bool halfDuplex = port.halfDuplex != 0; // the thread alone sends, also for a writer whose turn it is
+    bool unsent = !port.tx.empty() && (halfDuplex || !port.writers.taken());
     bool lossless = port.lossless != 0;
     uint32_t events = 0;
     if (room && shares.receiving == Stance::watching && port.byDescriptor == 0)
         events |= COM_HOST_WAIT_READ;
-    if (unsent && lossless && port.halfDuplex == 0 && shares.sending == Stance::watching)
+    if (unsent && lossless && !halfDuplex && shares.sending == Stance::watching)
         events |= COM_HOST_WAIT_WRITE;
-    return {.roundNow = (unsent && (!lossless || port.halfDuplex != 0)) || port.untold != 0,
+    return {.roundNow = (unsent && (halfDuplex ? mayStartSending(port) : !lossless)) || port.untold != 0,
             .tellAgain = !room && hasNotifications(port),
             .events = events};
 }

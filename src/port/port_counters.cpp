@@ -77,6 +77,7 @@ void PortCounters::begin(Port& port) noexcept {
     {
         MutexLock guard(watchMutex_);
         asked_ = 0;
+        waits_ = 0;
     }
     MutexLock guard(mutex_);
     base_ = own_ = told_ = {};
@@ -153,6 +154,16 @@ void PortCounters::noteState(Port& port) noexcept {
     port.events.wakeAll(); // also when it is only no longer looked for
 }
 
+void PortCounters::beginWait() noexcept {
+    MutexLock guard(watchMutex_);
+    ++waits_;
+}
+
+void PortCounters::endWait() noexcept {
+    MutexLock guard(watchMutex_);
+    --waits_;
+}
+
 uint32_t PortCounters::ask(Port& port, uint32_t events) noexcept {
     MutexLock guard(watchMutex_);
     if ((asked_ | events) != asked_) {
@@ -169,12 +180,25 @@ uint32_t PortCounters::ask(Port& port, uint32_t events) noexcept {
     return events & (tellsErrors ? always | errors : always);
 }
 
-void PortCounters::setTarget(uint32_t events, int32_t window, uint32_t thread) noexcept {
+void PortCounters::setTarget(Port& port, uint32_t events, int32_t window, uint32_t thread) noexcept {
+    ask(port, events);
+    look(port); // what was before is told to whom it was for
     MutexLock guard(mutex_);
-    bool nobody = window == 0 && thread == 0;
-    events_ = nobody ? 0 : events;
+    events_ = events;
     window_ = window;
     thread_ = thread;
+}
+
+void PortCounters::endTarget(Port& port) noexcept {
+    {
+        MutexLock guard(mutex_);
+        events_ = 0;
+        window_ = 0;
+        thread_ = 0;
+    }
+    MutexLock guard(watchMutex_);
+    if (asked_ != 0 && waits_ == 0)
+        port.device.watch(asked_ = 0, nullptr, nullptr);
 }
 
 } // namespace brisolt

@@ -31,8 +31,13 @@ public:
 
     /// Somebody asks for events: the device tells of them from now on. Those of them that it can tell.
     uint32_t ask(Port& port, uint32_t events) noexcept;
-    /// Whom the port tells; both 0: nobody.
-    void setTarget(uint32_t events, int32_t window, uint32_t thread) noexcept;
+    /// Somebody waits for what he has asked for, or asks for it in a moment.
+    void beginWait() noexcept;
+    void endWait() noexcept;
+    /// Whom the port tells of what happens from now on.
+    void setTarget(Port& port, uint32_t events, int32_t window, uint32_t thread) noexcept;
+    /// Nobody; and the device tells nothing any more until somebody asks again.
+    void endTarget(Port& port) noexcept;
 
     /// Those of `events` whose counters differ.
     static uint32_t differing(const ComHostCounters& a, const ComHostCounters& b, uint32_t events) noexcept;
@@ -55,6 +60,7 @@ private:
 
     Mutex watchMutex_; ///< the device's watch
     uint32_t asked_ GUARDED_BY(watchMutex_) = 0;
+    int32_t waits_ GUARDED_BY(watchMutex_) = 0;
 };
 
 } // namespace brisolt

@@ -2,30 +2,35 @@
 
 namespace brisolt {
 
-void WriterQueue::queue(Place& place) noexcept {
+void WriterQueue::ask(Place& place) noexcept {
+    if (!taken()) {
+        taken_.store(1, std::memory_order_release);
+        place.granted = true;
+        return;
+    }
     Place** end = &first_;
     while (*end != nullptr)
         end = &(*end)->next;
     *end = &place;
 }
 
-void WriterQueue::leaveQueue(Place& place) noexcept {
-    for (Place** link = &first_; *link != nullptr; link = &(*link)->next)
-        if (*link == &place) {
-            *link = place.next;
-            return;
-        }
-}
-
-void WriterQueue::release() noexcept {
+bool WriterQueue::leave(Place& place) noexcept {
+    if (!place.granted) {
+        for (Place** link = &first_; *link != nullptr; link = &(*link)->next)
+            if (*link == &place) {
+                *link = place.next;
+                break;
+            }
+        return false;
+    }
     Place* next = first_;
     if (next == nullptr) {
         taken_.store(0, std::memory_order_release);
-        return;
+        return false;
     }
     first_ = next->next;
     next->granted = true;
-    next->wake->wake();
+    return true;
 }
 
 } // namespace brisolt

@@ -6,27 +6,23 @@
 #include <atomic>
 #include <cstdint>
 
-#include "platform/wake.h"
-
 namespace brisolt {
 
 class WriterQueue {
 public:
     /// A place in the queue, for the length of a scope of its caller.
     struct Place {
-        Wake* wake = nullptr;
         bool granted = false;
         Place* next = nullptr;
     };
 
     /// Also without the lock: somebody is in the middle of writing.
     bool taken() const noexcept { return taken_.load(std::memory_order_acquire) != 0; }
-    void take() noexcept { taken_.store(1, std::memory_order_release); }
-    void queue(Place& place) noexcept;
-    /// Of a place that has not been granted.
-    void leaveQueue(Place& place) noexcept;
-    /// To the next in the queue; else it is free.
-    void release() noexcept;
+    /// At once when nobody has the turn, else at the end of the queue.
+    void ask(Place& place) noexcept;
+    /// The turn, or a place in the queue, comes back. True: somebody else has the turn now, whom the caller wakes
+    /// (by the port's events, which nobody misses).
+    bool leave(Place& place) noexcept;
 
 private:
     std::atomic<int32_t> taken_{0};

@@ -4,8 +4,24 @@
 
 namespace brisolt {
 
+namespace {
+
+class Wait {
+public:
+    explicit Wait(PortCounters& counters) noexcept : counters_(counters) { counters.beginWait(); }
+    Wait(const Wait&) = delete;
+    Wait& operator=(const Wait&) = delete;
+    ~Wait() { counters_.endWait(); }
+
+private:
+    PortCounters& counters_;
+};
+
+} // namespace
+
 int32_t waitForEvent(Port& port, uint32_t events, ComHostCounters& seen, int32_t milliseconds) {
     constexpr int32_t closed = -1, cancelledByUser = -3, cannotTell = -4, interrupted = -5;
+    const Wait wait(port.counters);
     if (!port.hasDevice() || port.counters.ask(port, events) == 0)
         return cannotTell;
     uint32_t cancels = port.cancels.load();

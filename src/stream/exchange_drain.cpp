@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "port/half_duplex.h"
+#include "port/io_thread.h"
 #include "port/port_table.h"
 #include "port/waits.h"
 #include "stream/exchange.h"
@@ -35,6 +36,8 @@ int32_t drain(Port& port, int32_t milliseconds, bool signalsEnd) {
     if (!port.isOpen())
         return -1;
     Call call(port, milliseconds);
+    if (onIoThread(port) && mayStartSending(port) && !port.tx.empty())
+        sendHalfDuplex(port); // nobody else could
     for (;;) {
         uint32_t seen = port.events.count();
         if (int32_t end = call.ended(); end != 0)

@@ -14,9 +14,10 @@ namespace {
 
 using Room = std::span<uint8_t>;
 
-/// Somebody is notified of what comes, or the port's rounds are this caller's: then the ring is in between.
+/// Somebody is notified of what comes, or the port's rounds are this caller's: then the ring is in between, unless
+/// the program watches the device.
 bool goesThroughRing(const Port& port) noexcept {
-    return !port.threaded() || (port.byDescriptor == 0 && hasNotifications(port));
+    return port.byDescriptor == 0 && (!port.threaded() || hasNotifications(port));
 }
 
 /// What is there now.
@@ -94,9 +95,9 @@ int32_t read(Port& port, void* buffer, int32_t count, int32_t milliseconds) {
 int32_t descriptor(Port& port) {
     if (!port.hasDevice())
         return cannot;
-    if (port.device.state() != COM_HOST_DEVICE_THERE)
+    if (port.device.state() == COM_HOST_DEVICE_GONE)
         return gone;
-    int32_t own = port.device.descriptor();
+    int32_t own = port.device.descriptor(); // none while it is looked for
     if (own < 0)
         return cannot;
     HeldLock lock(port); // a round that takes bytes is over now, and none begins

@@ -37,18 +37,23 @@ int32_t sendScrambled(Port& port, Bytes bytes) noexcept {
     }
 }
 
-/// What the device takes now, after what was queued before. With the turn.
-int32_t handOver(Port& port, Bytes bytes) noexcept WITH_LOCK(port.sendLock) {
+/// What the device takes now, after what was queued before. With the turn. What others queue when the call has
+/// `begun` goes behind all of its bytes.
+int32_t handOver(Port& port, Bytes bytes, bool begun) noexcept WITH_LOCK(port.sendLock) {
     if (port.halfDuplex != 0)
         return 0;
-    if (!port.tx.empty())
+    if (!begun && !port.tx.empty()) {
         transmitLossless(port);
-    if (!port.tx.empty())
-        return 0;
+        if (!port.tx.empty())
+            return 0;
+    }
     return port.record->scrambleOn == 1 ? sendScrambled(port, bytes) : writeNow(port, bytes);
 }
 
-int32_t queueScrambled(Port& port, Bytes bytes) noexcept {
+/// Behind what is there.
+int32_t queueRest(Port& port, Bytes bytes) noexcept WITH_LOCK(port.sendLock) {
+    if (port.record->scrambleOn != 1)
+        return port.tx.queue(bytes);
     int32_t queued = 0;
     for (uint8_t byte : bytes) {
         uint8_t scrambled = scrambleByte(port.record->scrambleKey, byte);
@@ -62,10 +67,9 @@ int32_t queueScrambled(Port& port, Bytes bytes) noexcept {
 /// A write that the device did not take at once. It has the turn, or waits for it.
 class WaitingWrite {
 public:
-    WaitingWrite(Port& port, Bytes bytes, int32_t handed, bool hasTurn, int32_t milliseconds) noexcept
-        : port_(port), bytes_(bytes), call_(port, milliseconds), handed_(handed) {
-        place_.granted = hasTurn;
-    }
+    WaitingWrite(Port& port, WriterQueue::Place& place, Bytes bytes, int32_t handed,
+                 int32_t milliseconds) noexcept
+        : port_(port), place_(place), bytes_(bytes), call_(port, milliseconds), handed_(handed) {}
     ~WaitingWrite();
     WaitingWrite(const WaitingWrite&) = delete;
     WaitingWrite& operator=(const WaitingWrite&) = delete;
@@ -78,52 +82,59 @@ private:
         return place_.granted;
     }
     bool moveOn(bool timeOver) noexcept;
+    bool mayQueue(bool timeOver) const noexcept;
     int32_t giveUp(int32_t why) const noexcept { return handed_ > 0 ? handed_ : why; }
 
     Port& port_;
+    WriterQueue::Place& place_;
     Bytes bytes_;
     Call call_;
-    WriterQueue::Place place_;
     clock::Deadline moving_ = clock::Deadline::in(standstill);
     int32_t handed_;
 };
 
 WaitingWrite::~WaitingWrite() {
-    bool unsent = false;
+    bool unsent = false, others = false;
     {
         HeldSend lock(port_);
-        if (place_.granted)
-            port_.writers.release();
-        else
-            port_.writers.leaveQueue(place_);
-        unsent = !port_.tx.empty();
+        others = port_.writers.leave(place_);
+        unsent = !others && !port_.tx.empty();
     }
+    if (others)
+        port_.events.wakeAll();
     if (unsent)
         port_.wakeThread();
+}
+
+/// Whether it is time for the ring to take what it has room for. A call whose bytes are on their way already
+/// leaves a ring alone in which there are others.
+bool WaitingWrite::mayQueue(bool timeOver) const noexcept {
+    if (port_.halfDuplex != 0)
+        return true;
+    auto room = static_cast<std::size_t>(std::max(port_.tx.size - port_.tx.count() - 1, 0));
+    bool wanted = timeOver || (moving_.passed() && rest().size() <= room);
+    return wanted && (handed_ == 0 || port_.tx.empty());
 }
 
 /// The device takes what it takes now, the ring the rest when it is time for that. True when all is handed over.
 bool WaitingWrite::moveOn(bool timeOver) noexcept {
     HeldSend lock(port_);
-    int32_t taken = handOver(port_, rest());
+    int32_t taken = handOver(port_, rest(), handed_ > 0);
     handed_ += taken;
     if (rest().empty())
         return true;
     if (taken > 0)
         moving_ = clock::Deadline::in(standstill);
-    auto room = static_cast<std::size_t>(std::max(port_.tx.size - port_.tx.count() - 1, 0));
-    bool stands = port_.halfDuplex != 0 || moving_.passed();
-    if (timeOver || (stands && rest().size() <= room))
-        handed_ += port_.record->scrambleOn == 1 ? queueScrambled(port_, rest()) : port_.tx.queue(rest());
+    if (mayQueue(timeOver)) {
+        taken = queueRest(port_, rest());
+        handed_ += taken;
+        if (taken > 0 && port_.halfDuplex != 0)
+            port_.wakeThread();
+    }
     return rest().empty();
 }
 
 int32_t WaitingWrite::run() {
-    place_.wake = Wake::ofThisThread().get();
-    if (!hasTurn()) {
-        HeldSend lock(port_);
-        port_.writers.queue(place_);
-    }
     for (;;) {
         uint32_t seen = port_.events.count();
         if (int32_t end = call_.ended(); end != 0)
@@ -177,19 +188,19 @@ int32_t write(Port& port, const void* buffer, int32_t count, int32_t millisecond
     if (port.tx.storage == nullptr)
         return -1;
     port.answerDue.store(1, std::memory_order_relaxed);
+    WriterQueue::Place place;
     int32_t handed = 0;
-    bool hasTurn = false;
     {
         HeldSend lock(port);
-        hasTurn = !port.writers.taken();
-        if (hasTurn)
-            handed = handOver(port, bytes);
-        if (handed == count)
+        port.writers.ask(place);
+        if (place.granted)
+            handed = handOver(port, bytes, false);
+        if (handed == count) {
+            port.writers.leave(place); // nobody has come meanwhile
             return count;
-        if (hasTurn)
-            port.writers.take();
+        }
     }
-    return WaitingWrite(port, bytes, handed, hasTurn, milliseconds).run();
+    return WaitingWrite(port, place, bytes, handed, milliseconds).run();
 }
 
 } // namespace brisolt::exchange

@@ -15,8 +15,9 @@ constexpr int32_t deviceGone = -2;
 constexpr int32_t refused = -4;
 constexpr uint8_t deviceStopBits[] = {COM_HOST_STOP_1, COM_HOST_STOP_2, COM_HOST_STOP_1_5};
 
+/// A device that is looked for is no failure: what it was set to is remembered, and set when it is back.
 bool isThere(const Port& port) noexcept {
-    return port.device.state() == COM_HOST_DEVICE_THERE;
+    return port.device.state() != COM_HOST_DEVICE_GONE;
 }
 
 Framing framingOf(const ComHostLineState& state) noexcept {
@@ -53,6 +54,16 @@ void ask(ComHostLineState& state, int32_t baudRate, const Framing* framing, int3
         state.flags = withFlow(state.flags, flow, outputs);
 }
 
+ComHostLineState withOutputs(ComHostLineState state, uint32_t outputs) noexcept {
+    auto drive = [&state, outputs](uint32_t line, uint32_t on) {
+        if ((outputs & line) == 0)
+            state.flags &= ~on;
+    };
+    drive(COM_HOST_MODEM_DTR, COM_HOST_LINE_DTR_ON);
+    drive(COM_HOST_MODEM_RTS, COM_HOST_LINE_RTS_ON);
+    return state;
+}
+
 void record(Port& port, const ComHostLineState& state, int32_t flow) noexcept {
     PortRecord& record = *port.record;
     Framing framing = framingOf(state);
@@ -80,7 +91,8 @@ int32_t setLine(Port& port, int32_t baudRate, const char* framing, int32_t flow)
     if (!port.device.getLineState(before))
         return isThere(port) ? refused : deviceGone;
     ComHostLineState wanted = before;
-    ask(wanted, baudRate, framing != nullptr ? &wantedFraming : nullptr, flow, port.device.outputs());
+    uint32_t outputs = port.device.outputs();
+    ask(wanted, baudRate, framing != nullptr ? &wantedFraming : nullptr, flow, outputs);
     bool taken = port.device.setLineState(wanted) && port.device.getLineState(real);
     if (taken && runsAs(wanted, real)) {
         record(port, real, flow);
@@ -92,7 +104,7 @@ int32_t setLine(Port& port, int32_t baudRate, const char* framing, int32_t flow)
         setErrorText("the device runs at " + std::to_string(real.baudRate) + " " +
                      framingText(framingOf(real)) + " when " + std::to_string(wanted.baudRate) + " " +
                      framingText(framingOf(wanted)) + " is asked for");
-    port.device.setLineState(before);
+    port.device.setLineState(withOutputs(before, outputs));
     return refused;
 }
 

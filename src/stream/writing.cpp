@@ -27,8 +27,14 @@ bool mayWriteThrough(const Port& port) noexcept {
     return port.tx.empty() && port.record->writeThru == 1 && !port.writers.taken() && port.halfDuplex == 0;
 }
 
+/// Bytes of a write that waits for room go through the ring piece by piece, where the port's thread alone sends:
+/// others have no room meanwhile.
+bool ringIsTaken(const Port& port) noexcept {
+    return port.halfDuplex != 0 && port.writers.taken();
+}
+
 int32_t queue(Port& port, std::span<const uint8_t> bytes) noexcept {
-    int32_t taken = port.tx.queue(bytes);
+    int32_t taken = ringIsTaken(port) ? 0 : port.tx.queue(bytes);
     if (taken > 0 && port.threaded())
         port.wakeThread();
     return taken;
@@ -39,7 +45,7 @@ int32_t queue(Port& port, std::span<const uint8_t> bytes) noexcept {
 /// lookout sends them itself, before the thread would have woken.
 int32_t queueLossless(Port& port, std::span<const uint8_t> bytes) noexcept WITH_LOCK(port.sendLock) {
     bool first = port.tx.empty();
-    int32_t taken = port.tx.queue(bytes);
+    int32_t taken = ringIsTaken(port) ? 0 : port.tx.queue(bytes);
     if (first && taken > 0 && watchedHere(port) && hasUnsent(port)) {
         transmitLossless(port);
         if (port.tx.empty())

@@ -119,6 +119,35 @@ TEST(FieldExchange, BytesOfTwoWritersNeverMix) {
         EXPECT_EQ(heard.substr(i, block), std::string(block, heard[i])) << "from " << i;
 }
 
+TEST(FieldExchange, NoWriterIsForgottenInItsTurn) {
+    constexpr int32_t calls = 300, block = 6000;
+    const Pty far;
+    const FieldPort port(far.slavePath());
+    auto heard = std::async(std::launch::async, [&] { return far.read(2 * calls * block, 60s).size(); });
+    const auto writer = [&port] {
+        int32_t whole = 0;
+        for (int32_t i = 0; i < calls; ++i)
+            whole += port.write(std::string(block, 'x'), 20000) == block ? 1 : 0;
+        return whole;
+    };
+    auto other = std::async(std::launch::async, writer);
+    EXPECT_EQ(writer(), calls);
+    EXPECT_EQ(other.get(), calls);
+    EXPECT_EQ(heard.get(), 2U * calls * block);
+}
+
+TEST(FieldExchange, WhatOthersQueueGoesBehindAWholeCall) {
+    const Pty far;
+    const FieldPort port(far.slavePath());
+    auto whole = std::async(std::launch::async, [&] { return port.write(std::string(200000, 'A'), -1); });
+    EXPECT_EQ(far.read(1), "A");
+    std::string others(100, 'B');
+    EXPECT_EQ(ComWrite(port.number, others.data(), 100), 100);
+    const std::string heard = far.read(200099, 60s);
+    EXPECT_EQ(whole.get(), 200000);
+    EXPECT_EQ(heard.find('B'), 199999U);
+}
+
 TEST(FieldExchange, ADeviceThatTakesNothingLeavesTheRestToTheRing) {
     const Pty far;
     const FieldPort port(far.slavePath());

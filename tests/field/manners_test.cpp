@@ -2,6 +2,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <thread>
 
 #include <sys/wait.h>
@@ -101,6 +102,14 @@ TEST(FieldRs485, RtsIsRaisedRoundEachBlock) {
     EXPECT_EQ(far.counters().cts, 2U) << "up and down, once";
     EXPECT_EQ(ComHostOpen("null-modem:other?rs485=driver", 9600, "8N1"), -25);
     EXPECT_NE(errorTextNow().find("rs485"), std::string::npos) << errorTextNow();
+}
+
+TEST(FieldRs485, AWriteIsLargerThanTheRing) {
+    const FieldPort bus("null-modem:wide?paced=yes&rs485=rts", 1000000); // 100 KB a second
+    const FieldPort far("null-modem:wide?paced=yes", 1000000);
+    auto whole = std::async(std::launch::async, [&] { return bus.write(pattern(90000), 20000); });
+    EXPECT_EQ(far.read(90000), pattern(90000));
+    EXPECT_EQ(whole.get(), 90000);
 }
 
 TEST(FieldUsb, WhatIsThereIsTold) {
