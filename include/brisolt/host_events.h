@@ -8,9 +8,10 @@
 extern "C" {
 #endif
 
-/* A changed line is told as the kernel tells it, without polling, from the first time that somebody asks for it until
- * the port is closed or its message is ended (which ComHostWaitEvent begins anew); at once on null modems and loops. A device that cannot tell (a pseudo terminal has no lines) tells what it tells: its errors
- * and breaks are seen at the next look that is taken anyway, as those of every device are. */
+/* A changed line is told as the kernel tells it, without polling, from the first time that somebody asks for it
+ * until the port is closed or its message is ended (the next ComHostWaitEvent begins anew); at once on null modems
+ * and loops. A device that cannot tell (a pseudo terminal has no lines) tells what it tells: its errors and breaks
+ * are seen at the next look that is taken anyway, as those of every device are. */
 
 /* The counters of a port (ComHostCounters: all since the open). counters->size is set by the caller; a smaller
  * record gets the fields that it has. 1; -1 bad or closed port, null, or a record without its first counter. */
