@@ -177,6 +177,7 @@ def test_ctrl_c_ends_a_wait_at_once(far, tmp_path, kind):
     with subprocess.Popen([sys.executable, str(program), kind, far.path], stdout=subprocess.PIPE) as process:
         try:
             assert process.stdout.readline() == b"waiting\n"
+            time.sleep(0.7)  # it is about to wait: a signal just before that would end nothing
             process.send_signal(signal.SIGINT)
             start = time.monotonic()
             assert readable(process.stdout), "Ctrl-C has not ended the wait"
