@@ -54,6 +54,7 @@ build = cmake --build '$(BUILD)/$(1)' --parallel $(JOBS) $(2)
 run_tests = ctest --test-dir '$(BUILD)/$(1)' --output-on-failure --no-tests=error -j $$(( 2 * $(JOBS) )) --timeout 300
 
 .PHONY: help demo test test-lines bench bench-python docs includes check debian-flags sanitize faults storm fuzz kill soak install clean
+.PHONY: deb test-packages test-i386 cross
 .NOTPARALLEL:
 
 amount_of_kill := KILLS
@@ -74,7 +75,11 @@ help:
 	@echo 'make fuzz        odd inputs, made up for SECONDS=600'
 	@echo 'make kill        KILLS=10000 at random moments of a write'
 	@echo 'make soak        64 ports for HOURS=2'
-	@echo 'make install     into PREFIX ($(PREFIX)), below DESTDIR if given'
+	@echo 'make install     into PREFIX ($(PREFIX)), below DESTDIR if given; debug information stays in the build'
+	@echo 'make deb         the Debian packages'
+	@echo 'make test-packages  installed, tested, upgraded and purged in a minimal system (as root)'
+	@echo 'make test-i386   the tests in an i386 system (as root)'
+	@echo 'make cross       for arm64 and armhf, with the tests that an emulator can run (as root)'
 	@echo 'make clean       remove the build folder, $(BUILD)'
 
 demo:
@@ -180,8 +185,27 @@ install:
 	$(call need,$(tool_packages) $(python_packages))
 	$(call configure,release,install,$(lenient) -DBRISOLT_TESTS=OFF '-DCMAKE_INSTALL_PREFIX=$(PREFIX)')
 	$(call build,install)
-	cmake --install '$(BUILD)/install'
+	cmake --install '$(BUILD)/install' --strip
 	test "$$(id -u)" != 0 || test -n '$(DESTDIR)' || PATH="$$PATH:/usr/sbin:/sbin" ldconfig
+
+deb:
+	$(call need,dpkg-dev lintian)
+	JOBS=$(JOBS) packaging/deb.sh '$(BUILD)/deb'
+
+# These three take another mirror of the distribution than the usual one: MIRROR=...
+test-packages: deb
+	$(call need,mmdebstrap autopkgtest)
+	packaging/test_packages.sh '$(BUILD)/deb' '$(BUILD)/packages-root'
+
+test-i386:
+	$(call need,mmdebstrap)
+	JOBS=$(JOBS) packaging/other_machine.sh i386 '$(BUILD)/i386' '$(test_packages)'
+
+cross:
+	$(call need,mmdebstrap)
+	for machine in arm64 armhf; do \
+	    JOBS=$(JOBS) packaging/other_machine.sh $$machine '$(BUILD)/'$$machine '$(test_packages)' || exit 1; \
+	done
 
 clean:
 	rm -rf '$(BUILD)'

@@ -104,7 +104,7 @@ int32_t ComGetModem_State(int32_t port);
 /*
  * A text file with one modem a line; lines end with a carriage return and a line feed. Twelve fields with "!"
  * between them: name, initialisation, a field for remarks, reset, compression on and off, flow control off,
- * hardware and software, error control on, off and forced. One is installed as share/brisolt/modems.txt.
+ * hardware and software, error control on, off and forced. One is installed as share/brisolt5/modems.txt.
  *
  * ComGetModem_Start opens it and reads the first record, ComGetModem_Next the next; each field goes into the
  * buffer of its name, which holds 76 bytes (initStr: 101). Fields keep below 75 characters (100): after one of

@@ -10,7 +10,9 @@ extern "C" {
 
 /*
  * The service is the module TAPI32.DLL: the file given to ComHostMapModule alone, else libtapi32.so as the
- * host's loader finds it or from the library's own folder. It is loaded at the first call that needs it, once
+ * host's loader finds it, from the folder brisolt5 beside the library (where the one for AT modems is installed)
+ * or from the library's own folder. A program that has the static library inside needs a service of its own: the
+ * installed one speaks through the shared library. The module is loaded at the first call that needs it, once
  * in the life of the process; a failure to load it is final, unless the host was only short of memory or
  * descriptors, and ComHostGetErrorText tells it. Its line devices are known by name and by index from 0; the
  * call of device i becomes port 130 + i, which is then read and written like any other.

@@ -7,8 +7,9 @@ namespace brisolt::module {
 bool map(const char* name, const char* path) noexcept;
 
 /// Loads "NAME.DLL": the file it is mapped to, else libname.so in lower case as the host finds it, else from
-/// the library's own folder. Null when it cannot be loaded; the thread's error text then says why. It stays
-/// for the life of the process. `shortage` hears whether the host was only short of memory or descriptors.
+/// the folder brisolt5 beside the library, or from the library's own. Null when it cannot be loaded; the
+/// thread's error text then says why. It stays for the life of the process. `shortage` hears whether the host
+/// was only short of memory or descriptors.
 void* load(const char* name, bool* shortage = nullptr) noexcept;
 
 /// The address of a symbol, null when the module does not have it.

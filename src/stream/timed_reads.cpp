@@ -24,13 +24,11 @@ struct TimedRead {
 
 int32_t readTimedOut(Port& port, void* buffer, int32_t count, const TimedRead& times) {
     uint32_t now = clock::ticks();
-    auto start = static_cast<long>(times.start);
-    trace(port, "ComReadTimed: Timed Out:  Starttime: %ld Endtime: %ld  Desired Endtime: %ld Endtimeparm: %d",
-          start, static_cast<long>(now), static_cast<long>(times.end), times.parameter);
-    logs::entry(
-        port, logs::Log::protocol,
-        "ComReadTimed: Timed Out:  Starttime: %ld Endtime: %ld  Desired Endtime: %ld Endtimeparm: %d ", start,
-        static_cast<long>(now), static_cast<long>(times.end), times.parameter);
+    trace(port, "ComReadTimed: Timed Out:  Starttime: %u Endtime: %u  Desired Endtime: %u Endtimeparm: %d",
+          times.start, now, times.end, times.parameter);
+    logs::entry(port, logs::Log::protocol,
+                "ComReadTimed: Timed Out:  Starttime: %u Endtime: %u  Desired Endtime: %u Endtimeparm: %d ",
+                times.start, now, times.end, times.parameter);
     return read(port, buffer, count);
 }
 
@@ -67,8 +65,8 @@ int32_t readTimed(Port& port, void* buffer, int32_t count, int32_t hundredths) {
         if (waiting >= count) {
             int32_t got = read(port, buffer, count);
             trace(port,
-                  "ComReadTimed: Got requested bytes Bytes: %d Starttime: %ld Endtime: %ld Endtimeparm: %d",
-                  count, static_cast<long>(times.start), static_cast<long>(clock::ticks()), timeout);
+                  "ComReadTimed: Got requested bytes Bytes: %d Starttime: %u Endtime: %u Endtimeparm: %d",
+                  count, times.start, clock::ticks(), timeout);
             return got;
         }
         checkEscapeIfYielding(port); // lets messages through; neither escape nor quit ends this wait

@@ -9,6 +9,9 @@ using simulated::Fate;
 using simulated::Phase;
 using Story = std::vector<uintptr_t>;
 
+// As wide as it can be.
+constexpr uintptr_t ownWord = UINTPTR_MAX - 0x1234567;
+
 struct Calls : TwoModems {
     uint32_t otherLine = 0, incoming = 0;
     int hereEnd = -1, thereEnd = -1;
@@ -17,7 +20,7 @@ struct Calls : TwoModems {
 
     /// The other line answers at that ring.
     Calls() {
-        EXPECT_EQ(openLine(0, line, privilege::none, 0x123456789), 0);
+        EXPECT_EQ(openLine(0, line, privilege::none, ownWord), 0);
         EXPECT_EQ(openLine(1, otherLine, privilege::owner), 0);
         reaction = [this](const Message& one) {
             if (one.isCallState() && one.p1 == state::offering)
@@ -77,7 +80,7 @@ TEST_F(Calls, PlacedAnsweredAndEndedHere) {
         return one.message == service_::message::reply && one.device == outgoing;
     });
     ASSERT_NE(reply, received.end());
-    EXPECT_EQ(reply->instance, 0x123456789U);
+    EXPECT_EQ(reply->instance, ownWord);
     EXPECT_EQ(reply->p2, 0U);
     EXPECT_EQ(here->commands().back(), "ATDT200");
 

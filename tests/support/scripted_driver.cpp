@@ -214,8 +214,8 @@ int32_t ScriptedDriver::read(void* buffer, int32_t count) {
     if (!enter(Call::read))
         return -EIO;
     const std::scoped_lock guard(lock_);
-    const auto held = static_cast<int64_t>(input_.size());
-    const auto taken = std::min<int64_t>({count, readLimit_, held});
+    const auto held = static_cast<std::ptrdiff_t>(input_.size());
+    const auto taken = std::min<std::ptrdiff_t>({count, readLimit_, held});
     std::copy_n(input_.begin(), taken, static_cast<char*>(buffer));
     input_.erase(input_.begin(), input_.begin() + taken);
     showEvents();

@@ -9,10 +9,13 @@
 
 namespace brisolt::test {
 
-static void deliver(void* service, int32_t, uint32_t message, uintptr_t first, intptr_t second) {
-    static_cast<ScriptedService*>(service)->tell(
-        static_cast<uint32_t>(first), message, static_cast<uint32_t>(first >> 32),
-        static_cast<uint32_t>(second), static_cast<uint32_t>(second >> 32));
+// A message itself has no room for all five words on every machine: they wait in the service.
+static void deliver(void* service, int32_t, uint32_t message, uintptr_t first, intptr_t) {
+    auto& own = *static_cast<ScriptedService*>(service);
+    std::unique_lock lock(own.mutex);
+    const auto words = own.waiting.extract(static_cast<uint32_t>(first)).mapped();
+    lock.unlock();
+    own.tell(words[0], message, words[1], words[2], words[3]);
 }
 
 ScriptedService::ScriptedService(std::vector<ScriptedModem> devices)
@@ -32,8 +35,9 @@ ScriptedService::~ScriptedService() {
 }
 
 int32_t ScriptedService::post(uint32_t handle, uint32_t message, uint32_t p1, uint32_t p2, uint32_t p3) {
-    return ComHostPostMessage(window, message, uintptr_t{p1} << 32 | handle,
-                              static_cast<intptr_t>(uintptr_t{p3} << 32 | p2));
+    std::lock_guard lock(mutex);
+    waiting[++lastWaiting] = {handle, p1, p2, p3};
+    return ComHostPostMessage(window, message, lastWaiting, 0);
 }
 
 void ScriptedService::tell(uint32_t handle, uint32_t message, uint32_t p1, uint32_t p2, uint32_t p3) {

@@ -2,6 +2,7 @@
 // every request succeeds. Its entry points are in service/module.cpp, which takes its script from here.
 #pragma once
 
+#include <array>
 #include <deque>
 #include <functional>
 #include <map>
@@ -101,6 +102,8 @@ struct ScriptedService {
     service::Callback callback = nullptr;
     std::map<uint32_t, Pty> ptys;
     int32_t window = -1;
+    std::map<uint32_t, std::array<uint32_t, 4>> waiting; ///< what was posted, by its number
+    uint32_t lastWaiting = 0;
 };
 
 } // namespace brisolt::test

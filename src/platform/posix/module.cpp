@@ -8,6 +8,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <dlfcn.h>
 
@@ -86,12 +87,23 @@ void* open(const std::string& path, Failure& failure) {
     return nullptr;
 }
 
+/// Where modules are that the loader does not find, nearest first. The last place is for a program that has the
+/// library inside, whose own folder says nothing.
+std::vector<std::string> moduleFolders() {
+    std::vector<std::string> folders;
+    if (std::string own = ownFolder(); !own.empty())
+        folders = {own + BRISOLT_OWN_FOLDER, own};
+    folders.emplace_back(BRISOLT_INSTALLED_MODULES);
+    return folders;
+}
+
 void* loadDefault(const std::string& name, Failure& failure) {
     std::string file = fileName(name);
-    if (void* module = open(file, failure))
-        return module;
-    std::string folder = ownFolder();
-    return folder.empty() ? nullptr : open(folder + file, failure);
+    void* module = open(file, failure);
+    for (const std::string& folder : moduleFolders())
+        if (module == nullptr)
+            module = open(folder + file, failure);
+    return module;
 }
 
 } // namespace

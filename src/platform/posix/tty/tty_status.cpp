@@ -36,7 +36,7 @@ uint32_t newErrors(TtyDevice& tty) {
     return errors;
 }
 
-int32_t askQueue(const TtyDevice& tty, uint64_t request, uint32_t& bytes) {
+int32_t askQueue(const TtyDevice& tty, unsigned long request, uint32_t& bytes) {
     int32_t answer = 0;
     if (ioctl(tty.descriptor, request, &answer) != 0)
         return -errno;
@@ -44,11 +44,11 @@ int32_t askQueue(const TtyDevice& tty, uint64_t request, uint32_t& bytes) {
     return 1;
 }
 
-int32_t setLine(const TtyDevice& tty, uint64_t request, int32_t line) {
+int32_t setLine(const TtyDevice& tty, unsigned long request, int32_t line) {
     return ioctl(tty.descriptor, request, &line) == 0 ? 1 : -errno;
 }
 
-int32_t request(const TtyDevice& tty, uint64_t request, int32_t argument) {
+int32_t request(const TtyDevice& tty, unsigned long request, int32_t argument) {
     return ioctl(tty.descriptor, request, argument) == 0 ? 1 : -errno;
 }
 
