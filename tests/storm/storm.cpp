@@ -229,6 +229,17 @@ void closeAll() {
     }
 }
 
+/// Whether the bytes come, behind what a far end may have had on its way since the storm.
+bool hears(int32_t port, const std::string& bytes) {
+    std::string heard;
+    char piece[256];
+    for (int32_t got = 1; got > 0 && heard.find(bytes) == std::string::npos;) {
+        got = ComHostRead(port, piece, sizeof piece, 500000);
+        heard.append(piece, static_cast<std::size_t>(std::max(got, 0)));
+    }
+    return heard.find(bytes) != std::string::npos;
+}
+
 /// Whether each line carries bytes.
 bool linesWork() {
     bool right = true;
@@ -238,12 +249,12 @@ bool linesWork() {
         const auto comes = [&](std::size_t end, int32_t which) {
             return eventually([&] { return (ends[end] = opened(which)) > 0; });
         };
-        char bytes[6] = "";
         const bool pair = port == 2;
-        right = comes(0, port) && (!pair || comes(1, 1)) && ComHostWrite(ends[0], "still", 5, 500000) == 5 &&
-                ComReadTimed(ends[pair ? 1 : 0], bytes, 5, 50000) == 5 && std::string(bytes) == "still" &&
-                right;
-        if (!right)
+        const bool works = comes(0, port) && (!pair || comes(1, 1)) &&
+                           ComHostWrite(ends[0], "still", 5, 500000) == 5 &&
+                           hears(ends[pair ? 1 : 0], "still");
+        right = works && right;
+        if (!works)
             std::printf("%s does not work after the storm\n", pathOf(port).c_str());
         ComHostClose(ends[0], 0);
         ComHostClose(ends[1], 0);
