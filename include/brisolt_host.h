@@ -72,8 +72,9 @@ int32_t ComHostGetErrorText(char *buffer, int32_t size);
  */
 
 /* Opens a device by path or name ("COM3", "/dev/ttyUSB0", "null-modem:x") and hands out its handle for
- * ComPreOpen, to one port at a time. On this host the handle of a tty is its file descriptor. Handle (0 or
- * above), -1. */
+ * ComPreOpen, to one port at a time. On this host the handle of a tty is its file descriptor; with "keep" in the
+ * path, when the device may come back as another, it is a descriptor that stands for it and carries no bytes.
+ * Handle (0 or above), -1. */
 int32_t ComHostOpenDevice(const char *path);
 
 /* Closes a handle of ComHostOpenDevice. A port that has adopted it keeps working until that port is

@@ -25,27 +25,34 @@ extern "C" {
  *   exclusive          yes, no          "no": others may open the device too. "yes" keeps to the lock files of
  *                      UUCP programs as well (/run/lock/LCK..NAME, the name that of the device that a link
  *                      leads to, without /dev/, other slashes as "_"): one of a living process refuses the
- *                      open and is named in the text, and where the folder can be written one of ours stands
- *                      there while the device is open
+ *                      open and is named in the text (one without a number for its first 5 seconds, too), and
+ *                      where the folder can be written one of ours stands there while the device is open
  *   restore            yes, no          the settings that the device had before come back at the close
  *   low-latency        leave, on        the driver hands over each byte at once (ASYNC_LOW_LATENCY, and the
  *                      latency timer of adapters that have one). A device that cannot is opened all the same
  *   rs485              off, driver, rts half duplex. "driver": the kernel's own mode, fails where there is
  *                      none; "rts": the library raises RTS before it sends and lowers it when the last bit has
- *                      left; what is written then goes through the transmit ring
+ *                      left, fails where there is no RTS; from the open on RTS listens, whatever "rts" says; what
+ *                      is written then goes through the transmit ring
  *   rs485-rts          high, low        the level of RTS while sending
  *   rs485-before, rs485-after   milliseconds, 0 to 10000, default 0: pauses round a block
  *   rs485-echo         no, yes          with "driver": what we send is received too
- *   rs485-termination  leave, on, off   with "driver": the bus resistor, where it switches one
+ *   rs485-termination  leave, on, off   with "driver": the bus resistor, where it switches one. What the kernel's
+ *                      driver grants otherwise than asked (an echo, a pause) fails the open, and the text says
+ *                      what it can do. Any of these but the default fails without rs485
  *   marks              no, yes          errors and breaks stand in the stream where they happened: 255, 0 and
  *                      the byte (0 for a break); a received 255 is 255, 255; an overrun leaves none. For
  *                      nine-bit protocols and listeners
  *   keep               no, yes, seconds (1 to 1000000)   the port waits for a device that went and takes it up
- *                      again (brisolt/host_exchange.h)
+ *                      again (brisolt/host_exchange.h). One that is back but held by somebody is tried again
+ *                      after 0.1 s, then after twice as long each time, up to 5 s, and soon when it is closed
  *
  * "null-modem:NAME" also has paced=yes and autobaud=yes. A registered driver gets its path without the keys
  * above and with all others, which are the driver's to know; of those above it can do dtr, rts, close, keep
- * and rs485=rts, which the library does through the driver's own functions.
+ * and rs485=rts, which the library does through the driver's own functions (all but keep through `line`: a driver
+ * without it has their defaults alone). An end of a null modem or loop has its lines so before the other sees it.
+ *
+ * "COM7?KEY=VALUE" is the path that port 7 would open with these options behind it.
  *
  * Lines over a network, HOST a name or an address (IPv6 in brackets), PORT a number:
  *   tcp:HOST:PORT           bytes only: settings are taken and go nowhere, ComHostGetLines is -4
@@ -74,7 +81,7 @@ extern "C" {
  * bits 1, 1.5 or 2; null is "8N1". The number is mapped to the path until the port is closed. ComClose or
  * ComHostClose closes it, and every function works on it.
  * The port number, or ComOpen's code: -25 also for a bad option, -33 to -35 for a bad framing; -28 no number
- * is free; -1 null path. ComHostGetErrorText tells why. */
+ * is free; -1 null path, negative rate. ComHostGetErrorText tells why. */
 int32_t ComHostOpen(const char *path, int32_t baudRate, const char *framing);
 
 /* Closes any port, a virtual one, too, without the pauses of ComClose: waits at most that long (milliseconds;

@@ -50,6 +50,10 @@ int32_t Device::open(std::string_view name) noexcept try {
     return -ENOMEM;
 }
 
+bool Device::tellsErrorsByStatus() const noexcept {
+    return tellsStatus() && !drivers::hasCounters(driver_, self_);
+}
+
 bool Device::mayChange() const noexcept {
     return present() && drivers::isKept(driver_);
 }
@@ -236,9 +240,9 @@ int32_t Device::unsent() const noexcept {
     return static_cast<int32_t>(status(COM_HOST_WANT_OUT).outQueue);
 }
 
-bool Device::counters(ComHostCounters& counters) const noexcept {
+int32_t Device::counters(ComHostCounters& counters) const noexcept {
     counters = emptyRecord<ComHostCounters>();
-    return handOver(self_, driver_.counters, &counters);
+    return present() && driver_.counters != nullptr ? driver_.counters(self_, &counters) : -1;
 }
 
 uint32_t Device::watch(uint32_t events, void (*changed)(void*), void* argument) const noexcept {

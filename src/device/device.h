@@ -39,7 +39,8 @@ public:
     bool present() const noexcept { return self_ != nullptr; }
     int32_t handle() const noexcept { return handle_; }
     bool tellsStatus() const noexcept { return present() && driver_.status != nullptr; }
-    bool counts() const noexcept { return present() && driver_.counters != nullptr; }
+    /// It has no counters, so errors show in its status alone.
+    bool tellsErrorsByStatus() const noexcept;
     bool adopted() const noexcept { return adopted_; }
     /// What an open has found and left alone.
     void assumeOutputs(uint32_t lines) const noexcept { outputs_.fetch_or(lines); }
@@ -78,7 +79,8 @@ public:
     /// Bytes that have been written and not left on the line.
     int32_t unsent() const noexcept;
     /// False when the device counts nothing.
-    bool counters(ComHostCounters& counters) const noexcept;
+    /// What it counts: 1 all that it can tell, 0 how often it went and came back and nothing else, below 0 nothing.
+    int32_t counters(ComHostCounters& counters) const noexcept;
     /// As a driver's watch. The events that will be told.
     uint32_t watch(uint32_t events, void (*changed)(void*), void* argument) const noexcept;
     /// DTR and RTS as `line` has left them, COM_HOST_MODEM_... bits.
@@ -110,6 +112,10 @@ int32_t openHandle(const char* path) noexcept;
 int32_t closeHandle(int32_t handle) noexcept;
 const ComHostDriver& nullModem() noexcept;
 const ComHostDriver& loop() noexcept;
+/// As their open, with the lines as the options have them before anybody sees the end.
+int32_t openNullModem(const char* path, const DeviceOptions& options, void** device,
+                      int32_t* handle) noexcept;
+int32_t openLoop(const char* path, const DeviceOptions& options, void** device, int32_t* handle) noexcept;
 /// Lines to other machines.
 const ComHostDriver& tcp() noexcept;
 const ComHostDriver& tls() noexcept;
@@ -128,7 +134,7 @@ bool isMapped(int32_t port) noexcept;
 int32_t mapOpened(int32_t port, const char* path) noexcept;
 void endOpened(int32_t port) noexcept;
 /// The path behind a name: "\\.\COMn" and "COMn" resolve (mapping, /dev/comN, /dev/ttyS(N-1)); anything
-/// else stands for itself.
+/// else stands for itself. Options behind a name go behind its path.
 std::string resolve(std::string_view name);
 } // namespace deviceNames
 

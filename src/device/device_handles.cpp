@@ -1,6 +1,5 @@
 // The handles that ComHostOpenDevice hands out: who uses each of them, and when its device ends.
 #include <memory>
-#include <mutex>
 #include <new>
 #include <string>
 #include <utility>
@@ -8,6 +7,7 @@
 #include "device/device.h"
 #include "device/driver_registry.h"
 #include "platform/error_text.h"
+#include "platform/mutex.h"
 
 namespace brisolt::drivers {
 namespace {
@@ -20,11 +20,11 @@ struct KeptDevice {
 };
 
 // Neither made on first use nor ever gone: a port may still be closing while the program ends.
-constinit std::mutex lock;
-constinit KeptDevice* devices = nullptr;
+constinit Mutex lock;
+constinit KeptDevice* devices GUARDED_BY(lock) = nullptr;
 
 /// Where the handle's device stands in the list, or null stands at its end.
-KeptDevice*& find(int32_t handle) noexcept {
+KeptDevice*& find(int32_t handle) noexcept WITH_LOCK(lock) {
     KeptDevice** place = &devices;
     while (*place != nullptr && (*place)->opened.handle != handle)
         place = &(*place)->next;
@@ -33,7 +33,7 @@ KeptDevice*& find(int32_t handle) noexcept {
 
 /// Takes the device out of the list when nothing needs it any more; its end then comes outside the lock,
 /// since a driver may take its time over it.
-std::unique_ptr<KeptDevice> removeIfUnused(KeptDevice*& place) noexcept {
+std::unique_ptr<KeptDevice> removeIfUnused(KeptDevice*& place) noexcept WITH_LOCK(lock) {
     if (!place->closed || place->inUse)
         return nullptr;
     std::unique_ptr<KeptDevice> ending(place);
@@ -47,7 +47,7 @@ void end(const Opened& opened) noexcept {
 
 /// False when a device with its handle is there already, or it has none.
 bool keep(std::unique_ptr<KeptDevice>& device) noexcept {
-    const std::scoped_lock guard(lock);
+    const MutexLock guard(lock);
     KeptDevice*& place = find(device->opened.handle);
     if (device->opened.handle < 0 || place != nullptr)
         return false;
@@ -82,7 +82,7 @@ int32_t openHandle(const char* path) noexcept try {
 int32_t closeHandle(int32_t handle) noexcept {
     std::unique_ptr<KeptDevice> ending;
     {
-        const std::scoped_lock guard(lock);
+        const MutexLock guard(lock);
         KeptDevice*& place = find(handle);
         if (place == nullptr || place->closed)
             return -1;
@@ -95,7 +95,7 @@ int32_t closeHandle(int32_t handle) noexcept {
 }
 
 Kept takeHandle(int32_t handle, Opened& opened) noexcept {
-    const std::scoped_lock guard(lock);
+    const MutexLock guard(lock);
     KeptDevice* const device = find(handle);
     if (device == nullptr)
         return Kept::unknown;
@@ -111,7 +111,7 @@ Kept takeHandle(int32_t handle, Opened& opened) noexcept {
 void releaseHandle(int32_t handle) noexcept {
     std::unique_ptr<KeptDevice> ending;
     {
-        const std::scoped_lock guard(lock);
+        const MutexLock guard(lock);
         KeptDevice*& place = find(handle);
         if (place == nullptr)
             return;

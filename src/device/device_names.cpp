@@ -1,11 +1,12 @@
 // Which device a port's name opens: the table of mapped paths and the host's own devices behind it.
+#include <algorithm>
 #include <array>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <utility>
 
 #include "device/device.h"
+#include "platform/mutex.h"
 #include "platform/serial.h"
 
 namespace brisolt::deviceNames {
@@ -20,8 +21,8 @@ struct Mapped {
 };
 
 // Neither made on first use nor ever gone: a thread may open a port while the program starts or ends.
-constinit std::mutex lock;
-constinit std::array<Mapped, portLimit + 1> ports{}; // by number
+constinit Mutex lock;
+constinit std::array<Mapped, portLimit + 1> ports GUARDED_BY(lock){}; // by number
 
 bool startsWithCom(std::string_view name) {
     return name.size() >= 3 && (name[0] | 0x20) == 'c' && (name[1] | 0x20) == 'o' && (name[2] | 0x20) == 'm';
@@ -55,7 +56,7 @@ int32_t set(int32_t port, const char* path, bool opened) {
     std::unique_ptr<const std::string> mapped;
     if (!wanted.empty())
         mapped = std::make_unique<const std::string>(wanted);
-    const std::scoped_lock guard(lock);
+    const MutexLock guard(lock);
     Mapped& place = ports[static_cast<std::size_t>(port)];
     mapped.reset(std::exchange(place.path, mapped.release()));
     place.opened = opened;
@@ -77,30 +78,45 @@ int32_t mapOpened(int32_t port, const char* path) noexcept try {
 }
 
 bool isMapped(int32_t port) noexcept {
-    const std::scoped_lock guard(lock);
+    const MutexLock guard(lock);
     const Mapped& mapped = ports[static_cast<std::size_t>(port)];
     return mapped.path != nullptr && !mapped.opened;
 }
 
 void endOpened(int32_t port) noexcept {
-    const std::scoped_lock guard(lock);
+    const MutexLock guard(lock);
     if (Mapped& mapped = ports[static_cast<std::size_t>(port)]; mapped.opened) {
         delete mapped.path;
         mapped = {};
     }
 }
 
-std::string resolve(std::string_view name) {
-    const int32_t port = portOfName(name);
-    if (port == 0)
-        return std::string(name);
+namespace {
+
+std::string pathOf(int32_t port) {
     {
-        const std::scoped_lock guard(lock);
+        const MutexLock guard(lock);
         const std::string* mapped = ports[static_cast<std::size_t>(port)].path;
         if (mapped != nullptr)
             return *mapped;
     }
     return serial::defaultPath(port);
+}
+
+} // namespace
+
+std::string resolve(std::string_view name) {
+    const std::size_t mark = std::min(name.find('?'), name.size());
+    const int32_t port = portOfName(name.substr(0, mark));
+    if (port == 0)
+        return std::string(name);
+    std::string path = pathOf(port);
+    if (mark + 1 >= name.size())
+        return path;
+    const bool hasOptions = path.find('?') != std::string::npos;
+    if (!hasOptions || (path.back() != '?' && path.back() != '&'))
+        path += hasOptions ? '&' : '?';
+    return path.append(name.substr(mark + 1));
 }
 
 } // namespace brisolt::deviceNames

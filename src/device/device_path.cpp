@@ -72,13 +72,6 @@ std::string possibleValues(const Key& key) {
     return text;
 }
 
-std::string possibleKeys() {
-    std::string text;
-    for (const Key& key : keys)
-        text.append(text.empty() ? "" : ", ").append(key.name);
-    return text;
-}
-
 const Key* find(std::string_view name) {
     for (const Key& key : keys)
         if (key.name == name)
@@ -128,6 +121,26 @@ bool readOption(std::string_view option, DevicePath& read, std::string& others, 
     return false;
 }
 
+/// An option that means something together with another alone. What it needs; empty: nothing.
+std::string missing(const Rs485Options& bus) {
+    const Rs485Options defaults;
+    const auto needs = [](const char* name, const char* what) {
+        return "the option " + std::string(name) + " needs " + what;
+    };
+    constexpr const char* either = "rs485=driver or rs485=rts";
+    const bool off = bus.mode == Rs485Mode::off;
+    const bool byDriver = bus.mode == Rs485Mode::driver;
+    if (!byDriver && bus.echo != defaults.echo)
+        return needs("rs485-echo", "rs485=driver");
+    if (!byDriver && bus.resistor != defaults.resistor)
+        return needs("rs485-termination", "rs485=driver");
+    if (off && bus.rtsHigh != defaults.rtsHigh)
+        return needs("rs485-rts", either);
+    if (off && bus.beforeMs != defaults.beforeMs)
+        return needs("rs485-before", either);
+    return off && bus.afterMs != defaults.afterMs ? needs("rs485-after", either) : std::string();
+}
+
 } // namespace
 
 bool readDevicePath(std::string_view path, bool foreignKeys, DevicePath& read, std::string& error) {
@@ -148,14 +161,24 @@ bool readDevicePath(std::string_view path, bool foreignKeys, DevicePath& read, s
         if (!readOption(option, read, others, error))
             return false;
     }
-    if (others.empty())
-        return true;
+    error = missing(read.options.rs485);
+    if (others.empty() || !error.empty())
+        return error.empty();
     if (!foreignKeys) {
-        error = "unknown option \"" + others.substr(0, others.find('&')) + "\"; possible: " + possibleKeys();
+        error =
+            "unknown option \"" + others.substr(0, others.find('&')) + "\"; possible: " + optionNames(~0U);
         return false;
     }
     read.name.append("?").append(others);
     return true;
+}
+
+std::string optionNames(uint32_t wanted) {
+    std::string text;
+    for (const Key& key : keys)
+        if ((wanted & key.bit) != 0)
+            text.append(text.empty() ? "" : ", ").append(key.name);
+    return text;
 }
 
 std::string_view optionName(uint32_t wanted) noexcept {

@@ -37,6 +37,8 @@ enum OptionKey : uint32_t {
 /// possible.
 bool readDevicePath(std::string_view path, bool foreignKeys, DevicePath& read, std::string& error);
 /// The name of the first key in a set of bits.
-std::string_view optionName(uint32_t keys) noexcept;
+std::string_view optionName(uint32_t wanted) noexcept;
+/// Those of all of them.
+std::string optionNames(uint32_t wanted);
 
 } // namespace brisolt

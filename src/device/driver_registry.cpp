@@ -8,12 +8,12 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <string_view>
 
 #include "device/device.h"
 #include "platform/error_text.h"
+#include "platform/mutex.h"
 #include "platform/serial.h"
 
 namespace brisolt::drivers {
@@ -46,14 +46,21 @@ Scheme schemeOfPath(std::string_view path) noexcept {
     return colon == std::string_view::npos ? Scheme{} : schemeOf(path.substr(0, colon));
 }
 
+using OpenWithOptions = int32_t (*)(const char* path, const DeviceOptions& options, void** device,
+                                    int32_t* handle) noexcept;
+
 struct BuiltIn {
     std::string_view scheme;
     const ComHostDriver& (*driver)() noexcept;
     bool network;
+    OpenWithOptions open = nullptr; ///< where the lines can be as asked from the first moment on
 };
-constexpr BuiltIn builtIns[] = {
-    {"null-modem", nullModem, false}, {"loop", loop, false}, {"tcp", tcp, true},
-    {"rfc2217", remotePort, true},    {"tls", tls, true},    {"rfc2217-tls", remotePortTls, true}};
+constexpr BuiltIn builtIns[] = {{"null-modem", nullModem, false, openNullModem},
+                                {"loop", loop, false, openLoop},
+                                {"tcp", tcp, true},
+                                {"rfc2217", remotePort, true},
+                                {"tls", tls, true},
+                                {"rfc2217-tls", remotePortTls, true}};
 
 const BuiltIn* findBuiltIn(const Scheme& scheme) noexcept {
     const auto* found =
@@ -70,11 +77,11 @@ struct Registration {
 
 // Registrations are replaced and added at the end, never taken out. Neither made on first use nor ever gone: a
 // port may still be closing on a thread of its own while the process ends.
-constinit std::mutex lock;
-constinit Registration* registrations = nullptr;
+constinit Mutex lock;
+constinit Registration* registrations GUARDED_BY(lock) = nullptr;
 
 /// Where the scheme's registration stands in the list, or null stands at its end.
-Registration*& find(const Scheme& scheme) noexcept {
+Registration*& find(const Scheme& scheme) noexcept WITH_LOCK(lock) {
     Registration** place = &registrations;
     while (*place != nullptr && (*place)->scheme != scheme)
         place = &(*place)->next;
@@ -98,7 +105,7 @@ int32_t registerDriver(const char* scheme, const ComHostDriver* driver) noexcept
     std::memcpy(&added, driver, std::min<std::size_t>(driver->size, sizeof added));
     added.size = sizeof added;
 
-    const std::scoped_lock guard(lock);
+    const MutexLock guard(lock);
     Registration*& place = find(name);
     if (place == nullptr)
         place = new (std::nothrow) Registration{.scheme = name};
@@ -114,7 +121,7 @@ ComHostDriver forPath(std::string_view path) noexcept {
         return serial::ttyDriver();
     if (const BuiltIn* builtIn = findBuiltIn(scheme))
         return builtIn->driver();
-    const std::scoped_lock guard(lock);
+    const MutexLock guard(lock);
     const Registration* registration = find(scheme);
     return registration != nullptr ? registration->driver : serial::ttyDriver();
 }
@@ -122,7 +129,7 @@ ComHostDriver forPath(std::string_view path) noexcept {
 bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self) noexcept {
     for (const Registration* at = nullptr;;) {
         {
-            const std::scoped_lock guard(lock);
+            const MutexLock guard(lock);
             at = at == nullptr ? registrations : at->next;
             if (at == nullptr)
                 return false;
@@ -139,7 +146,7 @@ bool hasDriver(std::string_view path) noexcept {
         return false;
     if (findBuiltIn(scheme) != nullptr)
         return true;
-    const std::scoped_lock guard(lock);
+    const MutexLock guard(lock);
     return find(scheme) != nullptr;
 }
 
@@ -148,18 +155,20 @@ bool isNetworkPath(std::string_view path) noexcept {
     return builtIn != nullptr && builtIn->network;
 }
 
-int32_t openDriver(const std::string& path, Opened& opened) noexcept {
+int32_t openDriver(const std::string& path, const DeviceOptions& options, Opened& opened) noexcept {
     opened.driver = forPath(path);
+    const BuiltIn* builtIn = findBuiltIn(schemeOfPath(path));
     const int32_t result =
-        opened.driver.open(opened.driver.context, path.c_str(), &opened.self, &opened.handle);
+        builtIn != nullptr && builtIn->open != nullptr
+            ? builtIn->open(path.c_str(), options, &opened.self, &opened.handle)
+            : opened.driver.open(opened.driver.context, path.c_str(), &opened.self, &opened.handle);
     if (result > 0 && opened.self != nullptr)
         return 1;
     opened.self = nullptr;
     const int32_t error = result < 0 && result != INT32_MIN ? result : -EIO;
     // Drivers from outside may say nothing about a failure; the built-in ones say more in their turn, unless
     // they have no memory to.
-    const bool toldItself =
-        opened.driver.open == serial::ttyDriver().open || findBuiltIn(schemeOfPath(path)) != nullptr;
+    const bool toldItself = opened.driver.open == serial::ttyDriver().open || builtIn != nullptr;
     if (!toldItself || error == -ENOMEM)
         setErrorTextFrom({"cannot open ", path, ": ", std::strerror(-error)});
     return error;

@@ -27,9 +27,9 @@ ComHostDriver forPath(std::string_view path) noexcept;
 bool hasDriver(std::string_view path) noexcept;
 /// Whether the path is a connection to another machine.
 bool isNetworkPath(std::string_view path) noexcept;
-/// Opens a path through its driver, which gets it as it stands. 1, or a negative error number; the calling thread's
-/// error text then says why.
-int32_t openDriver(const std::string& path, Opened& opened) noexcept;
+/// Opens a path through its driver, which gets it as it stands; the options are those that are not in it. 1, or a
+/// negative error number; the calling thread's error text then says why.
+int32_t openDriver(const std::string& path, const DeviceOptions& options, Opened& opened) noexcept;
 /// Opens a path with what it asks for; what that is the caller gets, too. As openDriver.
 int32_t openPath(const std::string& path, DeviceOptions& options, Opened& opened) noexcept;
 

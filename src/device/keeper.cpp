@@ -2,10 +2,11 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <new>
+#include <optional>
 
 #include "platform/folder_watch.h"
+#include "platform/mutex.h"
 #include "platform/signal.h"
 #include "platform/thread.h"
 
@@ -13,31 +14,45 @@ namespace brisolt::drivers::keeper {
 
 namespace {
 
-constinit std::mutex tasksMutex; ///< the list, and every step
-constinit Task* first = nullptr;
-constinit bool running = false;
+constinit Mutex tasksMutex; ///< the list, and every step
+constinit Task* first GUARDED_BY(tasksMutex) = nullptr;
+constinit bool running GUARDED_BY(tasksMutex) = false;
 constinit std::atomic<Signal*> called{nullptr}; ///< made with the first task, then kept
 
 /// Watches where news would show; what a link leads to may have changed since the last time.
-void watchPaths(FolderWatch& folders) noexcept try {
-    for (const Task* task = first; task != nullptr; task = task->next)
-        if (task->path != nullptr)
-            folders.watchFor(task->path);
-} catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): then with the next news
+void watchPaths(FolderWatch& folders) noexcept WITH_LOCK(tasksMutex) {
+    try {
+        for (const Task* task = first; task != nullptr; task = task->next)
+            if (task->path != nullptr)
+                folders.watchFor(task->path);
+    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): then with the next news
+    }
 }
 
 /// One look at all tasks; the moment of the next.
-clock::Deadline stepAll() noexcept {
+clock::Deadline stepAll() noexcept WITH_LOCK(tasksMutex) {
     clock::Deadline next = clock::Deadline::never();
     for (Task* task = first; task != nullptr; task = task->next)
         next = clock::Deadline::earlier(next, task->step(task->self));
     return next;
 }
 
-void sleepUntil(FolderWatch& folders, const clock::Deadline& moment) noexcept try {
+/// Made after the step: the closes of its own tries are no news.
+void watchBusy(std::optional<CloseWatch>& closes) noexcept WITH_LOCK(tasksMutex) {
+    for (const Task* task = first; task != nullptr; task = task->next) {
+        if (task->path == nullptr || !task->busy)
+            continue;
+        if (!closes.has_value())
+            closes.emplace();
+        closes->watchFor(task->path);
+    }
+}
+
+void sleepUntil(FolderWatch& folders, int32_t closes, const clock::Deadline& moment) noexcept try {
     Signal& call = *called;
     Watch watches[] = {{.descriptor = call.descriptor(), .forRead = true},
-                       {.descriptor = folders.descriptor(), .forRead = true}};
+                       {.descriptor = folders.descriptor(), .forRead = true},
+                       {.descriptor = closes, .forRead = true}};
     waitAny(watches, moment.realMillisecondsLeft());
     call.clear();
     folders.collect([](const std::string&, FolderWatch::Change) {}); // each look is at everything
@@ -45,19 +60,23 @@ void sleepUntil(FolderWatch& folders, const clock::Deadline& moment) noexcept tr
 }
 
 void keep(void*) {
-    FolderWatch folders;
+    std::optional<FolderWatch> folders;
     for (;;) {
+        if (!folders.has_value() || !folders->usable())
+            folders.emplace(); // the host may be better off than the last time
         clock::Deadline next = clock::Deadline::never();
+        std::optional<CloseWatch> closes;
         {
-            const std::scoped_lock guard(tasksMutex);
+            const MutexLock guard(tasksMutex);
             if (first == nullptr) {
                 running = false;
                 return;
             }
-            watchPaths(folders); // before the look: what comes in between is told
+            watchPaths(*folders); // before the look: what comes in between is told
             next = stepAll();
+            watchBusy(closes);
         }
-        sleepUntil(folders, next);
+        sleepUntil(*folders, closes.has_value() ? closes->descriptor() : -1, next);
     }
 }
 
@@ -74,7 +93,7 @@ bool haveCalled() noexcept {
 } // namespace
 
 bool add(Task& task) noexcept {
-    const std::scoped_lock guard(tasksMutex);
+    const MutexLock guard(tasksMutex);
     if (!haveCalled())
         return false;
     if (!running && !thread::start(keep, nullptr, "brisolt-keep"))
@@ -87,7 +106,7 @@ bool add(Task& task) noexcept {
 }
 
 void remove(Task& task) noexcept {
-    const std::scoped_lock guard(tasksMutex);
+    const MutexLock guard(tasksMutex);
     for (Task** link = &first; *link != nullptr; link = &(*link)->next)
         if (*link == &task) {
             *link = task.next;

@@ -12,6 +12,7 @@ struct Task {
     /// Does what there is to do. When to look again at the latest.
     clock::Deadline (*step)(void* self) noexcept = nullptr;
     const char* path = nullptr; ///< where news of it would show; null: nowhere
+    bool busy = false;          ///< of a path: a close by somebody is news, too; the step's own
     Task* next = nullptr;
 };
 

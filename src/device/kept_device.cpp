@@ -4,13 +4,13 @@
 #include <atomic>
 #include <cerrno>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <utility>
 
 #include "device/keeper.h"
 #include "device/open_attempt.h"
 #include "device/remembered_settings.h"
+#include "platform/mutex.h"
 #include "platform/serial.h"
 #include "platform/signal.h"
 
@@ -68,7 +68,9 @@ public:
     int32_t wait(uint32_t events, int32_t wake, int32_t milliseconds) noexcept;
     /// Tells the keeper when the device that somebody is in has gone.
     void noteIfGone(const Inside& inside) noexcept;
+    /// 1; 0 where the device itself counts nothing: only its absences are told.
     int32_t counters(ComHostCounters& counters) noexcept;
+    bool hasCounters() const noexcept { return hasCounters_; }
     uint32_t watch(uint32_t events, void (*changed)(void*), void* argument) noexcept;
     int32_t setLineState(const ComHostLineState& state) noexcept;
     int32_t getLineState(ComHostLineState& state) noexcept;
@@ -90,6 +92,10 @@ private:
     bool seek() noexcept;
     bool seekHostDevice(Place& place);
     bool seekAside(Place& place);
+    bool putOff() noexcept;
+    void noteBusy(bool busy) noexcept;
+    void trySoon() noexcept;
+    void tryLater() noexcept;
     void beginAttempt(const Opened& opened);
     void arrive() noexcept;
     std::string pathNow() const;
@@ -99,6 +105,7 @@ private:
     const std::string path_;
     const DeviceOptions options_;
     const bool hostDevice_;
+    bool hasCounters_ = false, counts_ = false; ///< the first device, as the others are taken to be
     const OpenInner open_;
     serial::Identity identity_;
 
@@ -110,22 +117,24 @@ private:
     Signal arrived_; ///< while the device is away: set when that is over, one way or the other
     keeper::Task task_;
     static constexpr uint32_t firstPause = 100; ///< milliseconds
-    uint32_t pause_ = firstPause;               ///< this and what follows up to the mutex: the keeper's
+    uint32_t pause_ = firstPause;               ///< this and what follows up to the mutexes: the keeper's
     clock::Deadline nextTry_ = clock::Deadline::never();
     clock::Deadline soughtUntil_ = clock::Deadline::never();
+    bool busy_ = false;                    ///< it is back, but not to be had at the moment
     std::shared_ptr<OpenAttempt> attempt_; ///< for what the host does not tell of
     uint32_t attemptVersion_ = 0;
 
-    std::mutex mutex_; ///< what follows
-    RememberedSettings remembered_;
-    uint32_t version_ = 0;     ///< of what is remembered
-    ComHostCounters before_{}; ///< of the devices that have been here
-    uint32_t gone_ = 0, back_ = 0;
+    Mutex mutex_;
+    RememberedSettings remembered_ GUARDED_BY(mutex_);
+    uint32_t version_ GUARDED_BY(mutex_) = 0;     ///< of what is remembered
+    ComHostCounters before_ GUARDED_BY(mutex_){}; ///< of the devices that have been here
+    uint32_t gone_ GUARDED_BY(mutex_) = 0;
+    uint32_t back_ GUARDED_BY(mutex_) = 0;
 
-    std::mutex watchMutex_; ///< what follows; held while it is called
-    uint32_t watched_ = 0;
-    void (*changed_)(void*) = nullptr;
-    void* argument_ = nullptr;
+    Mutex watchMutex_; ///< held while it is called
+    uint32_t watched_ GUARDED_BY(watchMutex_) = 0;
+    void (*changed_)(void*) GUARDED_BY(watchMutex_) = nullptr;
+    void* argument_ GUARDED_BY(watchMutex_) = nullptr;
 };
 
 // ---- holds
@@ -163,7 +172,7 @@ Place* KeptDevice::freePlace() noexcept {
 
 /// False: what it was set up with has changed meanwhile.
 bool KeptDevice::put(Place& place, const Opened& opened, uint32_t version) noexcept {
-    const std::scoped_lock guard(mutex_);
+    const MutexLock guard(mutex_);
     if (version != version_)
         return false;
     place.empty = false;
@@ -184,13 +193,20 @@ int32_t KeptDevice::openFirst(Opened& shown) {
     Opened opened;
     if (const int32_t result = open_(path_, options_, opened); result < 0)
         return result;
-    put(places_[0], opened, version_);
+    uint32_t version = 0;
+    settingsNow(version);
+    put(places_[0], opened, version);
     task_ = {.self = this, .step = step, .path = hostDevice_ ? path_.c_str() : nullptr};
     if (!keeper::add(task_)) {
         end();
         return -ENOMEM;
     }
+    ComHostCounters counted{};
+    counted.size = sizeof counted;
+    hasCounters_ = opened.driver.counters != nullptr;
+    counts_ = hasCounters_ && opened.driver.counters(opened.self, &counted) > 0;
     shown = opened;
+    shown.handle = arrived_.descriptor(); // the device's own is somebody else's number while it is away
     return 1;
 }
 
@@ -217,7 +233,7 @@ clock::Deadline KeptDevice::moveOn() noexcept {
         tellChanged();
         return clock::Deadline::never();
     }
-    const bool toldOf = hostDevice_ || attempt_ != nullptr;
+    const bool toldOf = (hostDevice_ && !busy_) || attempt_ != nullptr;
     return toldOf ? soughtUntil_ : clock::Deadline::earlier(soughtUntil_, nextTry_);
 }
 
@@ -230,7 +246,7 @@ void KeptDevice::takeOut() noexcept {
     counted.size = sizeof counted;
     const bool counts = driver.counters != nullptr && driver.counters(place->device.self, &counted) > 0;
     { // in one step: what it has counted is counted by it or by us, never by both
-        const std::scoped_lock guard(mutex_);
+        const MutexLock guard(mutex_);
         if (counts)
             addLines(before_, counted);
         ++gone_;
@@ -245,8 +261,8 @@ void KeptDevice::takeOut() noexcept {
     if (driver.cancel != nullptr)
         driver.cancel(place->device.self, 1); // whoever waits for its line waits no more
     leave(*place);
-    pause_ = firstPause;
-    nextTry_ = clock::Deadline::in(pause_);
+    trySoon();
+    noteBusy(false);
     tellChanged();
 }
 
@@ -260,7 +276,7 @@ std::string KeptDevice::pathNow() const {
 }
 
 RememberedSettings KeptDevice::settingsNow(uint32_t& version) {
-    const std::scoped_lock guard(mutex_);
+    const MutexLock guard(mutex_);
     version = version_;
     return remembered_;
 }
@@ -272,15 +288,56 @@ bool KeptDevice::seek() noexcept try {
     arrive();
     return true;
 } catch (...) {
-    return false; // no memory now; it is tried again with the next news
+    noteBusy(hostDevice_); // no memory now
+    return false;
+}
+
+/// What is held by somebody, or may be had when the host is better off.
+bool comesFree(int32_t error) noexcept {
+    return error == -EBUSY || error == -EMFILE || error == -ENFILE || error == -ENOMEM;
+}
+
+void KeptDevice::trySoon() noexcept {
+    pause_ = firstPause;
+    nextTry_ = clock::Deadline::in(pause_);
+}
+
+void KeptDevice::tryLater() noexcept {
+    constexpr uint32_t longest = 5000; // milliseconds
+    pause_ = std::min(pause_ * 2, longest);
+    nextTry_ = clock::Deadline::in(pause_);
+}
+
+void KeptDevice::noteBusy(bool busy) noexcept {
+    if (busy && busy_)
+        tryLater();
+    else if (busy)
+        trySoon();
+    busy_ = busy;
+    task_.busy = busy;
+}
+
+/// Whether the next try is not due yet. News may be that of the other's close, which is told before the device is
+/// free.
+bool KeptDevice::putOff() noexcept {
+    if (!busy_ || nextTry_.passed())
+        return false;
+    const clock::Deadline planned = nextTry_;
+    trySoon();
+    nextTry_ = clock::Deadline::earlier(nextTry_, planned);
+    return true;
 }
 
 bool KeptDevice::seekHostDevice(Place& place) {
+    if (putOff())
+        return false;
     const std::string path = pathNow();
     Opened opened;
     uint32_t version = 0;
     RememberedSettings settings = settingsNow(version);
-    if (path.empty() || open_(path, settings.startOf(options_), opened) < 0)
+    const int32_t result = path.empty() ? -ENOENT : open_(path, settings.startOf(options_), opened);
+    noteBusy(comesFree(result));
+    if (result < 0)
         return false;
     for (settings.setUp(opened); !put(place, opened, version); settings.setUp(opened))
         settings = settingsNow(version);
@@ -305,9 +362,7 @@ bool KeptDevice::seekAside(Place& place) {
         beginAttempt(opened);
         return false;
     }
-    constexpr uint32_t longest = 5000; // milliseconds
-    pause_ = std::min(pause_ * 2, longest);
-    nextTry_ = clock::Deadline::in(pause_);
+    tryLater();
     return false;
 }
 
@@ -325,7 +380,7 @@ void KeptDevice::beginAttempt(const Opened& opened) {
 
 void KeptDevice::arrive() noexcept {
     {
-        const std::scoped_lock guard(mutex_);
+        const MutexLock guard(mutex_);
         ++back_;
     }
     state_ = COM_HOST_DEVICE_THERE;
@@ -336,7 +391,7 @@ void KeptDevice::arrive() noexcept {
 }
 
 void KeptDevice::tellChanged() noexcept {
-    const std::scoped_lock guard(watchMutex_);
+    const MutexLock guard(watchMutex_);
     const Inside inside(*this);
     if (inside && watched_ != 0 && inside.driver().watch != nullptr)
         inside.driver().watch(inside.self(), watched_, changed_, argument_);
@@ -351,7 +406,7 @@ void KeptDevice::noteIfGone(const Inside& inside) noexcept {
     if (driver.state == nullptr || driver.state(inside.self()) == COM_HOST_DEVICE_THERE)
         return;
     {
-        const std::scoped_lock guard(mutex_);
+        const MutexLock guard(mutex_);
         if (lost_ || !inside.isCurrent())
             return;
         lost_ = true;
@@ -383,7 +438,7 @@ int32_t KeptDevice::counters(ComHostCounters& counters) noexcept {
     const Inside inside(*this);
     if (inside && inside.driver().counters != nullptr)
         inside.driver().counters(inside.self(), &now);
-    const std::scoped_lock guard(mutex_);
+    const MutexLock guard(mutex_);
     if (inside && !inside.isCurrent()) {
         now = {}; // it went meanwhile, and `before_` has its counts
         now.size = sizeof now;
@@ -392,11 +447,11 @@ int32_t KeptDevice::counters(ComHostCounters& counters) noexcept {
     now.gone = gone_;
     now.back = back_;
     counters = now;
-    return 1;
+    return counts_ ? 1 : 0;
 }
 
 uint32_t KeptDevice::watch(uint32_t events, void (*changed)(void*), void* argument) noexcept {
-    const std::scoped_lock guard(watchMutex_);
+    const MutexLock guard(watchMutex_);
     watched_ = events;
     changed_ = events != 0 ? changed : nullptr;
     argument_ = argument;
@@ -423,7 +478,7 @@ template <class Ask, class Note> int32_t KeptDevice::set(Ask ask, Note note) noe
         const int32_t result = inside ? ask(inside.driver(), inside.self()) : 1;
         if (refuses(inside, result))
             return result;
-        const std::scoped_lock guard(mutex_);
+        const MutexLock guard(mutex_);
         if (current_.load() != nullptr && !(inside && inside.isCurrent()))
             continue; // another has come in between
         note(remembered_);
@@ -448,7 +503,7 @@ int32_t KeptDevice::getLineState(ComHostLineState& state) noexcept {
     if (inside && inside.driver().getLineState != nullptr &&
         inside.driver().getLineState(inside.self(), &state) > 0)
         return 1;
-    const std::scoped_lock guard(mutex_);
+    const MutexLock guard(mutex_);
     state = remembered_.line;
     return remembered_.lineSet ? 1 : -ENODEV;
 }
@@ -465,7 +520,7 @@ int32_t KeptDevice::setTimeouts(const ComHostTimeouts& timeouts) noexcept {
 }
 
 int32_t KeptDevice::getTimeouts(ComHostTimeouts& timeouts) noexcept {
-    const std::scoped_lock guard(mutex_);
+    const MutexLock guard(mutex_);
     timeouts = remembered_.timeouts;
     return remembered_.timeoutsSet ? 1 : -ENODEV;
 }
@@ -605,6 +660,10 @@ int32_t openKept(const std::string& path, const DeviceOptions& options, bool hos
 
 bool isKept(const ComHostDriver& driver) noexcept {
     return driver.close == closeKept;
+}
+
+bool hasCounters(const ComHostDriver& driver, void* self) noexcept {
+    return isKept(driver) ? of(self).hasCounters() : driver.counters != nullptr;
 }
 
 } // namespace brisolt::drivers

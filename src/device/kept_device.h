@@ -10,8 +10,9 @@
 //
 // One thread of the library's, the keeper, takes all steps, for all such devices; it exists while there is one and
 // sleeps until a device has gone or the host says that something has come. What the host does not tell of, a line to
-// another machine, is tried again after 0.1 s, then after twice as long each time, up to 5 s. Whoever is inside a device holds it, so
-// a device that was taken out is closed by the last who leaves it. There are two places, the one in use and the one
+// another machine or a device that somebody else has, is tried again after 0.1 s, then after twice as long each
+// time, up to 5 s; when somebody closes the device, from 0.1 s on again. Whoever is inside a device holds it, so a
+// device that was taken out is closed by the last who leaves it. There are two places, the one in use and the one
 // that is being left: a device that flaps waits for the second, and piles nothing up.
 #pragma once
 
@@ -26,10 +27,12 @@ namespace brisolt::drivers {
 using OpenInner = int32_t (*)(const std::string& path, const DeviceOptions& options, Opened& opened);
 
 /// Opens a path and keeps what is behind it. 1, or a negative error number. `hostDevice`: the path names a device
-/// of the host's, which may be known by more than its name.
+/// of the host's, which may be known by more than its name. Its handle is none of the device's, which may change.
 int32_t openKept(const std::string& path, const DeviceOptions& options, bool hostDevice, OpenInner open,
                  Opened& opened);
 /// Whether an open device is one of these: its descriptor changes when it comes back.
 bool isKept(const ComHostDriver& driver) noexcept;
+/// Whether a device, or the one that is kept, has counters at all.
+bool hasCounters(const ComHostDriver& driver, void* self) noexcept;
 
 } // namespace brisolt::drivers

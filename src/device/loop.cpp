@@ -10,7 +10,8 @@ namespace brisolt {
 namespace {
 
 constexpr CableKind loopKind{.scheme = "loop:",
-                             .options = "possible are paced=yes and those of every port",
+                             .options = "is not possible here; possible: paced=yes, dtr, rts, close, "
+                                        "low-latency, rs485=rts, rs485-rts, rs485-before, rs485-after, keep",
                              .taken = "it is open already",
                              .isLoop = true};
 
@@ -19,6 +20,11 @@ constexpr CableKind loopKind{.scheme = "loop:",
 const ComHostDriver& drivers::loop() noexcept {
     static const ComHostDriver driver = cableDriver(loopKind);
     return driver;
+}
+
+int32_t drivers::openLoop(const char* path, const DeviceOptions& options, void** device,
+                          int32_t* handle) noexcept {
+    return openCable(loopKind, path, options, device, handle);
 }
 
 bool drivers::ringLoop(const char* path, bool on) noexcept {

@@ -12,7 +12,8 @@
 //   paced        A cable is paced as long as an end that asked for it is open. No thread moves its bytes:
 //                a poll of the handle alone sees them only once some call has looked at the cable.
 //   closing      drops what has not left; a peer that an XOFF had stopped goes on.
-//   a new end    has 9600 baud, 8N1, DTR and RTS raised, no handshake, two seconds for a write.
+//   a new end    has 9600 baud, 8N1, DTR and RTS raised unless its path says otherwise, no handshake, two seconds
+//                for a write.
 #include <chrono>
 #include <span>
 #include <string>
@@ -49,18 +50,7 @@ template <typename Record> bool complete(const Record* record) noexcept {
 int32_t openEnd(void* context, const char* path, void** device, int32_t* handle) noexcept {
     if (path == nullptr || device == nullptr || handle == nullptr)
         return failure(std::errc::invalid_argument);
-    const CableKind& kind = *static_cast<const CableKind*>(context);
-    const CableAddress address = cableAddress(kind, path);
-    if (!address.wrong.empty()) {
-        setErrorTextFrom({path, ": ", address.wrong});
-        return failure(std::errc::invalid_argument);
-    }
-    NullModemEnd* end = nullptr;
-    if (const int32_t opened = openCableEnd(kind, address, end); opened < 0)
-        return opened;
-    *device = end;
-    *handle = end->readable.descriptor();
-    return 1;
+    return openCable(*static_cast<const CableKind*>(context), path, {}, device, handle);
 }
 
 void closeEnd(void* device) noexcept {
@@ -247,11 +237,34 @@ int32_t unsent(void* device) noexcept {
 }
 
 constexpr CableKind nullModemKind{.scheme = "null-modem:",
-                                  .options = "possible are paced=yes, autobaud=yes and those of every port",
+                                  .options = "is not possible here; possible: paced=yes, autobaud=yes, dtr, "
+                                             "rts, close, low-latency, rs485=rts, rs485-rts, rs485-before, "
+                                             "rs485-after, keep",
                                   .taken = "both ends are open",
                                   .isLoop = false};
 
 } // namespace
+
+int32_t openCable(const CableKind& kind, const char* path, const DeviceOptions& options, void** device,
+                  int32_t* handle) noexcept {
+    CableAddress address = cableAddress(kind, path);
+    if (!address.option.empty()) {
+        setErrorTextFrom({path, ": the option \"", address.option, "\" ", address.wrong});
+        return failure(std::errc::invalid_argument);
+    }
+    if (!address.wrong.empty()) {
+        setErrorTextFrom({path, ": ", address.wrong});
+        return failure(std::errc::invalid_argument);
+    }
+    address.start.dtr = options.dtr != LineStart::lower;
+    address.start.rts = options.rts != LineStart::lower;
+    NullModemEnd* end = nullptr;
+    if (const int32_t opened = openCableEnd(kind, address, end); opened < 0)
+        return opened;
+    *device = end;
+    *handle = end->readable.descriptor();
+    return 1;
+}
 
 ComHostDriver cableDriver(const CableKind& kind) noexcept {
     return {
@@ -287,6 +300,11 @@ ComHostDriver cableDriver(const CableKind& kind) noexcept {
 const ComHostDriver& drivers::nullModem() noexcept {
     static const ComHostDriver driver = cableDriver(nullModemKind);
     return driver;
+}
+
+int32_t drivers::openNullModem(const char* path, const DeviceOptions& options, void** device,
+                               int32_t* handle) noexcept {
+    return openCable(nullModemKind, path, options, device, handle);
 }
 
 bool drivers::ringNullModem(const char* path, bool on) noexcept {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <system_error>
 
+#include "platform/mutex.h"
 #include "platform/parking.h"
 
 namespace brisolt {
@@ -22,12 +23,12 @@ NullModemCable::NullModemCable(const CableKind& kind, std::string_view name)
 
 // ---- The ends ----------------------------------------------------------------------------------------
 
-int32_t NullModemCable::join(bool paced, bool autobaud, NullModemEnd*& joined) noexcept {
+int32_t NullModemCable::join(const NullModemStart& start, NullModemEnd*& joined) noexcept {
     Inside inside(*this);
     auto& place = ends_[0] && !kind_.isLoop ? ends_[1] : ends_[0];
     if (place)
         return -static_cast<int32_t>(std::errc::device_or_resource_busy);
-    std::unique_ptr<NullModemEnd> end(new (std::nothrow) NullModemEnd(*this, paced, autobaud));
+    std::unique_ptr<NullModemEnd> end(new (std::nothrow) NullModemEnd(*this, start));
     const int32_t made = end ? end->setUp() : -static_cast<int32_t>(std::errc::not_enough_memory);
     if (made < 0)
         return made;
@@ -152,7 +153,7 @@ void NullModemCable::settle() noexcept {
     }
 }
 
-void NullModemCable::tell(std::unique_lock<std::mutex>& lock) noexcept {
+void NullModemCable::tell(MutexLock& lock) noexcept {
     for (const auto& place : ends_) {
         NullModemEnd* const end = place.get();
         if (end == nullptr || !end->moved)
@@ -176,7 +177,7 @@ void NullModemCable::watch(NullModemEnd& end, void (*changed)(void*), void* argu
     end.tellChange = changed;
     end.tellArgument = argument;
     while (changed == nullptr && end.telling != 0)
-        told_.wait(inside.lock);
+        mutex_.wait(told_);
 }
 
 void NullModemCable::call(Waiter& waiter) noexcept {

@@ -11,13 +11,13 @@
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 
 #include "device/null_modem_cables.h"
 #include "device/null_modem_end.h"
 #include "platform/clock.h"
+#include "platform/mutex.h"
 #include "platform/signal.h"
 
 namespace brisolt {
@@ -40,15 +40,15 @@ public:
         /// Lets the line take what it takes at once.
         void proceed() noexcept { cable.advance(); }
         NullModemCable& cable;
-        std::unique_lock<std::mutex> lock;
+        MutexLock lock;
     };
 
     /// A free end, connected. 1, or a negative host error number: all are taken, or the host has no memory
     /// or descriptor for it.
-    int32_t join(bool paced, bool autobaud, NullModemEnd*& joined) noexcept;
+    int32_t join(const NullModemStart& start, NullModemEnd*& joined) noexcept;
     void leave(NullModemEnd& end) noexcept;
     /// Calls `changed` from now on when a counter of the end has moved; null: no more, once this has returned.
-    void watch(NullModemEnd& end, void (*changed)(void*), void* argument) noexcept;
+    void watch(NullModemEnd& end, void (*changed)(void*), void* argument) noexcept LOCKS_UNCHECKED;
     bool unused() noexcept; ///< no end is open
     void ring(bool on) noexcept;
     const CableKind& kind() const noexcept { return kind_; }
@@ -78,13 +78,14 @@ private:
     void advance() noexcept;
     void settle() noexcept;
     /// Tells whoever watches of counters that have moved, without the lock meanwhile: they look at the end.
-    void tell(std::unique_lock<std::mutex>& lock) noexcept;
+    void tell(MutexLock& lock) noexcept LOCKS_UNCHECKED;
     bool isPaced() const noexcept;
     void startCharacters(bool takeTime) noexcept;
     NullModemEnd* firstDue() noexcept;
     uint64_t nextMoment() noexcept;
     static void call(Waiter& waiter) noexcept;
-    Slept sleep(Inside& inside, Waiter&& waiter, int32_t wake, clock::Deadline limit) noexcept;
+    Slept sleep(Inside& inside, Waiter&& waiter, int32_t wake,
+                clock::Deadline limit) noexcept LOCKS_UNCHECKED;
     static Slept park(Waiter& waiter, clock::Deadline limit) noexcept;
     static Slept doze(Waiter& waiter, int32_t wake, clock::Deadline limit) noexcept;
     void enlist(Waiter& waiter) noexcept;
@@ -92,7 +93,7 @@ private:
 
     const CableKind& kind_;
     const std::string name_;
-    std::mutex mutex_;
+    Mutex mutex_;                  ///< what follows, by an Inside; the compiler cannot follow that
     std::condition_variable told_; ///< a thread that tells has come back
     std::unique_ptr<NullModemEnd> ends_[2];
     Waiter* waiters_ = nullptr;

@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <system_error>
+#include <utility>
 
 #include "device/null_modem_cable.h"
 #include "platform/error_text.h"
+#include "platform/mutex.h"
 
 namespace brisolt {
 
@@ -18,18 +19,18 @@ constexpr int32_t failure(std::errc reason) noexcept {
 }
 
 // Neither made on first use nor ever gone: a thread may close its end while the program ends.
-constinit std::mutex lock; // taken before that of a cable
-constinit NullModemCable* cables = nullptr;
+constinit Mutex lock; // taken before that of a cable
+constinit NullModemCable* cables GUARDED_BY(lock) = nullptr;
 
 /// Where the cable stands in the list, or null stands at its end.
-NullModemCable*& find(const CableKind& kind, std::string_view name) noexcept {
+NullModemCable*& find(const CableKind& kind, std::string_view name) noexcept WITH_LOCK(lock) {
     NullModemCable** place = &cables;
     while (*place != nullptr && (&(*place)->kind() != &kind || (*place)->name() != name))
         place = &(*place)->next;
     return *place;
 }
 
-void endIfUnused(NullModemCable*& place) noexcept {
+void endIfUnused(NullModemCable*& place) noexcept WITH_LOCK(lock) {
     if (!place->unused())
         return;
     const std::unique_ptr<NullModemCable> ended(place);
@@ -45,11 +46,11 @@ std::string_view whyNot(const CableKind& kind, int32_t error) noexcept {
 }
 
 int32_t joinCable(const CableKind& kind, const CableAddress& address, NullModemEnd*& end) noexcept try {
-    const std::scoped_lock guard(lock);
+    const MutexLock guard(lock);
     NullModemCable*& place = find(kind, address.name);
     if (place == nullptr)
         place = new NullModemCable(kind, address.name);
-    const int32_t joined = place->join(address.paced, address.autobaud, end);
+    const int32_t joined = place->join(address.start, end);
     if (joined < 0)
         endIfUnused(place);
     return joined;
@@ -61,20 +62,31 @@ int32_t joinCable(const CableKind& kind, const CableAddress& address, NullModemE
 
 namespace {
 
-/// What stands behind the name: "paced=yes" and, as it was first written, "paced" alone; of a null modem "autobaud"
-/// likewise.
-bool readOptions(std::string_view options, const CableKind& kind, CableAddress& address) noexcept {
-    while (!options.empty()) {
-        const std::string_view option = options.substr(0, options.find('&'));
-        options.remove_prefix(std::min(option.size() + 1, options.size()));
-        if (option == "paced" || option == "paced=yes")
-            address.paced = true;
-        else if (!kind.isLoop && (option == "autobaud" || option == "autobaud=yes"))
-            address.autobaud = true;
-        else if (option != "paced=no" && (kind.isLoop || option != "autobaud=no"))
-            return false;
-    }
+/// One option: "paced=yes", "paced=no" and, as it was first written, "paced" alone. False when it is another.
+bool readSwitch(std::string_view option, std::string_view key, bool& on) noexcept {
+    const std::string_view value = option.substr(std::min(option.size(), key.size()));
+    if (option.substr(0, key.size()) != key || (!value.empty() && value != "=yes" && value != "=no"))
+        return false;
+    on = value != "=no";
     return true;
+}
+
+/// What stands behind the name.
+void readOptions(std::string_view options, const CableKind& kind, CableAddress& address) noexcept {
+    bool pacedGiven = false, autobaudGiven = false;
+    while (!options.empty() && address.wrong.empty()) {
+        address.option = options.substr(0, options.find('&'));
+        options.remove_prefix(std::min(address.option.size() + 1, options.size()));
+        bool* given = nullptr;
+        if (readSwitch(address.option, "paced", address.start.paced))
+            given = &pacedGiven;
+        else if (!kind.isLoop && readSwitch(address.option, "autobaud", address.start.autobaud))
+            given = &autobaudGiven;
+        if (given == nullptr)
+            address.wrong = kind.options;
+        else if (std::exchange(*given, true))
+            address.wrong = "is given a second time";
+    }
 }
 
 } // namespace
@@ -91,9 +103,10 @@ CableAddress cableAddress(const CableKind& kind, std::string_view path) noexcept
     const size_t option = address.name.find('?');
     const std::string_view options = option == std::string_view::npos ? "" : address.name.substr(option + 1);
     address.name = address.name.substr(0, option);
-    if (!readOptions(options, kind, address))
-        address.wrong = kind.options;
-    else if (address.name.empty())
+    readOptions(options, kind, address);
+    if (address.wrong.empty())
+        address.option = {};
+    if (address.wrong.empty() && address.name.empty())
         address.wrong = "a name is missing";
     return address;
 }
@@ -106,7 +119,7 @@ int32_t openCableEnd(const CableKind& kind, const CableAddress& address, NullMod
 }
 
 void closeCableEnd(NullModemEnd& end) noexcept {
-    const std::scoped_lock guard(lock);
+    const MutexLock guard(lock);
     NullModemCable& cable = end.cable;
     cable.leave(end);
     endIfUnused(find(cable.kind(), cable.name()));
@@ -116,7 +129,7 @@ bool ringCable(const CableKind& kind, std::string_view path, bool on) noexcept {
     const CableAddress address = cableAddress(kind, path);
     if (!address.wrong.empty())
         return false;
-    const std::scoped_lock guard(lock);
+    const MutexLock guard(lock);
     NullModemCable* const cable = find(kind, address.name);
     if (cable != nullptr)
         cable->ring(on);

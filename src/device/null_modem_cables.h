@@ -6,6 +6,7 @@
 
 #include "brisolt_host.h"
 #include "device/null_modem_end.h"
+#include "platform/device_options.h"
 
 namespace brisolt {
 
@@ -19,13 +20,16 @@ struct CableKind {
 
 /// The driver whose paths lead to cables of that kind, which lasts as long as the program.
 ComHostDriver cableDriver(const CableKind& kind) noexcept;
+/// As the driver's open, with the lines as the options have them.
+int32_t openCable(const CableKind& kind, const char* path, const DeviceOptions& options, void** device,
+                  int32_t* handle) noexcept;
 
 /// What a path says, or what is wrong with it.
 struct CableAddress {
     std::string_view name;
-    bool paced = false;
-    bool autobaud = false;
-    std::string_view wrong; ///< empty when nothing is
+    NullModemStart start;
+    std::string_view option; ///< which of them is wrong, if that is it
+    std::string_view wrong;  ///< empty when nothing is
 };
 CableAddress cableAddress(const CableKind& kind, std::string_view path) noexcept;
 

@@ -24,12 +24,13 @@ bool framingDiffers(const ComHostLineState& a, const ComHostLineState& b) noexce
 
 } // namespace
 
-NullModemEnd::NullModemEnd(NullModemCable& itsCable, bool takesLineTime, bool adaptsToPeer) noexcept
-    : cable(itsCable), paced(takesLineTime), autobaud(adaptsToPeer), inLimit_(smallestInput),
-      outLimit_(smallestOutput) {
+NullModemEnd::NullModemEnd(NullModemCable& itsCable, const NullModemStart& start) noexcept
+    : cable(itsCable), paced(start.paced), autobaud(start.autobaud), dtr(start.dtr), rts(start.rts),
+      inLimit_(smallestInput), outLimit_(smallestOutput) {
     state.size = sizeof state;
     state.baudRate = 9600;
-    state.flags = COM_HOST_LINE_BINARY | COM_HOST_LINE_DTR_ON | COM_HOST_LINE_RTS_ON;
+    state.flags = COM_HOST_LINE_BINARY | (dtr ? uint32_t{COM_HOST_LINE_DTR_ON} : 0) |
+                  (rts ? uint32_t{COM_HOST_LINE_RTS_ON} : 0);
     state.xonLimit = smallestInput / 4;
     state.xoffLimit = smallestInput / 4;
     state.dataBits = 8;

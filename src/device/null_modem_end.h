@@ -27,6 +27,14 @@ enum NullModemCondition : uint32_t {
     nullModemWritten = 16, ///< the complete write under way is over
 };
 
+/// How an end begins.
+struct NullModemStart {
+    bool paced = false;
+    bool autobaud = false;
+    bool dtr = true; ///< the lines, before the ends meet
+    bool rts = true;
+};
+
 struct NullModemEnd {
     /// A character on its way to the peer; `due` is the moment of the cable at which it is over.
     struct Flight {
@@ -35,7 +43,7 @@ struct NullModemEnd {
         uint64_t due;
     };
 
-    NullModemEnd(NullModemCable& itsCable, bool takesLineTime, bool adaptsToPeer) noexcept;
+    NullModemEnd(NullModemCable& itsCable, const NullModemStart& start) noexcept;
     /// Before its first use. 1, or a negative host error number when the host has no memory or descriptor.
     int32_t setUp() noexcept;
 
@@ -96,8 +104,8 @@ struct NullModemEnd {
 
     ComHostLineState state{};
     ComHostTimeouts timeouts{};
-    bool dtr = true; ///< as the program wants them; a handshake can lower the pin nevertheless
-    bool rts = true;
+    bool dtr; ///< as the program wants them; a handshake can lower the pin nevertheless
+    bool rts;
     bool ring = false;
     bool breakOn = false;
     bool cancelled = false;

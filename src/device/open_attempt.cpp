@@ -3,6 +3,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/mutex.h"
 #include "platform/thread.h"
 
 namespace brisolt::drivers {
@@ -51,7 +52,7 @@ void OpenAttempt::tryToOpen() noexcept {
     if (opened.self != nullptr && !task_.settings.setUp(opened))
         close(opened); // it is there, but not as the program needs it
     {
-        const std::scoped_lock guard(mutex_);
+        const MutexLock guard(mutex_);
         over_ = true;
         if (leftBehind_)
             close(opened);
@@ -62,19 +63,19 @@ void OpenAttempt::tryToOpen() noexcept {
 }
 
 OpenAttempt::State OpenAttempt::state() noexcept {
-    const std::scoped_lock guard(mutex_);
+    const MutexLock guard(mutex_);
     return !over_ ? State::underWay : task_.opened.self != nullptr ? State::open : State::failed;
 }
 
 Opened OpenAttempt::take() noexcept {
-    const std::scoped_lock guard(mutex_);
+    const MutexLock guard(mutex_);
     Opened taken = task_.opened;
     task_.opened.self = nullptr;
     return taken;
 }
 
 void OpenAttempt::leaveBehind() noexcept {
-    const std::scoped_lock guard(mutex_);
+    const MutexLock guard(mutex_);
     leftBehind_ = true;
     if (over_)
         close(task_.opened);

@@ -3,11 +3,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "device/kept_device.h"
 #include "device/remembered_settings.h"
+#include "platform/mutex.h"
 
 namespace brisolt::drivers {
 
@@ -38,9 +38,9 @@ private:
 
     Task task_; ///< the thread's while it is under way
     void (*ended_)() noexcept = nullptr;
-    std::mutex mutex_; ///< what follows
-    bool over_ = false;
-    bool leftBehind_ = false;
+    Mutex mutex_;
+    bool over_ GUARDED_BY(mutex_) = false;
+    bool leftBehind_ GUARDED_BY(mutex_) = false;
 };
 
 } // namespace brisolt::drivers

@@ -34,15 +34,35 @@ int32_t openHostDevice(const std::string& path, const DeviceOptions& options, Op
     return result;
 }
 
-int32_t openScheme(const std::string& path, const DeviceOptions&, Opened& opened) {
-    return openDriver(path, opened);
+int32_t openScheme(const std::string& path, const DeviceOptions& options, Opened& opened) {
+    return openDriver(path, options, opened);
 }
 
-/// An option that asks for what only a tty has.
-uint32_t impossible(const DevicePath& device) noexcept {
+/// Options that a driver with a scheme can do at all.
+uint32_t possibleFor(const std::string& path) noexcept {
+    uint32_t keys = possibleForAll;
+    const bool hasLines = forPath(path).line != nullptr;
+    if (!hasLines)
+        keys &= ~uint32_t{optionDtr | optionRts | optionClose};
+    // With RTS it takes somebody who knows when the last bit has left.
+    if (!hasLines || isNetworkPath(path))
+        keys &= ~uint32_t{optionRs485 | optionRs485Rts | optionRs485Before | optionRs485After};
+    return keys;
+}
+
+/// Those that ask for more than is possible: what a key stands for when it is not given is always done.
+uint32_t impossible(const DevicePath& device, uint32_t possible) noexcept {
     const DeviceOptions& options = device.options;
     const DeviceOptions defaults;
-    uint32_t keys = device.asked & ~possibleForAll;
+    uint32_t keys = device.asked & ~possible;
+    if (options.dtr == defaults.dtr)
+        keys &= ~uint32_t{optionDtr};
+    if (options.rts == defaults.rts)
+        keys &= ~uint32_t{optionRts};
+    if (!options.leaveLinesAtClose)
+        keys &= ~uint32_t{optionClose};
+    if (options.rs485.mode == Rs485Mode::off)
+        keys &= ~uint32_t{optionRs485 | optionRs485Rts | optionRs485Before | optionRs485After};
     if (options.exclusive == defaults.exclusive)
         keys &= ~uint32_t{optionExclusive};
     if (options.restore == defaults.restore)
@@ -53,11 +73,16 @@ uint32_t impossible(const DevicePath& device) noexcept {
         keys &= ~uint32_t{optionRs485Echo};
     if (options.rs485.resistor == Rs485Resistor::leave)
         keys &= ~uint32_t{optionRs485Termination};
-    // With RTS it takes somebody who knows when the last bit has left.
-    if (options.rs485.mode == Rs485Mode::driver ||
-        (options.rs485.mode == Rs485Mode::rts && isNetworkPath(device.name)))
+    if (options.rs485.mode == Rs485Mode::driver)
         keys |= optionRs485;
     return keys;
+}
+
+int32_t refuseOption(const std::string& path, uint32_t keys, uint32_t possible) {
+    const bool byRts = (possible & optionRs485) != 0;
+    return refuse(path, "the option " + std::string(optionName(keys)) +
+                            " is not possible here; possible: " + optionNames(possible) +
+                            (byRts ? " (rs485 by rts alone)" : "") + " and what the driver knows itself");
 }
 
 /// A file whose name merely looks as if it had options.
@@ -81,12 +106,15 @@ int32_t openDevice(const std::string& path, DeviceOptions& options, Opened& open
     }
     if (!readDevicePath(path, known, device, error))
         return refuse(path, error);
+    if (device.options.rs485.mode == Rs485Mode::rts) // it listens from the first moment on
+        device.options.rts = device.options.rs485.rtsHigh ? LineStart::lower : LineStart::raise;
     options = device.options;
     opened.hasOptions = device.asked != 0;
     if (known) {
         opened.startsEmpty = isNetworkPath(path);
-        if (const uint32_t keys = impossible(device); keys != 0)
-            return refuse(path, "the option " + std::string(optionName(keys)) + " is not possible here");
+        const uint32_t possible = possibleFor(path);
+        if (const uint32_t keys = impossible(device, possible); keys != 0)
+            return refuseOption(path, keys, possible);
         return openThrough(device, false, openScheme, opened);
     }
     if (isUsbPath(device.name) && !findUsbDevice(device.name, device.name, error))

@@ -1,4 +1,5 @@
-// Tells when files come, go or change their permissions in some folders, without looking again and again.
+// Tells when files come, go or change their permissions in some folders, or are closed by whoever wrote to them,
+// without looking again and again.
 #pragma once
 
 #include <cstdint>
@@ -32,6 +33,23 @@ private:
     int32_t descriptor_ = -1;
     struct Folders;
     Folders* folders_ = nullptr;
+};
+
+/// Tells of closes of single files: in a folder of devices something is closed all the time.
+class CloseWatch {
+public:
+    CloseWatch() noexcept;
+    ~CloseWatch();
+    CloseWatch(const CloseWatch&) = delete;
+    CloseWatch& operator=(const CloseWatch&) = delete;
+
+    /// Of what the path leads to. A host that cannot tell tells nothing.
+    void watchFor(const char* path) noexcept;
+    /// Polls readable once something watched was closed; -1: the host has no descriptor left.
+    int32_t descriptor() const noexcept { return descriptor_; }
+
+private:
+    int32_t descriptor_ = -1;
 };
 
 } // namespace brisolt

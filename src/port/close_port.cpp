@@ -42,7 +42,8 @@ class Movement {
 public:
     explicit Movement(Port& port) noexcept : port_(port) {
         constexpr uint32_t chipQueue = 64;
-        uint32_t baud = std::max<uint32_t>(port.lineStateCopy().baudRate, 1);
+        // Not the line state: whoever changes the line may hold it while a far end does not answer.
+        auto baud = static_cast<uint32_t>(std::max<int32_t>(port.record->baudRate, 1));
         longestStep_ = std::max(shortestStep, chipQueue * bitsPerByte * 1000 / baud);
     }
     /// Something is being written, and nothing has moved for longer than a step takes.

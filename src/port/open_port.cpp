@@ -172,8 +172,14 @@ int32_t openPath(const char* path, int32_t baudRate, const char* framingText) {
     constexpr int32_t highest = 128;
     constexpr uint32_t ringSize = 65536;
     Framing framing;
-    if (path == nullptr)
+    if (path == nullptr || baudRate < 0) {
+        setErrorText(path == nullptr ? "cannot open a device: no path given"
+                                     : "cannot open " + std::string(path) + ": a baud rate of " +
+                                           std::to_string(baudRate));
         return -1;
+    }
+    // Before its own number is mapped to it, which may be the one that it names.
+    const std::string device = deviceNames::resolve(path);
     if (int32_t code = readFraming(framingText, framing); code < 0)
         return code;
     for (int32_t number = highest; number >= firstPort; --number) {
@@ -184,7 +190,7 @@ int32_t openPath(const char* path, int32_t baudRate, const char* framingText) {
             continue;
         if (opening.code() < 0)
             return opening.code();
-        OpenedName name(number, path);
+        OpenedName name(number, device.c_str());
         if (!name.kept())
             return -25;
         int32_t result = openOwn(opening, {.deviceName = "",
@@ -195,7 +201,7 @@ int32_t openPath(const char* path, int32_t baudRate, const char* framingText) {
                                            .stopBits = framing.stopBits,
                                            .rxSize = ringSize,
                                            .txSize = ringSize,
-                                           .path = path});
+                                           .path = device.c_str()});
         if (result > 0)
             name.keep();
         return result;

@@ -23,6 +23,8 @@ constexpr Row rows[] = {
     {COM_HOST_EVENT_BACK, &ComHostCounters::back},
 };
 
+constexpr uint32_t absences = COM_HOST_EVENT_GONE | COM_HOST_EVENT_BACK;
+
 struct ErrorRow {
     uint32_t error;
     Counter counter;
@@ -58,11 +60,12 @@ void PortCounters::copy(ComHostCounters& to, const ComHostCounters& from, uint32
 }
 
 // Unsigned differences: a device that wraps a counter is no harm.
-ComHostCounters PortCounters::counted(const Port& port, const ComHostCounters* device) const noexcept {
+ComHostCounters PortCounters::counted(const Port& port, const ComHostCounters& device,
+                                      int32_t counts) const noexcept {
     ComHostCounters counted = own_;
-    if (device != nullptr)
-        for (const Row& row : rows)
-            counted.*row.counter = device->*row.counter - base_.*row.counter;
+    for (const Row& row : rows)
+        if (counts > 0 || (counts == 0 && (row.event & absences) != 0))
+            counted.*row.counter = device.*row.counter - base_.*row.counter;
     counted.size = sizeof counted;
     counted.received = port.received.load(std::memory_order_relaxed);
     counted.sent = port.sent.load(std::memory_order_relaxed);
@@ -73,7 +76,7 @@ ComHostCounters PortCounters::counted(const Port& port, const ComHostCounters* d
 // the one at its far end.
 void PortCounters::begin(Port& port) noexcept {
     ComHostCounters device{};
-    const bool counts = port.device.counters(device);
+    const int32_t counts = port.device.counters(device);
     {
         MutexLock guard(watchMutex_);
         asked_ = 0;
@@ -81,7 +84,7 @@ void PortCounters::begin(Port& port) noexcept {
     }
     MutexLock guard(mutex_);
     base_ = own_ = told_ = {};
-    if (counts)
+    if (counts >= 0)
         base_ = device;
     state_ = COM_HOST_DEVICE_THERE;
     events_ = 0;
@@ -91,9 +94,9 @@ void PortCounters::begin(Port& port) noexcept {
 
 ComHostCounters PortCounters::now(Port& port) noexcept {
     ComHostCounters device{};
-    const bool counts = port.device.counters(device);
+    const int32_t counts = port.device.counters(device);
     MutexLock guard(mutex_);
-    return counted(port, counts ? &device : nullptr);
+    return counted(port, device, counts);
 }
 
 // A look that was overtaken by a later one tells nothing again.
@@ -111,9 +114,9 @@ uint32_t PortCounters::moveOn(const ComHostCounters& latest) noexcept {
 void PortCounters::look(Port& port) noexcept {
     {
         ComHostCounters device{};
-        const bool counts = port.device.counters(device);
+        const int32_t counts = port.device.counters(device);
         MutexLock guard(mutex_);
-        const uint32_t moved = moveOn(counted(port, counts ? &device : nullptr));
+        const uint32_t moved = moveOn(counted(port, device, counts));
         if (moved == 0)
             return;
         // Under the mutex: who has ended it, or has it told elsewhere, gets nothing afterwards.
@@ -170,14 +173,14 @@ uint32_t PortCounters::ask(Port& port, uint32_t events) noexcept {
         asked_ |= events;
         port.device.watch(asked_, deviceChanged, &port);
     }
-    constexpr uint32_t always = COM_HOST_EVENT_GONE | COM_HOST_EVENT_BACK;
     ComHostCounters device{};
-    if (port.device.counters(device))
+    const int32_t counts = port.device.counters(device);
+    if (counts > 0)
         return events;
     // A driver of the first record tells errors by its status alone; the built-in ones count what they can tell.
-    bool tellsErrors = port.device.tellsStatus() && !port.device.counts();
+    bool tellsErrors = port.device.tellsErrorsByStatus();
     constexpr uint32_t errors = COM_HOST_EVENT_BREAK | COM_HOST_EVENT_ERROR;
-    return events & (tellsErrors ? always | errors : always);
+    return events & (tellsErrors ? absences | errors : absences);
 }
 
 void PortCounters::setTarget(Port& port, uint32_t events, int32_t window, uint32_t thread) noexcept {

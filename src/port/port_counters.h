@@ -45,8 +45,9 @@ public:
     static void copy(ComHostCounters& to, const ComHostCounters& from, uint32_t events) noexcept;
 
 private:
-    /// `device`: what it counts; null: nothing.
-    ComHostCounters counted(const Port& port, const ComHostCounters* device) const noexcept WITH_LOCK(mutex_);
+    /// `device`: what it counts, as far as `counts` says (device.h).
+    ComHostCounters counted(const Port& port, const ComHostCounters& device, int32_t counts) const noexcept
+        WITH_LOCK(mutex_);
     uint32_t moveOn(const ComHostCounters& latest) noexcept WITH_LOCK(mutex_);
 
     Mutex mutex_;                             ///< what follows

@@ -17,7 +17,7 @@ constexpr uint32_t longestLook = 100; ///< milliseconds between two looks at a s
 /// When that many bytes may have left.
 uint32_t millisecondsFor(Port& port, int64_t bytes) noexcept {
     constexpr int64_t bitsPerByte = 10;
-    int64_t rate = std::max<int64_t>(port.lineStateCopy().baudRate, 1);
+    int64_t rate = std::max<int64_t>(port.record->baudRate, 1); // waits for nobody who changes the line
     return static_cast<uint32_t>(std::clamp<int64_t>(bytes * bitsPerByte * 1000 / rate, 1, longestLook));
 }
 

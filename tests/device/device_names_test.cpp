@@ -19,11 +19,14 @@ TEST(DeviceNames, ResolvesPortNamesAndNothingElse) {
     ASSERT_EQ(names::map(7, "/tmp/bench"), 1);
     for (const char* name : {"COM7", "com7", "\\\\.\\COM7", "\\\\.\\Com7"})
         EXPECT_EQ(names::resolve(name), "/tmp/bench") << name;
+    EXPECT_EQ(names::resolve("COM7?dtr=off"), "/tmp/bench?dtr=off");
     for (const char* name : {"COM", "\\\\.\\COM", "COM0", "COM257", "COM07", "COM7x", "COM1000", "CO7",
                              "/dev/ttyUSB0", "null-modem:COM7", ""})
         EXPECT_EQ(names::resolve(name), name);
     EXPECT_EQ(names::map(256, "/tmp/last"), 1);
     EXPECT_EQ(names::resolve("COM256"), "/tmp/last");
+    EXPECT_EQ(names::map(256, "loop:last?paced"), 1);
+    EXPECT_EQ(names::resolve("COM256?dtr=off"), "loop:last?paced&dtr=off");
     EXPECT_EQ(names::map(256, ""), 1);
     const bool linked = fs::exists("/dev/com256");
     EXPECT_EQ(names::resolve("COM256"), linked ? "/dev/com256" : "/dev/ttyS255");
@@ -136,6 +139,9 @@ TEST(DeviceDrivers, OpensBySchemeWhateverItsCase) {
     EXPECT_EQ(error, 0);
     EXPECT_FALSE(device.canWait() || device.flush()) << "it has no such functions";
     EXPECT_EQ(device.status(COM_HOST_WANT_IN).inQueue, 0U);
+    for (const char* options : {"dtr=off", "rts=off&close=leave", "rs485=rts"})
+        EXPECT_EQ(device.open(std::string("radio-1:east?") + options), -EINVAL) << "it has no lines";
+    EXPECT_EQ(device.open("radio-1:east?dtr=on&close=lower"), 1);
 }
 
 TEST(DeviceDrivers, RefusesBadRegistrations) {

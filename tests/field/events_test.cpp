@@ -1,9 +1,12 @@
 // Lines and errors that tell, and a device that goes and comes back.
+#include <csignal>
 #include <filesystem>
 #include <optional>
 #include <thread>
 
+#include "device/device.h"
 #include "field/field_port.h"
+#include "support/peer_process.h"
 #include "support/pty.h"
 #include "support/temp_dir.h"
 #include "support/timing.h"
@@ -93,6 +96,45 @@ TEST(FieldKept, WhatIsQueuedWhileItIsAwayIsSentWhenItIsBack) {
     EXPECT_EQ(line.baudRate, 38400U);
     socket.plugged->write("after");
     EXPECT_EQ(port.read(5), "after");
+}
+
+TEST(FieldKept, ADeviceThatIsBackButBusyIsTakenWhenItComesFree) {
+    Socket socket;
+    socket.plug();
+    Device device;
+    const int32_t handle = ComHostOpenDevice((socket.path() + "?keep=yes").c_str());
+    ASSERT_EQ(device.adopt(handle), 1) << errorTextNow();
+    const auto comesTo = [&device](int32_t state) {
+        return eventually([&] {
+            char byte = 0;
+            device.read(&byte, 1); // whoever looks finds out
+            return device.state() == state;
+        });
+    };
+    socket.pull();
+    ASSERT_TRUE(comesTo(COM_HOST_DEVICE_SOUGHT));
+    const Pty other;
+    const int32_t others = ComHostOpenDevice(other.slavePath().c_str());
+    EXPECT_GE(others, 0) << "the number of what has gone: " << errorTextNow();
+    socket.plugged.emplace();
+    PeerProcess holder(BRISOLT_TEST_PEER, {"hold", socket.plugged->slavePath()});
+    ASSERT_EQ(holder.readLine(), "held");
+    std::filesystem::create_symlink(socket.plugged->slavePath(), socket.path());
+    std::this_thread::sleep_for(1s); // the pauses have grown
+    EXPECT_EQ(device.state(), COM_HOST_DEVICE_SOUGHT);
+    holder.kill(SIGKILL);
+    EXPECT_TRUE(comesTo(COM_HOST_DEVICE_THERE));
+    device.close();
+    EXPECT_EQ(ComHostCloseDevice(handle), 1);
+    EXPECT_EQ(ComHostCloseDevice(others), 1);
+}
+
+TEST(FieldKept, WhatTheDeviceCannotTellIsNotWaitedFor) {
+    const Pty far;
+    const FieldPort port(far.slavePath() + "?keep=yes");
+    ComHostCounters seen = port.counters();
+    EXPECT_EQ(ComHostWaitEvent(port.number, COM_HOST_EVENT_CTS | COM_HOST_EVENT_ERROR, &seen, 5000), -4);
+    EXPECT_EQ(ComHostWaitEvent(port.number, COM_HOST_EVENT_CTS | COM_HOST_EVENT_GONE, &seen, 10), 0);
 }
 
 TEST(FieldKept, AFlappingDeviceLeavesNothingBehind) {

@@ -35,21 +35,33 @@ TEST(FieldOpen, WhatIsWrongIsNamed) {
         const char *path, *framing, *named;
         int32_t code;
     } wrong[] = {
-        {"null-modem:x?colour=red", nullptr, "paced=yes", -25},
+        {"null-modem:x?colour=red", nullptr, "\"colour=red\" is not possible here; possible: paced=yes", -25},
+        {"null-modem:x?paced=yes&paced=yes", nullptr, "\"paced=yes\" is given a second time", -25},
+        {"loop:x?paced&paced=no", nullptr, "\"paced=no\" is given a second time", -25},
         {"/dev/ttyS0?dtr=maybe", nullptr, "dtr cannot be \"maybe\"; possible: on, off, leave", -25},
         {"/dev/ttyS0?dtr=on&dtr=on", nullptr, "dtr is given twice", -25},
         {"/dev/ttyS0?zip=1", nullptr, "unknown option \"zip=1\"", -25},
         {"/dev/ttyS0?keep=0", nullptr, "no, yes, 1 to 1000000", -25},
-        {"null-modem:x?marks=yes", nullptr, "marks is not possible here", -25},
+        {"null-modem:x?marks=yes", nullptr, "marks is not possible here; possible: dtr, rts, close", -25},
+        {"null-modem:x?rs485-echo=yes&rs485=rts", nullptr, "rs485-echo needs rs485=driver", -25},
+        {"/dev/ttyS0?rs485-termination=off", nullptr, "rs485-termination needs rs485=driver", -25},
+        {"loop:x?rs485-before=5", nullptr, "rs485-before needs rs485=driver or rs485=rts", -25},
+        {"COM128?keep=no", nullptr, "/dev/ttyS127", -25}, // whose number the open itself takes
+        {nullptr, nullptr, "no path", -1},
         {"usb:ffff:ffff:none", nullptr, "none fits", -25},
         {"null-modem:x", "9N1", "data bits are 4 to 8", -34},
         {"null-modem:x", "8X1", "parity is N, O, E, M or S", -33},
         {"null-modem:x", "8N3", "stop bits are 1, 1.5 or 2", -35},
     };
     for (const auto& [path, framing, named, code] : wrong) {
-        EXPECT_EQ(ComHostOpen(path, 9600, framing), code) << path;
+        EXPECT_EQ(ComHostOpen(path, 9600, framing), code) << named;
         EXPECT_NE(errorTextNow().find(named), std::string::npos) << errorTextNow();
     }
+    EXPECT_EQ(ComHostOpen("loop:x", -1, nullptr), -1);
+    EXPECT_NE(errorTextNow().find("a baud rate of -1"), std::string::npos) << errorTextNow();
+    const Pty pty;
+    EXPECT_EQ(ComHostOpen((pty.slavePath() + "?rs485=rts").c_str(), 9600, nullptr), -25);
+    EXPECT_NE(errorTextNow().find("no RTS line"), std::string::npos) << errorTextNow();
 }
 
 TEST(FieldLine, IsSetInOneStepAndReadBack) {
@@ -72,6 +84,8 @@ TEST(FieldLine, LinesStartAsThePathAsks) {
     const FieldPort watcher("null-modem:start"), quiet("null-modem:start?dtr=off&rts=off");
     EXPECT_EQ(ComHostGetLines(watcher.number) & (COM_HOST_MODEM_DSR | COM_HOST_MODEM_CTS), 0);
     EXPECT_EQ(ComHostGetLines(quiet.number) & (COM_HOST_MODEM_DTR | COM_HOST_MODEM_RTS), 0);
+    const ComHostCounters seen = watcher.counters();
+    EXPECT_EQ(seen.cts + seen.dsr + seen.carrier, 0U) << "the open has raised a line";
     ComSetDTR(quiet.number);
     EXPECT_EQ(ComHostGetLines(watcher.number) & COM_HOST_MODEM_DSR, COM_HOST_MODEM_DSR);
     EXPECT_EQ(ComHostSetLine(quiet.number, 19200, nullptr, COM_FLOW_NONE), 1);

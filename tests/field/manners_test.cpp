@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "field/field_port.h"
+#include "platform/posix/tty/uucp_lock.h"
 #include "support/pty.h"
 #include "support/timing.h"
 
@@ -64,6 +65,26 @@ TEST(FieldLock, IsKeptToAndLeftWhileTheDeviceIsOpen) {
     EXPECT_FALSE(std::filesystem::exists(lock));
 }
 
+TEST(FieldLock, OneThatIsBeingWrittenIsHeldAndOursGoesWithTheLastOfUs) {
+    const Pty pty;
+    const auto lock = lockOf(pty.slavePath());
+    if (access("/run/lock", W_OK) != 0)
+        GTEST_SKIP() << "the folder of lock files cannot be written here";
+    std::ofstream(lock).close(); // the number follows in a moment
+    EXPECT_EQ(ComHostOpen(pty.slavePath().c_str(), 9600, "8N1"), -25);
+    EXPECT_NE(errorTextNow().find(lock.string()), std::string::npos) << errorTextNow();
+    std::filesystem::last_write_time(lock, std::filesystem::file_time_type::clock::now() -
+                                               std::chrono::minutes(1)); // or never
+    {
+        brisolt::tty::UucpLock first, second;
+        EXPECT_EQ(first.take(pty.slavePath()), 0);
+        EXPECT_EQ(second.take(pty.slavePath()), 0);
+        first.release();
+        EXPECT_EQ(ownerOf(lock), getpid());
+    }
+    EXPECT_FALSE(std::filesystem::exists(lock));
+}
+
 TEST(FieldFork, AChildThatClosesNothingKeepsNothing) {
     const Pty pty;
     int32_t port = ComHostOpen(pty.slavePath().c_str(), 9600, "8N1");
@@ -83,8 +104,8 @@ TEST(FieldFork, AChildThatClosesNothingKeepsNothing) {
 
 TEST(FieldRs485, RtsIsRaisedRoundEachBlock) {
     constexpr auto before = std::chrono::milliseconds(300), after = std::chrono::milliseconds(200);
-    const FieldPort bus("null-modem:bus?paced=yes&rs485=rts&rs485-before=300&rs485-after=200", 9600);
     const FieldPort far("null-modem:bus?paced=yes", 9600);
+    const FieldPort bus("null-modem:bus?paced=yes&rs485=rts&rs485-before=300&rs485-after=200", 9600);
     constexpr int32_t cts = COM_HOST_MODEM_CTS; // the other end's RTS
     EXPECT_EQ(ComHostGetLines(far) & cts, 0);
     EXPECT_EQ(ComHostGetLines(bus) & COM_HOST_MODEM_RTS, 0);
@@ -98,7 +119,7 @@ TEST(FieldRs485, RtsIsRaisedRoundEachBlock) {
     EXPECT_EQ(far.read(479), block.substr(1));
     EXPECT_EQ(ComHostDrain(bus, 10000), 1);
     EXPECT_TRUE(eventually([&] { return (ComHostGetLines(far) & cts) == 0; }));
-    EXPECT_GE(Clock::now() - start, before + after + std::chrono::milliseconds(500));
+    EXPECT_GE(Clock::now() - start, before + after + std::chrono::milliseconds(490));
     EXPECT_EQ(far.counters().cts, 2U) << "up and down, once";
     EXPECT_EQ(ComHostOpen("null-modem:other?rs485=driver", 9600, "8N1"), -25);
     EXPECT_NE(errorTextNow().find("rs485"), std::string::npos) << errorTextNow();

@@ -43,7 +43,11 @@ TEST(FieldOpening, LinesStayDownAndUpAsThePathAsks) {
     EXPECT_EQ(uartRegister(modemControl) & dtrAndRts, 0);
     { const FieldPort port(std::string(uart) + "?close=leave"); }
     EXPECT_EQ(uartRegister(modemControl) & dtrAndRts, dtrAndRts) << "the host lowers them no more than we do";
-    { const FieldPort port(uart); }
+    {
+        const FieldPort port(uart);
+        EXPECT_EQ(ComHostOpen((std::string(uart) + "?dtr=off&rts=off").c_str(), 9600, nullptr), -25);
+        EXPECT_EQ(uartRegister(modemControl) & dtrAndRts, dtrAndRts) << "a refused open lowered them";
+    }
     EXPECT_EQ(uartRegister(modemControl) & dtrAndRts, 0);
 }
 

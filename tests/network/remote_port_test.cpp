@@ -155,7 +155,9 @@ TEST(LyingServer, ALateAnswerIsNotTakenForTheNext) {
     RemoteServer server;
     const FieldPort port(server.path("?answer=700"), 9600);
     server.answerWith([](int, const std::string&) { return std::string(); });
+    server.asked();
     EXPECT_EQ(ComHostSetLine(port.number, 19200, nullptr, -1), -4);
+    expectAsked(server, {"1:19200 1:9600 "});
     // The answers to it and to the way back come now, before that to the next.
     server.answerWith([](int command, const std::string& value) {
         return comPort(101, rate(19200)) + comPort(101, rate(9600)) + RemoteServer::truth(command, value);
@@ -167,6 +169,25 @@ TEST(LyingServer, ALateAnswerIsNotTakenForTheNext) {
     EXPECT_NE(errorTextNow().find("baud rate 1200"), std::string::npos) << errorTextNow();
     server.answerWith(RemoteServer::truth);
     EXPECT_EQ(ComHostSetLine(port.number, 38400, nullptr, -1), 1) << errorTextNow();
+}
+
+TEST(LyingServer, SilenceIsWaitedForOnceAndByNoClose) {
+    constexpr auto answer = 3s;
+    RemoteServer server;
+    const FieldPort port(server.path("?answer=3000"), 9600);
+    server.answerWith([](int, const std::string&) { return std::string(); });
+    server.asked();
+    auto begun = std::chrono::steady_clock::now();
+    EXPECT_EQ(ComHostSetLine(port.number, 19200, nullptr, -1), -4);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, answer + 2s);
+    EXPECT_NE(errorTextNow().find("baud rate 19200"), std::string::npos) << errorTextNow();
+    expectAsked(server, {"1:19200 1:9600 "}); // the way back is asked for all the same
+    std::thread setter([&port] { ComHostSetLine(port.number, 38400, nullptr, -1); });
+    expectAsked(server, {"1:38400 "});
+    begun = std::chrono::steady_clock::now();
+    ComClose(port.number);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, answer - 500ms);
+    setter.join();
 }
 
 TEST(LyingServer, BytesComeWhileAnAnswerIsWaitedFor) {

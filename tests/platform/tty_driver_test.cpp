@@ -196,6 +196,32 @@ TEST_F(Tty, CountsAndDiscardsWhatHasCome) {
     EXPECT_EQ(device.inQueue(), 0U);
 }
 
+TEST(TtyStatus, WhatAPurgeHasDiscardedIsNotWaitedFor) {
+    const Pty pty;
+    brisolt::tty::TtyDevice tty;
+    tty.descriptor = openSlave(pty); // taken for a line with a transmitter that does not tell
+    tty.tellsTransmitter = false;
+    tty.bitRate = 10;
+    int32_t error = 0;
+    EXPECT_EQ(brisolt::tty::write(&tty, "hundred", 7, COM_HOST_WRITE_NOW, &error), 7);
+    EXPECT_GT(brisolt::tty::unsent(&tty), 0);
+    EXPECT_EQ(brisolt::tty::purge(&tty, COM_HOST_PURGE_TX), 1);
+    EXPECT_EQ(brisolt::tty::unsent(&tty), 0);
+}
+
+TEST(TtyOptions, WhatADriverLeavesOutOfTheHalfDuplexIsNamed) {
+    serial_rs485 granted{};
+    granted.flags = SER_RS485_ENABLED | SER_RS485_RTS_ON_SEND;
+    granted.delay_rts_before_send = 100;
+    const auto otherwise = [&granted](const brisolt::Rs485Options& wanted) {
+        return brisolt::tty::grantedOtherwise(wanted, granted);
+    };
+    EXPECT_EQ(otherwise({.beforeMs = 100}), "");
+    EXPECT_EQ(otherwise({.beforeMs = 200, .echo = true}), "rs485-echo=no, rs485-before=100");
+    EXPECT_EQ(otherwise({.rtsHigh = false, .beforeMs = 100, .resistor = brisolt::Rs485Resistor::on}),
+              "rs485-rts=high, rs485-termination=off");
+}
+
 TEST_F(Tty, AWriteEndsByTimeOutAndDeliversWhatItCounted) {
     const FastClock fast;
     device.writeLimit(2000);

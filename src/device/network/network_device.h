@@ -8,7 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
-#include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -19,6 +19,7 @@
 #include "device/network/peer_stream.h"
 #include "device/network/telnet.h"
 #include "platform/clock.h"
+#include "platform/mutex.h"
 #include "platform/signal.h"
 #include "platform/stream_socket.h"
 
@@ -38,30 +39,32 @@ struct NetworkDevice {
     std::atomic<bool> suspended{false}; ///< the far end holds us off
     std::atomic<uint32_t> errors{0};    ///< COM_HOST_ERROR_..., since they were last told
 
-    std::mutex settingsMutex; ///< what follows
-    ComHostLineState line{};
-    ComHostTimeouts timeouts{};
+    Mutex settingsMutex;
+    ComHostLineState line GUARDED_BY(settingsMutex){};
+    ComHostTimeouts timeouts GUARDED_BY(settingsMutex){};
 
-    Signal interruption;     ///< ends the sleeps of the writes that are under way
-    std::mutex writersMutex; ///< what follows
-    uint32_t interruptions = 0;
-    uint32_t writers = 0;
-    bool interrupted = false; ///< the signal is set
+    Signal interruption; ///< ends the sleeps of the writes that are under way
+    Mutex writersMutex;
+    uint32_t interruptions GUARDED_BY(writersMutex) = 0;
+    uint32_t writers GUARDED_BY(writersMutex) = 0;
+    bool interrupted GUARDED_BY(writersMutex) = false; ///< the signal is set
 
-    std::mutex requestMutex; ///< one asks at a time, and holds it while it waits
-    Signal news;             ///< for whoever asks: something has come for him
+    Mutex requestMutex; ///< one asks at a time, and holds it while it waits
+    /// What the line was when a request was not answered.
+    std::optional<ComPort::Values> wayBack GUARDED_BY(requestMutex);
+    Signal news; ///< for whoever asks: something has come for him
 
-    std::mutex mutex;  ///< what follows: all that moves on a line that is more than plain bytes
-    ByteRing heldBack; ///< taken off the socket before a reader asked for it
-    ByteRing outgoing; ///< commands, and halves of them, that leave before anything else
-    bool heldBackShown = false;
-    bool roomWatched = false;
-    Telnet telnet;
-    ComPort comPort;
+    Mutex mutex;                         ///< all that moves on a line that is more than plain bytes
+    ByteRing heldBack GUARDED_BY(mutex); ///< taken off the socket before a reader asked for it
+    ByteRing outgoing GUARDED_BY(mutex); ///< commands, and halves of them, that leave before anything else
+    bool heldBackShown GUARDED_BY(mutex) = false;
+    bool roomWatched GUARDED_BY(mutex) = false;
+    Telnet telnet GUARDED_BY(mutex);
+    ComPort comPort GUARDED_BY(mutex);
 
-    std::mutex watchMutex; ///< what follows; held while it is called
-    void (*changed)(void*) = nullptr;
-    void* argument = nullptr;
+    Mutex watchMutex; ///< held while it is called
+    void (*changed)(void*) GUARDED_BY(watchMutex) = nullptr;
+    void* argument GUARDED_BY(watchMutex) = nullptr;
 };
 
 inline NetworkDevice& of(void* device) noexcept {
@@ -77,8 +80,8 @@ int32_t read(void* device, void* buffer, int32_t count) noexcept;
 int32_t writeNow(NetworkDevice& device, std::span<const uint8_t> bytes, int32_t& error) noexcept;
 /// Takes off the socket what is there, as far as there is room for it.
 void takeIn(NetworkDevice& device) noexcept;
-/// Sends commands that stand in `outgoing`. With the lock.
-bool sendOutgoing(NetworkDevice& device) noexcept;
+/// Sends commands that stand in `outgoing`.
+bool sendOutgoing(NetworkDevice& device) noexcept WITH_LOCK(device.mutex);
 /// Sends on what was taken and has not left.
 void sendOn(NetworkDevice& device) noexcept;
 int32_t unsent(void* device) noexcept;

@@ -16,6 +16,7 @@
 #include "device/device.h"
 #include "device/network/network_device.h"
 #include "platform/error_text.h"
+#include "platform/mutex.h"
 
 namespace brisolt::network {
 
@@ -25,7 +26,8 @@ constexpr std::size_t heldBackSize = 65536;
 constexpr std::size_t outgoingSize = 4096;
 constexpr uint32_t defaultWriteLimit = 2000; // milliseconds
 
-bool setUpRoom(NetworkDevice& device) noexcept {
+// Nobody else has the line as yet.
+bool setUpRoom(NetworkDevice& device) noexcept LOCKS_UNCHECKED {
     if (device.interruption.descriptor() < 0 || device.news.descriptor() < 0)
         return false;
     return !device.kind.holdsBack() ||
@@ -33,7 +35,7 @@ bool setUpRoom(NetworkDevice& device) noexcept {
             device.gate.open(device.stream.socket()));
 }
 
-void setDefaults(NetworkDevice& device) noexcept {
+void setDefaults(NetworkDevice& device) noexcept LOCKS_UNCHECKED {
     device.line.size = sizeof device.line;
     device.line.baudRate = 9600;
     device.line.flags = COM_HOST_LINE_BINARY | COM_HOST_LINE_DTR_ON | COM_HOST_LINE_RTS_ON;
@@ -99,11 +101,11 @@ int32_t properties(void*, ComHostProperties* properties) noexcept {
 int32_t getLineState(void* device, ComHostLineState* state) noexcept {
     NetworkDevice& line = of(device);
     {
-        const std::scoped_lock guard(line.settingsMutex);
+        const MutexLock guard(line.settingsMutex);
         *state = line.line;
     }
     if (line.kind.telnet) {
-        const std::scoped_lock guard(line.mutex);
+        const MutexLock guard(line.mutex);
         line.comPort.show(*state);
     }
     return line.gone ? -ENODEV : 1;
@@ -116,19 +118,19 @@ int32_t setLineState(void* device, const ComHostLineState* state) noexcept {
     if (line.kind.telnet)
         if (const int32_t result = setRemoteLine(line, *state); result < 0)
             return result;
-    const std::scoped_lock guard(line.settingsMutex);
+    const MutexLock guard(line.settingsMutex);
     line.line = *state;
     return 1;
 }
 
 int32_t getTimeouts(void* device, ComHostTimeouts* timeouts) noexcept {
-    const std::scoped_lock guard(of(device).settingsMutex);
+    const MutexLock guard(of(device).settingsMutex);
     *timeouts = of(device).timeouts;
     return 1;
 }
 
 int32_t setTimeouts(void* device, const ComHostTimeouts* timeouts) noexcept {
-    const std::scoped_lock guard(of(device).settingsMutex);
+    const MutexLock guard(of(device).settingsMutex);
     of(device).timeouts = *timeouts;
     return 1;
 }
@@ -159,7 +161,7 @@ int32_t controlLine(void* device, uint32_t function) noexcept {
 
 int32_t modemStatus(void* device, uint32_t* lines) noexcept {
     NetworkDevice& line = of(device);
-    const std::scoped_lock guard(line.mutex);
+    const MutexLock guard(line.mutex);
     *lines = line.comPort.modemLines();
     return line.gone ? -ENODEV : 1;
 }
@@ -187,7 +189,7 @@ int32_t counters(void* device, ComHostCounters* counters) noexcept {
     NetworkDevice& line = of(device);
     if (!line.kind.telnet)
         return -ENOTTY;
-    const std::scoped_lock guard(line.mutex);
+    const MutexLock guard(line.mutex);
     const uint32_t size = counters->size;
     *counters = line.comPort.counters();
     counters->size = size;
@@ -197,7 +199,7 @@ int32_t counters(void* device, ComHostCounters* counters) noexcept {
 
 uint32_t watch(void* device, uint32_t events, void (*changed)(void*), void* argument) noexcept {
     NetworkDevice& line = of(device);
-    const std::scoped_lock guard(line.watchMutex);
+    const MutexLock guard(line.watchMutex);
     line.changed = events != 0 ? changed : nullptr;
     line.argument = argument;
     return line.kind.telnet ? events : 0;

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "device/network/network_device.h"
+#include "platform/mutex.h"
 
 namespace brisolt::network {
 
@@ -21,7 +22,8 @@ struct Heard {
     ComPort::News news;
 };
 
-void hear(void* self, std::span<const uint8_t> message) noexcept {
+// Called in takeData, with the lock.
+void hear(void* self, std::span<const uint8_t> message) noexcept LOCKS_UNCHECKED {
     auto& heard = *static_cast<Heard*>(self);
     const ComPort::News news = heard.device.comPort.hear(message);
     heard.news.counters |= news.counters;
@@ -29,8 +31,9 @@ void hear(void* self, std::span<const uint8_t> message) noexcept {
     heard.news.flow |= news.flow;
 }
 
-/// Data off the stream into `to`, with the lock. Falls short only when no more is there.
-int32_t takeData(NetworkDevice& device, std::span<uint8_t> to, Heard& heard, bool& over) noexcept {
+/// Data off the stream into `to`. Falls short only when no more is there.
+int32_t takeData(NetworkDevice& device, std::span<uint8_t> to, Heard& heard, bool& over) noexcept
+    WITH_LOCK(device.mutex) {
     int32_t kept = 0;
     for (int32_t taken = 0; kept < sizeOf(to) && taken < floodLimit;) {
         const int32_t room = sizeOf(to) - kept;
@@ -49,7 +52,7 @@ int32_t takeData(NetworkDevice& device, std::span<uint8_t> to, Heard& heard, boo
 }
 
 /// The gate shows what the socket does not. With the lock.
-void showGate(NetworkDevice& device) noexcept {
+void showGate(NetworkDevice& device) noexcept WITH_LOCK(device.mutex) {
     const bool holds = !device.heldBack.empty() || device.stream.heldBack();
     if (holds != device.heldBackShown)
         device.gate.showHeldBack(holds);
@@ -62,13 +65,13 @@ void tell(NetworkDevice& device, const Heard& heard) noexcept {
         device.news.set();
     if (!heard.news.counters)
         return;
-    const std::scoped_lock guard(device.watchMutex);
+    const MutexLock guard(device.watchMutex);
     if (device.changed != nullptr)
         device.changed(device.argument);
 }
 
 /// After the lock's holder has taken something in.
-void settle(NetworkDevice& device, const Heard& heard) noexcept {
+void settle(NetworkDevice& device, const Heard& heard) noexcept WITH_LOCK(device.mutex) {
     sendOutgoing(device);
     showGate(device);
     if (heard.news.counters)
@@ -82,7 +85,7 @@ int32_t readGuarded(NetworkDevice& device, std::span<uint8_t> to) noexcept {
     bool over = false;
     int32_t got = 0;
     {
-        const std::scoped_lock guard(device.mutex);
+        const MutexLock guard(device.mutex);
         const bool wasFull = device.heldBack.size() == device.heldBack.capacity();
         heard.news.answered = wasFull; // there is room for the answer now
         got = static_cast<int32_t>(device.heldBack.read(to));
@@ -102,7 +105,7 @@ void takeIn(NetworkDevice& device) noexcept {
     bool over = false;
     bool holds = false;
     {
-        const std::scoped_lock guard(device.mutex);
+        const MutexLock guard(device.mutex);
         std::array<uint8_t, 4096> piece;
         for (bool more = true; more && !over;) {
             const std::size_t room = device.heldBack.capacity() - device.heldBack.size();
@@ -146,7 +149,7 @@ uint32_t bytesHeld(NetworkDevice& device) noexcept {
     if (!device.kind.holdsBack())
         return static_cast<uint32_t>(streams::bytesToRead(device.stream.socket()));
     takeIn(device); // what the socket holds are not all bytes for a reader
-    const std::scoped_lock guard(device.mutex);
+    const MutexLock guard(device.mutex);
     return static_cast<uint32_t>(device.heldBack.size());
 }
 
@@ -171,7 +174,7 @@ bool sendOutgoing(NetworkDevice& device) noexcept {
 void sendOn(NetworkDevice& device) noexcept {
     if (!device.kind.holdsBack())
         return;
-    const std::scoped_lock guard(device.mutex);
+    const MutexLock guard(device.mutex);
     sendOutgoing(device);
 }
 
@@ -180,7 +183,7 @@ namespace {
 using Bytes = std::span<const uint8_t>;
 
 /// Bytes of which some are 255, each of which is sent twice. Bytes taken, or a negative error number.
-int32_t sendDoubled(NetworkDevice& device, Bytes bytes) noexcept {
+int32_t sendDoubled(NetworkDevice& device, Bytes bytes) noexcept WITH_LOCK(device.mutex) {
     std::array<uint8_t, 4096> doubled;
     std::size_t size = 0;
     for (std::size_t i = 0; i < bytes.size() && size + 2 <= doubled.size(); ++i) {
@@ -202,7 +205,7 @@ int32_t sendDoubled(NetworkDevice& device, Bytes bytes) noexcept {
 }
 
 /// The next bytes that can be sent in one go.
-int32_t sendPiece(NetworkDevice& device, Bytes bytes) noexcept {
+int32_t sendPiece(NetworkDevice& device, Bytes bytes) noexcept WITH_LOCK(device.mutex) {
     constexpr std::size_t worthIt = 2048; ///< bytes without a 255 that are sent as they stand
     const void* const first =
         device.kind.telnet ? std::memchr(bytes.data(), Telnet::iac, bytes.size()) : nullptr;
@@ -215,7 +218,7 @@ int32_t sendPiece(NetworkDevice& device, Bytes bytes) noexcept {
 }
 
 /// With the lock.
-int32_t sendData(NetworkDevice& device, Bytes bytes, int32_t& error) noexcept {
+int32_t sendData(NetworkDevice& device, Bytes bytes, int32_t& error) noexcept WITH_LOCK(device.mutex) {
     std::size_t taken = 0;
     while (taken < bytes.size() && sendOutgoing(device)) {
         const int32_t sent = sendPiece(device, bytes.subspan(taken));
@@ -237,7 +240,7 @@ int32_t writeNow(NetworkDevice& device, Bytes bytes, int32_t& error) noexcept {
         return 0;
     int32_t taken = 0;
     if (device.kind.holdsBack()) {
-        const std::scoped_lock guard(device.mutex);
+        const MutexLock guard(device.mutex);
         taken = sendData(device, bytes, error);
     } else {
         taken = device.stream.write(bytes.data(), sizeOf(bytes));
@@ -255,7 +258,7 @@ int32_t unsent(void* device) noexcept {
     const int32_t left = streams::unconfirmed(line.stream.socket());
     if (!line.kind.holdsBack())
         return left;
-    const std::scoped_lock guard(line.mutex);
+    const MutexLock guard(line.mutex);
     return left + (sendOutgoing(line) ? 0 : 1);
 }
 

@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "device/network/network_device.h"
+#include "platform/mutex.h"
 
 namespace brisolt::network {
 
@@ -26,7 +27,7 @@ int32_t waitForNothing(NetworkDevice& device, int32_t wake, int32_t milliseconds
 
 bool holdsBytes(NetworkDevice& device) noexcept {
     if (device.kind.holdsBack()) {
-        const std::scoped_lock guard(device.mutex);
+        const MutexLock guard(device.mutex);
         if (!device.heldBack.empty() || device.stream.heldBack())
             return true;
     }
@@ -50,7 +51,7 @@ bool isForReader(NetworkDevice& device) noexcept {
     if (!device.kind.holdsBack())
         return true;
     {
-        const std::scoped_lock guard(device.mutex);
+        const MutexLock guard(device.mutex);
         if (!device.roomWatched)
             return true;
         sendOutgoing(device);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "device/network/network_device.h"
+#include "platform/mutex.h"
 
 namespace brisolt::network {
 
@@ -24,10 +25,10 @@ class Begun {
 public:
     Begun(NetworkDevice& device, int32_t count) noexcept : device_(device) {
         {
-            const std::scoped_lock guard(device.settingsMutex);
+            const MutexLock guard(device.settingsMutex);
             limit_ = limitOf(device.timeouts, count);
         }
-        const std::scoped_lock guard(device.writersMutex);
+        const MutexLock guard(device.writersMutex);
         interruptions_ = device.interruptions;
         // An earlier interruption is over when the last of the writes that it concerned is.
         if (device.writers++ == 0 && std::exchange(device.interrupted, false))
@@ -36,7 +37,7 @@ public:
     Begun(const Begun&) = delete;
     Begun& operator=(const Begun&) = delete;
     ~Begun() {
-        const std::scoped_lock guard(device_.writersMutex);
+        const MutexLock guard(device_.writersMutex);
         --device_.writers;
     }
 
@@ -44,7 +45,7 @@ public:
     int32_t over() const noexcept {
         if (device_.gone)
             return ENODEV;
-        const std::scoped_lock guard(device_.writersMutex);
+        const MutexLock guard(device_.writersMutex);
         if (device_.cancelled || device_.interruptions != interruptions_)
             return ECANCELED;
         return limit_.passed() ? ETIMEDOUT : 0;
@@ -88,7 +89,7 @@ int32_t writeComplete(NetworkDevice& device, std::span<const uint8_t> bytes, int
 } // namespace
 
 void interruptWrites(NetworkDevice& device) noexcept {
-    const std::scoped_lock guard(device.writersMutex);
+    const MutexLock guard(device.writersMutex);
     ++device.interruptions;
     device.interrupted = true;
     device.interruption.set();

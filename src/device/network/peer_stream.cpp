@@ -1,22 +1,22 @@
 #include "device/network/peer_stream.h"
 
 #include <cerrno>
-#include <mutex>
 
 #include "platform/error_text.h"
 #include "platform/module.h"
+#include "platform/mutex.h"
 #include "platform/stream_socket.h"
 
 namespace brisolt::network {
 
 namespace {
 
-constinit std::mutex loading;
+constinit Mutex loading;
 constinit const TlsModule* loadedModule = nullptr; // stays for the life of the process
 
 /// The module, loaded by the first who needs it; null: `error` says what is missing.
 const TlsModule* tlsModule(std::string& error) {
-    const std::scoped_lock guard(loading);
+    const MutexLock guard(loading);
     if (loadedModule != nullptr)
         return loadedModule;
     void* const module = module::load(tlsModuleName);

@@ -4,9 +4,11 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "device/network/network_device.h"
 #include "platform/error_text.h"
+#include "platform/mutex.h"
 
 namespace brisolt::network {
 
@@ -20,7 +22,7 @@ struct Outlook {
 };
 
 Outlook lookAt(NetworkDevice& device) noexcept {
-    const std::scoped_lock guard(device.mutex);
+    const MutexLock guard(device.mutex);
     return {.agreement = device.telnet.comPort(),
             .due = device.comPort.due(),
             .refused = device.comPort.refused(),
@@ -59,7 +61,7 @@ template <class Done> int32_t await(NetworkDevice& device, Done done) noexcept {
 }
 
 bool put(NetworkDevice& device, uint8_t command, std::span<const uint8_t> value) noexcept {
-    const std::scoped_lock guard(device.mutex);
+    const MutexLock guard(device.mutex);
     const bool fits = Telnet::put(device.outgoing, command, value);
     sendOutgoing(device);
     return fits;
@@ -70,7 +72,7 @@ int32_t ask(NetworkDevice& device, SettingBits settings, const ComPort::Values& 
             SettingBits answered) noexcept {
     bool fits = true;
     {
-        const std::scoped_lock guard(device.mutex);
+        const MutexLock guard(device.mutex);
         for (uint8_t i = 0; i < settingCount; ++i) {
             const auto setting = static_cast<Setting>(i);
             if ((settings & bitOf(setting)) == 0)
@@ -94,18 +96,17 @@ std::string list(const ComPort& port, SettingBits settings, std::string (ComPort
     return text;
 }
 
-void tellRefused(const NetworkDevice& device, SettingBits refused) noexcept try {
-    setErrorText(device.path.whole + ": the far end runs at " +
-                 list(device.comPort, refused, &ComPort::describeAnswer) + " when " +
-                 list(device.comPort, refused, &ComPort::describe) + " is asked for");
+void tellRefused(const Path& path, const ComPort& port, SettingBits refused) noexcept try {
+    setErrorText(path.whole + ": the far end runs at " + list(port, refused, &ComPort::describeAnswer) +
+                 " when " + list(port, refused, &ComPort::describe) + " is asked for");
 } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): then there is no text
 }
 
-void tellSilent(const NetworkDevice& device, SettingBits silent, int32_t error) noexcept try {
-    const std::string what = " when asked for " + list(device.comPort, silent, &ComPort::describe);
-    setErrorText(device.path.whole + ": the far end " +
+void tellSilent(const Path& path, const ComPort& port, SettingBits silent, int32_t error) noexcept try {
+    const std::string what = " when asked for " + list(port, silent, &ComPort::describe);
+    setErrorText(path.whole + ": the far end " +
                  (error == ETIMEDOUT
-                      ? "does not answer" + what + " (within " + std::to_string(device.path.answerMs) + " ms)"
+                      ? "does not answer" + what + " (within " + std::to_string(path.answerMs) + " ms)"
                   : error == ENODEV ? "has closed the connection" + what
                                     : "has not answered" + what + ": " + std::strerror(error)));
 } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): then there is no text
@@ -114,14 +115,14 @@ void tellSilent(const NetworkDevice& device, SettingBits silent, int32_t error) 
 /// Ends the requests that were made. 0, or an error number, which the error text explains.
 int32_t conclude(NetworkDevice& device, int32_t error, SettingBits mayBeSilent,
                  SettingBits mayDiffer) noexcept {
-    const std::scoped_lock guard(device.mutex);
+    const MutexLock guard(device.mutex);
     const bool wasAsked = error == 0 || error == ETIMEDOUT;
     const SettingBits silent = device.comPort.due() & ~(wasAsked ? mayBeSilent : 0);
     const SettingBits refused = device.comPort.refused() & ~mayDiffer;
     if (refused != 0)
-        tellRefused(device, refused);
+        tellRefused(device.path, device.comPort, refused);
     else if (silent != 0)
-        tellSilent(device, silent, error);
+        tellSilent(device.path, device.comPort, silent, error);
     device.comPort.giveUp();
     return refused != 0 ? EINVAL : silent != 0 ? std::max(error, 1) : 0;
 }
@@ -130,7 +131,7 @@ int32_t conclude(NetworkDevice& device, int32_t error, SettingBits mayBeSilent,
 
 int32_t beginRemotePort(NetworkDevice& device, std::string& error) {
     {
-        const std::scoped_lock guard(device.mutex);
+        const MutexLock guard(device.mutex);
         device.telnet.offer(device.outgoing);
         sendOutgoing(device);
     }
@@ -155,6 +156,33 @@ int32_t beginRemotePort(NetworkDevice& device, std::string& error) {
     return failed != 0 ? -failed : -EOPNOTSUPP;
 }
 
+namespace {
+
+/// What the line is, as far as it is known.
+ComPort::Values valuesNow(NetworkDevice& device) {
+    ComHostLineState state{};
+    {
+        const MutexLock guard(device.settingsMutex);
+        state = device.line;
+    }
+    const MutexLock guard(device.mutex);
+    device.comPort.show(state);
+    ComPort::Values values{};
+    std::string error;
+    ComPort::valuesOf(state, values, error);
+    return values;
+}
+
+/// Whoever was not answered goes back to what was before: that is said, and not waited for a second time.
+int32_t goBack(NetworkDevice& device, const ComPort::Values& values, SettingBits differ) noexcept {
+    ask(device, differ, values, 0);
+    const MutexLock guard(device.mutex);
+    device.comPort.giveUp();
+    return -ETIMEDOUT;
+}
+
+} // namespace
+
 int32_t setRemoteLine(NetworkDevice& device, const ComHostLineState& state) noexcept try {
     ComPort::Values values{};
     std::string error;
@@ -162,16 +190,20 @@ int32_t setRemoteLine(NetworkDevice& device, const ComHostLineState& state) noex
         setErrorText(device.path.whole + ": " + error);
         return -EINVAL;
     }
-    const std::scoped_lock request(device.requestMutex);
+    const MutexLock request(device.requestMutex);
+    const ComPort::Values before = valuesNow(device);
+    const std::optional<ComPort::Values> wayBack = std::exchange(device.wayBack, std::nullopt);
     SettingBits differ = 0;
     bool first = false;
     bool flows = false;
     {
-        const std::scoped_lock guard(device.mutex);
+        const MutexLock guard(device.mutex);
         differ = device.comPort.differing(values);
         first = !device.comPort.isSet();
         flows = device.comPort.flows();
     }
+    if (values == wayBack)
+        return goBack(device, values, differ);
     // Some servers add one flow control to the other unless they are told to have none.
     if ((differ & flowSettings) != 0 && flows && values[flowOut] != ComPort::noFlow) {
         ComPort::Values none = values;
@@ -186,6 +218,8 @@ int32_t setRemoteLine(NetworkDevice& device, const ComHostLineState& state) noex
     const bool rareFlow = (differ & bitOf(flowIn)) != 0;
     const int32_t failed = ask(device, differ, values, needed);
     const int32_t result = conclude(device, failed, rareFlow ? 0 : flowSettings, first ? flowSettings : 0);
+    if (result == ETIMEDOUT)
+        device.wayBack = before;
     return result == 0 ? 1 : -result;
 } catch (const std::bad_alloc&) {
     return -ENOMEM;

@@ -92,4 +92,16 @@ void FolderWatch::collect(const std::function<void(const std::string& path, Chan
     }
 }
 
+CloseWatch::CloseWatch() noexcept : descriptor_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+
+CloseWatch::~CloseWatch() {
+    if (descriptor_ >= 0)
+        ::close(descriptor_);
+}
+
+void CloseWatch::watchFor(const char* path) noexcept {
+    if (descriptor_ >= 0)
+        inotify_add_watch(descriptor_, path, IN_CLOSE_WRITE);
+}
+
 } // namespace brisolt

@@ -43,6 +43,11 @@ struct Undo {
 };
 
 struct TtyDevice {
+    TtyDevice() = default;
+    TtyDevice(const TtyDevice&) = delete;
+    TtyDevice& operator=(const TtyDevice&) = delete;
+    ~TtyDevice(); ///< of an open that has failed: closes the descriptor
+
     int32_t descriptor = -1;
     std::string path;
     DeviceOptions options;
@@ -107,7 +112,9 @@ inline void setHungUp(TtyDevice& tty, bool now) noexcept {
 
 // ---- tty_options.cpp
 /// What an open path asks for beside its settings. 0, or an error number; the error text then says what.
-int32_t applyOptions(TtyDevice& tty);
+int32_t applyOptions(TtyDevice& tty) noexcept;
+/// What a driver grants otherwise than it was asked for: "rs485-before=100"; empty: nothing.
+std::string grantedOtherwise(const Rs485Options& wanted, const serial_rs485& granted);
 /// Puts back what applyOptions has changed.
 void undoOptions(TtyDevice& tty) noexcept;
 
@@ -122,6 +129,7 @@ int32_t state(void* device) noexcept;
 /// Why a path could not be opened, for people: who holds it, which group may open it.
 std::string openErrorText(const std::string& path, int32_t error);
 /// That a living process has its lock file.
+/// Or UucpLock::unnamed: somebody is about to.
 std::string lockedText(const std::string& path, int32_t process);
 
 // ---- tty_line_state.cpp
@@ -141,7 +149,7 @@ int32_t modemStatus(void* device, uint32_t* lines) noexcept;
 int32_t status(void* device, uint32_t wanted, ComHostStatus* status) noexcept;
 /// Empties the kernel's output queue. How many bytes that took: not all of them where a driver does not give
 /// up what it has, as those of USB devices do not; they are sure to go. Negative: error number.
-int32_t discardOutput(const TtyDevice& tty) noexcept;
+int32_t discardOutput(TtyDevice& tty) noexcept;
 int32_t purge(void* device, uint32_t what) noexcept;
 /// The handshake with DTR, which the kernel does not know: lowers DTR while the input queue is full. Whether
 /// it is lowered.
@@ -154,6 +162,8 @@ bool heldByDsr(TtyDevice& tty) noexcept;
 void interruptWrites(TtyDevice& tty) noexcept WITH_LOCK(tty.lock);
 /// The kernel's output queue; 0 too where a device cannot tell. Negative: error number.
 int32_t queuedOutput(const TtyDevice& tty) noexcept;
+/// Where the transmitter does not tell: what was written and is not queued any more has been thrown away.
+void forgetDiscarded(TtyDevice& tty, int32_t queued) noexcept;
 int32_t getTimeouts(void* device, ComHostTimeouts* timeouts) noexcept;
 int32_t setTimeouts(void* device, const ComHostTimeouts* timeouts) noexcept;
 int32_t write(void* device, const void* buffer, int32_t count, uint32_t how, int32_t* error) noexcept;

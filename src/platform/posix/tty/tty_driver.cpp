@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -86,9 +87,10 @@ int32_t openDescriptor(TtyDevice& tty) {
         const int32_t error = errno;
         return refuse(openErrorText(tty.path, error), error);
     }
-    lowerLines(tty);
-    const int32_t error = claim(tty);
-    return error == 0 ? 1 : refuse(openErrorText(tty.path, error), error);
+    if (const int32_t error = claim(tty); error != 0)
+        return refuse(openErrorText(tty.path, error), error);
+    lowerLines(tty); // ours by now: nobody else's fall
+    return 1;
 }
 
 int32_t openTty(const char* path, const DeviceOptions& options, void** device, int32_t* handle) noexcept try {
@@ -97,11 +99,8 @@ int32_t openTty(const char* path, const DeviceOptions& options, void** device, i
     tty->options = options;
     if (tty->interruption.descriptor() < 0) // nobody could end a write that the line holds off
         return refuse(openErrorText(tty->path, EMFILE), EMFILE);
-    if (const int32_t result = openDescriptor(*tty); result < 0) {
-        if (tty->descriptor >= 0)
-            ::close(tty->descriptor);
+    if (const int32_t result = openDescriptor(*tty); result < 0)
         return result;
-    }
     learnKind(*tty);
     learnLineState(*tty, true);
     if (const int32_t error = applyOptions(*tty); error != 0) {
@@ -144,10 +143,8 @@ int32_t adoptTty(void*, int32_t handle, void** device) noexcept try {
         const int32_t error = handle < 0 ? EBADF : errno;
         return refuse("cannot take over " + tty->path + ": " + std::strerror(error), error);
     }
-    if (isatty(tty->descriptor) == 0) {
-        ::close(tty->descriptor);
+    if (isatty(tty->descriptor) == 0)
         return refuse("cannot take over " + tty->path + ": it is not a serial device", ENOTTY);
-    }
     const int32_t flags = fcntl(tty->descriptor, F_GETFL); // an own one never waits
     tty->wasBlocking = (flags & O_NONBLOCK) == 0;
     if (tty->wasBlocking)
@@ -201,7 +198,8 @@ void closeTty(void* device) noexcept LOCKS_UNCHECKED {
             flock(tty->descriptor, LOCK_UN);  // a child between fork and exec still has it
         }
     }
-    closeDescriptor(tty->descriptor, queuedOutput(*tty) > 0);
+    const bool mayTakeLong = queuedOutput(*tty) > 0;
+    closeDescriptor(std::exchange(tty->descriptor, -1), mayTakeLong);
 }
 
 // The kernel sizes its queues and reports its events as it does; there is nothing to set.
@@ -222,6 +220,11 @@ void cancel(void* device, int32_t on) noexcept {
 }
 
 } // namespace
+
+TtyDevice::~TtyDevice() {
+    if (descriptor >= 0)
+        ::close(descriptor);
+}
 
 bool lacksFunction(int32_t error) noexcept {
     return error == ENOTTY || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;

@@ -56,8 +56,10 @@ std::string permissionText(const struct stat& about) {
 
 std::string lockedText(const std::string& path, int32_t process) {
     const std::string name = kernelFiles::firstLine("/proc/" + std::to_string(process) + "/comm");
-    return "cannot open " + path + ": " + std::strerror(EBUSY) + "; locked by " + processText(process, name) +
-           " in " + UucpLock::fileFor(path);
+    const std::string owner =
+        process == UucpLock::unnamed ? "a program that is about to say so" : processText(process, name);
+    return "cannot open " + path + ": " + std::strerror(EBUSY) + "; locked by " + owner + " in " +
+           UucpLock::fileFor(path);
 }
 
 std::string openErrorText(const std::string& path, int32_t error) {

@@ -48,12 +48,12 @@ void setFlag(uint32_t& flags, uint32_t flag, bool on) noexcept {
     flags = on ? flags | flag : flags & ~flag;
 }
 
-// Some drivers tell of a mode that they do not have; only the setting shows.
-int32_t applyRs485(TtyDevice& tty) {
-    const Rs485Options& wanted = tty.options.rs485;
-    serial_rs485 bus{};
-    const bool readable = ioctl(tty.descriptor, TIOCGRS485, &bus) == 0;
-    const serial_rs485 before = bus;
+int32_t refuse(const TtyDevice& tty, const std::string& what, int32_t error) {
+    setErrorText("cannot open " + tty.path + " with " + what);
+    return error;
+}
+
+void ask(serial_rs485& bus, const Rs485Options& wanted) noexcept {
     setFlag(bus.flags, SER_RS485_ENABLED, true);
     setFlag(bus.flags, SER_RS485_RTS_ON_SEND, wanted.rtsHigh);
     setFlag(bus.flags, SER_RS485_RTS_AFTER_SEND, !wanted.rtsHigh);
@@ -62,28 +62,72 @@ int32_t applyRs485(TtyDevice& tty) {
         setFlag(bus.flags, SER_RS485_TERMINATE_BUS, wanted.resistor == Rs485Resistor::on);
     bus.delay_rts_before_send = wanted.beforeMs;
     bus.delay_rts_after_send = wanted.afterMs;
+}
+
+// Some drivers tell of a mode that they do not have; only the setting shows. What they do not have of it they leave
+// out or cut down, and a bus on which others rely on it would not work.
+int32_t applyRs485(TtyDevice& tty) {
+    serial_rs485 bus{};
+    const bool readable = ioctl(tty.descriptor, TIOCGRS485, &bus) == 0;
+    const serial_rs485 before = bus;
+    ask(bus, tty.options.rs485);
     if (ioctl(tty.descriptor, TIOCSRS485, &bus) != 0) {
         const int32_t error = errno;
-        setErrorText("cannot open " + tty.path + " with rs485=driver: its driver has no RS-485 mode (" +
-                     std::strerror(error) + "); rs485=rts may do");
-        return error;
+        return refuse(tty,
+                      std::string("rs485=driver: its driver has no RS-485 mode (") + std::strerror(error) +
+                          "); rs485=rts may do",
+                      error);
     }
     if (readable)
         tty.undo.rs485 = before;
-    if (wanted.resistor == Rs485Resistor::on && (bus.flags & SER_RS485_TERMINATE_BUS) == 0) {
-        setErrorText("cannot open " + tty.path +
-                     " with rs485-termination=on: its driver switches no resistor");
-        return EINVAL;
-    }
-    return 0;
+    ioctl(tty.descriptor, TIOCGRS485, &bus); // a driver that cannot say has written it back above
+    const std::string otherwise = grantedOtherwise(tty.options.rs485, bus);
+    if (otherwise.empty())
+        return 0;
+    if (readable)
+        ioctl(tty.descriptor, TIOCSRS485, &before);
+    return refuse(tty, "rs485=driver as asked: its driver can do it with " + otherwise, EINVAL);
+}
+
+int32_t apply(TtyDevice& tty) {
+    if (tty.options.rs485.mode == Rs485Mode::rts && !tty.hasModemLines)
+        return refuse(tty, "rs485=rts: it has no RTS line", EINVAL);
+    if (tty.options.lowLatency)
+        applyLowLatency(tty);
+    return tty.options.rs485.mode == Rs485Mode::driver ? applyRs485(tty) : 0;
 }
 
 } // namespace
 
-int32_t applyOptions(TtyDevice& tty) {
-    if (tty.options.lowLatency)
-        applyLowLatency(tty);
-    return tty.options.rs485.mode == Rs485Mode::driver ? applyRs485(tty) : 0;
+std::string grantedOtherwise(const Rs485Options& wanted, const serial_rs485& granted) {
+    const auto has = [&granted](uint32_t flag) { return (granted.flags & flag) != 0; };
+    if (!has(SER_RS485_ENABLED))
+        return "rs485=off";
+    const struct {
+        bool asGranted;
+        std::string granted;
+    } parts[] = {
+        {has(SER_RS485_RTS_ON_SEND) == wanted.rtsHigh,
+         has(SER_RS485_RTS_ON_SEND) ? "rs485-rts=high" : "rs485-rts=low"},
+        {has(SER_RS485_RX_DURING_TX) == wanted.echo,
+         has(SER_RS485_RX_DURING_TX) ? "rs485-echo=yes" : "rs485-echo=no"},
+        {wanted.resistor == Rs485Resistor::leave ||
+             has(SER_RS485_TERMINATE_BUS) == (wanted.resistor == Rs485Resistor::on),
+         has(SER_RS485_TERMINATE_BUS) ? "rs485-termination=on" : "rs485-termination=off"},
+        {granted.delay_rts_before_send == wanted.beforeMs,
+         "rs485-before=" + std::to_string(granted.delay_rts_before_send)},
+        {granted.delay_rts_after_send == wanted.afterMs,
+         "rs485-after=" + std::to_string(granted.delay_rts_after_send)},
+    };
+    std::string text;
+    for (const auto& part : parts)
+        if (!part.asGranted)
+            text.append(text.empty() ? "" : ", ").append(part.granted);
+    return text;
+}
+
+int32_t applyOptions(TtyDevice& tty) noexcept try { return apply(tty); } catch (...) {
+    return ENOMEM;
 }
 
 void undoOptions(TtyDevice& tty) noexcept try {

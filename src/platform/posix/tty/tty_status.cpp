@@ -130,13 +130,14 @@ int32_t status(void* device, uint32_t wanted, ComHostStatus* status) noexcept {
 }
 
 // What was written to a pty is with the far end already; the kernel's discard would take it away there.
-int32_t discardOutput(const TtyDevice& tty) noexcept {
+int32_t discardOutput(TtyDevice& tty) noexcept {
     if (tty.isPty)
         return 0;
     const int32_t before = queuedOutput(tty);
     if (const int32_t flushed = request(tty, TCFLSH, TCOFLUSH); flushed < 0)
         return flushed;
     const int32_t left = queuedOutput(tty);
+    forgetDiscarded(tty, left);
     return before < 0 ? before : left < 0 ? left : std::max(before - left, 0);
 }
 

@@ -98,12 +98,16 @@ int64_t nowNanoseconds() noexcept {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
 }
 
+/// Nanoseconds that bytes take on the line.
+int64_t lineTime(const TtyDevice& tty, int64_t bytes) noexcept {
+    return bytes * bitsPerByte * 1'000'000'000 / tty.bitRate;
+}
+
 /// A transmitter that does not tell is busy for the time that the bytes take.
 void noteSent(TtyDevice& tty, ssize_t bytes) noexcept {
     if (tty.tellsTransmitter || tty.isPty || bytes == 0)
         return;
-    const int64_t takes = bytes * bitsPerByte * 1'000'000'000 / tty.bitRate;
-    tty.lineBusyUntil = std::max(nowNanoseconds(), tty.lineBusyUntil.load()) + takes;
+    tty.lineBusyUntil = std::max(nowNanoseconds(), tty.lineBusyUntil.load()) + lineTime(tty, bytes);
 }
 
 /// One write call. Bytes taken, or a negative error number; 0: there is no room.
@@ -191,6 +195,11 @@ int32_t queuedOutput(const TtyDevice& tty) noexcept {
     if (tty.isPty || ioctl(tty.descriptor, TIOCOUTQ, &queued) == 0)
         return queued;
     return lacksFunction(errno) ? 0 : -errno;
+}
+
+void forgetDiscarded(TtyDevice& tty, int32_t queued) noexcept {
+    const int64_t left = nowNanoseconds() + lineTime(tty, std::max(queued, 0));
+    tty.lineBusyUntil = std::min(tty.lineBusyUntil.load(), left);
 }
 
 int32_t getTimeouts(void* device, ComHostTimeouts* timeouts) noexcept {

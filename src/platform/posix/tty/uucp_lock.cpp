@@ -8,10 +8,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <optional>
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace brisolt::tty {
@@ -49,6 +51,20 @@ bool lives(pid_t process) noexcept {
     return process > 0 && (kill(process, 0) == 0 || errno == EPERM);
 }
 
+/// Old programs make the file first and write their number then.
+bool isFresh(const std::string& file) noexcept {
+    constexpr time_t longestPause = 5; // seconds
+    struct stat about {};
+    return stat(file.c_str(), &about) == 0 && std::abs(time(nullptr) - about.st_mtime) < longestPause;
+}
+
+/// Who has a lock with that owner in it; 0: nobody.
+int32_t holderOf(pid_t owner, const std::string& file) noexcept {
+    if (lives(owner))
+        return owner;
+    return owner == 0 && isFresh(file) ? UucpLock::unnamed : 0;
+}
+
 /// Made whole under another name and linked, so that nobody ever reads half a lock.
 bool make(const std::string& file) {
     static std::atomic<uint32_t> count{0};
@@ -82,20 +98,45 @@ std::string UucpLock::fileFor(const std::string& path) {
     return std::string(folder) + "LCK.." + name;
 }
 
+void UucpLock::enlist(std::string file) noexcept {
+    file_ = std::move(file); // what is made is remembered, whatever memory there is
+    next_ = std::exchange(first_, this);
+}
+
+void UucpLock::delist() noexcept {
+    UucpLock** place = &first_;
+    while (*place != this)
+        place = &(*place)->next_;
+    *place = next_;
+}
+
+bool UucpLock::isOurs(const std::string& file) noexcept {
+    const UucpLock* lock = first_;
+    while (lock != nullptr && lock->file_ != file)
+        lock = lock->next_;
+    return lock != nullptr;
+}
+
 int32_t UucpLock::take(const std::string& path) {
     constexpr int32_t tries = 3; // a dead process's lock is taken away, and somebody may be quicker
+    const MutexLock guard(mutex_);
     std::string file = fileFor(path);
     for (int32_t i = 0; i < tries; ++i) {
         if (const std::optional<pid_t> owner = ownerOf(file)) {
-            if (*owner == getpid() || *owner == unreadable)
+            if (*owner == getpid()) {
+                if (isOurs(file))
+                    enlist(std::move(file));
                 return 0;
-            if (lives(*owner))
-                return *owner;
+            }
+            if (*owner == unreadable)
+                return 0;
+            if (const int32_t holder = holderOf(*owner, file); holder != 0)
+                return holder;
             if (unlink(file.c_str()) != 0)
                 return 0;
         }
         if (make(file)) {
-            file_ = std::move(file); // what is made is remembered, whatever memory there is
+            enlist(std::move(file));
             return 0;
         }
         if (access(folder, W_OK) != 0)
@@ -105,7 +146,11 @@ int32_t UucpLock::take(const std::string& path) {
 }
 
 void UucpLock::release() noexcept try {
-    const std::optional<pid_t> owner = file_.empty() ? std::nullopt : ownerOf(file_);
+    const MutexLock guard(mutex_);
+    if (file_.empty())
+        return;
+    delist();
+    const std::optional<pid_t> owner = isOurs(file_) ? std::nullopt : ownerOf(file_);
     if (owner == getpid() || owner == unreadable) // what cannot be read is what we have made
         unlink(file_.c_str());
     file_.clear();

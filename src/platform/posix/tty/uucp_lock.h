@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/mutex.h"
+
 namespace brisolt::tty {
 
 class UucpLock {
@@ -15,15 +17,28 @@ public:
     UucpLock(const UucpLock&) = delete;
     UucpLock& operator=(const UucpLock&) = delete;
 
+    /// A process that has made its file and not yet written its number into it.
+    static constexpr int32_t unnamed = -1;
+
     /// Takes the lock of the device that the path leads to, where the folder of the locks can be written. The living
-    /// process that has it, else 0. One of this program's own is left as it is.
+    /// process that has it (or `unnamed`), else 0. One that this program has already is shared, and goes with the
+    /// last; one that another part of the program made is left as it is.
     int32_t take(const std::string& path);
     void release() noexcept;
     /// The name of the file that belongs to a device.
     static std::string fileFor(const std::string& path);
 
 private:
+    void enlist(std::string file) noexcept WITH_LOCK(mutex_);
+    void delist() noexcept WITH_LOCK(mutex_);
+    static bool isOurs(const std::string& file) noexcept WITH_LOCK(mutex_);
+
+    // Neither made on first use nor ever gone: a port may still be closing while the program ends.
+    static inline constinit Mutex mutex_;
+    static inline constinit UucpLock* first_ GUARDED_BY(mutex_) = nullptr; ///< those that hold a file
+
     std::string file_; ///< empty: there is none of ours
+    UucpLock* next_ = nullptr;
 };
 
 } // namespace brisolt::tty
