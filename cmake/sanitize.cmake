@@ -1,6 +1,7 @@
 # Everything of a build is instrumented, or nothing: BRISOLT_SANITIZE=address, thread or fuzz.
 if(BRISOLT_SANITIZE STREQUAL "address")
-    set(sanitize_flags -fsanitize=address,undefined -fno-sanitize-recover=all)
+    # Not the check of vtables: it asks the host whether memory is there, which tests with a failing host refuse it.
+    set(sanitize_flags -fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=all)
 elseif(BRISOLT_SANITIZE STREQUAL "thread")
     set(sanitize_flags -fsanitize=thread)
 elseif(BRISOLT_SANITIZE STREQUAL "fuzz")
