@@ -52,7 +52,7 @@ Listener::Listener(int port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOE
     own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof own;
     auto* address = reinterpret_cast<sockaddr*>(&own);
-    if (bind(socket_, address, size) != 0 || listen(socket_, 8) != 0)
+    if (::bind(socket_, address, size) != 0 || listen(socket_, 8) != 0)
         throw std::runtime_error("cannot listen");
     getsockname(socket_, address, &size);
     port_ = ntohs(own.sin_port);
@@ -69,7 +69,7 @@ void Listener::close() {
     if (socket_ < 0)
         return;
     shutdown(socket_, SHUT_RDWR); // whoever accepts comes back
-    ::close(std::exchange(socket_, -1));
+    ::close(socket_.exchange(-1));
 }
 
 int freePort() {

@@ -44,7 +44,7 @@ public:
     void close();
 
 private:
-    int socket_ = -1;
+    std::atomic<int> socket_{-1}; ///< a close ends the accept of another thread
     int port_ = 0;
 };
 
