@@ -125,7 +125,7 @@ if(BRISOLT_TESTS)
         add_test(NAME "python.${stem}"
             COMMAND "${BRISOLT_PYTHON_INTERPRETER}" -m pytest -q -rs -p no:cacheprovider "${test}")
         set_tests_properties("python.${stem}" PROPERTIES
-            ENVIRONMENT "${python_environment}" TIMEOUT 300 LABELS python)
+            ENVIRONMENT "${python_environment}" TIMEOUT 300 COST 50 LABELS python)
     endforeach()
 endif()
 
