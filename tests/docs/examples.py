@@ -101,12 +101,13 @@ def examples_of(page):
 
 
 def command(example, options, source, program):
+    libraries = options.library
     strict = ["-Wall", "-Wextra", "-Wpedantic", "-Werror", "-O1"]
     if not example.whole:
         strict += ["-Wno-unused-variable", "-Wno-unused-but-set-variable"]
     compiler = [options.cc, "-std=gnu99"] if example.language == "c" else [options.cxx, "-std=c++20"]
     return compiler + options.flags.split() + strict + [
-        f"-I{options.include}", source, "-o", program, f"-L{options.library}", "-lbrisolt", f"-Wl,-rpath,{options.library}"]
+        f"-I{options.include}", source, "-o", program, "-L" + libraries, "-lbrisolt", "-Wl,-rpath," + libraries]
 
 
 def run(example, arguments, folder, environment=None):

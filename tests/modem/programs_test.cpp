@@ -87,7 +87,8 @@ TEST_F(ModemCommand, OutlivesTheOthersOfItsExchange) {
 
         expectRefusal(start({"--number", "200"}), "another modem has the number 200");
         expectRefusal(start({"--link", dir.path().string() + "/./there"}),
-                      "/there: is the link of a terminal that is in use (process " + std::to_string(there.id()));
+                      "/there: is the link of a terminal that is in use (process " +
+                          std::to_string(there.id()));
         EXPECT_TRUE(fs::exists(link)) << "and it still leads there";
 
         there.kill(end);

@@ -24,26 +24,26 @@ def _real_name(name: str) -> str:
 class Loader(importlib.abc.InspectLoader):
     """Loads the module of the other name."""
 
-    def __init__(self, spec: importlib.machinery.ModuleSpec) -> None:
-        self.spec = spec
+    def __init__(self, real: importlib.machinery.ModuleSpec) -> None:
+        self.real = real
 
-    def create_module(self, spec: importlib.machinery.ModuleSpec) -> ModuleType:
-        return importlib.import_module(self.spec.name)
+    def create_module(self, alias: importlib.machinery.ModuleSpec) -> ModuleType:
+        return importlib.import_module(self.real.name)
 
     def exec_module(self, module: ModuleType) -> None:
-        module.__spec__ = self.spec  # the import has put that of the alias there
+        module.__spec__ = self.real  # the import has put that of the alias there
 
     # For `python3 -m serial.tools.miniterm`:
     def get_code(self, fullname: str) -> CodeType | None:
-        code: CodeType | None = self.spec.loader.get_code(self.spec.name)  # type: ignore[union-attr]
+        code: CodeType | None = self.real.loader.get_code(self.real.name)  # type: ignore[union-attr]
         return code
 
     def get_source(self, fullname: str) -> str | None:
-        source: str | None = self.spec.loader.get_source(self.spec.name)  # type: ignore[union-attr]
+        source: str | None = self.real.loader.get_source(self.real.name)  # type: ignore[union-attr]
         return source
 
     def is_package(self, fullname: str) -> bool:
-        return self.spec.submodule_search_locations is not None
+        return self.real.submodule_search_locations is not None
 
 
 class Finder(importlib.abc.MetaPathFinder):

@@ -5,20 +5,11 @@
 
 #include "device/network/network_device.h"
 #include "platform/mutex.h"
+#include "platform/write_limit.h"
 
 namespace brisolt::network {
 
 namespace {
-
-clock::Deadline limitOf(const ComHostTimeouts& timeouts, int32_t count) noexcept {
-    constexpr uint32_t noLimit = ~uint32_t{0};
-    const bool notSet = timeouts.writeConstant == 0 && timeouts.writeMultiplier == 0;
-    if (notSet || timeouts.writeConstant == noLimit)
-        return clock::Deadline::never();
-    const uint64_t limit =
-        timeouts.writeConstant + uint64_t{timeouts.writeMultiplier} * static_cast<uint64_t>(count);
-    return clock::Deadline::in(static_cast<uint32_t>(std::min<uint64_t>(limit, noLimit - 1)));
-}
 
 /// A write or flush that goes on.
 class Begun {
@@ -26,7 +17,7 @@ public:
     Begun(NetworkDevice& device, int32_t count) noexcept : device_(device) {
         {
             const MutexLock guard(device.settingsMutex);
-            limit_ = limitOf(device.timeouts, count);
+            limit_ = writeLimit(device.timeouts, count);
         }
         const MutexLock guard(device.writersMutex);
         interruptions_ = device.interruptions;

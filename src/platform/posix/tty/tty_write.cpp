@@ -12,6 +12,7 @@
 
 #include "platform/mutex.h"
 #include "platform/posix/tty/tty_device.h"
+#include "platform/write_limit.h"
 
 namespace brisolt::tty {
 namespace {
@@ -22,22 +23,12 @@ constexpr int32_t dsrStep = 10; // milliseconds between two looks at DSR
 /// How an attempt or a pause ended. Zero and above: as errno, with 0 for time over.
 enum : int32_t { goOn = -1, timeOver = 0 };
 
-clock::Deadline deadlineOf(const ComHostTimeouts& timeouts, int32_t count) {
-    constexpr uint32_t noLimit = ~uint32_t{0};
-    const bool notSet = timeouts.writeConstant == 0 && timeouts.writeMultiplier == 0;
-    if (notSet || timeouts.writeConstant == noLimit)
-        return clock::Deadline::never();
-    const uint64_t limit =
-        timeouts.writeConstant + uint64_t{timeouts.writeMultiplier} * static_cast<uint64_t>(count);
-    return clock::Deadline::in(static_cast<uint32_t>(std::min<uint64_t>(limit, noLimit - 1)));
-}
-
 /// A write or flush that goes on, and what it has found when it began.
 class Begun {
 public:
     Begun(TtyDevice& tty, int32_t count) : tty_(tty) {
         MutexLock guard(tty.lock);
-        deadline = deadlineOf(tty.timeouts, count);
+        deadline = writeLimit(tty.timeouts, count);
         interruptions_ = tty.interruptions;
         abandoned_ = tty.abandoned;
         // An earlier interruption is over when the last of the writes that it concerned is.
