@@ -269,7 +269,7 @@ typedef struct ComHostDriver {
      * them. It lives as long as the device. -1: there is none, or not now. */
     int32_t (*descriptor)(void *device);
 
-    /* ---- Since 5.31; a driver whose record ends before them goes without. */
+    /* ---- These came later; a driver whose record ends before them goes without. */
 
     /* What has happened on the lines since the open: the fields from `cts` to `back`. 1, or a negative host
      * error number when the device counts nothing. It takes no pending errors away from `status`. */
