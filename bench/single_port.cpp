@@ -74,11 +74,23 @@ Cost send(Line& line, FarEnd& farEnd, std::size_t total, std::size_t call) {
     return watch.read();
 }
 
-Cost exchange(Line& line, FarEnd& farEnd, std::size_t total, std::size_t call) {
+using Exchange = void (*)(Line& line, char* to, char* from, std::size_t total, std::size_t call);
+
+void asTheSideDoes(Line& line, char* to, char* from, std::size_t total, std::size_t call) {
+    line.exchange(to, from, total, call);
+}
+
+void byThreads(Line& line, char* to, char* from, std::size_t total, std::size_t call) {
+    std::thread writer([&] { line.send(from, total, call); });
+    line.receive(to, total, call);
+    writer.join();
+}
+
+Cost exchange(Line& line, FarEnd& farEnd, std::size_t total, std::size_t call, Exchange how) {
     std::vector<char> in(total), out(total, 'x');
     const Stopwatch watch;
     farEnd.exchange(total);
-    line.exchange(in.data(), out.data(), total, call);
+    how(line, in.data(), out.data(), total, call);
     farEnd.finish();
     const Cost cost = watch.read();
     checkPattern(in);
@@ -145,8 +157,11 @@ std::vector<Row> singlePortRows(const Options& options) {
         add("send-" + size + "k", "program to device, calls of " + size + " KB",
             [=](Line& line, FarEnd& farEnd) { return send(line, farEnd, total, kilobytes * 1024); });
     }
+    // A program in one loop is woken once for both; a thread each way is how calls that wait are used.
     add("exchange", "both directions at once, calls of 4 KB",
-        [=](Line& line, FarEnd& farEnd) { return exchange(line, farEnd, total, 4096); });
+        [=](Line& line, FarEnd& farEnd) { return exchange(line, farEnd, total, 4096, asTheSideDoes); });
+    add("threads", "the same, a thread each way",
+        [=](Line& line, FarEnd& farEnd) { return exchange(line, farEnd, total, 4096, byThreads); });
     add("getc", "bytes that wait, read one by one",
         [=](Line& line, FarEnd& farEnd) { return readSingly(line, farEnd, fillings); });
     return rows;

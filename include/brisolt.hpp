@@ -184,6 +184,11 @@ namespace detail {
 
 template <class Bytes> using element = std::remove_pointer_t<decltype(std::data(std::declval<Bytes &>()))>;
 
+template <std::size_t Size> std::string_view before_zero(const char (&text)[Size]) noexcept {
+    const std::string_view all(text, Size);
+    return all.substr(0, all.find('\0'));
+}
+
 template <class Bytes, class = void> struct is_bytes : std::false_type {};
 template <class Bytes>
 struct is_bytes<Bytes, std::void_t<element<Bytes>, decltype(std::size(std::declval<Bytes &>()))>>
@@ -435,6 +440,14 @@ public:
     std::size_t write(std::string_view text, wait_time time = forever) {
         return write(text.data(), text.size(), time);
     }
+    /// An array of char need not have a zero.
+    template <std::size_t Size>
+    std::size_t write(const char (&text)[Size], wait_time time, std::error_code &error) noexcept {
+        return write(detail::before_zero(text), time, error);
+    }
+    template <std::size_t Size> std::size_t write(const char (&text)[Size], wait_time time = forever) {
+        return write(detail::before_zero(text), time);
+    }
     template <class Bytes, class = std::enable_if_t<detail::is_bytes<const Bytes>::value &&
                                                     !std::is_convertible_v<const Bytes &, std::string_view>>>
     std::size_t write(const Bytes &bytes, wait_time time, std::error_code &error) noexcept {
@@ -491,14 +504,14 @@ public:
         return text;
     }
 
-    /// Reads until all of the room is full or the time is over, one call for each burst that comes. The count; a
-    /// failure after the first byte ends it, too, and the next call has it.
+    /// Reads until all of the room is full or the time is over, one call for each burst that comes. The count. A
+    /// failure ends it; after the first byte its code stands beside the count, and the form without a code returns
+    /// what has come.
     std::size_t read_all(void *room, std::size_t size, wait_time time, std::error_code &error) noexcept {
         const detail::deadline end(time);
         std::size_t got = read(room, size, time, error);
         while (!error && got != 0 && got < size) {
-            std::error_code later;
-            const std::size_t more = read(static_cast<char *>(room) + got, size - got, end.left(), later);
+            const std::size_t more = read(static_cast<char *>(room) + got, size - got, end.left(), error);
             if (more == 0)
                 break;
             got += more;
@@ -508,8 +521,13 @@ public:
     std::size_t read_all(void *room, std::size_t size, wait_time time = forever) {
         std::error_code error;
         const std::size_t got = read_all(room, size, time, error);
-        detail::check(error, "read_all");
+        if (got == 0)
+            detail::check(error, "read_all");
         return got;
+    }
+    template <class Room, class = std::enable_if_t<detail::is_room<std::remove_reference_t<Room>>::value>>
+    std::size_t read_all(Room &&room, wait_time time, std::error_code &error) noexcept {
+        return read_all(std::data(room), std::size(room), time, error);
     }
     template <class Room, class = std::enable_if_t<detail::is_room<std::remove_reference_t<Room>>::value>>
     std::size_t read_all(Room &&room, wait_time time = forever) {
@@ -517,19 +535,16 @@ public:
     }
 
     /// Reads up to and including the byte `end`; without it in time, or after `most` bytes, what has come. Two calls
-    /// for each burst. A failure after the first byte ends it, too, and the next call has it.
+    /// for each burst. A failure ends it; after the first byte its code stands beside the text, and the form without
+    /// a code returns what has come.
     std::string read_until(char end, wait_time time, std::size_t most, std::error_code &error) {
         const detail::deadline limit(time);
         std::string text;
         error.clear();
         while (text.size() < most && (text.empty() || text.back() != end)) {
-            std::error_code now;
             char first = 0;
-            if (read(&first, 1, limit.left(), now) == 0) {
-                if (text.empty())
-                    error = now;
+            if (read(&first, 1, limit.left(), error) == 0)
                 break;
-            }
             text += first;
             if (first != end)
                 take_until(end, most, text);
@@ -539,7 +554,8 @@ public:
     std::string read_until(char end, wait_time time = forever, std::size_t most = 65536) {
         std::error_code error;
         std::string text = read_until(end, time, most, error);
-        detail::check(error, "read_until");
+        if (text.empty())
+            detail::check(error, "read_until");
         return text;
     }
 
@@ -687,9 +703,12 @@ private:
             text.append(piece, static_cast<std::size_t>(got));
     }
 
-    /// Of the calls that switch a line anything but -1 and -11 (the port is closed) is the device's refusal.
-    static void switched(std::int32_t value, std::error_code &error) noexcept {
-        if (value == 1)
+    /// Of the calls that switch a line anything but -1 and -11 (the port is closed) is the device's refusal; a device
+    /// that is gone for good may be told anything.
+    void switched(std::int32_t value, std::error_code &error) const noexcept {
+        if (state() == device_state::gone)
+            error = make_error_code(errc::gone);
+        else if (value == 1)
             error.clear();
         else
             error = make_error_code(value == -1 || value == -11 ? errc::closed : errc::refused);

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <sstream>
 #include <utility>
 
 #include <fcntl.h>
@@ -43,6 +44,25 @@ bool needsLibrary(const std::string& path) {
            (path.find('?') != std::string::npos && access(path.c_str(), F_OK) != 0);
 }
 
+/// What a modem line cannot do without: it is held for the service alone, DTR is how a modem hears of the end of a
+/// call, and its bytes are the modem's words. The first option that asks for anything else; empty: none.
+std::string optionAgainst(const std::string& path) {
+    static constexpr std::pair<std::string_view, std::string_view> needed[] = {
+        {"dtr", "on"},   {"rts", "on"},  {"close", "lower"},
+        {"marks", "no"}, {"keep", "no"}, {"exclusive", "yes"}};
+    std::istringstream options(path);
+    options.ignore(static_cast<std::streamsize>(path.size()), '?');
+    for (std::string option; std::getline(options, option, '&');) {
+        const std::string key = option.substr(0, option.find('='));
+        for (const auto& [name, wanted] : needed)
+            if (key == name && option != key + '=' + std::string(wanted))
+                return option;
+        if (option == "rs485=rts")
+            return option;
+    }
+    return {};
+}
+
 } // namespace
 
 int32_t SerialLine::open(const ModemSettings& settings) {
@@ -63,8 +83,8 @@ int32_t SerialLine::openFile(const ModemSettings& settings) {
 
 /// The handle of a tty is its descriptor. What the library tells of a failure it tells in words alone.
 int32_t SerialLine::openThroughLibrary(const ModemSettings& settings) {
-    if (settings.device.find("keep=") != std::string::npos)
-        return refuse(settings, "a modem of the telephony service cannot be waited for (keep)",
+    if (const std::string option = optionAgainst(settings.device); !option.empty())
+        return refuse(settings, "a modem of the telephony service cannot have " + option,
                       result::operationFailed);
     const int32_t handle = ComHostOpenDevice(settings.device.c_str());
     if (handle >= 0) {

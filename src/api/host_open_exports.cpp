@@ -2,6 +2,7 @@
 #include "api/border.h"
 #include "api/sized_records.h"
 #include "brisolt_host.h"
+#include "platform/error_text.h"
 #include "port/open_close.h"
 #include "stream/exchange.h"
 #include "stream/line_exchange.h"
@@ -10,7 +11,11 @@
 using namespace brisolt;
 
 BRISOLT_EXPORT int32_t ComHostOpen(const char* path, int32_t baudRate, const char* framing) {
-    return guarded(-20, [&] { return openPath(path, baudRate, framing); });
+    constexpr int32_t noMemory = -20;
+    const int32_t result = guarded(noMemory, [&] { return openPath(path, baudRate, framing); });
+    if (result == noMemory)
+        setErrorTextFrom({"cannot open ", path != nullptr ? path : "a device", ": no memory"});
+    return result;
 }
 
 BRISOLT_EXPORT int32_t ComHostClose(int32_t port, int32_t milliseconds) {

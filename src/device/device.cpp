@@ -44,6 +44,7 @@ int32_t Device::open(std::string_view name) noexcept try {
     self_ = opened.self;
     handle_ = opened.handle;
     keepsFirstBytes_ = opened.startsEmpty;
+    ofProgram_ = opened.ofProgram;
     return 1;
 } catch (const std::bad_alloc&) {
     setErrorTextFrom({"cannot open ", name, ": ", std::strerror(ENOMEM)});
@@ -91,13 +92,17 @@ int32_t Device::takeOver(int32_t handle, bool isKept, const drivers::Opened& kep
         driver_ = kept.driver;
         self_ = kept.self;
         options_ = kept.options;
+        ofProgram_ = kept.ofProgram;
         return 1;
     }
     driver_ = serial::ttyDriver();
+    ofProgram_ = false;
     void* self = nullptr;
     int32_t result = driver_.adopt(driver_.context, handle, &self);
-    if (result == -ENOTTY && drivers::adoptForeign(handle, driver_, self))
+    if (result == -ENOTTY && drivers::adoptForeign(handle, driver_, self)) {
+        ofProgram_ = true;
         result = 1;
+    }
     self_ = result > 0 ? self : nullptr;
     return result;
 }

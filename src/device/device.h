@@ -33,6 +33,8 @@ public:
     void close() noexcept;
     /// Whoever opened it has set it up: from here on a purge drops what has come.
     void setUpDone() noexcept { keepsFirstBytes_ = false; }
+    /// Until then nothing that it holds is discarded.
+    void keepFirstBytes() noexcept { keepsFirstBytes_ = true; }
     /// Closes the device and, when it was adopted, the handle of whoever opened it.
     void closeWithHandle() noexcept;
 
@@ -44,6 +46,8 @@ public:
     bool adopted() const noexcept { return adopted_; }
     /// What an open has found and left alone.
     void assumeOutputs(uint32_t lines) const noexcept { outputs_.fetch_or(lines); }
+    /// A wait for it is a sleep of the library's, not of a driver of the program's.
+    bool sleepsItself() const noexcept { return !ofProgram_; }
     bool canWait() const noexcept { return present() && driver_.wait != nullptr; }
 
     bool properties(ComHostProperties& properties) const noexcept;
@@ -101,8 +105,9 @@ private:
     mutable std::atomic<uint32_t> outputs_{0};
     bool adopted_ = false;
     bool keepsFirstBytes_ = false; ///< a greeting that comes while the line is set up is no stale input
-    bool borrowed_ = false;        ///< the device of the handle itself, which outlives this
-    int32_t shared_ = -1;          ///< the handle of ComHostOpenDevice whose device this is, else -1
+    bool ofProgram_ = false;
+    bool borrowed_ = false; ///< the device of the handle itself, which outlives this
+    int32_t shared_ = -1;   ///< the handle of ComHostOpenDevice whose device this is, else -1
 };
 
 namespace drivers {

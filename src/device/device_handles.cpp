@@ -7,6 +7,7 @@
 #include "device/device.h"
 #include "device/driver_registry.h"
 #include "platform/error_text.h"
+#include "platform/forked.h"
 #include "platform/mutex.h"
 
 namespace brisolt::drivers {
@@ -55,9 +56,15 @@ bool keep(std::unique_ptr<KeptDevice>& device) noexcept {
     return true;
 }
 
+void beginAnew() noexcept LOCKS_UNCHECKED {
+    lock.beginAnew();
+    devices = nullptr;
+}
+
 } // namespace
 
 int32_t openHandle(const char* path) noexcept try {
+    forked::beginAnewInChild(beginAnew);
     if (path == nullptr || *path == 0) {
         setErrorTextFrom({"cannot open a device: no path given"});
         return -1;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "device/device.h"
+#include "platform/forked.h"
 #include "platform/mutex.h"
 #include "platform/serial.h"
 
@@ -26,6 +27,10 @@ constinit std::array<Mapped, portLimit + 1> ports GUARDED_BY(lock){}; // by numb
 
 bool startsWithCom(std::string_view name) {
     return name.size() >= 3 && (name[0] | 0x20) == 'c' && (name[1] | 0x20) == 'o' && (name[2] | 0x20) == 'm';
+}
+
+void beginAnew() noexcept {
+    lock.beginAnew();
 }
 
 /// The port that a name stands for, 0 when it is not a port's name.
@@ -94,6 +99,7 @@ void endOpened(int32_t port) noexcept {
 namespace {
 
 std::string pathOf(int32_t port) {
+    forked::beginAnewInChild(beginAnew);
     {
         const MutexLock guard(lock);
         const std::string* mapped = ports[static_cast<std::size_t>(port)].path;

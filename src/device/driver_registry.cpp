@@ -13,6 +13,7 @@
 
 #include "device/device.h"
 #include "platform/error_text.h"
+#include "platform/forked.h"
 #include "platform/mutex.h"
 #include "platform/serial.h"
 
@@ -80,6 +81,10 @@ struct Registration {
 constinit Mutex lock;
 constinit Registration* registrations GUARDED_BY(lock) = nullptr;
 
+void beginAnew() noexcept {
+    lock.beginAnew();
+}
+
 /// Where the scheme's registration stands in the list, or null stands at its end.
 Registration*& find(const Scheme& scheme) noexcept WITH_LOCK(lock) {
     Registration** place = &registrations;
@@ -140,12 +145,17 @@ bool adoptForeign(int32_t handle, ComHostDriver& driver, void*& self) noexcept {
     }
 }
 
+bool isBuiltIn(std::string_view path) noexcept {
+    return findBuiltIn(schemeOfPath(path)) != nullptr;
+}
+
 bool hasDriver(std::string_view path) noexcept {
     const Scheme scheme = schemeOfPath(path);
     if (scheme[0] == 0)
         return false;
     if (findBuiltIn(scheme) != nullptr)
         return true;
+    forked::beginAnewInChild(beginAnew);
     const MutexLock guard(lock);
     return find(scheme) != nullptr;
 }

@@ -19,12 +19,15 @@ struct Opened {
     DeviceOptions options; ///< what its path asked for
     bool hasOptions = false;
     bool startsEmpty = false; ///< nothing that comes is older than the open
+    bool ofProgram = false;   ///< its driver is the program's
 };
 
 /// The driver whose scheme the path begins with; the tty driver for every other path.
 ComHostDriver forPath(std::string_view path) noexcept;
 /// Whether the path begins with a scheme that has a driver.
 bool hasDriver(std::string_view path) noexcept;
+/// Whether that driver is one of the library's.
+bool isBuiltIn(std::string_view path) noexcept;
 /// Whether the path is a connection to another machine.
 bool isNetworkPath(std::string_view path) noexcept;
 /// Opens a path through its driver, which gets it as it stands; the options are those that are not in it. 1, or a

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "platform/folder_watch.h"
+#include "platform/forked.h"
 #include "platform/mutex.h"
 #include "platform/signal.h"
 #include "platform/thread.h"
@@ -80,6 +81,13 @@ void keep(void*) {
     }
 }
 
+void beginAnew() noexcept LOCKS_UNCHECKED {
+    tasksMutex.beginAnew();
+    first = nullptr;
+    running = false;
+    called = nullptr; // its descriptor is the parent's, too
+}
+
 bool haveCalled() noexcept {
     if (called.load() != nullptr)
         return true;
@@ -96,6 +104,7 @@ bool add(Task& task) noexcept {
     const MutexLock guard(tasksMutex);
     if (!haveCalled())
         return false;
+    forked::beginAnewInChild(beginAnew);
     if (!running && !thread::start(keep, nullptr, "brisolt-keep"))
         return false;
     running = true;

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
 
 #include "device/kept_inside.h"
+#include "platform/error_text.h"
 
 namespace brisolt::drivers {
 
@@ -59,9 +61,14 @@ bool KeptDevice::put(Place& place, const Opened& opened, uint32_t version) noexc
 
 // ---- the life
 
+int32_t KeptDevice::refuse(int32_t error) const noexcept {
+    setErrorTextFrom({"cannot keep ", path_, ": ", std::strerror(error)});
+    return -error;
+}
+
 int32_t KeptDevice::openFirst(Opened& shown) {
     if (arrived_.descriptor() < 0)
-        return -EMFILE;
+        return refuse(EMFILE);
     if (hostDevice_) // before anything is open that a lack of memory would leave so
         identity_ = serial::identityOf(path_);
     Opened opened;
@@ -70,10 +77,11 @@ int32_t KeptDevice::openFirst(Opened& shown) {
     uint32_t version = 0;
     settingsNow(version);
     put(places_[0], opened, version);
+    lasts_ = clock::Deadline::in(longestPause);
     task_ = {.self = this, .step = step, .path = hostDevice_ ? path_.c_str() : nullptr};
     if (!keeper::add(task_)) {
         end();
-        return -ENOMEM;
+        return refuse(ENOMEM);
     }
     ComHostCounters counted{};
     counted.size = sizeof counted;
@@ -135,18 +143,28 @@ void KeptDevice::takeOut() noexcept {
     if (driver.cancel != nullptr)
         driver.cancel(place->device.self, 1); // whoever waits for its line waits no more
     leave(*place);
-    trySoon();
+    if (lasts_.passed())
+        trySoon();
+    else // a far end that accepts and drops at once is no better than one that refuses
+        tryLater();
     noteBusy(false);
     tellChanged();
 }
 
+/// Twins have been made with one serial number: of those the one on the old socket.
 std::string KeptDevice::pathNow() const {
     if (!identity_.known())
         return path_;
-    for (const serial::UsbDevice& device : serial::usbDevices())
-        if (identity_.isOf(device.identity))
+    std::string path;
+    for (const serial::UsbDevice& device : serial::usbDevices()) {
+        if (!identity_.isOf(device.identity))
+            continue;
+        if (device.identity.location == identity_.location)
             return device.path;
-    return {};
+        if (path.empty())
+            path = device.path;
+    }
+    return path;
 }
 
 RememberedSettings KeptDevice::settingsNow(uint32_t& version) {
@@ -177,8 +195,7 @@ void KeptDevice::trySoon() noexcept {
 }
 
 void KeptDevice::tryLater() noexcept {
-    constexpr uint32_t longest = 5000; // milliseconds
-    pause_ = std::min(pause_ * 2, longest);
+    pause_ = std::min(pause_ * 2, longestPause);
     nextTry_ = clock::Deadline::in(pause_);
 }
 
@@ -258,6 +275,7 @@ void KeptDevice::arrive() noexcept {
         ++back_;
     }
     state_ = COM_HOST_DEVICE_THERE;
+    lasts_ = clock::Deadline::in(longestPause);
     if (cancelled_) // meanwhile
         cancel(true);
     arrived_.set();

@@ -40,6 +40,7 @@ public:
         : path_(std::move(path)), options_(options), hostDevice_(hostDevice), open_(open) {}
 
     int32_t openFirst(Opened& shown);
+    int32_t refuse(int32_t error) const noexcept;
     void end() noexcept;
 
     /// A hold on the device that is there; empty while it is away.
@@ -115,9 +116,10 @@ private:
     std::atomic<bool> cancelled_{false};
     Signal arrived_; ///< while the device is away: set when that is over, one way or the other
     keeper::Task task_;
-    static constexpr uint32_t firstPause = 100; ///< milliseconds
-    uint32_t pause_ = firstPause;               ///< this and what follows up to the mutexes: the keeper's
+    static constexpr uint32_t firstPause = 100, longestPause = 5000; ///< milliseconds
+    uint32_t pause_ = firstPause; ///< this and what follows up to the mutexes: the keeper's
     clock::Deadline nextTry_ = clock::Deadline::never();
+    clock::Deadline lasts_ = clock::Deadline::never(); ///< a device that is there until then has really come
     clock::Deadline soughtUntil_ = clock::Deadline::never();
     bool busy_ = false;                    ///< it is back, but not to be had at the moment
     std::shared_ptr<OpenAttempt> attempt_; ///< for what the host does not tell of

@@ -206,7 +206,8 @@ int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) 
     Inside inside(end);
     bool interrupted = false;
     const uint32_t held = end.cable.wait(inside, end, wanted, wake, limit, &interrupted);
-    return held == 0 && interrupted ? failure(std::errc::interrupted) : static_cast<int32_t>(held);
+    return interrupted ? failure(std::errc::interrupted)
+                       : static_cast<int32_t>(held); // what holds goes on holding
 }
 
 void cancel(void* device, int32_t on) noexcept {

@@ -8,6 +8,7 @@
 
 #include "device/null_modem_cable.h"
 #include "platform/error_text.h"
+#include "platform/forked.h"
 #include "platform/mutex.h"
 
 namespace brisolt {
@@ -45,7 +46,13 @@ std::string_view whyNot(const CableKind& kind, int32_t error) noexcept {
     }
 }
 
+void beginAnew() noexcept LOCKS_UNCHECKED {
+    lock.beginAnew();
+    cables = nullptr;
+}
+
 int32_t joinCable(const CableKind& kind, const CableAddress& address, NullModemEnd*& end) noexcept try {
+    forked::beginAnewInChild(beginAnew);
     const MutexLock guard(lock);
     NullModemCable*& place = find(kind, address.name);
     if (place == nullptr)

@@ -112,6 +112,7 @@ int32_t openDevice(const std::string& path, DeviceOptions& options, Opened& open
     opened.hasOptions = device.asked != 0;
     if (known) {
         opened.startsEmpty = isNetworkPath(path);
+        opened.ofProgram = !isBuiltIn(path);
         const uint32_t possible = possibleFor(path);
         if (const uint32_t keys = impossible(device, possible); keys != 0)
             return refuseOption(path, keys, possible);

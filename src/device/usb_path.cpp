@@ -77,7 +77,8 @@ bool isUsbPath(std::string_view name) noexcept {
 bool findUsbDevice(std::string_view name, std::string& path, std::string& error) {
     const Wanted wanted = readFields(name);
     if (!wanted.complete) {
-        error = "a USB device is usb:VID:PID[:SERIAL[:INTERFACE]], the numbers in hex, any field *";
+        error = "a USB device is usb:VID:PID[:SERIAL[:INTERFACE]], VID and PID in hex, INTERFACE in decimal, "
+                "any field *";
         return false;
     }
     const std::vector<serial::UsbDevice> devices = serial::usbDevices();

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <new>
 
 #if defined(__clang__)
 #define BRISOLT_LOCK_CONTRACT(contract) __attribute__((contract))
@@ -46,6 +47,9 @@ public:
         own.release();
         return called;
     }
+
+    /// In a child (platform/forked.h), where nobody is left who could have it.
+    void beginAnew() noexcept { new (&mutex_) std::mutex; }
 
 private:
     std::mutex mutex_;

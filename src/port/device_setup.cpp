@@ -1,6 +1,7 @@
 #include "port/device_setup.h"
 
 #include "platform/clock.h"
+#include "platform/error_text.h"
 #include "port/trace.h"
 
 namespace brisolt {
@@ -120,8 +121,10 @@ int32_t setUpQueues(Port& port, Opened opened) noexcept {
     if (!masked)
         return refused(port, opened, -27, "SetCommMask Failed - Aborting");
     port.threadWake = Wake::make();
-    if (port.threadWake == nullptr)
+    if (port.threadWake == nullptr) {
+        setErrorTextFrom({"cannot open a port: the process has no descriptor or no memory left"});
         return refused(port, opened, -29, "CreateEvent Failed - Aborting");
+    }
     record.maxWriteChars = startMaxWriteChars;
     if (!device.setQueues(startMaxWriteChars, startMaxWriteChars))
         return refused(port, opened, -30, "SetupComm Failed - Aborting");

@@ -29,9 +29,20 @@ void pauseFor(Port& port, uint32_t milliseconds) noexcept {
     }
 }
 
+/// Until the device has room, as far as it tells; whether it said so.
+bool awaitRoom(Port& port) noexcept {
+    uint32_t held = 0;
+    port.threadWake->prepare();
+    if (port.threadRun != 0)
+        held = port.device.wait(COM_HOST_WAIT_WRITE, port.threadWake->descriptor(),
+                                port.device.canWait() ? -1 : static_cast<int32_t>(longestStep));
+    port.threadWake->finish();
+    return held != 0;
+}
+
 /// Hands the device the ring's bytes, waiting for room; false when the port ends or the device has gone.
 bool emptyRing(Port& port) noexcept {
-    while (!port.tx.empty() && port.threadRun != 0) {
+    for (bool promised = false; !port.tx.empty() && port.threadRun != 0; promised = awaitRoom(port)) {
         bool moved = false;
         {
             HeldSend lock(port);
@@ -43,11 +54,9 @@ bool emptyRing(Port& port) noexcept {
             return true;
         if (port.device.state() == COM_HOST_DEVICE_GONE)
             return false;
-        port.threadWake->prepare();
-        if (port.threadRun != 0)
-            port.device.wait(COM_HOST_WAIT_WRITE, port.threadWake->descriptor(),
-                             port.device.canWait() ? -1 : static_cast<int32_t>(longestStep));
-        port.threadWake->finish();
+        if (promised && !moved)
+            pauseFor(port,
+                     1); // a device that says that it has room and then has none must not keep us running
     }
     return port.threadRun != 0;
 }

@@ -50,6 +50,8 @@ public:
             notifying_ ? posting_.crossed() : ThreadShare::crossed(receiving, port_.receiving);
         return crossedReceiving || ThreadShare::crossed(sending, port_.sending);
     }
+    /// What has come meanwhile is taken by callers who came, too.
+    bool overtaken() const noexcept { return !notifying_ && receivingShare_.overtaken(port_.receiving); }
     /// -1: until something happens.
     int32_t realMillisecondsLeft() const noexcept {
         int32_t left = -1;
@@ -215,6 +217,8 @@ Work waitForWork(Port& port, Shares& shares) noexcept {
     Work work;
     if (!shares.crossed() && !due)
         work = sleepFor(port, lookAhead(port, shares), shares);
+    if (work.promised && shares.overtaken())
+        work.receive = false;
     shares.awake();
     wake.finish();
     port.counters.noteState(port);

@@ -2,6 +2,7 @@
 
 #include "brisolt/ports.h"
 #include "platform/clock.h"
+#include "platform/error_text.h"
 #include "port/blocks.h"
 #include "port/device_setup.h"
 #include "port/flow.h"
@@ -33,14 +34,12 @@ Opening::~Opening() {
 void Opening::begin(uint32_t rxSize, uint32_t txSize) noexcept {
     claimed_ = true;
     Port* port = table::make(number_);
-    if (port == nullptr) {
-        code_ = -20;
-        return;
-    }
     port_ = port;
-    code_ = blocks::allocate(*port, rxSize, txSize);
+    code_ = port == nullptr ? -20 : blocks::allocate(*port, rxSize, txSize);
     if (code_ == 0)
         port->open = 1;
+    else
+        setErrorTextFrom({"cannot open a port: no memory"});
 }
 
 int32_t Opening::succeed() noexcept {

@@ -71,7 +71,7 @@ struct Port {
     std::atomic<int32_t> writeRefused{0}; ///< the device has failed to write; no byte was taken since
     std::atomic<int32_t> sendingFull{0};  ///< the device took less than offered; no room was seen since
 
-    std::atomic<int32_t> answerDue{0};  ///< a caller has written; no bytes have come since
+    std::atomic<uint32_t> answerDue{0}; ///< the thread that has written last; 0: bytes have come since
     std::atomic<uint32_t> watchedBy{0}; ///< the lookout's thread that it is posted to; 0: to none
     std::atomic<int32_t> deviceGone{0}; ///< the lookout sent it back for that
     std::atomic<int32_t> untold{0};     ///< a caller took bytes that the thread has yet to notify somebody of

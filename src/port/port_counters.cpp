@@ -79,7 +79,8 @@ void PortCounters::begin(Port& port) noexcept {
     const int32_t counts = port.device.counters(device);
     {
         MutexLock guard(watchMutex_);
-        asked_ = 0;
+        asked_ = toldByDevice_ = 0;
+        untold_ = 0;
         waits_ = 0;
     }
     MutexLock guard(mutex_);
@@ -141,6 +142,8 @@ void PortCounters::noteErrors(Port& port, uint32_t errors) noexcept {
 }
 
 void PortCounters::noteState(Port& port) noexcept {
+    if (untold_.load(std::memory_order_relaxed) != 0)
+        look(port);
     int32_t state = port.device.state();
     if (port.deviceState.load(std::memory_order_relaxed) == state ||
         port.deviceState.exchange(state) == state)
@@ -171,10 +174,11 @@ uint32_t PortCounters::ask(Port& port, uint32_t events) noexcept {
     MutexLock guard(watchMutex_);
     if ((asked_ | events) != asked_) {
         asked_ |= events;
-        port.device.watch(asked_, deviceChanged, &port);
+        toldByDevice_ = port.device.watch(asked_, deviceChanged, &port);
     }
     ComHostCounters device{};
     const int32_t counts = port.device.counters(device);
+    untold_ = counts > 0 ? asked_ & ~(toldByDevice_ | absences) : 0;
     if (counts > 0)
         return events;
     // A driver of the first record tells errors by its status alone; the built-in ones count what they can tell.
@@ -200,8 +204,10 @@ void PortCounters::endTarget(Port& port) noexcept {
         thread_ = 0;
     }
     MutexLock guard(watchMutex_);
-    if (asked_ != 0 && waits_ == 0)
-        port.device.watch(asked_ = 0, nullptr, nullptr);
+    if (asked_ == 0 || waits_ != 0)
+        return;
+    port.device.watch(asked_ = 0, nullptr, nullptr);
+    untold_ = 0;
 }
 
 } // namespace brisolt

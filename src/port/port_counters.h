@@ -26,7 +26,8 @@ public:
     void look(Port& port) noexcept;
     /// Errors (COM_HOST_ERROR_...) that a status read has seen.
     void noteErrors(Port& port, uint32_t errors) noexcept;
-    /// Looks when the device has gone or come back since the last time; else it costs next to nothing.
+    /// Looks when the device has gone or come back since the last time, or does not tell what somebody asked for;
+    /// else it costs next to nothing.
     void noteState(Port& port) noexcept;
 
     /// Somebody asks for events: the device tells of them from now on. Those of them that it can tell.
@@ -61,6 +62,8 @@ private:
 
     Mutex watchMutex_; ///< the device's watch
     uint32_t asked_ GUARDED_BY(watchMutex_) = 0;
+    uint32_t toldByDevice_ GUARDED_BY(watchMutex_) = 0; ///< of those asked
+    std::atomic<uint32_t> untold_{0};                   ///< counted by the device, to be looked for
     int32_t waits_ GUARDED_BY(watchMutex_) = 0;
 };
 

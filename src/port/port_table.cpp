@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "platform/forked.h"
 #include "platform/mutex.h"
 #include "port/blocks.h"
 
@@ -57,9 +58,19 @@ void reset(Port& port, int32_t number) noexcept {
     port.traceOn = 0;
 }
 
+void beginAnew() noexcept LOCKS_UNCHECKED {
+    freeMutex.beginAnew();
+    freeHeaders = nullptr;
+    for (Slot& slot : slots) {
+        slot.port = nullptr;
+        slot.claimed = 0;
+    }
+}
+
 } // namespace
 
 bool claim(int32_t number) noexcept {
+    forked::beginAnewInChild(beginAnew);
     int32_t free = 0;
     return slots[number].claimed.compare_exchange_strong(free, 1);
 }

@@ -3,6 +3,7 @@
 #include <new>
 #include <unordered_map>
 
+#include "platform/forked.h"
 #include "platform/lasting.h"
 #include "platform/message.h"
 #include "platform/mutex.h"
@@ -26,8 +27,14 @@ Registry& registry() noexcept {
     return *only;
 }
 
+void beginAnew() noexcept {
+    registryMutex.beginAnew();
+    own = nullptr;
+}
+
 /// That thread's lookout. Null as yet: the thread will see that it is wished for.
 std::shared_ptr<Lookout> lookoutOf(uint32_t thread) {
+    forked::beginAnewInChild(beginAnew);
     MutexLock guard(registryMutex);
     auto [found, fresh] = registry().try_emplace(thread);
     if (fresh)

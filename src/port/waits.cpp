@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/message.h"
+#include "platform/signal_gate.h"
 #include "platform/wake.h"
 #include "port/io_round.h"
 #include "port/io_thread.h"
@@ -162,13 +163,20 @@ Slept sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline
     }
     port.counters.noteState(port);
     bool kept = serveDevice(port, what, held);
-    if (!kept && port.events.count() == seen) { // nor may such a device keep a caller running
-        wake.prepare();
-        wake.sleep(static_cast<int32_t>(pollPace));
-        wake.finish();
-    }
+    if (!kept)
+        restAfterBrokenPromise(port, seen);
     return {.bytesThere = what.direct && (held & COM_HOST_WAIT_READ) != 0,
-            .interrupted = what.signals && (held & Device::interrupted) != 0};
+            .roomThere = what.room && (held & COM_HOST_WAIT_WRITE) != 0,
+            .interrupted = what.signals && ((held & Device::interrupted) != 0 || SignalGate::knocked())};
+}
+
+void restAfterBrokenPromise(Port& port, uint32_t seen) noexcept {
+    Wake& wake = *Wake::ofThisThread();
+    PortEvents::Waiter waiter(port.events, wake);
+    wake.prepare();
+    if (port.events.count() == seen)
+        wake.sleep(static_cast<int32_t>(pollPace));
+    wake.finish();
 }
 
 clock::Deadline nextLook(const Port& port, WaitFor what, const clock::Deadline& until) noexcept {

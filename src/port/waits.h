@@ -23,12 +23,17 @@ struct WaitFor {
 /// How a sleep has ended, beside what the port itself tells.
 struct Slept {
     bool bytesThere = false;  ///< on the device, for the caller to take
+    bool roomThere = false;   ///< on the device, for the caller to fill
     bool interrupted = false; ///< by a signal handler
 };
 
 /// Sleeps until there may be something to look at. `seen` is the port's event count from before the caller
 /// looked at its conditions. May return early.
 Slept sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until);
+
+/// A moment's rest for who was told of bytes or room and then got none: not every device keeps its promise, and
+/// none may keep a caller running. News of the port ends it.
+void restAfterBrokenPromise(Port& port, uint32_t seen) noexcept;
 
 /// Whether the calling thread has messages that a look at the port's escape would handle. A function in its
 /// place handles none, and a quit request holds them back: then nobody should be woken for them.

@@ -53,6 +53,8 @@ struct DirectionWatch {
         callers.fetch_add(1);
         return stance.load() == Stance::watching;
     }
+    /// A caller has taken bytes without a wait: while it goes on so, it stands for one that watches.
+    void callerFound() noexcept { begun.fetch_add(1, std::memory_order_relaxed); }
     /// True when the thread has to be called, since nobody watches any more.
     bool callerEnds() noexcept {
         bool last = callers.fetch_sub(1) == 1;
@@ -92,6 +94,8 @@ public:
         bool watched = watch.callers.load() > 0;
         return (choice == Stance::watching && watched) || (choice == Stance::relieved && !watched);
     }
+    /// A caller has come since: what the thread was woken for is the caller's.
+    bool overtaken(const DirectionWatch& watch) const noexcept { return watch.begun.load() != seen_; }
     const clock::Deadline& standbyUntil() const noexcept { return standbyUntil_; }
 
 private:

@@ -1,5 +1,6 @@
 #include "stream/event_wait.h"
 
+#include "platform/signal_gate.h"
 #include "port/waits.h"
 
 namespace brisolt {
@@ -25,6 +26,7 @@ int32_t waitForEvent(Port& port, uint32_t events, ComHostCounters& seen, int32_t
     if (!port.hasDevice() || port.counters.ask(port, events) == 0)
         return cannotTell;
     uint32_t cancels = port.cancels.load();
+    const SignalGate gate(port.device.sleepsItself());
     auto until = milliseconds < 0 ? clock::Deadline::never()
                                   : clock::Deadline::in(static_cast<uint32_t>(milliseconds));
     for (;;) {

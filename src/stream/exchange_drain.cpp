@@ -2,6 +2,7 @@
 // for the device's own queue and its shift register no host tells, so it is asked when it may have got there.
 #include <algorithm>
 
+#include "platform/signal_gate.h"
 #include "port/half_duplex.h"
 #include "port/io_thread.h"
 #include "port/port_table.h"
@@ -36,6 +37,7 @@ int32_t drain(Port& port, int32_t milliseconds, bool signalsEnd) {
     if (!port.isOpen())
         return -1;
     Call call(port, milliseconds);
+    const SignalGate gate(signalsEnd && port.device.sleepsItself());
     if (onIoThread(port) && mayStartSending(port) && !port.tx.empty())
         sendHalfDuplex(port); // nobody else could
     for (;;) {

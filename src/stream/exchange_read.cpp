@@ -1,5 +1,9 @@
 // ComHostRead: the bytes go from the device to the caller's buffer while the ring is empty and nobody else has to
 // be told of them.
+#include <optional>
+
+#include "platform/signal_gate.h"
+#include "platform/thread.h"
 #include "platform/wake.h"
 #include "port/device_io.h"
 #include "port/io_round.h"
@@ -29,7 +33,12 @@ int32_t take(Port& port, Room to) noexcept {
         directRound(port);
     if (port.rx.count() > 0)
         return readRing(port, to.data(), static_cast<int32_t>(to.size()));
-    return goesThroughRing(port) ? 0 : readDevice(port, to);
+    if (goesThroughRing(port))
+        return 0;
+    const int32_t got = readDevice(port, to);
+    if (got > 0)
+        port.receiving.callerFound();
+    return got;
 }
 
 /// A function of the caller's in the place of the device can wake nobody.
@@ -50,6 +59,7 @@ int32_t readVirtual(Port& port, ComReadFunc function, Room to, int32_t milliseco
 
 int32_t readWaiting(Port& port, Room to, int32_t milliseconds) {
     Call call(port, milliseconds);
+    std::optional<SignalGate> gate; // most waits are one sleep, which needs none
     for (bool timeOver = false;;) {
         uint32_t seen = port.events.count();
         if (port.rx.count() > 0 || timeOver)
@@ -61,12 +71,16 @@ int32_t readWaiting(Port& port, Room to, int32_t milliseconds) {
         }
         WaitFor what{.bytes = true, .direct = !goesThroughRing(port), .signals = true};
         Slept slept = sleepOnPort(port, seen, what, nextLook(port, what, call.until()));
-        if (slept.bytesThere)
+        if (slept.bytesThere) {
             if (int32_t got = take(port, to); got > 0)
                 return got;
+            restAfterBrokenPromise(port, seen);
+        }
         if (slept.interrupted)
             return interrupted;
         timeOver = call.until().passed();
+        if (!gate.has_value())
+            gate.emplace(port.device.sleepsItself());
     }
 }
 
@@ -83,7 +97,8 @@ int32_t read(Port& port, void* buffer, int32_t count, int32_t milliseconds) {
     if (port.rx.storage == nullptr)
         return -1;
     // Who has just written waits for an answer, which takes its time: a look before the wait would be in vain.
-    bool answerDue = port.answerDue.load(std::memory_order_relaxed) != 0 && port.rx.count() == 0;
+    bool answerDue =
+        port.answerDue.load(std::memory_order_relaxed) == thread::currentId() && port.rx.count() == 0;
     if (!answerDue || milliseconds == 0)
         if (int32_t got = take(port, to); got > 0)
             return got;

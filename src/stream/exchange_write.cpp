@@ -4,7 +4,10 @@
 #include <algorithm>
 #include <array>
 #include <span>
+#include <utility>
 
+#include "platform/signal_gate.h"
+#include "platform/thread.h"
 #include "port/device_io.h"
 #include "port/io_round.h"
 #include "port/port_table.h"
@@ -69,7 +72,9 @@ class WaitingWrite {
 public:
     WaitingWrite(Port& port, WriterQueue::Place& place, Bytes bytes, int32_t handed,
                  int32_t milliseconds) noexcept
-        : port_(port), place_(place), bytes_(bytes), call_(port, milliseconds), handed_(handed) {}
+        : port_(port), place_(place), bytes_(bytes), call_(port, milliseconds),
+          gate_(port.device.sleepsItself()), askedNow_(place.granted && port.halfDuplex == 0),
+          handed_(handed) {}
     ~WaitingWrite();
     WaitingWrite(const WaitingWrite&) = delete;
     WaitingWrite& operator=(const WaitingWrite&) = delete;
@@ -90,6 +95,8 @@ private:
     Bytes bytes_;
     Call call_;
     clock::Deadline moving_ = clock::Deadline::in(standstill);
+    SignalGate gate_;
+    bool askedNow_; ///< the device has just taken less than it was offered
     int32_t handed_;
 };
 
@@ -135,19 +142,25 @@ bool WaitingWrite::moveOn(bool timeOver) noexcept {
 }
 
 int32_t WaitingWrite::run() {
-    for (;;) {
+    for (bool promised = false;;) {
         uint32_t seen = port_.events.count();
         if (int32_t end = call_.ended(); end != 0)
             return giveUp(end);
         bool timeOver = call_.until().passed();
         bool turn = hasTurn();
-        if ((turn && moveOn(timeOver)) || timeOver)
+        bool asked = std::exchange(askedNow_, false) && !timeOver;
+        int32_t before = handed_;
+        if ((turn && !asked && moveOn(timeOver)) || timeOver)
             return handed_;
+        if (promised && handed_ == before)
+            restAfterBrokenPromise(port_, seen);
         clock::Deadline look =
             turn && !moving_.passed() ? clock::Deadline::earlier(call_.until(), moving_) : call_.until();
         WaitFor what{.room = turn && port_.halfDuplex == 0, .signals = true};
-        if (sleepOnPort(port_, seen, what, nextLook(port_, what, look)).interrupted)
+        Slept slept = sleepOnPort(port_, seen, what, nextLook(port_, what, look));
+        if (slept.interrupted)
             return giveUp(interrupted);
+        promised = slept.roomThere;
     }
 }
 
@@ -187,7 +200,7 @@ int32_t write(Port& port, const void* buffer, int32_t count, int32_t millisecond
         return writeVirtual(port, function, bytes, milliseconds);
     if (port.tx.storage == nullptr)
         return -1;
-    port.answerDue.store(1, std::memory_order_relaxed);
+    port.answerDue.store(thread::currentId(), std::memory_order_relaxed);
     WriterQueue::Place place;
     int32_t handed = 0;
     {

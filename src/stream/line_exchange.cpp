@@ -31,13 +31,27 @@ bool isOff(uint32_t wanted, uint32_t real) noexcept {
     return difference * 100 > int64_t{wanted} * 3;
 }
 
+constexpr uint32_t rtsCts = COM_HOST_LINE_CTS_OUTPUT | COM_HOST_LINE_RTS_HANDSHAKE;
+constexpr uint32_t dtrDsr = COM_HOST_LINE_DSR_OUTPUT | COM_HOST_LINE_DTR_HANDSHAKE;
+constexpr uint32_t xonXoff = COM_HOST_LINE_XON_OUTPUT | COM_HOST_LINE_XON_INPUT;
+constexpr uint32_t flowFlags = rtsCts | dtrDsr | xonXoff;
+
+std::string flowText(const ComHostLineState& state) {
+    std::string text;
+    const auto add = [&](uint32_t flags, const char* name) {
+        if ((state.flags & flags) != 0)
+            text += (text.empty() ? "" : " with ") + std::string(name);
+    };
+    add(rtsCts, "RTS/CTS");
+    add(dtrDsr, "DTR/DSR");
+    add(xonXoff, "XON/XOFF");
+    return text.empty() ? "none" : text;
+}
+
 bool runsAs(const ComHostLineState& wanted, const ComHostLineState& real) noexcept {
-    constexpr uint32_t flow = COM_HOST_LINE_XON_OUTPUT | COM_HOST_LINE_XON_INPUT | COM_HOST_LINE_CTS_OUTPUT |
-                              COM_HOST_LINE_RTS_HANDSHAKE | COM_HOST_LINE_DSR_OUTPUT |
-                              COM_HOST_LINE_DTR_HANDSHAKE;
     return !isOff(wanted.baudRate, real.baudRate) && wanted.dataBits == real.dataBits &&
            wanted.parity == real.parity && wanted.stopBits == real.stopBits &&
-           (wanted.flags & flow) == (real.flags & flow);
+           (wanted.flags & flowFlags) == (real.flags & flowFlags);
 }
 
 /// What is not asked for stays; the lines, too, where no handshake moves them.
@@ -100,7 +114,12 @@ int32_t setLine(Port& port, int32_t baudRate, const char* framing, int32_t flow)
     }
     if (!isThere(port))
         return deviceGone;
-    if (taken)
+    ComHostLineState inAllElse = wanted;
+    inAllElse.flags = real.flags;
+    if (taken && runsAs(inAllElse, real))
+        setErrorText("the device has another flow control than is asked for, " + flowText(real) +
+                     " and not " + flowText(wanted));
+    else if (taken)
         setErrorText("the device runs at " + std::to_string(real.baudRate) + " " +
                      framingText(framingOf(real)) + " when " + std::to_string(wanted.baudRate) + " " +
                      framingText(framingOf(wanted)) + " is asked for");

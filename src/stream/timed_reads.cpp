@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/message.h"
+#include "platform/thread.h"
 #include "port/io_round.h"
 #include "port/log_file.h"
 #include "port/trace.h"
@@ -35,8 +36,8 @@ int32_t readTimedOut(Port& port, void* buffer, int32_t count, const TimedRead& t
 /// Where bytes stream in, the next of them are mostly there when the caller asks for them: one look costs
 /// less than a wait that is over at once. Who has just written waits for an answer, which takes its time.
 bool nextBytesAreThere(Port& port) noexcept {
-    return port.receiving.threadStandsBack() && port.answerDue.load(std::memory_order_relaxed) == 0 &&
-           takeFromDevice(port);
+    return port.receiving.threadStandsBack() &&
+           port.answerDue.load(std::memory_order_relaxed) != thread::currentId() && takeFromDevice(port);
 }
 
 } // namespace

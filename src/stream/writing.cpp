@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <span>
 
+#include "platform/thread.h"
 #include "port/device_io.h"
 #include "port/io_round.h"
 #include "port/port_table.h"
@@ -105,7 +106,7 @@ int32_t write(Port& port, void* buffer, int32_t count) {
     if (!port.threaded())
         directRound(port);
     statusRead(port);
-    port.answerDue.store(1, std::memory_order_relaxed);
+    port.answerDue.store(thread::currentId(), std::memory_order_relaxed);
     HeldSend send(port);
     return port.lossless != 0 ? writeLossless(port, bytes) : writeDefault(port, bytes);
 }

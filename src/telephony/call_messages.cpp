@@ -78,10 +78,9 @@ void portIsThere(const Use& use) {
     log("Connected Event");
 }
 
-/// What the other end has said meanwhile, a service may have held back.
-void tellOfPort(uint32_t call) {
-    if (auto* portOpen = reinterpret_cast<service::PortOpen*>(service::entryPoint("brisoltPortOpen")))
-        portOpen(call);
+/// A service that wants to know of the port hands over the other end's bytes alone, and may have held some back.
+service::PortOpen* portOpenOfService() {
+    return reinterpret_cast<service::PortOpen*>(service::entryPoint("brisoltPortOpen"));
 }
 
 void openPortFor(const Use& use, uint32_t call) {
@@ -94,9 +93,12 @@ void openPortFor(const Use& use, uint32_t call) {
     if (!use.change([&] { device.commHandle = handle; })) // disconnected meanwhile
         return closeHandle(descriptor);
     log("Got device handle: %d", descriptor);
-    int32_t opened = openTelephonyPort(device.devicePort, descriptor);
+    auto* portOpen = portOpenOfService();
+    int32_t opened =
+        openTelephonyPort(device.devicePort, descriptor, portOpen != nullptr ? Held::read : Held::discarded);
     if (opened == device.devicePort) {
-        tellOfPort(call);
+        if (portOpen != nullptr)
+            portOpen(call);
         portIsThere(use);
     } else {
         portFailed(use, descriptor, opened);

@@ -247,8 +247,9 @@ using LineMakeCall = int32_t(uint32_t line, uint32_t* call, const char* dialStri
 using LineAnswer = int32_t(uint32_t call, const char* userData, uint32_t size);
 /* lineDrop */
 using LineDrop = int32_t(uint32_t call, const char* userData, uint32_t size);
-/* brisoltPortOpen. A service need not have it. The program's port on the handle of a call is open, and what comes
- * from here on is read: nothing is discarded any more. */
+/* brisoltPortOpen. A service need not have it. The program's port on the handle of a call is open: what comes is
+ * read. A service that has it hands over a handle in which there are bytes of the other end alone, so the library
+ * does not discard what is there at the open. */
 using PortOpen = void(uint32_t call);
 /* lineDeallocateCall */
 using LineDeallocateCall = int32_t(uint32_t call);

@@ -86,7 +86,7 @@ int32_t setUpLine(Port& port) {
 
 } // namespace
 
-int32_t openTelephonyPort(int32_t number, int32_t handle) noexcept try {
+int32_t openTelephonyPort(int32_t number, int32_t handle, Held held) noexcept try {
     Opening opening(number, ringSize, ringSize);
     if (opening.code() < 0)
         return opening.code();
@@ -97,6 +97,8 @@ int32_t openTelephonyPort(int32_t number, int32_t handle) noexcept try {
         return noMemory;
     else if (result < 0)
         return refused(-30, "SetupComm failure"); // no device, no queues
+    if (held == Held::read)
+        port.device.keepFirstBytes();
     if (int32_t code = setUpQueues(port); code < 0)
         return code;
     if (int32_t code = setUpLine(port); code < 0)
@@ -106,6 +108,7 @@ int32_t openTelephonyPort(int32_t number, int32_t handle) noexcept try {
     record.ioMode = ioThreaded;
     if (int32_t code = startPort(port); code < 0)
         return refused(code, "Create Thread Failure");
+    port.device.setUpDone();
     log("TAPI_OPENPORT - SUCCESS: %d", number);
     return opening.succeed();
 } catch (...) { // no memory

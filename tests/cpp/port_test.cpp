@@ -48,7 +48,8 @@ TEST(Port, BytesOfEveryKindArriveAsTheyAre) {
     EXPECT_EQ(room[1], std::byte{0});
     EXPECT_EQ(room[6], std::byte{'t'});
 
-    EXPECT_EQ(b.write(std::string_view("rest")), 4u);
+    const struct { char full[4] = {'r', 'e', 's', 't'}, behind[4] = {'x', 'x', 'x'}; } text;
+    EXPECT_EQ(b.write(text.full), 4u) << "an array without a zero";
     std::error_code error;
     ASSERT_TRUE(b.drain(patience));
     EXPECT_EQ(a.read(3, patience, error), "res");
@@ -185,6 +186,15 @@ TEST(Port, ACancelEndsOneWaitAndACloseAll) {
     while (cancelled.wait_for(10ms) != std::future_status::ready)
         waiting.cancel();
     EXPECT_EQ(cancelled.get(), std::errc::operation_canceled);
+
+    EXPECT_EQ(waiting.write("abc"), 3u);
+    std::error_code beside;
+    std::array<char, 9> room{};
+    auto cut = std::async(std::launch::async, [&] { return waiting.read_all(room, patience, beside); });
+    while (cut.wait_for(10ms) != std::future_status::ready)
+        waiting.cancel();
+    EXPECT_EQ(cut.get(), 3u) << "what has come";
+    EXPECT_EQ(beside, errc::cancelled) << "and why there is no more";
 
     auto closed = std::async(std::launch::async, [&waiting] {
         return failureOf([&waiting] { waiting.read(1, brisolt::forever); }).code();

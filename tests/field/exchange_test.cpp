@@ -212,6 +212,34 @@ TEST(FieldExchange, WhatEndsARead) {
     EXPECT_EQ(closed.get(), -1);
 }
 
+TEST(FieldExchange, OneSignalEndsAWaitThatMovesOn) {
+    const FieldPort far("null-modem:signals?paced=yes"), port("null-modem:signals?paced=yes");
+    struct sigaction quiet {};
+    quiet.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &quiet, nullptr);
+    const pthread_t me = pthread_self();
+    std::atomic<bool> over{false};
+    std::thread reader([&] {
+        while (!over)
+            far.read(1, 20);
+    });
+    const std::string bytes = pattern(400'000); // half a minute of the line
+    for (int32_t i = 0; i < 24; ++i) {
+        const uint64_t before = port.counters().sent;
+        std::thread interrupter([&] {
+            eventually([&] { return port.counters().sent > before + 200; });
+            std::this_thread::sleep_for(std::chrono::milliseconds(i));
+            pthread_kill(me, SIGUSR1);
+        });
+        const auto start = Clock::now();
+        EXPECT_LT(port.write(bytes, 10'000), static_cast<int32_t>(bytes.size()));
+        EXPECT_LT(Clock::now() - start, 5s) << "round " << i;
+        interrupter.join();
+    }
+    over = true;
+    reader.join();
+}
+
 TEST(FieldExchange, TheDescriptorKeepsWhatNobodyAskedFor) {
     const Pty far;
     const FieldPort port(far.slavePath());

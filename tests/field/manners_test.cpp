@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <optional>
 #include <thread>
 
 #include <sys/wait.h>
@@ -100,6 +101,29 @@ TEST(FieldFork, AChildThatClosesNothingKeepsNothing) {
     { const FieldPort again(pty.slavePath()); }
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
+}
+
+TEST(FieldFork, AChildOpensItsOwnPortsWhateverItsParentHas) {
+    const Pty parents;
+    std::optional<Pty> childs(std::in_place);
+    const FieldPort kept(parents.slavePath() + "?keep=yes"), loop("loop:parent");
+    EXPECT_EQ(ComHostSetEventMessage(kept, COM_HOST_EVENT_GONE, 0, ComHostThreadId()), 1);
+    const pid_t child = fork();
+    if (child == 0) {
+        bool well = ComHostGetPortState(kept) == 0 && ComStatus(loop) == -1 && ComHostClose(loop, 0) == -1;
+        const int32_t own = ComHostOpen((childs->slavePath() + "?keep=yes").c_str(), 9600, "8N1");
+        well = well && own > 0 && ComHostOpen("loop:parent", 9600, "8N1") > 0;
+        well = well && ComHostSetEventMessage(own, COM_HOST_EVENT_GONE, 0, ComHostThreadId()) == 1;
+        childs.reset();
+        ComHostMessage message{};
+        well = well && ComHostGetMessage(&message, 10000) == 1 && message.first == COM_HOST_EVENT_GONE;
+        _exit(well ? 0 : 1);
+    }
+    childs.reset();
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(ComHostGetPortState(kept), COM_HOST_DEVICE_THERE);
 }
 
 TEST(FieldRs485, RtsIsRaisedRoundEachBlock) {

@@ -66,8 +66,10 @@ TEST_F(TelephonyProgram, NoDeviceAndNoModemAndAnOpeningThatIsCalledOff) {
     EXPECT_EQ(configure("colour = red"), result::badParameter);
     EXPECT_EQ(configure("device = /dev/null"), 0);
     EXPECT_EQ(openLine(0, line), result::componentMissing);
-    EXPECT_EQ(configure("device = " + silent.slavePath() + "?keep=yes"), 0);
-    EXPECT_EQ(openLine(0, line), result::operationFailed);
+    for (const char* option : {"?keep=yes", "?keep=no&marks=yes"}) {
+        EXPECT_EQ(configure("device = " + silent.slavePath() + option), 0);
+        EXPECT_EQ(openLine(0, line), result::operationFailed);
+    }
     EXPECT_EQ(configure("device = " + silent.slavePath() + "?colour=red"), 0);
     EXPECT_EQ(openLine(0, line), result::componentMissing);
     EXPECT_EQ(configure("device = " + silent.slavePath()), 0);
@@ -84,15 +86,18 @@ TEST_F(TelephonyProgram, NoDeviceAndNoModemAndAnOpeningThatIsCalledOff) {
     const auto possible = told.find("; possible: dtr, rts");
     ASSERT_NE(possible, std::string::npos) << told;
     told.erase(possible, told.find('\n', possible) - possible);
-    EXPECT_EQ(told, "telephony: [One] /dev/there-is-none: No such file or directory\n"
-                    "telephony: [One] /dev/null: Inappropriate ioctl for device\n"
-                    "telephony: [One] " +
-                        silent.slavePath() +
-                        "?keep=yes: a modem of the telephony service cannot be waited for (keep)\n"
-                        "telephony: [One] " +
-                        silent.slavePath() + "?colour=red: cannot open " + silent.slavePath() +
-                        "?colour=red: unknown option \"colour=red\"\n" + "telephony: [One] " +
-                        silent.slavePath() + ": no modem answers\n");
+    EXPECT_EQ(told,
+              "telephony: [One] /dev/there-is-none: No such file or directory\n"
+              "telephony: [One] /dev/null: Inappropriate ioctl for device\n"
+              "telephony: [One] " +
+                  silent.slavePath() +
+                  "?keep=yes: a modem of the telephony service cannot have keep=yes\ntelephony: [One] " +
+                  silent.slavePath() +
+                  "?keep=no&marks=yes: a modem of the telephony service cannot have marks=yes\n"
+                  "telephony: [One] " +
+                  silent.slavePath() + "?colour=red: cannot open " + silent.slavePath() +
+                  "?colour=red: unknown option \"colour=red\"\n" + "telephony: [One] " + silent.slavePath() +
+                  ": no modem answers\n");
     EXPECT_EQ(service.shutdown(std::exchange(application, 0)), result::badApplication);
 }
 

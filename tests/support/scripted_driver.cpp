@@ -36,7 +36,7 @@ std::string describe(const ComHostTimeouts& times) {
 
 } // namespace
 
-ScriptedDriver::ScriptedDriver(const std::string& scheme, Waits waits)
+ScriptedDriver::ScriptedDriver(const std::string& scheme, Waits waits, Counts counts)
     : scheme_(scheme), handle_(readable_.descriptor()) {
     state_ = {.size = sizeof state_,
               .baudRate = 300,
@@ -55,7 +55,7 @@ ScriptedDriver::ScriptedDriver(const std::string& scheme, Waits waits)
     properties_.maxBaud = 1'000'000;
     properties_.provCapabilities = COM_HOST_CAN_PARITY_CHECK;
     showEvents();
-    const ComHostDriver driver = record(*this, waits);
+    const ComHostDriver driver = record(*this, waits, counts);
     EXPECT_EQ(ComHostRegisterDriver(scheme.c_str(), &driver), 1);
 }
 
@@ -65,7 +65,7 @@ ScriptedDriver::~ScriptedDriver() {
         << "a device is still open";
 }
 
-ComHostDriver ScriptedDriver::record(ScriptedDriver& driver, Waits waits) {
+ComHostDriver ScriptedDriver::record(ScriptedDriver& driver, Waits waits, Counts counts) {
     using enum Call;
     ComHostDriver made{};
     made.size = sizeof made;
@@ -143,6 +143,11 @@ ComHostDriver ScriptedDriver::record(ScriptedDriver& driver, Waits waits) {
     if (waits == Waits::yes)
         made.wait = [](void* device, uint32_t events, int32_t wake, int32_t milliseconds) {
             return of(device).wait(events, wake, milliseconds);
+        };
+    if (counts == Counts::yes)
+        made.counters = [](void* device, ComHostCounters* counters) {
+            counters->cts = of(device).load(of(device).ctsChanges_);
+            return 1;
         };
     made.cancel = [](void* device, int32_t on) {
         of(device).enter(cancel, text("cancel %d", on));

@@ -42,11 +42,13 @@ public:
         cancel,
         count
     };
-    enum class Waits { yes, no }; ///< whether the driver has the function `wait`
+    enum class Waits { yes, no };  ///< whether the driver has the function `wait`
+    enum class Counts { yes, no }; ///< whether it has `counters`; it tells of none
     static constexpr int32_t always = std::numeric_limits<int32_t>::max();
     static constexpr int64_t unlimited = std::numeric_limits<int64_t>::max();
 
-    explicit ScriptedDriver(const std::string& scheme = "scripted", Waits waits = Waits::yes);
+    explicit ScriptedDriver(const std::string& scheme = "scripted", Waits waits = Waits::yes,
+                            Counts counts = Counts::no);
     /// Waits for the last device to end: a thread of the library may be on its way out of it.
     ~ScriptedDriver();
     ScriptedDriver(const ScriptedDriver&) = delete;
@@ -70,6 +72,7 @@ public:
     void grant(int64_t bytes) { store(room_, load(room_) + bytes); }
     void setOutQueue(uint32_t bytes) { store(outQueue_, bytes); } ///< what a status read tells
     void setModemLines(uint32_t lines) { store(modemLines_, lines); }
+    void setCtsChanges(uint32_t changes) { store(ctsChanges_, changes); } ///< what it counts
     void setMaxBaud(uint32_t rate) { store(properties_.maxBaud, rate); }
     void setCapabilities(uint32_t bits) { store(properties_.provCapabilities, bits); }
     void setLineState(const ComHostLineState& state) { store(state_, state); }
@@ -111,7 +114,7 @@ private:
         showEvents();
     }
     static ScriptedDriver& of(void* device) { return *static_cast<ScriptedDriver*>(device); }
-    static ComHostDriver record(ScriptedDriver& driver, Waits waits);
+    static ComHostDriver record(ScriptedDriver& driver, Waits waits, Counts counts);
     /// Counts a call, and lists it when it has a text. False when it is to fail.
     bool enter(Call call, const std::string& text = {});
     int32_t setting(Call call, const std::string& text);
@@ -140,6 +143,7 @@ private:
     uint32_t errors_ = 0;
     uint32_t outQueue_ = 0;
     uint32_t modemLines_ = 0;
+    uint32_t ctsChanges_ = 0;
     int32_t readLimit_ = always;
     int32_t takeLimit_ = always;
     int64_t room_ = unlimited;

@@ -1,7 +1,9 @@
 // The port that a call becomes.
 #include <fcntl.h>
+#include <sys/ioctl.h>
 
 #include "support/scripted_driver.h"
+#include "telephony/telephony_port.h"
 #include "telephony/two_modems.h"
 
 namespace brisolt::test {
@@ -35,6 +37,26 @@ TEST_F(TelephonyPort, WorksOnTheHandleOfACall) {
     EXPECT_EQ(ComTAPI_CLOSEPORT(131), 1);
     EXPECT_EQ(ComTAPI_CLOSEPORT(131), -1);
     EXPECT_TRUE(eventually([&] { return !line.connected(); }));
+}
+
+TEST_F(TelephonyPort, WhatTheOtherEndSaidFirstIsReadWhereTheServiceHasTakenTheModemsWords) {
+    for (const telephony::Held held : {telephony::Held::discarded, telephony::Held::read}) {
+        Pty line;
+        const int terminal = ::open(line.slavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        line.write("early ");
+        EXPECT_TRUE(eventually([&] {
+            int waiting = 0;
+            return ioctl(terminal, FIONREAD, &waiting) == 0 && waiting == 6;
+        }));
+        ASSERT_EQ(telephony::openTelephonyPort(131, terminal, held), 131);
+        line.write("late");
+        std::string heard(10, '\0');
+        const std::string wanted = held == telephony::Held::read ? "early late" : "late";
+        heard.resize(static_cast<std::size_t>(
+            ComReadTimed(131, heard.data(), static_cast<int32_t>(wanted.size()), 500)));
+        EXPECT_EQ(heard, wanted);
+        EXPECT_EQ(ComTAPI_CLOSEPORT(131), 1);
+    }
 }
 
 TEST_F(TelephonyPort, RefusalsLeaveTheHandleToItsOwner) {

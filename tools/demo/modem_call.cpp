@@ -25,11 +25,10 @@ struct Station {
     simulated::Simulator modem;
     Port port;
 
-    Station(int32_t portNumber, const char* telephone, simulated::Exchange& exchange,
-            const std::string& directory)
+    Station(const char* telephone, simulated::Exchange& exchange, const std::string& directory)
         : number(telephone), protocolLog(directory + "/protocol-" + number + ".txt"),
           modem(simulated::nullModemLine("demo-" + number), exchange, options(number)),
-          port(portNumber, modem.path(), directory + "/trace-" + number + ".txt") {}
+          port(modem.path(), directory + "/trace-" + number + ".txt") {}
 
     static simulated::Options options(const std::string& telephone) {
         simulated::Options options;
@@ -115,7 +114,7 @@ std::vector<std::string> carryOverCall(const std::string& directory, const std::
     Texts copies{"received-by-200.txt", "back-at-100.txt"};
     const auto path = [&directory](const std::string& name) { return directory + "/" + name; };
     simulated::Exchange exchange;
-    const Station here(1, "100", exchange, directory), there(2, "200", exchange, directory);
+    const Station here("100", exchange, directory), there("200", exchange, directory);
     setUp(there, true);
     setUp(here, false);
     call(here, there);

@@ -1,4 +1,4 @@
-// A port of the library as the demonstration uses it: open while it lives, lossless, without pauses, traced.
+// A port of the library as the demonstration uses it: open while it lives, traced.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 class Port {
 public:
     /// Throws when it cannot be opened, with the host's reason.
-    Port(int32_t number, const std::string& path, const std::string& trace);
+    Port(const std::string& path, const std::string& trace);
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
     ~Port();

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <thread>
 
-#include <brisolt.h>
+#include <brisolt_host.h>
 
 #include "port.h"
 #include "process.h"
@@ -17,18 +17,17 @@
 namespace {
 
 constexpr int32_t blockSize = 4096;
+constexpr int32_t patience = 10000; // milliseconds
 
-void send(int32_t port, std::string bytes) {
+void send(int32_t port, const std::string& bytes) {
     Progress progress("sent to socat", bytes.size());
     const auto size = static_cast<int32_t>(bytes.size());
-    // What is in the ring has not left yet; the rest is on its way.
-    for (int32_t taken = 0, gone = 0; gone < size;) {
-        const int32_t count = ComWrite(port, bytes.data() + taken, std::min(size - taken, blockSize));
-        taken += std::max(count, 0);
-        gone = taken - ComOutBufStatus(port);
-        progress.at(static_cast<std::size_t>(std::max(gone, 0)));
-        if (count <= 0)
-            ComSleepMS(port, 1);
+    for (int32_t sent = 0; sent < size;) {
+        const int32_t count =
+            ComHostWrite(port, bytes.data() + sent, std::min(size - sent, blockSize), patience);
+        need(count > 0, "ComHostWrite: " + std::to_string(count));
+        sent += count;
+        progress.at(static_cast<std::size_t>(sent));
     }
 }
 
@@ -38,8 +37,9 @@ std::string receive(int32_t port, std::size_t size) {
     while (bytes.size() < size) {
         std::array<char, blockSize> block{};
         const auto wanted = std::min(size - bytes.size(), block.size());
-        const int32_t count = ComReadTimed(port, block.data(), static_cast<int32_t>(wanted), 100);
-        bytes.append(block.data(), static_cast<std::size_t>(std::max(count, 0)));
+        const int32_t count = ComHostRead(port, block.data(), static_cast<int32_t>(wanted), patience);
+        need(count > 0, "ComHostRead: " + std::to_string(count));
+        bytes.append(block.data(), static_cast<std::size_t>(count));
         progress.at(bytes.size());
     }
     return bytes;
@@ -56,7 +56,6 @@ void waitForFile(Process& maker, const std::string& path) {
 } // namespace
 
 std::vector<std::string> carryOverSocat(const std::string& directory, const std::string& text) {
-    constexpr int32_t number = 1;
     const std::string bytes = readFile(directory + "/" + text);
 
     // Reading on until we are gone keeps the pseudo terminal open while its last bytes are on their way.
@@ -67,7 +66,7 @@ std::vector<std::string> carryOverSocat(const std::string& directory, const std:
     std::printf("\nA line to another program: socat, on the other side of %s\n",
                 std::filesystem::read_symlink(directory + "/line").c_str());
     {
-        const Port port(number, directory + "/line", directory + "/trace-socat.txt");
+        const Port port(directory + "/line", directory + "/trace-socat.txt");
         send(port, bytes);
         writeFile(directory + "/back-from-socat.txt", receive(port, bytes.size()));
     }

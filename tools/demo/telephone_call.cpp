@@ -1,5 +1,7 @@
 #include "telephone_call.h"
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -96,15 +98,18 @@ void connect(const TelephoneLine& caller, const TelephoneLine& called) {
     awaitBothEnds(caller, called);
 }
 
-void tell(int32_t from, int32_t to, std::string message) {
-    constexpr int32_t patience = 500; // hundredths of a second
+void tell(int32_t from, int32_t to, const std::string& message) {
+    constexpr int32_t patience = 5000; // milliseconds
     const auto size = static_cast<int32_t>(message.size());
-    const std::string sent = message;
-    need(ComWrite(from, message.data(), size) == size, "ComWrite on port " + std::to_string(from));
-    std::string heard(sent.size(), '\0');
-    const int32_t count = ComReadTimed(to, heard.data(), size, patience);
-    need(count == size && heard == sent,
-         "port " + std::to_string(to) + " hears " + std::to_string(count) + " bytes: " + heard);
+    need(ComHostWrite(from, message.data(), size, patience) == size,
+         "ComHostWrite on port " + std::to_string(from));
+    std::string heard;
+    for (int32_t count = 1; count > 0 && heard.size() < message.size();) {
+        std::array<char, 64> piece{};
+        count = ComHostRead(to, piece.data(), piece.size(), patience);
+        heard.append(piece.data(), static_cast<std::size_t>(std::max(count, 0)));
+    }
+    need(heard == message, "port " + std::to_string(to) + " hears \"" + heard + '"');
     std::printf("  port %d hears from port %d: %s\n", to, from, heard.c_str());
 }
 

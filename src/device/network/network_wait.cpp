@@ -80,10 +80,10 @@ int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) 
             setGone(line);
             continue;
         }
-        if (holding != 0)
-            return static_cast<int32_t>(holding);
         if ((seen & streams::interrupted) != 0)
             return -EINTR;
+        if (holding != 0)
+            return static_cast<int32_t>(holding);
         if ((seen & streams::signalled) != 0 || until.passed())
             return 0;
         if ((seen & streams::broken) != 0) // its poll would end at once

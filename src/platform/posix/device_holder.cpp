@@ -44,14 +44,19 @@ bool hasOpen(const std::string& descriptors, dev_t device) {
     });
 }
 
-/// Another process that has the device open, 0 when none is seen: those of other users are hidden from us.
+/// A process that has the device open, another than this one if there is one; 0 when none is seen: those of other
+/// users are hidden from us.
 pid_t openHolder(const struct stat& about) {
+    pid_t ourselves = 0;
     for (const std::string& name : kernelFiles::entries("/proc")) {
         const pid_t process = std::atoi(name.c_str());
-        if (process > 0 && process != getpid() && hasOpen("/proc/" + name + "/fd/", about.st_rdev))
+        if (process <= 0 || !hasOpen("/proc/" + name + "/fd/", about.st_rdev))
+            continue;
+        if (process != getpid())
             return process;
+        ourselves = process;
     }
-    return 0;
+    return ourselves;
 }
 
 } // namespace

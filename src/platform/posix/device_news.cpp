@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/folder_watch.h"
+#include "platform/forked.h"
 #include "platform/message.h"
 #include "platform/mutex.h"
 #include "platform/posix/device_list.h"
@@ -105,6 +106,11 @@ void endTeller() noexcept WITH_LOCK(tellerMutex) {
     (*ended)->called.set();
 }
 
+void beginAnew() noexcept LOCKS_UNCHECKED {
+    tellerMutex.beginAnew();
+    teller = nullptr;
+}
+
 bool startTeller(int32_t window, uint32_t thread) WITH_LOCK(tellerMutex) {
     auto made = std::make_shared<Teller>();
     if (!made->usable() || !made->folders.watchFor("/dev/ttyS0"))
@@ -121,6 +127,7 @@ bool startTeller(int32_t window, uint32_t thread) WITH_LOCK(tellerMutex) {
         return false;
     theirs.release();
     teller = ours.release();
+    forked::beginAnewInChild(beginAnew);
     return true;
 }
 

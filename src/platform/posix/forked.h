@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "platform/forked.h"
+
 namespace brisolt::forked {
 
 /// From now on a child closes the descriptor at once.

@@ -3,6 +3,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/forked.h"
 #include "platform/lasting.h"
 #include "platform/mutex.h"
 #include "platform/posix/thread_end.h"
@@ -75,6 +76,10 @@ ThreadQueue* ownQueue() noexcept try {
         return nullptr; // it collects what others post until the thread comes again
     own = queue;
     own->wake = std::move(wake);
+    forked::beginAnewInChild([] {
+        own = nullptr;
+        desk().mutex.beginAnew();
+    });
     return own;
 } catch (const std::bad_alloc&) {
     return nullptr;

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "platform/posix/brake.h"
+#include "platform/posix/gated_poll.h"
 
 namespace brisolt {
 
@@ -53,10 +54,7 @@ int32_t waitAny(std::span<Watch> watches, int32_t realMilliseconds) noexcept {
         polled[i].events =
             static_cast<short>((watches[i].forRead ? POLLIN : 0) | (watches[i].forWrite ? POLLOUT : 0));
     }
-    timespec limit{};
-    limit.tv_sec = realMilliseconds / 1000;
-    limit.tv_nsec = realMilliseconds % 1000 * 1'000'000L;
-    int found = ppoll(polled.data(), watches.size(), realMilliseconds < 0 ? nullptr : &limit, nullptr);
+    int32_t found = gatedPoll({polled.data(), watches.size()}, realMilliseconds);
     if (found <= 0) {
         const bool interrupted = found < 0 && errno == EINTR;
         if (found < 0 && !interrupted)

@@ -18,6 +18,7 @@
 #include "platform/name_lookup.h"
 #include "platform/posix/brake.h"
 #include "platform/posix/forked.h"
+#include "platform/posix/gated_poll.h"
 
 namespace brisolt::streams {
 
@@ -148,7 +149,7 @@ uint32_t wait(const Wait& what) noexcept {
     std::array<pollfd, 3> set{
         {{what.socket, own, 0}, {what.signal, POLLIN, 0}, {what.forRead ? what.gate : -1, POLLIN, 0}}};
     const nfds_t count = gated ? 3 : 2;
-    if (poll(set.data(), count, what.milliseconds) < 0) {
+    if (gatedPoll({set.data(), count}, what.milliseconds) < 0) {
         if (errno == EINTR)
             return interrupted;
         brake(what.milliseconds);

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "platform/error_text.h"
+#include "platform/forked.h"
 #include "platform/posix/thread_end.h"
 #include "platform/posix/thread_life.h"
 
@@ -121,10 +122,17 @@ bool atEnd(void (*function)(void*), void* argument) noexcept {
     return atThreadEnd(function, argument);
 }
 
+namespace {
+
+thread_local uint32_t id = 0;
+
+} // namespace
+
 uint32_t currentId() noexcept {
-    static thread_local uint32_t id = 0;
-    if (id == 0)
+    if (id == 0) {
         id = static_cast<uint32_t>(gettid());
+        forked::beginAnewInChild([] { id = 0; });
+    }
     return id;
 }
 

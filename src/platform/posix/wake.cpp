@@ -8,9 +8,11 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
+#include "platform/forked.h"
 #include "platform/lasting.h"
 #include "platform/parking.h"
 #include "platform/posix/brake.h"
+#include "platform/posix/gated_poll.h"
 #include "platform/posix/thread_end.h"
 
 namespace brisolt {
@@ -60,6 +62,7 @@ bool Wake::giveThisThread(std::shared_ptr<Wake> wake) noexcept {
         return false;
     }
     own = given;
+    forked::beginAnewInChild([] { own = nullptr; }); // a child has its parent's descriptor
     return true;
 }
 
@@ -86,7 +89,7 @@ void Wake::sleep(int32_t realMilliseconds) noexcept {
 
 bool Wake::sleepInterruptibly(int32_t realMilliseconds) noexcept {
     pollfd self{.fd = descriptor(), .events = POLLIN, .revents = 0};
-    return poll(&self, 1, patience(realMilliseconds)) < 0 && errno == EINTR;
+    return gatedPoll({&self, 1}, patience(realMilliseconds)) < 0 && errno == EINTR;
 }
 
 void Wake::prepare() noexcept {

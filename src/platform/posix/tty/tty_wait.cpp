@@ -10,6 +10,7 @@
 
 #include "platform/mutex.h"
 #include "platform/posix/brake.h"
+#include "platform/posix/gated_poll.h"
 #include "platform/posix/tty/tty_device.h"
 
 namespace brisolt::tty {
@@ -107,7 +108,7 @@ int32_t filter(TtyDevice& tty, uint8_t* bytes, int32_t count) {
 } // namespace
 
 bool pollOrRest(std::span<pollfd> set, int32_t milliseconds) noexcept {
-    if (poll(set.data(), set.size(), milliseconds) >= 0)
+    if (gatedPoll(set, milliseconds) >= 0)
         return true;
     brakeUnlessInterrupted(milliseconds);
     return false;

@@ -16,6 +16,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/forked.h"
+
 namespace brisolt::tty {
 
 namespace {
@@ -65,21 +67,18 @@ int32_t holderOf(pid_t owner, const std::string& file) noexcept {
     return owner == 0 && isFresh(file) ? UucpLock::unnamed : 0;
 }
 
-/// Made whole under another name and linked, so that nobody ever reads half a lock.
+/// Made whole without a name and then named, so that nobody ever reads half a lock and a kill leaves none.
 bool make(const std::string& file) {
-    static std::atomic<uint32_t> count{0};
-    const std::string draft =
-        folder + ("LTMP." + std::to_string(getpid()) + "." + std::to_string(count.fetch_add(1)));
-    const int32_t descriptor =
-        ::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, everybodyReads);
+    const int32_t descriptor = ::open(folder, O_WRONLY | O_TMPFILE | O_CLOEXEC, everybodyReads);
     if (descriptor < 0)
         return false;
     std::array<char, 16> text{};
     const int32_t length = std::snprintf(text.data(), text.size(), "%10d\n", getpid());
     const bool whole = ::write(descriptor, text.data(), static_cast<std::size_t>(length)) == length;
+    const std::string draft = "/proc/self/fd/" + std::to_string(descriptor);
+    const bool linked =
+        whole && linkat(AT_FDCWD, draft.c_str(), AT_FDCWD, file.c_str(), AT_SYMLINK_FOLLOW) == 0;
     ::close(descriptor);
-    const bool linked = whole && link(draft.c_str(), file.c_str()) == 0;
-    unlink(draft.c_str());
     return linked;
 }
 
@@ -117,7 +116,14 @@ bool UucpLock::isOurs(const std::string& file) noexcept {
     return lock != nullptr;
 }
 
+/// A child has none of its parent's devices.
+void UucpLock::beginAnew() noexcept LOCKS_UNCHECKED {
+    mutex_.beginAnew();
+    first_ = nullptr;
+}
+
 int32_t UucpLock::take(const std::string& path) {
+    forked::beginAnewInChild(beginAnew);
     constexpr int32_t tries = 3; // a dead process's lock is taken away, and somebody may be quicker
     const MutexLock guard(mutex_);
     std::string file = fileFor(path);

@@ -31,6 +31,7 @@ public:
 private:
     void enlist(std::string file) noexcept WITH_LOCK(mutex_);
     void delist() noexcept WITH_LOCK(mutex_);
+    static void beginAnew() noexcept;
     static bool isOurs(const std::string& file) noexcept WITH_LOCK(mutex_);
 
     // Neither made on first use nor ever gone: a port may still be closing while the program ends.
