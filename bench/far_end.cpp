@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <optional>
 #include <system_error>
 
 #include <fcntl.h>
@@ -14,6 +15,8 @@
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
+
+#include "network_end.h"
 
 namespace bench {
 namespace {
@@ -39,17 +42,34 @@ int makeMaster(std::string& path) {
     return master;
 }
 
-/// The process behind the masters. A line that breaks ends it, and with it the measurement.
+/// The masters of so many lines, or the one listener to which they all lead.
+std::vector<int> makeLines(std::size_t count, Reach reach, std::vector<std::string>& paths) {
+    std::vector<int> masters;
+    paths.resize(count);
+    if (reach == Reach::terminal) {
+        for (std::string& path : paths)
+            masters.push_back(makeMaster(path));
+        return masters;
+    }
+    int number = 0;
+    masters.push_back(listenForLines(number));
+    const char* const scheme = reach == Reach::tcp ? "tcp" : "rfc2217";
+    std::fill(paths.begin(), paths.end(), scheme + (":127.0.0.1:" + std::to_string(number)));
+    return masters;
+}
+
+/// The process behind the lines. A line that breaks ends it, and with it the measurement.
 class Worker {
 public:
-    explicit Worker(std::vector<int> masters) : masters_(std::move(masters)) {
+    explicit Worker(std::vector<int> masters, std::optional<Connections> connections)
+        : masters_(std::move(masters)), connections_(std::move(connections)) {
         for (std::size_t i = 0; i < pattern_.size(); ++i)
             pattern_[i] = patternAt(i);
     }
 
     void run(int control) {
         Job job{};
-        while (read(control, &job, sizeof job) == sizeof job) {
+        while (awaitJob(control), read(control, &job, sizeof job) == sizeof job) {
             if (job.kind == 'e')
                 echo(job.bytes);
             else
@@ -60,6 +80,13 @@ public:
     }
 
 private:
+    void awaitJob(int control) {
+        if (!connections_)
+            return;
+        connections_->await(control);
+        masters_ = connections_->sockets();
+    }
+
     void echo(std::size_t bytes) {
         std::vector<pollfd> entries;
         for (const int master : masters_)
@@ -75,7 +102,9 @@ private:
     }
 
     std::size_t sendBack(int master) {
-        const std::size_t count = checked(read(master, block_.data(), block_.size()));
+        std::size_t count = checked(read(master, block_.data(), block_.size()));
+        if (connections_)
+            count = connections_->filter(master, block_.data(), count);
         checked(write(master, block_.data(), count));
         return count;
     }
@@ -110,17 +139,15 @@ private:
     }
 
     std::vector<int> masters_;
+    std::optional<Connections> connections_; ///< those that come and go
     std::array<char, blockSize> pattern_{};
     std::array<char, blockSize> block_{};
 };
 
 } // namespace
 
-FarEnd::FarEnd(std::size_t lines, int core) {
-    std::vector<int> masters;
-    paths_.resize(lines);
-    for (std::string& path : paths_)
-        masters.push_back(makeMaster(path));
+FarEnd::FarEnd(std::size_t lines, int core, Reach reach) {
+    std::vector<int> masters = makeLines(lines, reach, paths_);
     std::array<int, 2> ends{};
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
         throw std::system_error(errno, std::generic_category(), "socketpair");
@@ -128,7 +155,10 @@ FarEnd::FarEnd(std::size_t lines, int core) {
     if (child_ == 0) {
         close(ends[0]);
         pin(core);
-        Worker(std::move(masters)).run(ends[1]);
+        std::optional<Connections> connections;
+        if (reach != Reach::terminal)
+            connections.emplace(masters.front(), reach == Reach::remotePort);
+        Worker(std::move(masters), std::move(connections)).run(ends[1]);
         _exit(0);
     }
     close(ends[1]);
@@ -166,9 +196,8 @@ void pin(int core) {
 }
 
 std::vector<std::string> silentLines(std::size_t count) {
-    std::vector<std::string> paths(count);
-    for (std::string& path : paths)
-        makeMaster(path);
+    std::vector<std::string> paths;
+    makeLines(count, Reach::terminal, paths);
     return paths;
 }
 

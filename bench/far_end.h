@@ -1,5 +1,5 @@
-// The other end of the measured lines: pseudo terminals and a process of their own that works on their
-// masters, so that its processor time is not counted as ours.
+// The other end of the measured lines: pseudo terminals or connections, and a process of their own that works on
+// their far sides, so that its processor time is not counted as ours.
 #pragma once
 
 #include <cstddef>
@@ -11,10 +11,12 @@
 
 namespace bench {
 
+enum class Reach : uint8_t { terminal, tcp, remotePort };
+
 class FarEnd {
 public:
     /// `core`: the processor it is held to, -1 for any.
-    FarEnd(std::size_t lines, int core);
+    FarEnd(std::size_t lines, int core, Reach reach = Reach::terminal);
     FarEnd(const FarEnd&) = delete;
     FarEnd& operator=(const FarEnd&) = delete;
     ~FarEnd();

@@ -20,13 +20,14 @@ constexpr const char* usage =
     "  --two-cores  the far end on another processor than ours\n";
 
 constexpr const char* heading =
-    "Ratios to bare read, write and poll on the same pseudo terminal with the same far end, in the same "
-    "run:\n"
+    "Ratios to bare read, write and poll on the same pseudo terminal or connection with the same far end,\n"
+    "in the same run:\n"
     "1.00 is as long as those take, below is faster. First time on the clock, then processor time of this\n"
     "process; the far end is another. Medians over %d rounds in which the sides take turns.\n"
     "One port: this process is held to one processor, the far end to %s, and no processor sleeps.\n"
     "Many ports: on all processors. Idle: voluntary context switches of the whole process in 2 s; the\n"
-    "one of the bare poll is 1.00. Memory: resident; 1.00 is a descriptor with two buffers of 4 KB.\n\n";
+    "one of the bare poll is 1.00. Over a network: to a plain socket, many to a bare epoll. Memory: "
+    "resident; 1.00 is a descriptor with two buffers of 4 KB.\n\n";
 
 /// Null, and a word about the reason, when the library does not take a pseudo terminal.
 const Side* willing(const Side& side) {
@@ -83,12 +84,17 @@ int runTable(const Options& options, const std::string& only) {
 
     std::printf(heading, options.rounds, options.twoCores ? "another" : "the same");
     const std::vector<const Side*> many{&rawSide, &brisoltSide, &asioSide};
+    const std::vector<const Side*> network{&rawSide, &exchangeSide, &brisoltSide};
+    const std::vector<const Side*> manyOverNetwork{&rawSide, &brisoltSide};
     std::vector<const Side*> all{&rawSide, &exchangeSide, &brisoltSide, &asioSide};
     if (const Side* side = willing(serialportSide))
         all.push_back(side);
     printHeads(all);
     for (const Row& row : rows) {
-        const std::vector<const Side*>& sides = row.forManyLines ? many : all;
+        const std::vector<const Side*>& sides = row.who == Row::manyLines              ? many
+                                                : row.who == Row::overNetwork          ? network
+                                                : row.who == Row::manyLinesOverNetwork ? manyOverNetwork
+                                                                                       : all;
         if (row.name.find(only) != std::string::npos)
             printRow(row, all, sides, row.measure(sides));
     }

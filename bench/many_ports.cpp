@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
@@ -68,10 +69,10 @@ double runChild(const std::string& what, const Side& side, std::size_t lines) {
     return value;
 }
 
-std::vector<Cost> compareEchoes(const std::vector<const Side*>& sides, const Options& options) {
+std::vector<Cost> compareEchoes(const std::vector<const Side*>& sides, const Options& options, Reach reach) {
     constexpr std::size_t size = 16;
     const int times = options.quick ? 20 : 100;
-    FarEnd farEnd(echoLines, -1);
+    FarEnd farEnd(echoLines, -1, reach);
     return pair(options.rounds, sides, [&](const Side& side) {
         const std::unique_ptr<Lines> lines = side.openMany(farEnd.paths());
         // Once to warm up.
@@ -101,8 +102,11 @@ int measureInChild(const std::string& what, const Side& side, std::size_t lines)
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
 
+    std::optional<FarEnd> farEnd; // of a network, where an open wants to be answered
+    if (what == "idle-tcp" || what == "idle-remote")
+        farEnd.emplace(lines, -1, what == "idle-tcp" ? Reach::tcp : Reach::remotePort);
     std::vector<std::unique_ptr<Lines>> opened;
-    opened.push_back(side.openMany(silentLines(what == "memory" ? 1 : lines)));
+    opened.push_back(side.openMany(farEnd ? farEnd->paths() : silentLines(what == "memory" ? 1 : lines)));
     settle();
     if (what == "memory") {
         const long before = residentKilobytes();
@@ -124,16 +128,27 @@ std::vector<Row> manyPortRows(const Options& options) {
     using Sides = std::vector<const Side*>;
     std::vector<Row> rows;
     rows.push_back({"echo-64", "64 ports echo, one thread serves them",
-                    [options](const Sides& sides) { return compareEchoes(sides, options); }, true});
+                    [options](const Sides& sides) { return compareEchoes(sides, options, Reach::terminal); },
+                    Row::manyLines});
+    rows.push_back({"tcp-echo-64", "tcp: 64 ports echo, to a bare epoll",
+                    [options](const Sides& sides) { return compareEchoes(sides, options, Reach::tcp); },
+                    Row::manyLinesOverNetwork});
     for (const std::size_t lines : {1U, 16U, 64U, 256U}) {
         const std::string count = std::to_string(lines);
-        rows.push_back(
-            {"idle-" + count, count + (lines == 1 ? " idle port" : " idle ports") + ", context switches",
-             [lines](const Sides& sides) { return compareInChildren("idle", lines, sides); }, true, false});
+        rows.push_back({"idle-" + count,
+                        count + (lines == 1 ? " idle port" : " idle ports") + ", context switches",
+                        [lines](const Sides& sides) { return compareInChildren("idle", lines, sides); },
+                        Row::manyLines, false});
     }
+    for (const std::string reach : {"tcp", "remote"})
+        rows.push_back(
+            {reach + "-idle-64",
+             (reach == "tcp" ? "tcp" : "rfc2217") + std::string(": 64 idle ports, context switches"),
+             [reach](const Sides& sides) { return compareInChildren("idle-" + reach, echoLines, sides); },
+             Row::manyLinesOverNetwork, false});
     rows.push_back({"memory", "memory of one more port, 4 KB rings",
-                    [](const Sides& sides) { return compareInChildren("memory", memoryLines, sides); }, true,
-                    false});
+                    [](const Sides& sides) { return compareInChildren("memory", memoryLines, sides); },
+                    Row::manyLines, false});
     return rows;
 }
 

@@ -1,6 +1,7 @@
 // The rows of the table.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -20,8 +21,13 @@ struct Row {
     std::string name, title;
     /// For every side, in their order, its ratios to the first one.
     std::function<std::vector<Cost>(const std::vector<const Side*>& sides)> measure;
-    bool forManyLines = false; ///< only for sides that can serve many
-    bool timed = true;         ///< else there is one ratio, in `wall`
+    enum Who : uint8_t {
+        everybody,
+        manyLines,
+        overNetwork,
+        manyLinesOverNetwork
+    } who = everybody; ///< those that can take part
+    bool timed = true; ///< else there is one ratio, in `wall`
 };
 
 /// One line, far end and all held to one processor.

@@ -6,10 +6,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include "network_end.h"
 #include "side.h"
 
 namespace bench {
@@ -30,7 +32,10 @@ void await(int descriptor, short events) {
 class Descriptor {
 public:
     explicit Descriptor(const std::string& path)
-        : fd_(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
+        : fd_(isOverNetwork(path) ? connectTo(path)
+                                  : open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
+        if (isOverNetwork(path))
+            return;
         termios settings{};
         if (fd_ < 0 || tcgetattr(fd_, &settings) != 0)
             throw std::system_error(errno, std::generic_category(), path);
@@ -103,13 +108,25 @@ private:
 
 class RawLines : public Lines {
 public:
-    explicit RawLines(const std::vector<std::string>& paths) {
+    RawLines(const std::vector<std::string>& paths, bool byEpoll) {
+        if (byEpoll)
+            epoll_ = epoll_create1(EPOLL_CLOEXEC);
         for (const std::string& path : paths) {
             lines_.push_back(std::make_unique<Descriptor>(path));
             entries_.push_back({lines_.back()->fd(), POLLIN, 0});
+            epoll_event event{};
+            event.events = EPOLLIN;
+            event.data.u64 = entries_.size() - 1;
+            if (byEpoll && epoll_ctl(epoll_, EPOLL_CTL_ADD, entries_.back().fd, &event) != 0)
+                throw std::system_error(errno, std::generic_category(), "epoll");
             // Whoever works with bare descriptors has to bring buffers; the values make them resident.
             buffers_.emplace_back(2 * smallBuffer, 'x');
         }
+    }
+
+    ~RawLines() override {
+        if (epoll_ >= 0)
+            close(epoll_);
     }
 
     void roundTrips(int times, std::size_t size) override {
@@ -119,10 +136,9 @@ public:
         for (const pollfd& entry : entries_)
             checked(write(entry.fd, message.data(), size));
         for (std::size_t open = entries_.size(); open > 0;) {
-            checked(poll(entries_.data(), entries_.size(), 10000));
-            for (std::size_t i = 0; i < entries_.size(); ++i) {
-                if (entries_[i].revents == 0)
-                    continue;
+            await(10000);
+            checked(static_cast<ssize_t>(ready_.size()));
+            for (const std::size_t i : ready_) {
                 got[i] += checked(read(entries_[i].fd, buffers_[i].data(), smallBuffer));
                 if (got[i] < size)
                     continue;
@@ -135,11 +151,25 @@ public:
         }
     }
 
-    void idle(int milliseconds) override { poll(entries_.data(), entries_.size(), milliseconds); }
+    void idle(int milliseconds) override { await(milliseconds); }
 
 private:
+    void await(int milliseconds) {
+        ready_.clear();
+        std::array<epoll_event, 64> events;
+        const int count = epoll_ >= 0 ? epoll_wait(epoll_, events.data(), events.size(), milliseconds)
+                                      : poll(entries_.data(), entries_.size(), milliseconds);
+        for (std::size_t i = 0; epoll_ >= 0 && i < static_cast<std::size_t>(std::max(count, 0)); ++i)
+            ready_.push_back(events[i].data.u64);
+        for (std::size_t i = 0; epoll_ < 0 && i < entries_.size(); ++i)
+            if (entries_[i].revents != 0)
+                ready_.push_back(i);
+    }
+
     std::vector<std::unique_ptr<Descriptor>> lines_;
     std::vector<pollfd> entries_;
+    int epoll_ = -1; ///< in the place of a poll
+    std::vector<std::size_t> ready_;
     std::vector<std::vector<char>> buffers_;
 };
 
@@ -148,7 +178,7 @@ private:
 const Side rawSide{
     "raw", [](const std::string& path) -> std::unique_ptr<Line> { return std::make_unique<RawLine>(path); },
     [](const std::vector<std::string>& paths) -> std::unique_ptr<Lines> {
-        return std::make_unique<RawLines>(paths);
+        return std::make_unique<RawLines>(paths, isOverNetwork(paths.front()));
     }};
 
 } // namespace bench

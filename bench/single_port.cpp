@@ -1,4 +1,7 @@
+#include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -34,9 +37,12 @@ Cores chooseCores() {
 }
 
 void checkPattern(const std::vector<char>& bytes) {
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-        if (bytes[i] != patternAt(i))
-            throw std::runtime_error("byte " + std::to_string(i) + " arrived wrong");
+    std::array<char, 65536> pattern;
+    for (std::size_t i = 0; i < pattern.size(); ++i)
+        pattern[i] = patternAt(i);
+    for (std::size_t at = 0; at < bytes.size(); at += pattern.size())
+        if (std::memcmp(&bytes[at], pattern.data(), std::min(pattern.size(), bytes.size() - at)) != 0)
+            throw std::runtime_error("bytes behind " + std::to_string(at) + " arrived wrong");
 }
 
 /// The median trip on the clock, the mean in processor time.
@@ -118,11 +124,12 @@ Cost readSingly(Line& line, FarEnd& farEnd, int times) {
     return sum;
 }
 
-std::vector<Cost> compare(const std::vector<const Side*>& sides, const Options& options, const Job& job) {
+std::vector<Cost> compare(const std::vector<const Side*>& sides, const Options& options, const Job& job,
+                          Reach reach) {
     const Cores cores = chooseCores();
     const Wakeful wakeful;
     pin(cores.ours);
-    FarEnd farEnd(1, options.twoCores ? cores.other : cores.ours);
+    FarEnd farEnd(1, options.twoCores ? cores.other : cores.ours, reach);
     std::vector<Cost> ratios = pair(options.rounds, sides, [&](const Side& side) {
         const std::unique_ptr<Line> line = side.open(farEnd.paths().front());
         roundTrips(*line, farEnd, 50);
@@ -136,10 +143,13 @@ std::vector<Cost> compare(const std::vector<const Side*>& sides, const Options& 
 
 std::vector<Row> singlePortRows(const Options& options) {
     std::vector<Row> rows;
-    const auto add = [&](const std::string& name, const std::string& title, const Job& job) {
-        rows.push_back({name, title, [options, job](const std::vector<const Side*>& sides) {
-                            return compare(sides, options, job);
-                        }});
+    const auto add = [&](const std::string& name, const std::string& title, const Job& job,
+                         Reach reach = Reach::terminal) {
+        rows.push_back({name, title,
+                        [options, job, reach](const std::vector<const Side*>& sides) {
+                            return compare(sides, options, job, reach);
+                        },
+                        reach == Reach::terminal ? Row::everybody : Row::overNetwork});
     };
     const std::size_t total = options.quick ? 1048576 : 4194304;
     const std::size_t trips = options.quick ? 500 : 2000;
@@ -164,6 +174,17 @@ std::vector<Row> singlePortRows(const Options& options) {
         [=](Line& line, FarEnd& farEnd) { return exchange(line, farEnd, total, 4096, byThreads); });
     add("getc", "bytes that wait, read one by one",
         [=](Line& line, FarEnd& farEnd) { return readSingly(line, farEnd, fillings); });
+
+    const std::size_t much = options.quick ? 32U << 20 : 256U << 20;
+    const auto trip = [=](Line& line, FarEnd& farEnd) { return roundTrips(line, farEnd, trips); };
+    add("tcp-roundtrip", "tcp: one byte there and back", trip, Reach::tcp);
+    add("remote-roundtrip", "rfc2217: one byte there and back, to tcp", trip, Reach::remotePort);
+    add(
+        "tcp-receive", "tcp: to program, calls of 64 KB",
+        [=](Line& line, FarEnd& farEnd) { return receive(line, farEnd, much, 65536); }, Reach::tcp);
+    add(
+        "tcp-send", "tcp: from program, calls of 64 KB",
+        [=](Line& line, FarEnd& farEnd) { return send(line, farEnd, much, 65536); }, Reach::tcp);
     return rows;
 }
 

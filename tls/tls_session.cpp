@@ -39,7 +39,7 @@ int32_t TlsSession::refusal(TlsError& error) const noexcept {
 int32_t TlsSession::shake(TlsError& error) noexcept {
     ERR_clear_error();
     const int result = SSL_connect(ssl_.get());
-    const bool waits = result < 0 && SSL_want_read(ssl_.get());
+    const bool waits = result != 1 && waitsForBytes(result);
     if (result != 1 && !waits) {
         const int32_t refused = refusal(error);
         flush(); // the far end hears why
@@ -55,9 +55,15 @@ int32_t TlsSession::shake(TlsError& error) noexcept {
     return left > 0 ? tlsWantsWrite : waits ? tlsWantsRead : tlsDone;
 }
 
+/// After a call that has failed. What the session wants by its own account is no answer: it says so also when the far
+/// end has refused us.
+bool TlsSession::waitsForBytes(int result) const noexcept {
+    return SSL_get_error(ssl_.get(), result) == SSL_ERROR_WANT_READ;
+}
+
 /// After a read or write that did nothing: it is to be tried again, or the connection is over.
-int32_t TlsSession::failure() const noexcept {
-    return SSL_want_read(ssl_.get()) ? 0 : -EPIPE;
+int32_t TlsSession::failure(int result) const noexcept {
+    return waitsForBytes(result) ? 0 : -EPIPE;
 }
 
 // What is read ahead may be a record that is not whole yet: only after a read that was satisfied may there be more.
@@ -70,7 +76,7 @@ int32_t TlsSession::read(void* buffer, int32_t count) noexcept {
         got += std::max(result, 0);
     }
     heldBack_ = result > 0 && SSL_has_pending(ssl_.get()) == 1;
-    const int32_t failed = result > 0 ? 0 : failure();
+    const int32_t failed = result > 0 ? 0 : failure(result);
     if (SSL_want_nothing(ssl_.get()) || failed == 0)
         flush(); // answers of the protocol's own
     return got > 0 ? got : failed;
@@ -83,7 +89,7 @@ int32_t TlsSession::write(const void* buffer, int32_t count) noexcept {
     while (taken < count && left == 0) {
         const int result = SSL_write(ssl_.get(), static_cast<const char*>(buffer) + taken, count - taken);
         if (result <= 0)
-            return taken > 0 ? taken : failure();
+            return taken > 0 ? taken : failure(result);
         taken += result;
         left = flush();
     }

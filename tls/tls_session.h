@@ -22,7 +22,8 @@ public:
     void sayGoodbye() noexcept;
 
 private:
-    int32_t failure() const noexcept;
+    bool waitsForBytes(int result) const noexcept;
+    int32_t failure(int result) const noexcept;
     int32_t refusal(TlsError& error) const noexcept;
     void drop(int32_t count) noexcept;
 

@@ -31,6 +31,7 @@ struct Wait {
     bool forRead = false;
     bool forWrite = false;
     int32_t signal = -1;       ///< ends the wait when it is readable
+    int32_t permit = -1;       ///< so does this one, which is told by nothing else
     int32_t milliseconds = -1; ///< of real time; -1: no limit
 };
 /// What holds; 0 when the time is over. `broken`: the far end has closed, or the connection is lost; bytes may be left.

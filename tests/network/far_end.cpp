@@ -17,11 +17,11 @@ namespace brisolt::test {
 
 using namespace std::chrono_literals;
 
-void Connection::say(const std::string& bytes) const {
+void Connection::say(const std::string& bytes, int flags) const {
     for (std::size_t done = 0; done < bytes.size();) {
         pollfd self{socket_, POLLOUT, 0};
         poll(&self, 1, -1);
-        const ssize_t sent = send(socket_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+        const ssize_t sent = send(socket_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | flags);
         if (sent < 0 && errno != EAGAIN)
             return; // it has left
         done += static_cast<std::size_t>(std::max<ssize_t>(sent, 0));
@@ -103,9 +103,9 @@ void RemoteServer::answerWith(Answer answer) {
     answer_ = std::move(answer);
 }
 
-void RemoteServer::say(const std::string& bytes) {
+void RemoteServer::say(const std::string& bytes, int flags) {
     const std::scoped_lock guard(mutex_);
-    client_->say(bytes);
+    client_->say(bytes, flags);
 }
 
 void RemoteServer::hangUp() {

@@ -21,7 +21,7 @@ public:
     Connection& operator=(Connection&&) = delete;
     ~Connection() { close(); }
     int socket() const { return socket_; }
-    void say(const std::string& bytes) const;
+    void say(const std::string& bytes, int flags = 0) const;
     std::string hear(std::size_t count) const;
     void close();
     void reset(); ///< without a goodbye
@@ -66,7 +66,7 @@ public:
 
     static std::string truth(int command, const std::string& value) { return comPort(command + 100, value); }
     void answerWith(Answer answer);
-    void say(const std::string& bytes);
+    void say(const std::string& bytes, int flags = 0);
     void hangUp();
     /// The requests since the last time, "1:9600 5:8 ...".
     std::string asked();

@@ -55,8 +55,11 @@ public:
     TlsEnd(const Certificates& all, const std::string& name, const std::string& more = ",verify=0",
            const std::string& to = "EXEC:/bin/cat")
         : port_(freePort()),
-          socat_("/usr/bin/socat", {"OPENSSL-LISTEN:" + std::to_string(port_) + ",reuseaddr,fork,cert=" +
-                                        all.file(name + ".pem") + ",key=" + all.file(name + ".key") + more,
+          socat_("/usr/bin/socat", {"OPENSSL-LISTEN:" + std::to_string(port_) + ",reuseaddr,fork" +
+                                        (name.empty() ? ""
+                                                      : ",cert=" + all.file(name + ".pem") +
+                                                            ",key=" + all.file(name + ".key")) +
+                                        more,
                                     to}) {
         EXPECT_TRUE(eventually([this] {
             const std::string probe = "tcp:127.0.0.1:" + std::to_string(port_);
@@ -87,6 +90,7 @@ TEST_F(Tls, ACertificateIsRightOrTheOpenFailsWithTheReason) {
     const Certificates all;
     const TlsEnd good(all, "good"), wrong(all, "wrong"), expired(all, "expired");
     const TlsEnd strict(all, "good", ",verify=1,cafile=" + all.file("ca.pem"));
+    const TlsEnd bare(all, "");
     const Listener plain;
     const std::string own = "&cert=" + all.file("good.pem") + "&key=" + all.file("good.key");
     const struct {
@@ -103,6 +107,7 @@ TEST_F(Tls, ACertificateIsRightOrTheOpenFailsWithTheReason) {
         {expired.path(all.options()), "certificate has expired"},
         {good.path("?ca=/no/such/file"), "authorities of /no/such/file: No such file"},
         {strict.path(all.options(own)), ""},
+        {bare.path("?verify=no"), "alert handshake failure"},
         {"tls" + plain.path("?connect=600").substr(3), "not answered in TLS in time"},
     };
     for (const auto& [path, reason] : opens) {
@@ -118,6 +123,9 @@ TEST_F(Tls, ACertificateIsRightOrTheOpenFailsWithTheReason) {
         }
         ComHostClose(number, 0);
     }
+    const FieldPort unknown(strict.path(all.options()));
+    char byte = 0;
+    EXPECT_EQ(ComHostRead(unknown.number, &byte, 1, 20000), -2) << "we have none, which it says only now";
 }
 
 TEST_F(Tls, BytesThatTheSocketDoesNotShowAreFound) {

@@ -34,6 +34,7 @@ struct NetworkDevice {
     streams::Gate gate;
 
     std::atomic<bool> gone{false};
+    std::atomic<bool> over{false};      ///< the far end says no more; what it has said is still to be read
     std::atomic<bool> goneTold{false};  ///< to one of those who wait
     std::atomic<bool> cancelled{false}; ///< nobody waits for room or for an answer
     std::atomic<bool> suspended{false}; ///< the far end holds us off
@@ -44,6 +45,7 @@ struct NetworkDevice {
     ComHostTimeouts timeouts GUARDED_BY(settingsMutex){};
 
     Signal interruption; ///< ends the sleeps of the writes that are under way
+    Signal resumed;      ///< is set when the far end holds us off no more; whoever is held off sleeps on it
     Mutex writersMutex;
     uint32_t interruptions GUARDED_BY(writersMutex) = 0;
     uint32_t writers GUARDED_BY(writersMutex) = 0;
@@ -89,8 +91,12 @@ int32_t unsent(void* device) noexcept;
 void dropInput(NetworkDevice& device) noexcept;
 /// Bytes that a reader would find.
 uint32_t bytesHeld(NetworkDevice& device) noexcept;
+/// The far end holds us off, or no more.
+void setHeldOff(NetworkDevice& device, bool on) noexcept WITH_LOCK(device.mutex);
 
 // ---- network_wait.cpp
+/// One sleep for what `events` say, COM_HOST_WAIT_...; what streams::wait has seen. Held off, it ends with that.
+uint32_t sleepFor(NetworkDevice& device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept;
 int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept;
 int32_t descriptor(void* device) noexcept;
 

@@ -28,7 +28,8 @@ constexpr uint32_t defaultWriteLimit = 2000; // milliseconds
 
 // Nobody else has the line as yet.
 bool setUpRoom(NetworkDevice& device) noexcept LOCKS_UNCHECKED {
-    if (device.interruption.descriptor() < 0 || device.news.descriptor() < 0)
+    if (device.interruption.descriptor() < 0 || device.news.descriptor() < 0 ||
+        device.resumed.descriptor() < 0)
         return false;
     return !device.kind.holdsBack() ||
            (device.heldBack.reserve(heldBackSize) && device.outgoing.reserve(outgoingSize) &&
@@ -151,8 +152,10 @@ int32_t purge(void* device, uint32_t what) noexcept {
 
 int32_t controlLine(void* device, uint32_t function) noexcept {
     NetworkDevice& line = of(device);
-    if (function == COM_HOST_LINE_RESUME)
-        line.suspended = false;
+    if (function == COM_HOST_LINE_RESUME) {
+        const MutexLock guard(line.mutex);
+        setHeldOff(line, false);
+    }
     const ComPort::Message message = ComPort::controlFor(function);
     if (message.size == 0)
         return function == COM_HOST_LINE_RESUME ? 1 : -EINVAL;
@@ -161,6 +164,7 @@ int32_t controlLine(void* device, uint32_t function) noexcept {
 
 int32_t modemStatus(void* device, uint32_t* lines) noexcept {
     NetworkDevice& line = of(device);
+    takeIn(line); // where the program watches the descriptor, nobody may have read what tells of them
     const MutexLock guard(line.mutex);
     *lines = line.comPort.modemLines();
     return line.gone ? -ENODEV : 1;
@@ -250,6 +254,7 @@ constexpr Kind remoteTlsKind{.scheme = "rfc2217-tls:", .telnet = true, .tls = tr
 void setGone(NetworkDevice& device) noexcept {
     device.gone = true;
     device.news.set();
+    device.resumed.set(); // nobody is held off by it any more
 }
 
 } // namespace brisolt::network

@@ -45,7 +45,8 @@ int32_t takeData(NetworkDevice& device, std::span<uint8_t> to, Heard& heard, boo
         kept += device.kind.telnet ? device.telnet.filter(to.data() + kept, got, device.outgoing,
                                                           {.hear = hear, .self = &heard})
                                    : got;
-        if (got < room)
+        if (got < room &&
+            !device.telnet.inCommand()) // the host stops at an urgent byte, which is one of a command
             break;
     }
     return kept;
@@ -70,14 +71,15 @@ void tell(NetworkDevice& device, const Heard& heard) noexcept {
         device.changed(device.argument);
 }
 
-/// After the lock's holder has taken something in.
-void settle(NetworkDevice& device, const Heard& heard) noexcept WITH_LOCK(device.mutex) {
+/// After the lock's holder has taken something in. A far end that has left holds nobody off.
+void settle(NetworkDevice& device, const Heard& heard, bool over) noexcept WITH_LOCK(device.mutex) {
+    device.over = device.over || over;
     sendOutgoing(device);
     showGate(device);
     if (heard.news.counters)
         device.errors.fetch_or(device.comPort.takeErrors());
-    if (heard.news.flow)
-        device.suspended = device.comPort.suspended();
+    if (heard.news.flow || over)
+        setHeldOff(device, device.comPort.suspended() && !over);
 }
 
 int32_t readGuarded(NetworkDevice& device, std::span<uint8_t> to) noexcept {
@@ -90,7 +92,7 @@ int32_t readGuarded(NetworkDevice& device, std::span<uint8_t> to) noexcept {
         heard.news.answered = wasFull; // there is room for the answer now
         got = static_cast<int32_t>(device.heldBack.read(to));
         got += takeData(device, to.subspan(static_cast<std::size_t>(got)), heard, over);
-        settle(device, heard);
+        settle(device, heard, over);
     }
     if (over && got == 0)
         setGone(device);
@@ -99,6 +101,14 @@ int32_t readGuarded(NetworkDevice& device, std::span<uint8_t> to) noexcept {
 }
 
 } // namespace
+
+void setHeldOff(NetworkDevice& device, bool on) noexcept {
+    if (on)
+        device.resumed.clear();
+    device.suspended = on;
+    if (!on)
+        device.resumed.set();
+}
 
 void takeIn(NetworkDevice& device) noexcept {
     Heard heard{device, {}};
@@ -115,7 +125,7 @@ void takeIn(NetworkDevice& device) noexcept {
             more = got == sizeOf(to) && got > 0;
         }
         holds = !device.heldBack.empty();
-        settle(device, heard);
+        settle(device, heard, over);
     }
     if (over && !holds)
         setGone(device);

@@ -10,8 +10,8 @@ namespace brisolt::network {
 
 namespace {
 
-constexpr int32_t heldStep = 10; ///< milliseconds between two looks while the far end holds us off by command
-constexpr int32_t leftStep = 250; ///< between two looks at a lost line whose last bytes nobody reads now
+constexpr int32_t leftStep =
+    250; ///< milliseconds between two looks at a lost line whose last bytes nobody reads
 
 int32_t shorter(int32_t left, int32_t step) noexcept {
     return left < 0 ? step : std::min(left, step);
@@ -34,16 +34,9 @@ bool holdsBytes(NetworkDevice& device) noexcept {
     return streams::bytesToRead(device.stream.socket()) > 0;
 }
 
-/// The socket and what is held back, looked at once.
-uint32_t sleep(NetworkDevice& device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept {
-    const bool forRoom = (events & COM_HOST_WAIT_WRITE) != 0;
-    const bool held = forRoom && device.suspended;
-    return streams::wait({.socket = device.stream.socket(),
-                          .gate = device.gate.descriptor(),
-                          .forRead = (events & COM_HOST_WAIT_READ) != 0,
-                          .forWrite = forRoom && !held,
-                          .signal = wake,
-                          .milliseconds = held ? shorter(milliseconds, heldStep) : milliseconds});
+bool hasRoom(NetworkDevice& device) noexcept {
+    const MutexLock guard(device.mutex);
+    return device.heldBack.size() < device.heldBack.capacity();
 }
 
 /// The gate opens for more than bytes: for room, too, while something waits for that. Whether there are bytes.
@@ -61,6 +54,26 @@ bool isForReader(NetworkDevice& device) noexcept {
 
 } // namespace
 
+// The word that lets whoever is held off go on is among what comes. If he is no reader, it may be that there is none,
+// and he takes in what comes himself.
+uint32_t sleepFor(NetworkDevice& device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept {
+    const bool forRead = (events & COM_HOST_WAIT_READ) != 0;
+    const bool forRoom = (events & COM_HOST_WAIT_WRITE) != 0;
+    const bool held = forRoom && device.suspended;
+    const bool listens = held && !forRead && hasRoom(device);
+    const uint32_t seen = streams::wait({.socket = device.stream.socket(),
+                                         .gate = listens ? -1 : device.gate.descriptor(),
+                                         .forRead = forRead || listens,
+                                         .forWrite = forRoom && !held,
+                                         .signal = wake,
+                                         .permit = held ? device.resumed.descriptor() : -1,
+                                         .milliseconds = milliseconds});
+    if (!listens || (seen & streams::readable) == 0)
+        return seen;
+    takeIn(device);
+    return seen & ~streams::readable;
+}
+
 int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) noexcept {
     NetworkDevice& line = of(device);
     const clock::Deadline until =
@@ -70,7 +83,7 @@ int32_t wait(void* device, uint32_t events, int32_t wake, int32_t milliseconds) 
     for (int32_t left = milliseconds;; left = until.realMillisecondsLeft()) {
         if (line.gone)
             return waitForNothing(line, wake, left);
-        const uint32_t seen = sleep(line, events, wake, left);
+        const uint32_t seen = sleepFor(line, events, wake, left);
         uint32_t holding = 0;
         if ((seen & streams::readable) != 0 && isForReader(line))
             holding |= COM_HOST_WAIT_READ;

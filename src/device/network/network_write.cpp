@@ -44,12 +44,12 @@ public:
     /// Sleeps until there may be room, at most `step` real milliseconds, or until it is over.
     void pause(bool forRoom, int32_t step) const noexcept {
         const int32_t left = limit_.realMillisecondsLeft();
-        streams::wait({.socket = forRoom ? device_.stream.socket() : -1,
-                       .forWrite = forRoom,
-                       .signal = device_.interruption.descriptor(),
-                       .milliseconds = step < 0   ? left
-                                       : left < 0 ? step
-                                                  : std::min(left, step)});
+        const int32_t longest = step < 0 ? left : left < 0 ? step : std::min(left, step);
+        const int32_t interruption = device_.interruption.descriptor();
+        if (forRoom)
+            sleepFor(device_, COM_HOST_WAIT_WRITE, interruption, longest);
+        else
+            streams::wait({.socket = -1, .signal = interruption, .milliseconds = longest});
     }
 
 private:
@@ -57,8 +57,6 @@ private:
     clock::Deadline limit_;
     uint32_t interruptions_;
 };
-
-constexpr int32_t heldStep = 10; ///< milliseconds between two looks while the far end holds us off by command
 
 int32_t writeComplete(NetworkDevice& device, std::span<const uint8_t> bytes, int32_t& error) noexcept {
     const Begun begun(device, static_cast<int32_t>(bytes.size()));
@@ -72,7 +70,7 @@ int32_t writeComplete(NetworkDevice& device, std::span<const uint8_t> bytes, int
         if (error != 0)
             break;
         if (now == 0)
-            begun.pause(!device.suspended, device.suspended ? heldStep : -1);
+            begun.pause(true, -1);
     }
     return static_cast<int32_t>(taken);
 }

@@ -50,7 +50,7 @@ template <class Done> int32_t await(NetworkDevice& device, Done done) noexcept {
         const Outlook outlook = lookAt(device);
         if (done(outlook))
             return 0;
-        if (device.gone)
+        if (device.gone || device.over)
             return ENODEV;
         if (device.cancelled)
             return ECANCELED;

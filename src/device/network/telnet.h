@@ -26,6 +26,8 @@ public:
     /// Takes the commands out of what came, in place. Bytes left. Replies go to `outgoing`, whole or not at all.
     int32_t filter(uint8_t* bytes, int32_t count, ByteRing& outgoing, const Listener& listener) noexcept;
     ComPort comPort() const noexcept { return comPort_; }
+    /// What came has ended in a command.
+    bool inCommand() const noexcept { return seen_ != Seen::data; }
 
     /// A com-port message in its frame; false when `outgoing` has no room for it.
     static bool put(ByteRing& outgoing, uint8_t command, std::span<const uint8_t> value) noexcept;

@@ -28,9 +28,11 @@ void setOption(int32_t socket, int32_t level, int32_t option, int32_t value) noe
     setsockopt(socket, level, option, &value, sizeof value);
 }
 
-/// Single bytes leave at once, and a far end that has vanished without a word shows within a minute.
+/// Single bytes leave at once, urgent ones stay where they belong, and a far end that has vanished without a word
+/// shows within a minute.
 void setOptions(int32_t socket) noexcept {
     setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
+    setOption(socket, SOL_SOCKET, SO_OOBINLINE, 1);
     setOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
     setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, 30);
     setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, 10);
@@ -146,9 +148,11 @@ uint32_t wait(const Wait& what) noexcept {
     const int16_t own =
         static_cast<int16_t>((what.forRead ? POLLRDHUP : 0) | (what.forRead && !gated ? POLLIN : 0) |
                              (what.forWrite ? POLLOUT : 0));
-    std::array<pollfd, 3> set{
-        {{what.socket, own, 0}, {what.signal, POLLIN, 0}, {what.forRead ? what.gate : -1, POLLIN, 0}}};
-    const nfds_t count = gated ? 3 : 2;
+    std::array<pollfd, 4> set{{{what.socket, own, 0},
+                               {what.signal, POLLIN, 0},
+                               {what.forRead ? what.gate : -1, POLLIN, 0},
+                               {what.permit, POLLIN, 0}}};
+    const nfds_t count = what.permit >= 0 ? 4 : gated ? 3 : 2;
     if (gatedPoll({set.data(), count}, what.milliseconds) < 0) {
         if (errno == EINTR)
             return interrupted;
