@@ -12,7 +12,7 @@ tool_packages := $(build_packages) libcli11-dev libssl-dev scdoc
 python_packages := python3-dev python3-cffi
 # The last of them are programs that the Python package must run; mypy and printcore, which are large, are tested
 # where they are.
-test_packages := $(tool_packages) $(python_packages) libgtest-dev python3 socat binutils ppp minicom \
+test_packages := $(tool_packages) $(python_packages) libgtest-dev python3 socat binutils ppp minicom picocom \
     lrzsz ser2net gensio-bin openssl \
     python3-pytest python3-build python3-pip python3-venv python3-serial python3-serial-asyncio grabserial \
     python3-can python3-pymodbus python3-pyvisa-py python3-twisted

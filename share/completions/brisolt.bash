@@ -24,7 +24,7 @@ _brisolt() {
     case $command in
     '') words='ports term send receive chat lines monitor tap --help --version' ;;
     ports) words='--json --watch --names --help' ;;
-    term) words="$line --echo --hex --timestamps --eol --quit-key --keep --log --trace --send --expect --until --timeout --linger --help" ;;
+    term) words="$line --echo --hex --timestamps --eol --any-eol --quit-key --keep --log --trace --send --expect --until --timeout --linger --help" ;;
     send) words="$line --protocol --timeout --keep --trace --add-returns --char-delay --line-delay --help" ;;
     receive) words="$line --protocol --timeout --keep --trace --quiet-ends --help" ;;
     chat) words="$line --file --timeout --verbose --echo --report --phone --phone2 --environment --help" ;;

@@ -27,6 +27,7 @@ complete -c brisolt -n '__fish_seen_subcommand_from term tap' -l hex -d 'show he
 complete -c brisolt -n '__fish_seen_subcommand_from term chat' -l echo
 complete -c brisolt -n '__fish_seen_subcommand_from term' -l timestamps -d 'times in front of lines'
 complete -c brisolt -n '__fish_seen_subcommand_from term' -l eol -x -a 'cr lf crlf'
+complete -c brisolt -n '__fish_seen_subcommand_from term' -l any-eol -d 'show any line end as one'
 complete -c brisolt -n '__fish_seen_subcommand_from term' -l quit-key -x
 complete -c brisolt -n '__fish_seen_subcommand_from term' -l log -r -d 'append what comes'
 complete -c brisolt -n '__fish_seen_subcommand_from term' -l send -x

@@ -2,12 +2,15 @@
 # Boots a machine that has serial devices of every kind and runs a test program in it, on Debian's kernel in
 # an emulator. Each test is reported on a line of its own; the exit status is 0 when all have passed.
 #
-#   boot.sh PROGRAM FOLDER [FILTER]
+#   boot.sh PROGRAM FOLDER [FILTER [COMMAND...]]
 #
-# FOLDER keeps the kernel, so that only the first run downloads it. FILTER is GoogleTest's.
+# FOLDER keeps the kernel, so that only the first run downloads it. FILTER is GoogleTest's. The commands are those
+# that the tests run; they stand in the machine's /bin.
 set -euo pipefail
 
 program=$(realpath "$1") folder=$2 filter=${3:-*}
+commands=()
+[ $# -lt 4 ] || readarray -t commands < <(realpath "${@:4}")
 here=$(cd "$(dirname "$0")" && pwd)
 limit=400 # seconds; a run takes a fraction of that on a machine that has nothing else to do
 modules="uhci-hcd ftdi_sio dummy_hcd cdc-acm usb_f_acm usb_f_serial g_serial" # in the order in which they are loaded
@@ -67,10 +70,10 @@ add_modules() {
     depmod -b root "$version"
 }
 
-add_program() {
+add_program() { # FILE PLACE
     local library
-    install -D "$program" root/program
-    ldd "$program" | sed -n 's/.*[[:space:]]\(\/[^ ]*\) (0x.*/\1/p' | while read -r library; do
+    install -D "$1" "root/$2"
+    ldd "$1" | sed -n 's/.*[[:space:]]\(\/[^ ]*\) (0x.*/\1/p' | while read -r library; do
         case $library in
         */ld-linux*) install -D "$library" "root/lib64/${library##*/}" ;;
         *) install -D "$library" "root/lib/${library##*/}" ;;
@@ -84,7 +87,10 @@ install "$here/init" root/init
 echo "$filter" >root/filter
 echo "$modules" >root/modules
 add_modules
-add_program
+add_program "$program" program
+for command in "${commands[@]}"; do
+    add_program "$command" "bin/${command##*/}"
+done
 (cd root && find . | busybox cpio -o -H newc 2>/dev/null) >initrd
 
 # ---- The machine ----------------------------------------------------------------------------------------

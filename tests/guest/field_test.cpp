@@ -70,16 +70,6 @@ TEST(FieldLines, CarrierIsToldWithoutLooking) {
     EXPECT_EQ(ComHostGetLines(port) & COM_HOST_MODEM_CARRIER, COM_HOST_MODEM_CARRIER);
 }
 
-TEST(FieldLines, BreaksAreCountedWithoutAWait) {
-    const FieldPort port(breakUart);
-    const Tty sender(breakSender);
-    ComHostCounters seen = port.counters();
-    sender.write("a\xFF\xF3"
-                 "b");
-    EXPECT_EQ(ComHostWaitEvent(port, COM_HOST_EVENT_BREAK, &seen, 20000), int32_t{COM_HOST_EVENT_BREAK});
-    EXPECT_EQ(seen.breaks, 1U);
-}
-
 TEST(FieldDrain, TheLastBitHasLeft) {
     const FieldPort port(uart);
     const Tty far(otherUart);

@@ -38,28 +38,21 @@ TEST_F(Tool, DoesWhatItsKeysSay) {
     const std::vector<Step> steps = {
         {"\x03\x1a hello\r", "\x03\x1a hello\r"}, // keys that mean something to a terminal, too
         {"\x14?", "suspend"},
-        {"\x14"
-         "d",
-         "DTR off"},
+        {"\024d", "DTR off"},
         {"\x14\x12", "RTS off"}, // Ctrl held on
         {"\x14i", "DTR off, RTS off, CTS off, DSR off"},
-        {"\x14"
-         "b",
-         "break sent"},
-        {"\x14u9601\x7f"
-         "0\r",
-         "9600 8N1"},
+        {"\024b", "break sent"},
+        {"\x14u9601\1770\r", "9600 8N1"},
         {"\x14u\x1b", "\r\n"},
         {"\x14uabc\r", "\"abc\" is no rate"},
-        {"\x14"
-         "eab",
-         "abab"},
-        {"\x14"
-         "e\x14xhello",
-         "68 65 6c 6c 6f "},
+        {"\024eab", "abab"},
+        {"\024e\x14xhello", "68 65 6c 6c 6f "},
         {"\x14x", "|hello|"},
         {"\x14tx\r\n", "] x\r\n"},
         {"\x14t\x14t\x14t", "time stamps: off"},
+        {"\x14hxy\r", "\"xy\" is no hex"},
+        {"\x14h68 65:79\r", "hey"},
+        {"\x14nx\ny\rz\r\n.", "on]\r\nx\r\ny\r\nz\r\n."},
         {"\x14phidden", "paused"},
         {"\x14p", "hidden"},
         {"\x14l" + log + "\r", "log on"},

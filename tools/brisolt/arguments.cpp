@@ -155,6 +155,24 @@ std::string unescaped(std::string_view text) {
     return result;
 }
 
+std::string hexBytes(std::string_view text) {
+    std::string result;
+    while (!text.empty()) {
+        if (text.front() == ' ' || text.front() == ':' || text.front() == ',') {
+            text.remove_prefix(1);
+            continue;
+        }
+        unsigned value = 0;
+        const std::string_view digits = text.substr(0, 2);
+        const char* const end = digits.data() + digits.size();
+        if (digits.size() < 2 || std::from_chars(digits.data(), end, value, 16).ptr != end)
+            return {};
+        result += static_cast<char>(value);
+        text.remove_prefix(2);
+    }
+    return result;
+}
+
 char keyByte(const std::string& key) {
     std::string_view text = key;
     bool control = false;

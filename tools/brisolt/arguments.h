@@ -40,6 +40,8 @@ std::string withOption(const std::string& device, std::string_view option);
 
 /// What the escapes of a text stand for: \r \n \t \e \0 \\ \xHH. Throws Failure naming one that is none.
 std::string unescaped(std::string_view text);
+/// "1b 5b", "1b5b" or "1b:5b" as bytes; "" when it is no such thing.
+std::string hexBytes(std::string_view text);
 /// The byte of "ctrl-x", "^x" or one character; throws Failure.
 char keyByte(const std::string& key);
 /// How people read that key: "Ctrl-X".

@@ -245,6 +245,8 @@ void requireSending(const TransferOptions& options) {
 }
 
 void requireReceiving(const TransferOptions& options) {
+    if (access(options.file.c_str(), F_OK) != 0 && errno != ENOENT)
+        throw Failure(options.file + ": " + std::strerror(errno));
     const bool folder = fs::is_directory(options.file);
     const bool needsName = options.protocol == "text" || options.protocol == "xmodem";
     if (folder && needsName)

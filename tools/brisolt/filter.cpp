@@ -88,7 +88,11 @@ int Filter::run() {
 
 /// True when there may be more at once.
 bool Filter::receive() {
-    takeNews();
+    const News news = takeNews();
+    if (options_.keep && (news.events & COM_HOST_EVENT_GONE) != 0)
+        complain(link_.device() + " has gone; waiting for it");
+    if (options_.keep && (news.events & COM_HOST_EVENT_BACK) != 0)
+        complain(link_.device() + " is back");
     const std::string bytes = link_.read(blockSize);
     if (bytes.empty())
         return false;

@@ -167,7 +167,7 @@ void Monitor::showTable() {
     std::array<char, 512> line{};
     const int width = static_cast<int>(width_);
     if (columnsThere > 0 && shown_)
-        std::printf("\033[%zuA", ports_.size() + 1);
+        std::printf("\r\033[%zuA", ports_.size() + 1);
     if (columnsThere > 0 || !shown_) {
         std::snprintf(line.data(), line.size(), "%-*s  %-7s  %9s  %9s  %6s  %6s  %s", width, "DEVICE",
                       "STATE", "IN/s", "OUT/s", "ERRORS", "BREAKS", "LINES");

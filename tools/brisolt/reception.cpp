@@ -21,7 +21,8 @@ Stamps stampsOf(const std::string& name) {
 
 } // namespace
 
-Reception::Reception(const TermOptions& options) {
+Reception::Reception(const TermOptions& options)
+    : anyEol(options.anyEol), lineEnds_(isatty(STDOUT_FILENO) != 0 ? "crlf" : "lf") {
     display.hex = options.hex;
     display.stamps = stampsOf(options.stamps);
     if (!options.log.empty())
@@ -29,7 +30,7 @@ Reception::Reception(const TermOptions& options) {
 }
 
 std::string Reception::take(std::string_view bytes) {
-    display.show(bytes);
+    display.show(anyEol && !display.hex ? lineEnds_(bytes) : std::string(bytes));
     if (log_ < 0)
         return {};
     try {

@@ -7,6 +7,19 @@
 #include "display.h"
 #include "term_options.h"
 
+/// Line ends of one kind. Enter on a terminal is a carriage return, a line of a file ends in a line feed, or in
+/// both already; and devices do as they like.
+class LineEnds {
+public:
+    explicit LineEnds(const std::string& eol);
+    std::string operator()(std::string_view bytes);
+    bool asItIs() const { return end_.empty(); }
+
+private:
+    std::string end_;
+    bool lastWasReturn_ = false;
+};
+
 class Reception {
 public:
     /// Opens the log; throws Failure.
@@ -19,24 +32,13 @@ public:
     std::string take(std::string_view bytes);
 
     Display display;
+    bool anyEol; ///< a CR, an LF and both are the end of a line alike
 
     void openLog(const std::string& file);
     void closeLog();
     bool logs() const { return log_ >= 0; }
 
 private:
+    LineEnds lineEnds_;
     int log_ = -1;
-};
-
-/// Line ends as they are to be sent. Enter on a terminal is a carriage return, a line of a file ends in a line
-/// feed, or in both already.
-class LineEnds {
-public:
-    explicit LineEnds(const std::string& eol);
-    std::string operator()(std::string_view bytes);
-    bool asItIs() const { return end_.empty(); }
-
-private:
-    std::string end_;
-    bool lastWasReturn_ = false;
 };

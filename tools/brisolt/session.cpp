@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -56,6 +57,7 @@ private:
     void sendBreak();
     void showLine();
     void changeRate(const std::string& text);
+    void sendHex(const std::string& text);
     void toggleLog();
     void transfer(bool sending);
     void startTransfer(bool sending, const std::string& file, const std::string& protocol);
@@ -70,7 +72,7 @@ private:
         std::string_view help;
         void (*run)(Session&);
     };
-    static const std::array<Key, 17> keys;
+    static const std::array<Key, 19> keys;
 
     const TermOptions& options_;
     char quitKey_;
@@ -84,7 +86,7 @@ private:
     std::function<void(const std::string&)> answered_;
 };
 
-const std::array<Session::Key, 17> Session::keys{
+const std::array<Session::Key, 19> Session::keys{
     Key{'d', "DTR on or off", [](Session& session) { session.toggle(COM_HOST_MODEM_DTR); }},
     Key{'r', "RTS on or off", [](Session& session) { session.toggle(COM_HOST_MODEM_RTS); }},
     Key{'b', "break", [](Session& session) { session.sendBreak(); }},
@@ -103,6 +105,15 @@ const std::array<Session::Key, 17> Session::keys{
             session.reception_.display.endLine(true);
             session.reception_.display.hex = !session.reception_.display.hex;
             session.tell(session.reception_.display.hex ? "hex on" : "hex off");
+        }},
+    Key{'n', "any line end ends a line",
+        [](Session& session) {
+            session.reception_.anyEol = !session.reception_.anyEol;
+            session.tell(session.reception_.anyEol ? "any line end: on" : "any line end: off");
+        }},
+    Key{'h', "send bytes typed in hex",
+        [](Session& session) {
+            session.ask("Bytes in hex", [&session](const std::string& text) { session.sendHex(text); });
         }},
     Key{'t', "time stamps",
         [](Session& session) {
@@ -289,6 +300,15 @@ void Session::changeRate(const std::string& text) {
     tell(result == 1 ? lineText(link_.number()) : hostReason(result));
 }
 
+void Session::sendHex(const std::string& text) {
+    const std::string bytes = hexBytes(text);
+    if (bytes.empty())
+        tell("\"" + text + "\" is no hex; write bytes as 1b 5b, 1b5b or 1b:5b");
+    link_.write(bytes);
+    if (echo_)
+        reception_.display.show(bytes);
+}
+
 void Session::toggleLog() {
     if (reception_.logs()) {
         reception_.closeLog();
@@ -332,6 +352,8 @@ void Session::startTransfer(bool sending, const std::string& file, const std::st
         if (failure.code == exitGone || interruption::asked())
             throw;
         tell(failure.what());
+    } catch (const std::exception& error) { // of the file system
+        tell(error.what());
     }
 }
 
@@ -340,18 +362,18 @@ void Session::runTransfer(bool sending, const TransferOptions& request) {
     tell(request.file + ", " + request.protocol + ". Ctrl-C gives up.");
     std::string summary;
     {
-        uint64_t moved = 0;
         ProgressBar bar(request.file);
-        const TransferUser user{[&](uint64_t done, uint64_t total) {
-                                    moved = done;
-                                    bar.show(done, total);
-                                },
+        const TransferUser user{[&bar](uint64_t done, uint64_t total) { bar.show(done, total); },
                                 STDIN_FILENO, [this] { return transferKey(); }};
+        std::vector<std::string> files{request.file};
         if (sending)
             sendFile(link_, request, user);
         else
-            receiveFile(link_, request, user);
-        summary = bar.summary(moved);
+            files = receiveFile(link_, request, user);
+        uint64_t bytes = 0; // of the files; the bar knows those of the line
+        for (const std::string& file : files)
+            bytes += std::filesystem::file_size(file);
+        summary = bar.summary(bytes);
     }
     tell("done: " + summary);
 }

@@ -16,6 +16,7 @@ constexpr std::string_view keys =
   d, r  DTR, RTS on or off           i  lines and counters
   b     break                        u  bits per second
   e     echo what is typed           x  hex
+  n     any line end ends a line     h  send bytes typed in hex
   t     time stamps                  l  log on or off
   s, g  send, get a file             p  pause what is shown
   c     discard what waits unsent    z  suspend
@@ -33,6 +34,8 @@ void addForm(CLI::App& term, TermOptions& options) {
                     "What the end of a line is sent as: cr, lf or crlf (as it is unless given)")
         ->transform(oneOf({"cr", "lf", "crlf"}))
         ->type_name("EOL");
+    term.add_flag("--any-eol", options.anyEol,
+                  "Whatever ends a line that comes (CR, LF or both) is shown as the end of a line");
     term.add_option("--quit-key", options.quitKey, "The key that quits")
         ->type_name("KEY")
         ->capture_default_str();

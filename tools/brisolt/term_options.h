@@ -12,6 +12,7 @@ struct TermOptions {
     bool echo = false;
     bool hex = false;
     bool keep = false;
+    bool anyEol = false;    ///< what comes is shown with the line ends of a terminal
     std::string stamps;     ///< day, start or last; empty: none
     std::string log, trace; ///< files; empty: none
     std::string eol;        ///< cr, lf or crlf; empty: what is typed or piped as it is

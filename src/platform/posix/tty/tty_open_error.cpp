@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -43,13 +44,28 @@ std::string groupName(gid_t group) {
     return found != nullptr ? found->gr_name : std::to_string(group);
 }
 
+/// In the group by the system's list, which counts from the next login on.
+bool joinsAtLogin(gid_t group) {
+    std::array<char, 4096> space{};
+    struct passwd entry {};
+    struct passwd* found = nullptr;
+    getpwuid_r(geteuid(), &entry, space.data(), space.size(), &found);
+    std::vector<gid_t> groups(1024);
+    auto count = static_cast<int>(groups.size());
+    if (found == nullptr || getgrouplist(found->pw_name, found->pw_gid, groups.data(), &count) < 0)
+        return false;
+    groups.resize(static_cast<std::size_t>(count));
+    return std::find(groups.begin(), groups.end(), group) != groups.end();
+}
+
 std::string permissionText(const struct stat& about) {
     constexpr mode_t groupMayUse = S_IRGRP | S_IWGRP;
     if ((about.st_mode & groupMayUse) != groupMayUse)
         return "; only its owner may open it";
     if (inGroup(about.st_gid))
         return {};
-    return "; group " + groupName(about.st_gid) + " may open it and you are not in it";
+    return "; group " + groupName(about.st_gid) + " may open it and you are " +
+           (joinsAtLogin(about.st_gid) ? "in it from your next login on" : "not in it");
 }
 
 } // namespace
