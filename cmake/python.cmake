@@ -78,7 +78,7 @@ target_link_libraries(brisolt_python_native PRIVATE brisolt)
 
 file(GLOB_RECURSE python_files CONFIGURE_DEPENDS RELATIVE "${python_source}"
     "${python_source}/brisolt/*.py" "${python_source}/brisolt/*.pyi" "${python_source}/brisolt/py.typed"
-    "${python_source}/brisolt/METADATA")
+    "${python_source}/brisolt/METADATA" "${python_source}/brisolt/entry_points.txt")
 set(copies "")
 foreach(file IN LISTS python_files)
     add_custom_command(

@@ -21,8 +21,12 @@ class WithHeaders(sdist):
         shutil.copytree(INCLUDE, Path(base_dir) / "include", dirs_exist_ok=True)
 
 
+# The binding is read from the headers when it is to be compiled; who asks for name and version, or for the sources,
+# does without.
+COMPILES = not {"dist_info", "egg_info", "sdist"} & set(sys.argv)
+
 setup(
     cmdclass={"sdist": WithHeaders},
     ext_modules=[Extension("brisolt._line", ["brisolt/_line.c"], include_dirs=["brisolt"])],
-    cffi_modules=["build_native.py:builder"],
+    cffi_modules=["build_native.py:builder"] if COMPILES else [],
 )

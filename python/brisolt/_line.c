@@ -30,6 +30,9 @@ enum {
     AHEAD_AFTER = 16     /* such reads in a row; who reads less than that may still take the descriptor */
 };
 
+/* Half-milliseconds for calls to leave before a close: on a busy host threads stand still. */
+enum { LEAVING_TRIES = 4000 };
+
 /* Seconds for which the kernel's answer to in_waiting is good: a program that polls asks some hundred times
  * meanwhile, and a byte takes longer to get from the line to the kernel's queue. */
 static const double queuedGood = 10e-6;
@@ -92,12 +95,22 @@ static int secondsFrom(PyObject *value, double *seconds) {
     return 0;
 }
 
+/*
+ * A time limit, and how long the next wait for it may be. A signal ends a wait of the library. But one that comes
+ * in the few microseconds between Python's last look and the beginning of the wait has come too early for the one
+ * and too late for the other. So a wait has pieces, with a look for signals after each: the first is short, since
+ * signals come when something has just been started, and each next is longer, so that an idle port costs next to
+ * no wake-ups.
+ */
 typedef struct Limit {
     double seconds, end;
+    int32_t piece; /* milliseconds */
 } Limit;
 
+enum { FIRST_PIECE = 250, LONGEST_PIECE = 64000 };
+
 static Limit limitOf(double seconds) {
-    Limit limit = {seconds, seconds > 0 ? now() + seconds : 0};
+    Limit limit = {seconds, seconds > 0 ? now() + seconds : 0, FIRST_PIECE};
     return limit;
 }
 
@@ -105,11 +118,18 @@ static int isOver(const Limit *limit) {
     return limit->seconds == 0 || (limit->seconds > 0 && now() >= limit->end);
 }
 
-static int32_t millisecondsLeft(const Limit *limit) {
+static int32_t nextPiece(const Limit *limit) {
     if (limit->seconds <= 0)
-        return limit->seconds < 0 ? -1 : 0;
+        return limit->seconds < 0 ? limit->piece : 0;
     double left = limit->end - now();
-    return millisecondsOf(left > 0 ? left : 0);
+    int32_t milliseconds = millisecondsOf(left > 0 ? left : 0);
+    return milliseconds < limit->piece ? milliseconds : limit->piece;
+}
+
+/* 0, or -1 with an exception: a signal's handler has raised one. */
+static int endPiece(Limit *limit) {
+    limit->piece = limit->piece < LONGEST_PIECE / 4 ? limit->piece * 4 : LONGEST_PIECE;
+    return PyErr_CheckSignals();
 }
 
 /* ---- Failing ------------------------------------------------------------------------------------- */
@@ -207,14 +227,13 @@ static int isOpen(PyObject *self, const char *what) {
 
 /* Reads until `size` bytes are there or the time is over. The count; -1 with an exception, unless some bytes have
  * come before (`had`, in an earlier piece): those are given first, and the next call tells. */
-static Py_ssize_t readAll(PyObject *self, uint8_t *to, Py_ssize_t size, const Limit *limit, int had) {
+static Py_ssize_t readAll(PyObject *self, uint8_t *to, Py_ssize_t size, Limit *limit, int had) {
     Line *line = lineOf(self);
     Py_ssize_t count = 0;
     while (count < size) {
         if (atomic_load(&line->cancelRead) && atomic_exchange(&line->cancelRead, 0))
             break;
-        int32_t got =
-            line->port == 0 ? CLOSED : readSome(line, to + count, size - count, millisecondsLeft(limit));
+        int32_t got = line->port == 0 ? CLOSED : readSome(line, to + count, size - count, nextPiece(limit));
         if (got > 0) {
             count += got;
         } else if (got < 0) {
@@ -224,6 +243,8 @@ static Py_ssize_t readAll(PyObject *self, uint8_t *to, Py_ssize_t size, const Li
             if (on == 0)
                 break;
             continue;
+        } else if (endPiece(limit) != 0) {
+            return -1;
         }
         if (count < size && isOver(limit))
             break;
@@ -261,17 +282,25 @@ static PyObject *readBytes(PyObject *self, Py_ssize_t size, double seconds) {
     return NULL;
 }
 
+/* The one argument of a call, given by position or by name: 1; 0 none; -1 with an exception. */
+static int onlyArgument(const char *call, const char *name, Py_ssize_t count, PyObject *names) {
+    Py_ssize_t named = names == NULL ? 0 : PyTuple_GET_SIZE(names);
+    if (count + named > 1 ||
+        (named == 1 && PyUnicode_CompareWithASCIIString(PyTuple_GET_ITEM(names, 0), name) != 0)) {
+        PyErr_Format(PyExc_TypeError, "%s() takes one argument, %s", call, name);
+        return -1;
+    }
+    return (int)(count + named);
+}
+
 static PyObject *lineRead(PyObject *self, PyObject *const *args, Py_ssize_t count, PyObject *names) {
     Py_ssize_t size = 1;
     if (!isOpen(self, "read"))
         return NULL;
-    Py_ssize_t named = names == NULL ? 0 : PyTuple_GET_SIZE(names);
-    if (count + named > 1 ||
-        (named == 1 && PyUnicode_CompareWithASCIIString(PyTuple_GET_ITEM(names, 0), "size") != 0)) {
-        PyErr_SetString(PyExc_TypeError, "read() takes one argument, size");
+    int given = onlyArgument("read", "size", count, names);
+    if (given < 0)
         return NULL;
-    }
-    if (count + named == 1) {
+    if (given == 1) {
         size = PyNumber_AsSsize_t(args[0], PyExc_OverflowError);
         if (size == -1 && PyErr_Occurred())
             return NULL;
@@ -489,14 +518,14 @@ static Py_ssize_t writeAll(PyObject *self, const uint8_t *from, Py_ssize_t size,
             return -1;
         Py_ssize_t rest = size - count;
         int32_t taken = writePort(line, line->port, from + count,
-                                  rest < INT32_MAX ? (int32_t)rest : INT32_MAX, millisecondsLeft(&limit));
+                                  rest < INT32_MAX ? (int32_t)rest : INT32_MAX, nextPiece(&limit));
         if (taken > 0)
             count += taken;
         if (count == size)
             return count;
         if (atomic_load(&line->cancelWrite) && atomic_exchange(&line->cancelWrite, 0))
             return count;
-        if (PyErr_CheckSignals() != 0)
+        if (endPiece(&limit) != 0)
             return -1;
         if (taken < 0 && taken != CANCELLED && taken != INTERRUPTED) {
             fail(self, "write", line->port == 0 ? CLOSED : taken);
@@ -533,8 +562,11 @@ static PyObject *writeObject(PyObject *self, PyObject *data, double seconds) {
     return count < 0 ? NULL : PyLong_FromSsize_t(count);
 }
 
-static PyObject *lineWrite(PyObject *self, PyObject *data) {
-    return writeObject(self, data, lineOf(self)->writeSeconds);
+static PyObject *lineWrite(PyObject *self, PyObject *const *args, Py_ssize_t count, PyObject *names) {
+    int given = onlyArgument("write", "data", count, names);
+    if (given == 0)
+        PyErr_SetString(PyExc_TypeError, "write() missing 1 required argument: 'data'");
+    return given == 1 ? writeObject(self, args[0], lineOf(self)->writeSeconds) : NULL;
 }
 
 /* _write_within(data, seconds) */
@@ -621,6 +653,23 @@ static PyObject *lineCancelWrite(PyObject *self, PyObject *unused) {
     Py_RETURN_NONE;
 }
 
+static void cancelThoseInside(Line *line, atomic_int *flag, const int *who) {
+    for (int left = *who; left > 0 && line->port != 0; --left) { /* each takes the flag once */
+        atomic_store(flag, 1);
+        endCalls(line, flag, who);
+    }
+    atomic_store(flag, 0);
+}
+
+/* _cancel_waits(): ends the reads and writes that run, and no later ones. */
+static PyObject *lineCancelWaits(PyObject *self, PyObject *unused) {
+    (void)unused;
+    Line *line = lineOf(self);
+    cancelThoseInside(line, &line->cancelRead, &line->readers);
+    cancelThoseInside(line, &line->cancelWrite, &line->writers);
+    Py_RETURN_NONE;
+}
+
 /* _attach(port, queue, ahead): the line is open from now on. */
 static PyObject *lineAttach(PyObject *self, PyObject *args) {
     int port, queue, ahead;
@@ -647,7 +696,7 @@ static PyObject *lineDetach(PyObject *self, PyObject *args) {
         return PyLong_FromLong(1);
     line->port = 0;
     line->aheadStart = line->aheadEnd = 0;
-    for (int i = 0; i < 200 && line->inside > 0; ++i) {
+    for (int i = 0; i < LEAVING_TRIES && line->inside > 0; ++i) {
         PyThreadState *outside = PyEval_SaveThread();
         calls->cancel(port);
         pauseShortly();
@@ -720,14 +769,18 @@ static PyObject *lineNew(PyTypeObject *type, PyObject *args, PyObject *named) {
 
 static PyMethodDef lineMethods[] = {
     {"read", (PyCFunction)(void (*)(void))lineRead, METH_FASTCALL | METH_KEYWORDS,
-     "read(size=1): that many bytes, or those that came within the time-out."},
-    {"readline", lineReadline, METH_VARARGS, "readline(size=-1): up to a line feed."},
+     "read($self, size=1)\n--\n\nThat many bytes, or those that came within the time-out."},
+    {"readline", lineReadline, METH_VARARGS, "readline($self, size=-1, /)\n--\n\nUp to a line feed."},
     {"read_until", (PyCFunction)(void (*)(void))lineReadUntil, METH_VARARGS | METH_KEYWORDS,
-     "read_until(expected=b'\\n', size=None): up to the expected bytes."},
-    {"write", lineWrite, METH_O, "write(data): hands over all of it within the write time-out."},
+     "read_until($self, expected=b'\\n', size=None)\n--\n\nUp to the expected bytes."},
+    {"write", (PyCFunction)(void (*)(void))lineWrite, METH_FASTCALL | METH_KEYWORDS,
+     "write($self, data)\n--\n\nHands over all of it within the write time-out."},
     {"inWaiting", lineInWaitingMethod, METH_NOARGS, "The same as in_waiting."},
-    {"cancel_read", lineCancelRead, METH_NOARGS, "Ends the read that runs, or else the next."},
-    {"cancel_write", lineCancelWrite, METH_NOARGS, "Ends the write that runs, or else the next."},
+    {"cancel_read", lineCancelRead, METH_NOARGS,
+     "cancel_read($self)\n--\n\nEnds the read that runs, or else the next."},
+    {"cancel_write", lineCancelWrite, METH_NOARGS,
+     "cancel_write($self)\n--\n\nEnds the write that runs, or else the next."},
+    {"_cancel_waits", lineCancelWaits, METH_NOARGS, NULL},
     {"_read_some", (PyCFunction)(void (*)(void))lineReadSome, METH_FASTCALL, NULL},
     {"_read_within", (PyCFunction)(void (*)(void))lineReadWithin, METH_FASTCALL, NULL},
     {"_read_until_within", lineReadUntilWithin, METH_VARARGS, NULL},

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import asyncio
+import contextlib
 import weakref
 from collections.abc import Callable
 from typing import Any
@@ -15,7 +16,8 @@ __all__ = ["SerialTransport", "connect_serial", "open_serial"]
 
 _HIGH_WATER = 65536
 _LOOK_AGAIN = 0.02  # seconds; for what no descriptor tells: room in a ring, the end of a close
-_LONGEST_CLOSE = 5.0
+_NETWORKS = {"tcp", "tls", "rfc2217", "rfc2217-tls"}
+_STANDSTILL = 5.0  # of a close: a far end that takes nothing that long will not
 
 
 class _Messages:
@@ -73,25 +75,41 @@ class SerialTransport(asyncio.Transport):
 
     def _watch(self) -> None:
         """Has the loop tell when bytes come: the device's descriptor where it has one, else a message."""
+        self._backs = self._port.counters().back
         descriptor = lib.ComHostDescriptor(self._port.number)
         if descriptor >= 0:
             self._descriptor = descriptor
-            self._loop.add_reader(descriptor, self._read_ready)
+            if self._reading:
+                self._attend(self._loop.add_reader, self._read_ready)
         elif descriptor == -4 and not self._told:
             self._told = True
             lib.ComSetNotifyThreadMessageAnyChar(self._port.number, lib.ComHostThreadId())
 
+    def _attend(self, add: Callable[..., object], call: Callable[[], None]) -> None:
+        """Has the loop watch the descriptor, which a device that has gone this moment takes along."""
+        try:
+            add(self._descriptor, call)
+        except OSError:
+            self._unwatch()
+
     def _unwatch(self) -> None:
-        if self._descriptor is not None:
-            self._loop.remove_reader(self._descriptor)
-            self._loop.remove_writer(self._descriptor)
-            self._descriptor = None
+        descriptor, self._descriptor = self._descriptor, None
+        if descriptor is not None:
+            for remove in self._loop.remove_reader, self._loop.remove_writer:
+                with contextlib.suppress(OSError):  # it is closed already
+                    remove(descriptor)
+
+    def _is_stale(self) -> bool:
+        """The descriptor is that of a device that has gone: ready for ever, or nobody's by now."""
+        return self._port.state == "sought" or self._port.counters().back != self._backs
 
     def _look(self) -> None:
         """Something may have happened that no descriptor tells."""
-        if self._lost or self._closing or not self._reading:
+        if self._lost:
             return
-        if self._descriptor is None and self._port.state == "there":
+        if self._descriptor is not None and self._is_stale():
+            self._unwatch()
+        if self._port.state == "there" and self._descriptor is None:
             self._watch()  # for the first time, or because the device is back
             if self._buffer:
                 self._send()
@@ -110,19 +128,20 @@ class SerialTransport(asyncio.Transport):
             if self._descriptor is None:
                 self._loop.call_soon(self._look)  # there may be more, of which no message tells again
         elif self._port.state == "sought":
-            self._unwatch()  # a descriptor of a device that is gone is readable for ever
+            self._unwatch()
 
     def pause_reading(self) -> None:
         self._reading = False
         if self._descriptor is not None:
-            self._loop.remove_reader(self._descriptor)
+            with contextlib.suppress(OSError):
+                self._loop.remove_reader(self._descriptor)
 
     def resume_reading(self) -> None:
         if self._closing or self._reading:
             return
         self._reading = True
         if self._descriptor is not None:
-            self._loop.add_reader(self._descriptor, self._read_ready)
+            self._attend(self._loop.add_reader, self._read_ready)
         self._loop.call_soon(self._look)
 
     def is_reading(self) -> bool:
@@ -154,17 +173,18 @@ class SerialTransport(asyncio.Transport):
             self._protocol.resume_writing()
         if self._buffer:
             self._send_later()
-            return
-        if self._descriptor is not None:
-            self._loop.remove_writer(self._descriptor)
-        if self._closing:
-            self._end_when_sent(self._loop.time() + _LONGEST_CLOSE)
+        elif self._descriptor is not None:
+            with contextlib.suppress(OSError):
+                self._loop.remove_writer(self._descriptor)
 
     def _send_later(self) -> None:
+        if self._descriptor is not None and self._is_stale():
+            self._unwatch()
         if self._descriptor is not None:
-            self._loop.add_writer(self._descriptor, self._send)
-        else:
+            self._attend(self._loop.add_writer, self._send)
+        elif self._port.state == "there":
             self._loop.call_later(_LOOK_AGAIN, self._send)
+        # else it is told of the device that is back
 
     def set_write_buffer_limits(self, high: int | None = None, low: int | None = None) -> None:
         self._high = _HIGH_WATER if high is None else high
@@ -185,23 +205,25 @@ class SerialTransport(asyncio.Transport):
         return self._closing or self._lost
 
     def close(self) -> None:
-        """Closes the port when all has been sent; the loop goes on meanwhile."""
+        """Closes the port when all has been sent, or when nothing of it has moved for five seconds; the loop goes on
+        meanwhile."""
         if self._closing or self._lost:
             return
         self.pause_reading()
         self._closing = True
-        if not self._buffer:
-            self._end_when_sent(self._loop.time() + _LONGEST_CLOSE)
+        self._end_when_sent(None, 0)
 
-    def _end_when_sent(self, latest: float) -> None:
+    def _end_when_sent(self, before: int | None, latest: float) -> None:
         if self._lost:
             return
         try:
-            waiting = self._port.out_waiting
+            left = len(self._buffer) + self._port.out_waiting
         except Error:
-            waiting = 0
-        if waiting and self._loop.time() < latest:
-            self._loop.call_later(_LOOK_AGAIN, self._end_when_sent, latest)
+            left = 0
+        if before is None or left < before:
+            latest = self._loop.time() + _STANDSTILL
+        if left and self._loop.time() < latest:
+            self._loop.call_later(_LOOK_AGAIN, self._end_when_sent, left, latest)
         else:
             self._lose(None)
 
@@ -235,7 +257,10 @@ async def connect_serial(
     protocol_factory: Callable[[], asyncio.BaseProtocol], path: str, *arguments: Any, **options: Any
 ) -> tuple[SerialTransport, asyncio.BaseProtocol]:
     """Opens a port, arguments as for Port, as the transport of a protocol."""
-    port = Port(path, *arguments, **options)
+    if path.partition(":")[0] in _NETWORKS:  # the loop goes on while the far end is waited for
+        port = await asyncio.to_thread(Port, path, *arguments, **options)
+    else:
+        port = Port(path, *arguments, **options)
     protocol = protocol_factory()
     return SerialTransport(asyncio.get_running_loop(), protocol, port), protocol
 
@@ -243,7 +268,8 @@ async def connect_serial(
 async def open_serial(
     path: str, *arguments: Any, limit: int = 65536, **options: Any
 ) -> tuple[asyncio.StreamReader, asyncio.StreamWriter]:
-    """Opens a port, arguments as for Port, and gives reader and writer. When the device goes, reads raise DeviceGone."""
+    """Opens a port, arguments as for Port, and gives reader and writer. When the device goes, reads raise DeviceGone;
+    with keep=True they wait until it is back, and what is written meanwhile is sent then."""
     loop = asyncio.get_running_loop()
     reader = asyncio.StreamReader(limit, loop)
     transport, protocol = await connect_serial(

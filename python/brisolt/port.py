@@ -15,6 +15,7 @@ from ._line import Line
 from .errors import Error, PortClosed, TimeOver, error_of
 from .messages import next_message
 from .options import with_options
+from .waits import pieces
 
 __all__ = ["Counters", "Event", "Lines", "Port"]
 
@@ -38,6 +39,9 @@ class Event(IntFlag):
     RING = 0x0100
     GONE = 0x1000
     BACK = 0x2000
+
+
+_ALL_EVENTS = sum(Event)
 
 
 class Lines(NamedTuple):
@@ -81,6 +85,12 @@ def _pattern(text: bytes | str) -> bytes:
     return encoded(text) if isinstance(text, str) else bytes(text)
 
 
+class _Wait:
+    """A wait that runs in pieces, of which cancel() ends them all."""
+
+    cancelled = False
+
+
 class Port(Line):
     """An open serial port.
 
@@ -110,6 +120,7 @@ class Port(Line):
     ) -> None:
         self._set_times(timeout, write_timeout)
         self._times = (timeout, write_timeout)
+        self._waits: set[_Wait] = set()
         self.path = path
         code = _flow_code(flow)
         whole = with_options(path, options)
@@ -157,6 +168,23 @@ class Port(Line):
             if result != _INTERRUPTED:
                 self._failure(what, result)
 
+    def _wait(self, what: str, timeout: float | None, call: Callable[..., int], *arguments: Any) -> int:
+        """A call whose last argument is its time limit. 0 when the time was over."""
+        wait = _Wait()
+        self._waits.add(wait)
+        try:
+            for piece in pieces(timeout):
+                if wait.cancelled:
+                    self._failure(what, _CANCELLED)
+                result = self._on_port(call, *arguments, _milliseconds(piece))
+                if result > 0:
+                    return result
+                if result not in (0, _INTERRUPTED, _CANCELLED):
+                    self._failure(what, result)
+        finally:
+            self._waits.remove(wait)
+        return 0
+
     # ---- Closing ----
 
     def close(self, timeout: float | None = 5) -> None:
@@ -165,7 +193,9 @@ class Port(Line):
         if self.closed:
             return
         try:
-            self._on_port(lib.ComHostDrain, _milliseconds(timeout))
+            for piece in pieces(timeout):
+                if self._on_port(lib.ComHostDrain, _milliseconds(piece)) not in (0, _INTERRUPTED):
+                    break
         finally:
             self._detach(0)
 
@@ -245,8 +275,16 @@ class Port(Line):
         self._checked("discarding", lib.Com_Flush, 0)
 
     def cancel(self) -> None:
-        """Ends the waits that run on the port, in whatever thread, with Cancelled (a read gives what it has)."""
+        """Ends the waits that run on the port, in whatever thread, and no later ones. A read gives what it has, be it
+        nothing, a write tells what it has handed over, the others raise Cancelled."""
+        running = list(self._waits)
+        for wait in running:
+            wait.cancelled = True
+        self._cancel_waits()
         self._on_port(lib.ComCancel)
+        while not self._waits.isdisjoint(running):  # one was just between two pieces
+            time.sleep(0.0005)
+            self._on_port(lib.ComCancel)
 
     # ---- Writing ----
 
@@ -266,7 +304,7 @@ class Port(Line):
 
     def drain(self, timeout: float | None = None) -> None:
         """Waits until all that was written has left on the line; TimeOver when it has not in time."""
-        if self._checked("drain", lib.ComHostDrain, _milliseconds(timeout)) == 0:
+        if self._wait("drain", timeout, lib.ComHostDrain) == 0:
             raise TimeOver(f"drain: {self.path} has not sent all in time")
 
     flush = drain
@@ -362,20 +400,13 @@ class Port(Line):
     def wait_event(self, events: Event | int, timeout: float | None = None, since: Counters | None = None) -> Event:
         """Waits until one of `events` happens and tells which. With `since` those count that have happened after
         these counters were taken, so that nothing between two waits is missed. No event in time: Event(0)."""
+        if not events or int(events) & ~_ALL_EVENTS:
+            raise ValueError(f"wait_event: {events!r} names no events")
         seen = self._counters()
         if since is not None:
             for name in Counters._fields:
                 setattr(seen, name, getattr(since, name))
-        end = None if timeout is None else time.monotonic() + timeout
-        while True:
-            left = None if end is None else max(end - time.monotonic(), 0)
-            result = self._on_port(lib.ComHostWaitEvent, int(events), seen, _milliseconds(left))
-            if result >= 0:
-                return Event(result)
-            if result == -1 and self._is_open:
-                raise ValueError(f"wait_event: {events!r} names no events")
-            if result != _INTERRUPTED:
-                self._failure("wait_event", result)
+        return Event(self._wait("wait_event", timeout, lib.ComHostWaitEvent, int(events), seen))
 
     # ---- The device itself ----
 
@@ -424,7 +455,10 @@ class Port(Line):
         beside = threading.Thread(target=run, daemon=True)
         beside.start()
         try:
-            beside.join(timeout)
+            for piece in pieces(timeout):
+                beside.join(piece)
+                if not beside.is_alive():
+                    break
             return results[0] if results else None
         finally:
             while beside.is_alive() and self._is_open:

@@ -1,12 +1,14 @@
 """asyncio: reader and writer on the loop's own watch."""
 
 import asyncio
+import os
 import threading
 
 import pytest
-from conftest import PATIENCE
+from conftest import PATIENCE, FarEnd
 
 import brisolt
+from brisolt import aio
 
 
 def run(work):
@@ -31,7 +33,10 @@ def test_streams_both_ways_without_a_thread(far):
     run(work())
 
 
-def test_a_far_end_that_does_not_read_holds_the_writer_off(far):
+@pytest.mark.parametrize("patient", [False, True])
+def test_a_far_end_that_does_not_read_holds_the_writer_off(far, patient, monkeypatch):
+    monkeypatch.setattr(aio, "_STANDSTILL", 0.5)
+
     async def work():
         _, writer = await brisolt.open_serial(far.path)
         far.deaf()
@@ -39,7 +44,10 @@ def test_a_far_end_that_does_not_read_holds_the_writer_off(far):
             for _ in range(100):
                 writer.write(bytes(10000))
                 await asyncio.wait_for(writer.drain(), 0.3)
-        writer.transport.abort()
+        if patient:
+            writer.close()  # gives it up when nothing moves
+        else:
+            writer.transport.abort()
         await writer.wait_closed()
 
     run(work())
@@ -54,6 +62,74 @@ def test_a_device_that_goes_ends_the_reader(far):
         with pytest.raises(brisolt.DeviceGone):
             await reader.read()
         writer.close()
+
+    run(work())
+
+
+def test_a_kept_device_that_comes_back(far, tmp_path):
+    """Reader and writer stay: what had come is read, what is written meanwhile waits, and both go on on the new
+    device."""
+    socket, plug = tmp_path / "socket", tmp_path / "plug"
+
+    async def state(port, wanted):
+        while port.state != wanted:
+            await asyncio.sleep(0.01)
+
+    async def work():
+        socket.symlink_to(far.path)
+        reader, writer = await brisolt.open_serial(str(socket), keep=True)
+        port = writer.get_extra_info("port")
+        far.send(b"before")
+        assert await reader.readexactly(6) == b"before"
+        for round in range(2):
+            if round > 0:  # a reader that has enough keeps nothing from the writer
+                writer.transport.pause_reading()
+            socket.unlink()
+            ends[-1].hang()
+            await state(port, "sought")
+            read = asyncio.ensure_future(reader.readexactly(5))
+            writer.write(b"meanwhile" * 20000)  # more than the port's ring holds
+            await asyncio.sleep(0.1)
+            assert not read.done()
+            ends.append(FarEnd())
+            plug.symlink_to(ends[-1].path)
+            os.replace(plug, socket)
+            await state(port, "there")
+            assert await asyncio.to_thread(ends[-1].take, 180000) == b"meanwhile" * 20000
+            ends[-1].send(b"after")
+            writer.transport.resume_reading()
+            assert await read == b"after"
+        assert port.counters().back == 2
+        writer.close()
+        await writer.wait_closed()
+
+    ends = [far]
+    try:
+        run(work())
+    finally:
+        for end in ends[1:]:
+            end.close()
+
+
+def test_a_line_over_a_network():
+    """The far end, in the same loop, gets its turn while the line is opened."""
+
+    async def work():
+        async def serve(reader, writer):
+            while data := await reader.read(1000):
+                writer.write(b"\xff\xfc\x2c\xff\xfe\x2c" if data[0] == 0xFF else data)  # it has no such option
+            writer.close()
+
+        server = await asyncio.start_server(serve, "127.0.0.1", 0)
+        number = server.sockets[0].getsockname()[1]
+        reader, writer = await brisolt.open_serial(f"tcp:127.0.0.1:{number}")
+        writer.write(b"over there\n")
+        assert await reader.readline() == b"over there\n"
+        writer.close()
+        await writer.wait_closed()
+        with pytest.raises(brisolt.Error, match="option"):
+            await brisolt.open_serial(f"rfc2217:127.0.0.1:{number}?answer=60000")
+        server.close()
 
     run(work())
 

@@ -31,7 +31,8 @@ def test_reads_and_writes(far):
         assert until(lambda: port.in_waiting >= 8) and port.peek(4) == b"two\n"
         assert port.read_until(b"wo\n") == b"two\n" and port.read_exactly(4) == b"rest"
         far.send(b"1\n2\n")
-        port.timeout = 0.5
+        until(lambda: port.in_waiting == 4)
+        port.timeout = 0.1
         assert list(port) == [b"1\n", b"2\n"]
         assert port.read(timeout=0) == b"" and port.read(0) == b""
         far.send(b"abc")
@@ -106,7 +107,7 @@ def test_dialogues(pair):
     assert two.read_exactly(3) == b"me\r" and one.read_exactly(5) == b" more"
     two.write(b"something else")
     with pytest.raises(brisolt.TimeOver) as caught:
-        one.expect("login:", timeout=0.3)
+        one.expect("login:", timeout=1)
     assert caught.value.partial == b"something else"
 
 
@@ -187,22 +188,58 @@ def test_ctrl_c_ends_a_wait_at_once(far, tmp_path, kind):
             process.kill()
 
 
-def test_a_close_ends_the_waits_of_other_threads(far):
-    for call in (lambda port: port.read(), lambda port: port.wait_event(Event.GONE), lambda port: port.readline()):
-        port, ends = Port(far.path), []
+EARLY = """
+import ctypes, functools, operator, sys
+import brisolt.serial
+port = brisolt.serial.Serial(sys.argv[1])
+interrupt = functools.partial(getattr(ctypes.PyDLL(None), "raise"), 2)
+waits = {"read": functools.partial(port.read, 1), "write": functools.partial(port.write, bytes(1000000))}
+try:
+    list(map(operator.call, [interrupt, waits[sys.argv[2]]]))
+except KeyboardInterrupt:
+    print("interrupted", flush=True)
+"""
 
-        def wait():
-            try:
-                ends.append(call(port))
-            except Exception as error:
-                ends.append(error)
 
-        thread = threading.Thread(target=wait)
-        thread.start()
-        time.sleep(0.05)
-        port.close()
-        thread.join(10)
-        assert isinstance(ends[0], brisolt.PortClosed), ends
+@pytest.mark.parametrize("kind", ["read", "write"])
+def test_a_signal_just_before_a_wait_ends_it(far, kind):
+    """Python has no chance to look between the signal and the wait: all between them is in C."""
+    far.deaf()
+    with subprocess.Popen([sys.executable, "-c", EARLY, far.path, kind], stdout=subprocess.PIPE) as process:
+        try:
+            assert readable(process.stdout) and process.stdout.readline() == b"interrupted\n"
+        finally:
+            process.kill()
+
+
+def test_closes_and_cancels_end_the_waits_of_other_threads(far):
+    """A close at once, a cancel those that run, in whichever piece of its time the wait is; the port goes on."""
+    cancelled = brisolt.Cancelled
+    for call, by_cancel in (
+        (lambda port: port.read(), b""),
+        (lambda port: port.readline(), b""),
+        (lambda port: port.read_exactly(2), brisolt.TimeOver),
+        (lambda port: port.wait_event(Event.GONE), cancelled),
+        (lambda port: port.expect("never", timeout=None), cancelled),
+    ):
+        for end in Port.cancel, Port.close:
+            port, ends = Port(far.path), []
+
+            def wait():
+                try:
+                    ends.append(call(port))
+                except Exception as error:
+                    ends.append(type(error))
+
+            thread = threading.Thread(target=wait)
+            thread.start()
+            time.sleep(0.05)
+            until(lambda: end(port) or not thread.is_alive())
+            assert ends == [by_cancel if end is Port.cancel else brisolt.PortClosed]
+            if end is Port.cancel:
+                far.send(b"on")
+                assert port.read_exactly(2) == b"on"
+            port.close()
 
 
 def test_devices_are_told():

@@ -60,8 +60,9 @@ def test_grabserial_prints_what_comes(far, started):
         "grabserial", "-S", "-d", far.path, "-b", "115200", "-q", "the end", "-t", stdout=subprocess.PIPE, text=True
     )
     until(lambda: uses_brisolt(program))
-    time.sleep(0.5)  # it drops what came before it looked
-    far.send(b"booting\nthe end\n")
+    while program.poll() is None:  # it drops what came before it looked
+        far.send(b"booting\nthe end\n")
+        time.sleep(0.1)
     out, _ = program.communicate(timeout=PATIENCE)
     assert "booting" in out and "the end" in out and program.returncode == 0
 
@@ -217,6 +218,8 @@ def test_folder_for_the_path_and_refusals(far, tmp_path):
     environment = {**os.environ, "PYTHONPATH": os.pathsep.join([folder, os.environ["PYTHONPATH"]])}
     out = subprocess.check_output([sys.executable, "-c", program], text=True, env=environment)
     assert out.split() == ["True", "True", "brisolt.serial", "3.5"]
+    if shutil.which("pyserial-ports"):  # found by the names of the package that it belongs to
+        subprocess.run([*COMPAT, "pyserial-ports", "-q"], check=True, stdout=subprocess.DEVNULL)
     for arguments in ["no-such-program"], ["/bin/true"]:
         done = subprocess.run([*COMPAT, *arguments], capture_output=True, text=True)
         assert done.returncode != 0 and arguments[0] in done.stderr

@@ -1,17 +1,20 @@
 """serial_for_url and what goes with it: the kinds of URL, threads that read, lists of ports."""
 
+import importlib
 import importlib.util
-import re
+import os
+import queue
 import socket
 import subprocess
 import sys
 import threading
+import types
 
 import pytest
-from conftest import PATIENCE
+from conftest import PATIENCE, until
 
 import brisolt.serial as serial
-from brisolt.serial import rs485, threaded
+from brisolt.serial import rfc2217, rs485, threaded
 from brisolt.serial.tools import hexlify_codec, list_ports, list_ports_common
 
 
@@ -35,16 +38,13 @@ def test_loop():
         port.read()
 
 
-def test_spy_tells_all_that_goes_over_a_port(far, tmp_path):
+def test_spy_shows_the_bytes_as_they_are(far, tmp_path):
     log = tmp_path / "log"
-    with serial.serial_for_url(f"spy://{far.path}?file={log}", timeout=PATIENCE) as port:
-        port.write(bytes(range(60, 80)))
+    with serial.serial_for_url(f"spy://{far.path}?file={log}&raw&color", timeout=PATIENCE) as port:
+        port.write(b"\0\xff")
         far.send(b"ok\n")
         assert port.readline() == b"ok\n"
-        port.cancel_read()
-    told = re.sub(r"^\d{6}\.\d{3} ", "", log.read_text(), flags=re.MULTILINE)
-    assert "TX   0000  3C 3D 3E 3F 40 41 42 43  44 45 46 47 48 49 4A 4B  <=>?@ABC DEFGHIJK\n" in told
-    assert "TX   0010  4C 4D 4E 4F" in told and "RX   0000  6F" in told and "Q-RX cancel_read\n" in told
+    assert log.read_bytes() == b"\x1b[31m\0\xff" + b"".join(b"\x1b[32m%c" % byte for byte in b"ok\n")
 
 
 def test_alt_and_unknown_urls(far):
@@ -61,6 +61,63 @@ def test_alt_and_unknown_urls(far):
         "socket://host",
         "hwgrep://^nothing$",
     ):
+        with pytest.raises(serial.SerialException):
+            serial.serial_for_url(url)
+
+
+class EchoingAdapter:
+    """What hidapi's module gives of an adapter whose two lines are joined."""
+
+    def __init__(self):
+        self.reports, self.features, self.closed = queue.Queue(), [], 0
+
+    def open_path(self, path):
+        if path != b"/dev/hidraw9":
+            raise OSError("open failed")
+
+    def set_nonblocking(self, on):
+        self.patient = not on
+
+    def send_feature_report(self, report):
+        self.features.append(report.hex())
+        return -1 if report[0] == 0x50 and report[1:5] == bytes(4) else len(report)
+
+    def write(self, report):
+        self.reports.put(list(report))
+        return len(report)
+
+    def read(self, length, milliseconds=0):
+        try:
+            return self.reports.get(self.patient or milliseconds > 0, milliseconds / 1000 or None)
+        except queue.Empty:
+            return []
+
+    def close(self):
+        self.closed += 1
+
+
+def test_cp2110(monkeypatch):
+    monkeypatch.setitem(sys.modules, "hid", None)
+    with pytest.raises(ValueError, match="protocol 'cp2110' not known"):  # as with pyserial where hidapi is missing
+        serial.serial_for_url("cp2110:///dev/hidraw9")
+    adapter = EchoingAdapter()
+    monkeypatch.setitem(sys.modules, "hid", types.SimpleNamespace(device=lambda: adapter))
+    with serial.serial_for_url("cp2110:///dev/hidraw9", 115200, parity="E", stopbits=2, timeout=PATIENCE) as port:
+        assert adapter.features == ["500001c20002000301", "4101", "5200"]
+        block = bytes(range(256))
+        assert port.write(block) == 256 and port.read(256) == block
+        assert port.write([1, 2, 3]) == 3 and port.in_waiting == 3 and port.read(2) == b"\1\2"
+        port.reset_input_buffer()
+        assert port.in_waiting == 0 and adapter.features[-1] == "4302"
+        threading.Timer(0.1, port.cancel_read).start()
+        assert port.read() == b""
+        with pytest.raises(serial.SerialException, match="0x50"):
+            port.baudrate = 0
+        assert port.baudrate == 115200
+    with pytest.raises(serial.PortNotOpenError):
+        port.read()
+    assert adapter.closed == 1
+    for url in "cp2110:///dev/hidraw8", "cp2110://":
         with pytest.raises(serial.SerialException):
             serial.serial_for_url(url)
 
@@ -101,57 +158,95 @@ def server():
 
 
 def test_socket(server):
-    try:
-        port = serial.serial_for_url(f"socket://127.0.0.1:{server}", timeout=PATIENCE)
-    except serial.SerialException as error:
-        pytest.skip(f"the library opens no network lines: {error}")
-    with port:
+    with serial.serial_for_url(f"socket://127.0.0.1:{server}", timeout=PATIENCE) as port:
         port.rts = port.dtr = False
         port.baudrate = 300
         port.write(b"over there\n")
-        assert port.readline() == b"over there\n" and (port.cts, port.dsr, port.cd, port.ri) == (
-            True,
-            True,
-            True,
-            False,
-        )
+        assert port.readline() == b"over there\n"
+        assert (port.cts, port.dsr, port.cd, port.ri) == (True, True, True, False)
 
 
-SERVER = """
-import socket, threading, serial, serial.rfc2217
-listening = socket.create_server(("127.0.0.1", 0))
-print(listening.getsockname()[1], flush=True)
-port = serial.serial_for_url("loop://", timeout=1)
-peer, _ = listening.accept()
-class Answers:
-    write = staticmethod(peer.sendall)
-manager = serial.rfc2217.PortManager(port, Answers)
-def send():
-    while True:
-        peer.sendall(b"".join(manager.escape(port.read(port.in_waiting or 1))))
-threading.Thread(target=send, daemon=True).start()
-while data := peer.recv(1024):
-    port.write(b"".join(manager.filter(data)))
-"""
+EXAMPLE = "/usr/share/doc/python3-serial/examples/rfc2217_server.py"
 
 
-def test_rfc2217_with_the_server_of_pyserial():
-    if importlib.util.find_spec("serial") is None:
-        pytest.skip("pyserial is not installed (Debian: python3-serial)")
-    with subprocess.Popen([sys.executable, "-c", SERVER], stdout=subprocess.PIPE, text=True) as server:
+@pytest.fixture
+def redirector(request):
+    """pyserial's example of a server, on pyserial or unchanged on brisolt; the URL of what it serves."""
+    if importlib.util.find_spec("serial") is None or not os.path.exists(EXAMPLE):
+        pytest.skip(f"{EXAMPLE} is not there (Debian: python3-serial)")
+    with socket.socket() as free:
+        free.bind(("127.0.0.1", 0))
+        number = free.getsockname()[1]
+    compat = ["-m", "brisolt.compat"] if request.param == "brisolt" else []
+    command = [sys.executable, *compat, EXAMPLE, "loop://", "-p", str(number)]
+    with subprocess.Popen(command, stderr=subprocess.PIPE, text=True) as server:
         try:
-            url = f"rfc2217://127.0.0.1:{server.stdout.readline().strip()}?timeout=10"
-            try:
-                port = serial.serial_for_url(url, 115200, timeout=PATIENCE)
-            except serial.SerialException as error:
-                pytest.skip(f"the library opens no network lines: {error}")
-            with port:
-                port.write(b"over there \xff\n")
-                assert port.readline() == b"over there \xff\n"
-                port.baudrate, port.rts = 9600, False
-                assert port.baudrate == 9600 and port.in_waiting == 0
+            while "TCP/IP port" not in server.stderr.readline():
+                assert server.poll() is None
+            yield f"rfc2217://127.0.0.1:{number}?timeout={PATIENCE}"
         finally:
             server.kill()
+
+
+@pytest.mark.parametrize(
+    "redirector, client", [("serial", "brisolt.serial"), ("brisolt", "serial"), ("brisolt", "brisolt.serial")],
+    indirect=["redirector"],
+)  # fmt: skip
+def test_rfc2217(redirector, client):
+    """Both ends with pyserial's and with one another."""
+    with importlib.import_module(client).serial_for_url(redirector, 115200, timeout=PATIENCE) as port:
+        block = bytes(range(256)) * 8
+        port.write(block)
+        assert port.read(len(block)) == block
+        for name, value in (
+            ("baudrate", 9600), ("bytesize", 7), ("parity", "E"), ("stopbits", 1.5), ("xonxoff", True),
+            ("xonxoff", False), ("rtscts", True), ("rtscts", False),
+        ):  # fmt: skip
+            setattr(port, name, value)
+            assert getattr(port, name) == value
+        with pytest.raises(ValueError, match="4294967294|baudrate"):
+            port.baudrate = 2**32 - 2
+        until(lambda: port.cts and port.dsr and port.cd and not port.ri)
+        port.rts = False
+        until(lambda: not port.cts)
+        port.dtr = False
+        until(lambda: not port.dsr)
+        port.send_break(0.01)
+        port.write(b"xyz")
+        until(lambda: port.in_waiting == 3)
+        port.reset_input_buffer()
+        assert port.in_waiting == 0
+
+
+def com_port(*codes):
+    return b"\xff\xfa\x2c" + bytes(codes).replace(b"\xff", b"\xff\xff") + b"\xff\xf0"
+
+
+def test_a_redirector_answers_each_request_with_what_is():
+    """In whatever pieces it comes; what the port refuses or nobody knows changes nothing."""
+    port = serial.serial_for_url("loop://", 300)
+    sent = []
+    manager = rfc2217.PortManager(port, type("Client", (), {"write": staticmethod(sent.append)}))
+    assert b"\xff\xfb\x2c" in sent and list(manager.filter(b"\xff\xfd\x2c")) == []
+    assert sent[-1] == com_port(107, 0xBB)  # all that is on has changed since nobody knew
+    for request, answer in (
+        ((1, 0, 0, 0, 0), (101, 0, 0, 1, 44)), ((1, 0, 0, 255, 255), (101, 0, 0, 255, 255)),
+        ((1, 0, 0), (101, 0, 0, 255, 255)), ((2, 9), (102, 8)), ((2, 7), (102, 7)), ((3, 77), (103, 1)),
+        ((3, 3), (103, 3)), ((4, 3), (104, 3)), ((4, 0), (104, 3)), ((5, 0), (105, 1)), ((5, 3), (105, 3)),
+        ((5, 13), (105, 16)), ((5, 2), (105, 2)), ((5, 17), (105, 2)), ((5, 1), (105, 1)), ((5, 7), (105, 8)),
+        ((5, 9), (105, 9)), ((5, 7), (105, 9)), ((5, 10), (105, 11)), ((5, 4), (105, 6)), ((5,), (105, 1)),
+        ((7,), (107, 0x90 | 0x02)), ((6,), (106, 0x60)), ((11, 0x10), (111, 0x10)), ((7,), (107, 0x10)),
+        ((10, 4), (110, 4)), ((12, 3), (112, 3)), ((12, 9), None), ((99,), None), ((), None),
+        ((1,) * 5000, (101, 1, 1, 1, 1)),
+    ):  # fmt: skip
+        sent.clear()
+        said = com_port(*request)
+        assert [byte for at in range(len(said)) for byte in manager.filter(said[at : at + 1])] == []
+        assert sent == ([] if answer is None else [com_port(*answer)]), request
+    sent.clear()
+    mixed = b"a\xff\xffb\xff\xf0\xff\xf1\xff\xfd\x18\xff\xfb\x63c"
+    assert b"".join(manager.filter(mixed)) == b"a\xffbc" and sent == [b"\xff\xfc\x18", b"\xff\xfe\x63"]
+    assert b"".join(manager.escape(b"a\xffb")) == b"a\xff\xffb"
 
 
 def test_a_thread_reads(far):

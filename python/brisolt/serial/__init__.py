@@ -8,7 +8,7 @@ from .serialposix import PosixPollSerial, Serial, VTIMESerial
 from .serialutil import (
     CR, EIGHTBITS, FIVEBITS, LF, PARITY_EVEN, PARITY_MARK, PARITY_NAMES, PARITY_NONE, PARITY_ODD, PARITY_SPACE,
     SEVENBITS, SIXBITS, STOPBITS_ONE, STOPBITS_ONE_POINT_FIVE, STOPBITS_TWO, XOFF, XON, PortNotOpenError, SerialBase,
-    SerialException, SerialTimeoutException, Timeout, iterbytes, to_bytes,
+    SerialException, SerialTimeoutException, Timeout, basestring, iterbytes, to_bytes, unicode,
 )  # fmt: skip
 
 TYPE_CHECKING = False
@@ -19,8 +19,8 @@ __all__ = [
     "CR", "EIGHTBITS", "FIVEBITS", "LF", "PARITY_EVEN", "PARITY_MARK", "PARITY_NAMES", "PARITY_NONE", "PARITY_ODD",
     "PARITY_SPACE", "PortNotOpenError", "PosixPollSerial", "SEVENBITS", "SIXBITS", "STOPBITS_ONE",
     "STOPBITS_ONE_POINT_FIVE", "STOPBITS_TWO", "Serial", "SerialBase", "SerialException", "SerialTimeoutException",
-    "Timeout", "VERSION", "VTIMESerial", "XOFF", "XON", "iterbytes", "protocol_handler_packages", "serial_for_url",
-    "to_bytes",
+    "Timeout", "VERSION", "VTIMESerial", "XOFF", "XON", "basestring", "iterbytes", "protocol_handler_packages",
+    "serial_for_url", "to_bytes", "unicode",
 ]  # fmt: skip
 
 __version__ = "3.5"  # of the interface

@@ -4,16 +4,16 @@ from __future__ import annotations
 
 import time
 
-from .serialposix import Serial
+from .serialposix import (
+    SER_RS485_ENABLED, SER_RS485_RTS_AFTER_SEND, SER_RS485_RTS_ON_SEND, SER_RS485_RX_DURING_TX, TIOCGRS485, TIOCSRS485,
+    Serial,
+)  # fmt: skip
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
     from typing import Any
 
 __all__ = ["RS485", "RS485Settings"]
-
-_TIOCGRS485, _TIOCSRS485 = 0x542E, 0x542F
-_ENABLED, _RTS_ON_SEND, _RTS_AFTER_SEND, _RX_DURING_TX = 0x01, 0x02, 0x04, 0x10
 
 
 class RS485Settings:
@@ -41,21 +41,21 @@ def apply_to_driver(descriptor: int, settings: RS485Settings | None) -> None:
 
     record = array.array("i", [0] * 8)  # flags, the pause before, the pause after
     try:
-        fcntl.ioctl(descriptor, _TIOCGRS485, record)
+        fcntl.ioctl(descriptor, TIOCGRS485, record)
         if settings is None:
             record[0] = 0
         else:
             record[0] = (
-                record[0] & ~(_RTS_ON_SEND | _RTS_AFTER_SEND | _RX_DURING_TX)
-                | _ENABLED
-                | (_RTS_ON_SEND if settings.rts_level_for_tx else 0)
-                | (_RTS_AFTER_SEND if settings.rts_level_for_rx else 0)
-                | (_RX_DURING_TX if settings.loopback else 0)
+                record[0] & ~(SER_RS485_RTS_ON_SEND | SER_RS485_RTS_AFTER_SEND | SER_RS485_RX_DURING_TX)
+                | SER_RS485_ENABLED
+                | (SER_RS485_RTS_ON_SEND if settings.rts_level_for_tx else 0)
+                | (SER_RS485_RTS_AFTER_SEND if settings.rts_level_for_rx else 0)
+                | (SER_RS485_RX_DURING_TX if settings.loopback else 0)
             )
             for field, pause in (1, settings.delay_before_tx), (2, settings.delay_before_rx):
                 if pause is not None:
                     record[field] = int(pause * 1000)
-        fcntl.ioctl(descriptor, _TIOCSRS485, record)
+        fcntl.ioctl(descriptor, TIOCSRS485, record)
     except OSError as error:
         raise ValueError(f"Failed to set RS485 mode: {error}") from error
 

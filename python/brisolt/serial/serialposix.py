@@ -4,10 +4,12 @@ from __future__ import annotations
 
 import errno
 import os
-import stat
+import sys
 import time
 
-from .serialutil import PortNotOpenError, SerialBase, SerialException
+from .serialutil import (
+    PortNotOpenError, SerialBase, SerialException, SerialTimeoutException, Timeout, iterbytes, to_bytes,
+)  # fmt: skip
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
@@ -15,31 +17,71 @@ if TYPE_CHECKING:
 
     from .rs485 import RS485Settings
 
-__all__ = ["PosixPollSerial", "Serial", "VTIMESerial"]
+__all__ = ["PortNotOpenError", "PosixPollSerial", "Serial", "SerialBase", "SerialException", "SerialTimeoutException",
+           "Timeout", "VTIMESerial", "iterbytes", "to_bytes"]  # fmt: skip
 
 _FLOW_RTS_CTS, _FLOW_XON_XOFF, _FLOW_NONE = 0, 1, 2
 CTS, DSR, RING, CARRIER = 0x10, 0x20, 0x40, 0x80
+_SETTINGS_REFUSED = -36
 _INTERRUPTED, _CANNOT, _CANCELLED = -5, -4, -3
 _CLOSE_SECONDS = 30  # as long as the kernel itself lets a close wait for what was written
 _STANDSTILL_MS = 1000  # a far end that takes nothing that long will not
 
 
-def _reason(device: str) -> int:
-    """The error number for a device that was not opened, as far as its file tells."""
+# Numbers of the kernel that programs take from here for calls of their own.
+BOTHER, CMSPAR = 0o010000, 0o10000000000
+TIOCINQ, TIOCSBRK, TIOCCBRK = 0x541B, 0x5427, 0x5428
+TCGETS2, TCSETS2 = 0x802C542A, 0x402C542B
+TIOCGRS485, TIOCSRS485 = 0x542E, 0x542F
+SER_RS485_ENABLED, SER_RS485_RTS_ON_SEND, SER_RS485_RTS_AFTER_SEND, SER_RS485_RX_DURING_TX = 0x01, 0x02, 0x04, 0x10
+_OF_TERMIOS = {
+    "TIOCMGET", "TIOCMBIS", "TIOCMBIC", "TIOCMSET", "TIOCM_DTR", "TIOCM_RTS", "TIOCM_CTS", "TIOCM_CAR", "TIOCM_RNG",
+    "TIOCM_DSR", "TIOCM_CD", "TIOCM_RI", "TIOCOUTQ",
+}  # fmt: skip
+
+
+def __getattr__(name: str) -> Any:
+    """Those that Python knows itself: TIOCM_RTS, and TIOCM_RTS_str, which is how ioctl takes it."""
+    import termios
+
+    whole, packed, _ = name.partition("_str")
+    if packed and whole in ("TIOCM_DTR", "TIOCM_RTS", "TIOCM_zero"):
+        return getattr(termios, whole, 0).to_bytes(4, sys.byteorder)
+    if name in _OF_TERMIOS:
+        return getattr(termios, name)
+    raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
+
+
+class _RateConstants:
+    """The kernel's codes of its rates, looked up when somebody asks for them."""
+
+    def __get__(self, port: Any, kind: Any = None) -> dict[int, int]:
+        import termios
+
+        known = ((rate, getattr(termios, f"B{rate}", None)) for rate in (0, *SerialBase.BAUDRATES))
+        return {rate: code for rate, code in known if code is not None}
+
+
+_BESIDE = os.O_RDWR | os.O_NOCTTY | os.O_NONBLOCK | os.O_CLOEXEC
+
+
+def _reason(device: str) -> int | None:
+    """The error number for a device that was not opened; None when the host opens it but it is no tty."""
     try:
-        mode = os.stat(device).st_mode
+        descriptor = os.open(device, _BESIDE)
     except OSError as error:
-        return error.errno or errno.ENOENT
-    if not os.access(device, os.R_OK | os.W_OK):
-        return errno.EACCES
-    return errno.EBUSY if stat.S_ISCHR(mode) else errno.ENOTTY
+        return error.errno
+    try:
+        return errno.EBUSY if os.isatty(descriptor) else None
+    finally:
+        os.close(descriptor)
 
 
 def _hold(path: str) -> int:
     """The device open beside what the library does with it, -1 when that cannot be."""
     device = path.partition("?")[0]
     try:
-        return os.open(device, os.O_RDWR | os.O_NOCTTY | os.O_NONBLOCK | os.O_CLOEXEC) if device[0] == "/" else -1
+        return os.open(device, _BESIDE) if device.startswith("/") else -1
     except OSError:
         return -1
 
@@ -58,10 +100,13 @@ class Serial(SerialBase):
     """The port of most programs. Beside what pyserial takes, `port` may be any path of the library, options
     included: "/dev/ttyUSB0?keep=yes", "usb:0403:6001", "null-modem:bench"."""
 
+    BAUDRATE_CONSTANTS = _RateConstants()
+
     _lib: Any = None
     _applied: tuple[Any, ...] = ()
     _low_latency: bool | None = None
     _queue: int = -1
+    _is_tty: bool = False
 
     # ---- Opening and closing ----
 
@@ -70,7 +115,7 @@ class Serial(SerialBase):
         port = str(self.portstr)
         head = port.partition("?")[0]
         scheme = head.partition(":")[0]
-        if head.startswith("/") or scheme != head or head.upper().startswith("COM"):
+        if not head or head.startswith("/") or scheme != head or head.upper().startswith("COM"):
             return port
         return os.path.abspath(head) + port[len(head) :]
 
@@ -116,8 +161,8 @@ class Serial(SerialBase):
             self._refused(number)
         descriptor = lib.ComHostDescriptor(number)
         self._queue = descriptor
-        counts_itself = descriptor >= 0 and os.isatty(descriptor) and "keep=" not in path
-        self._attach(number, descriptor if counts_itself else -1, 1)
+        self._is_tty = descriptor >= 0 and os.isatty(descriptor)
+        self._attach(number, descriptor if self._is_tty and "keep=" not in path else -1, 1)
         self._applied = (self._baudrate or 9600, self._framing(), _FLOW_NONE, self._exclusive, None, 0)
         try:
             self._reconfigure_port()
@@ -131,14 +176,16 @@ class Serial(SerialBase):
         from .._library import error_text
 
         text = error_text() or f"result {code}"
-        if code == -36 and self._baudrate not in self.BAUDRATES:
+        if code == _SETTINGS_REFUSED and self._baudrate not in self.BAUDRATES:
             raise ValueError(f"Failed to set custom baud rate ({self._baudrate}): {text}")
         if code == -28:
             raise SerialException(errno.EMFILE, f"could not open port {self._port}: no port number is free")
         if self._exclusive and ("busy" in text or "locked" in text):
             raise SerialException(errno.EAGAIN, f"Could not exclusively lock port {self._port}: {text}")
-        reason = _reason(self._given_path().partition("?")[0])
-        raise SerialException(reason, f"could not open port {self._port}: {text}")
+        told = f"could not open port {self._port}: {text}"
+        device = self._given_path().partition("?")[0]
+        reason = _reason(device) if device[:1] in ("/", "") and code != _SETTINGS_REFUSED else None
+        raise SerialException(told) if reason is None else SerialException(reason, told)
 
     def close(self) -> None:
         """Closes the port when what was written has left, as the kernel does."""
@@ -271,12 +318,23 @@ class Serial(SerialBase):
 
     def flush(self) -> None:
         """Waits until all that was written has left on the line."""
-        while True:
-            code = self._call("ComHostDrain", -1)
+        from ..waits import pieces
+
+        for piece in pieces(None):
+            code = self._call("ComHostDrain", int(piece * 1000))
             if code == 1:
                 return
-            if code not in (_INTERRUPTED, _CANCELLED):
+            if code not in (0, _INTERRUPTED, _CANCELLED):
                 self._failure("flush", code)
+
+    def send_break(self, duration: float = 0.25) -> None:
+        """A break of that many seconds, whatever break_condition says."""
+        self._call("ComSetBreak_ON")
+        try:
+            time.sleep(duration)
+        finally:
+            if self.is_open:
+                self._call("ComSetBreak_OFF")
 
     def reset_input_buffer(self) -> None:
         """Drops what has been received and not read."""
@@ -304,6 +362,8 @@ class Serial(SerialBase):
         self._call("ComSetBreak_ON" if self._break_state else "ComSetBreak_OFF")
 
     def _input(self, line: int) -> bool:
+        if not self._is_tty:
+            self._call("ComStatus")  # takes in what a far end has said of its lines
         lines = self._call("ComHostGetLines")
         if lines == _CANNOT:
             raise OSError(errno.ENOTTY, os.strerror(errno.ENOTTY))

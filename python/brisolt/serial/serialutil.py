@@ -24,6 +24,8 @@ XON, XOFF, CR, LF = b"\x11", b"\x13", b"\r", b"\n"
 PARITY_NONE, PARITY_EVEN, PARITY_ODD, PARITY_MARK, PARITY_SPACE = "N", "E", "O", "M", "S"
 STOPBITS_ONE, STOPBITS_ONE_POINT_FIVE, STOPBITS_TWO = 1, 1.5, 2
 FIVEBITS, SIXBITS, SEVENBITS, EIGHTBITS = 5, 6, 7, 8
+basestring, unicode = (str,), str  # for programs that still ask
+
 PARITY_NAMES = {"N": "None", "E": "Even", "O": "Odd", "M": "Mark", "S": "Space"}
 
 
@@ -42,21 +44,21 @@ class PortNotOpenError(SerialException):
         super().__init__("Attempting to use a port that is not open")
 
 
-def iterbytes(data: Any) -> Iterator[bytes]:
-    """The bytes of `data`, each as bytes of length 1."""
-    if isinstance(data, memoryview):
-        data = data.tobytes()
-    for at in range(len(data)):
-        yield data[at : at + 1]
+def iterbytes(b: Any) -> Iterator[bytes]:
+    """The bytes of `b`, each as bytes of length 1."""
+    if isinstance(b, memoryview):
+        b = b.tobytes()
+    for at in range(len(b)):
+        yield b[at : at + 1]
 
 
-def to_bytes(data: Any) -> bytes:
+def to_bytes(seq: Any) -> bytes:
     """bytes of what a write may be given: bytes, a buffer, or numbers from 0 to 255."""
-    if isinstance(data, str):
-        raise TypeError(f"unicode strings are not supported, please encode to bytes: {data!r}")
-    if isinstance(data, memoryview):
-        return data.tobytes()
-    return bytes(bytearray(data))
+    if isinstance(seq, str):
+        raise TypeError(f"unicode strings are not supported, please encode to bytes: {seq!r}")
+    if isinstance(seq, memoryview):
+        return seq.tobytes()
+    return bytes(bytearray(seq))
 
 
 class Timeout:

@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import codecs
-import re
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
@@ -11,6 +10,9 @@ if TYPE_CHECKING:
 
 __all__ = ["Codec", "IncrementalDecoder", "IncrementalEncoder", "StreamReader", "StreamWriter", "getregentry",
            "hex_decode", "hex_encode"]  # fmt: skip
+
+
+HEXDIGITS = "0123456789ABCDEF"
 
 
 def hex_encode(data: str, errors: str = "strict") -> tuple[bytes, int]:
@@ -42,10 +44,10 @@ class IncrementalEncoder(codecs.IncrementalEncoder):
     def setstate(self, state: Any) -> None:
         self.digit = f"{state >> 4 & 0xF:X}" if state else ""
 
-    def encode(self, input: str, final: bool = False) -> bytes:
+    def encode(self, data: str, final: bool = False) -> bytes:
         made = bytearray()
-        for character in input:
-            if re.fullmatch("[0-9A-Fa-f]", character):
+        for character in data:
+            if character.upper() in HEXDIGITS:
                 if self.digit:
                     made.append(int(self.digit + character, 16))
                     self.digit = ""
@@ -62,8 +64,8 @@ class IncrementalEncoder(codecs.IncrementalEncoder):
 
 
 class IncrementalDecoder(codecs.IncrementalDecoder):
-    def decode(self, input: Any, final: bool = False) -> str:
-        return hex_decode(input)[0]
+    def decode(self, data: Any, final: bool = False) -> str:
+        return hex_decode(data)[0]
 
 
 class StreamWriter(Codec, codecs.StreamWriter):

@@ -20,7 +20,7 @@ if TYPE_CHECKING:
     from collections.abc import Iterable
     from typing import Any
 
-__all__ = ["Console", "Miniterm", "Transform", "ask_for_port", "key_description", "main"]
+__all__ = ["Console", "ConsoleBase", "Miniterm", "Transform", "ask_for_port", "key_description", "main"]
 
 codecs.register(lambda name: hexlify_codec.getregentry() if name == "hexlify" else None)
 
@@ -35,12 +35,47 @@ def tell(text: str, end: str = "\n") -> None:
     sys.stderr.flush()
 
 
-class Console:
-    """The user's terminal: single keys without echo while the program runs. In a `with` it reads lines as usual."""
+class ConsoleBase:
+    """Shows what comes. A program that brings a console of its own begins here."""
 
     def __init__(self) -> None:
         self.byte_output = sys.stdout.buffer
         self.output = sys.stdout
+
+    def getkey(self) -> str:
+        """The next key; "" when there is none any more."""
+        return ""
+
+    def write_bytes(self, byte_string: bytes) -> None:
+        self.byte_output.write(byte_string)
+        self.byte_output.flush()
+
+    def write(self, text: str) -> None:
+        self.output.write(text)
+        self.output.flush()
+
+    def setup(self) -> None:
+        """Single keys from now on."""
+
+    def cleanup(self) -> None:
+        """Lines again."""
+
+    def cancel(self) -> None:
+        """Ends the getkey() that waits."""
+
+    def __enter__(self) -> Any:
+        self.cleanup()
+        return self
+
+    def __exit__(self, *exception: object) -> None:
+        self.setup()
+
+
+class Console(ConsoleBase):
+    """The user's terminal: single keys without echo while the program runs. In a `with` it reads lines as usual."""
+
+    def __init__(self) -> None:
+        super().__init__()
         self.fd = sys.stdin.fileno()
         self.old = termios.tcgetattr(self.fd)
         self._decoder = codecs.getincrementaldecoder(sys.stdin.encoding or "utf-8")("replace")
@@ -73,21 +108,6 @@ class Console:
 
     def cancel(self) -> None:
         os.write(self._wake_write, b"x")
-
-    def write_bytes(self, data: bytes) -> None:
-        self.byte_output.write(data)
-        self.byte_output.flush()
-
-    def write(self, text: str) -> None:
-        self.output.write(text)
-        self.output.flush()
-
-    def __enter__(self) -> Console:
-        self.cleanup()
-        return self
-
-    def __exit__(self, *exception: object) -> None:
-        self.setup()
 
 
 class Transform:
@@ -357,10 +377,10 @@ class Miniterm:
 
     # ---- The menu ----
 
-    def handle_menu_key(self, key: str) -> None:
+    def handle_menu_key(self, c: str) -> None:
         """One key after the menu key. A setting that the port refuses is told, and everything is as before."""
         try:
-            self._do(key)
+            self._do(c)
         except (OSError, ValueError) as error:
             tell(f"--- {error} ---")
 

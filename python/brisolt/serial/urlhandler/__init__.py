@@ -12,6 +12,9 @@ if TYPE_CHECKING:
     from typing import Any
 
 
+LOGGER_LEVELS = {"debug": 10, "info": 20, "warning": 30, "error": 40}
+
+
 def split(url: str, scheme: str, form: str) -> tuple[Any, dict[str, str]]:
     """The parts of a URL of this scheme, and its options; SerialException says what form it has to have."""
     parts = urlsplit(url)
@@ -41,10 +44,10 @@ def logger(kind: str, level: str, form: str) -> Logger:
     """Who writes what an option logging=LEVEL asks for."""
     import logging
 
-    if level not in ("debug", "info", "warning", "error"):
+    if level not in LOGGER_LEVELS:
         raise refuse(form, f"unknown level {level!r}")
     logging.basicConfig()
     made = logging.getLogger(f"pySerial.{kind}")
-    made.setLevel(level.upper())
+    made.setLevel(LOGGER_LEVELS[level])
     made.debug("enabled logging")
     return made

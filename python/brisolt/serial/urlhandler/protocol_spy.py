@@ -25,14 +25,14 @@ def hexdump(data: bytes) -> Iterator[tuple[int, str]]:
         row = data[at : at + 16]
         halves = ["".join(f"{byte:02X} " for byte in half).ljust(24) for half in (row[:8], row[8:])]
         shown = "".join(chr(byte) if 32 <= byte < 127 else "." for byte in row)
-        text = shown if len(row) < 9 else shown[:8] + " " + shown[8:]
-        yield at, f"{halves[0]} {halves[1]} {text}"
+        yield at, f"{halves[0]} {halves[1]} {shown:16}"
 
 
 class FormatRaw:
     """What was received and sent, as it is."""
 
     def __init__(self, output: Any, color: bool) -> None:
+        self.text = output  # which would take its bytes along when it goes
         self.output = getattr(output, "buffer", output)
         self.color = color
 
@@ -60,23 +60,30 @@ class FormatHexdump:
         self.output = output
         self.color = color
 
-    def _line(self, color: str, label: str, text: str) -> None:
-        shown = color if self.color else ""
-        self.output.write(f"{shown}{time.time() - self.start_time:010.3f} {label:4} {text}\n")
+    def write_line(self, timestamp: float, label: str, value: str, value2: str = "") -> None:
+        self.output.write(f"{timestamp:010.3f} {label:4} {value}{value2}\n")
         self.output.flush()
 
+    def _lines(self, color: str, label: str, lines: list[tuple[str, str]]) -> None:
+        if self.color:
+            self.output.write(color)
+        for value, value2 in lines:
+            self.write_line(time.time() - self.start_time, label, value, value2)
+
+    def _dump(self, color: str, label: str, data: bytes) -> None:
+        self._lines(color, label, [(f"{at:04X}  ", row) for at, row in hexdump(data)])
+
     def rx(self, data: bytes) -> None:
-        for at, row in hexdump(data):
-            self._line(_GREEN, "RX", f"{at:04X}  {row}")
-        if not data:
-            self._line(_GREEN, "RX", "<empty>")
+        if data:
+            self._dump(_GREEN, "RX", data)
+        else:
+            self._lines(_GREEN, "RX", [("<empty>", "")])
 
     def tx(self, data: bytes) -> None:
-        for at, row in hexdump(data):
-            self._line(_RED, "TX", f"{at:04X}  {row}")
+        self._dump(_RED, "TX", data)
 
     def control(self, name: str, value: str) -> None:
-        self._line(_WHITE, name, value)
+        self._lines(_WHITE, name, [(value, "")])
 
 
 def _told(name: str, label: str) -> Any:
