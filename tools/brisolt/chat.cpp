@@ -1,11 +1,7 @@
 // brisolt chat: expect and send over a serial line, as scripts for chat(8) say it.
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <limits>
 #include <optional>
 #include <string>
@@ -280,11 +276,11 @@ std::vector<std::string> wordsOf(const ChatOptions& options) {
         throw Failure("give a script, or a file that holds one (--file)", chatUsage);
     if (options.file.empty())
         return options.script;
-    std::ifstream file(options.file, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (!file.good() && !file.eof())
-        throw Failure(options.file + ": " + std::strerror(errno), chatUsage);
-    return scriptWords(text);
+    try {
+        return scriptWords(fileText(options.file));
+    } catch (const Failure& failure) {
+        throw Failure(failure.what(), chatUsage);
+    }
 }
 
 int talk(const ChatOptions& options, const std::vector<std::string>& words) {

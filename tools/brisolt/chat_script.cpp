@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 #include "failure.h"
 
@@ -70,11 +72,24 @@ std::string plainBytes(Reader& reader, char byte, const ScriptTexts& texts) {
     return std::string(1, byte);
 }
 
+} // namespace
+
 std::string fileText(const std::string& name) {
+    std::error_code error;
+    const std::filesystem::file_status about = std::filesystem::status(name, error);
+    if (!error && !std::filesystem::is_regular_file(about))
+        throw Failure(name + " is no file of bytes");
     std::ifstream file(name, std::ios::binary);
     std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (!file.good() && !file.eof())
-        throw Failure(name + ": " + std::strerror(errno));
+    if (error || (!file.good() && !file.eof()))
+        throw Failure(name + ": " + (error ? error.message() : std::strerror(errno)));
+    return text;
+}
+
+namespace {
+
+std::string replyFrom(const std::string& name) {
+    std::string text = fileText(name);
     if (!text.empty() && text.back() == '\n')
         text.pop_back();
     return text;
@@ -172,7 +187,7 @@ Reply replySteps(const std::string& word, const ScriptTexts& texts) {
     else if (word == "BREAK")
         text = "\\K\\c";
     else if (!word.empty() && word.front() == '@')
-        text = fileText(word.substr(1));
+        text = replyFrom(word.substr(1));
     Builder builder;
     for (Reader reader{text}; !reader.rest.empty();) {
         const char byte = reader.take();

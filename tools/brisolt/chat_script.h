@@ -10,6 +10,9 @@
 /// comment.
 std::vector<std::string> scriptWords(std::string_view text);
 
+/// What is in a script's file. Throws Failure when it is none or cannot be read: a pipe or a device might never end.
+std::string fileText(const std::string& name);
+
 /// "expect-send-expect": the parts; "\-" is no border.
 std::vector<std::string> subExpects(const std::string& word);
 

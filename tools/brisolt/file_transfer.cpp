@@ -216,7 +216,7 @@ void receiveText(Link& link, const TransferOptions& options, const TransferUser&
         if (result == -1 && link.gone())
             link.failGone();
         if (result != goesOn && result != 3)
-            link.fail("the file could not be received: " + hostReason(result), exitFailed);
+            link.fail("the file could not be received: it cannot be written", exitFailed);
         const bool inTime = result != 3 && watch.wait(bytes, 1000);
         if (!inTime && options.quietEnds && bytes > 0)
             return;

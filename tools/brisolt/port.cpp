@@ -17,7 +17,7 @@ std::string hostReason(int32_t result) {
     std::array<char, 4096> text{};
     if (ComHostGetErrorText(text.data(), text.size()) > 0)
         return text.data();
-    return "the port cannot be opened with these settings (result " + std::to_string(result) + ")";
+    return "the library gives no reason (result " + std::to_string(result) + ")";
 }
 
 Port::Port(const LineOptions& options, const std::string& path)
