@@ -11,10 +11,12 @@
  *   4. Any thread may call any of these functions at any time unless its description says otherwise.
  *   5. Signals: the library's threads block all signals, so handlers run on the program's own threads; the calls
  *      of brisolt/host_exchange.h and ComHostWaitEvent end with -5 when one runs during their wait, all others go
- *      on. The first time that somebody asks for line events of a tty, the highest real-time signal that the
+ *      on. A call that moves on in steps holds signals back between its sleeps, so that none is missed: a handler
+ *      runs in a sleep of the call or at its end. The first time that somebody asks for line events of a tty, the highest real-time signal that the
  *      program has left alone gets a handler that does nothing.
  *   6. Fork: a child that runs another program keeps nothing. A child that goes on by itself has its devices closed
- *      at once, so that it holds no device, line or lock; it must not use the ports of its parent.
+ *      at once, so that it holds no device, line or lock; its parent's ports are closed ports to it, and it may open
+ *      its own.
  */
 #ifndef BRISOLT_HOST_H
 #define BRISOLT_HOST_H
@@ -257,9 +259,9 @@ typedef struct ComHostDriver {
     int32_t (*flush)(void *device);
     /* Waits until one of `events` (COM_HOST_WAIT_...) holds, the descriptor `wake` is readable, or
      * `milliseconds` of real time have passed (-1: no limit; 0: looks and returns). Returns the events
-     * that hold, 0 none (-EINTR also when a signal handler has run meanwhile, which ends it). Without this function the library looks at the device again and again: its thread
-     * at the port's pace (5 ms at least), a caller that waits for bytes every millisecond. A device that
-     * has gone away waits like one on which nothing happens. */
+     * that hold, 0 none (-EINTR also when a signal handler has run meanwhile, which ends it). Without this function
+     * the library looks at the device again and again: its thread at the port's pace (5 ms at least), a caller that
+     * waits for bytes every millisecond. A device that has gone away waits like one on which nothing happens. */
     int32_t (*wait)(void *device, uint32_t events, int32_t wake, int32_t milliseconds);
     /* on 1: from now on no write or flush of this device waits; those that wait return at once (a wait is
      * ended through its wake descriptor). on 0: they wait again (an adopted handle is adopted anew). */
