@@ -1,14 +1,11 @@
 // The null modem as the port engine calls it.
-#include <chrono>
 #include <memory>
 #include <system_error>
-#include <thread>
 
-#include "platform/clock.h"
 #include "platform/error_text.h"
 #include "platform/memory.h"
 #include "platform/signal.h"
-#include "support/no_descriptors.h"
+#include "support/limit.h"
 #include "support/test_device.h"
 #include "support/timing.h"
 

@@ -1,11 +1,10 @@
 // Capture on failure: what the saved files hold, byte by byte, and which files stay.
 #include <atomic>
 
-#include <sys/resource.h>
-
 #include "diag/capture_ring.h"
 #include "diag/standing_clock.h"
 #include "platform/memory.h"
+#include "support/limit.h"
 
 namespace brisolt::test {
 namespace {
@@ -22,7 +21,7 @@ struct Capture : StandingClock {
     /// Saves, and takes the only saved file away.
     std::string saved() const {
         EXPECT_EQ(ComDebugFileOnFail_Save(3), 1);
-        std::string bytes = contents(first);
+        std::string bytes = contentsOf(first);
         EXPECT_TRUE(fs::remove(first));
         return bytes;
     }
@@ -99,7 +98,7 @@ TEST_F(Capture, ProtocolEntriesGoToTheRingAndLaterToTheFileAgain) {
     EXPECT_FALSE(fs::exists(log));
     EXPECT_EQ(ComStopDebugFileOnFail(3), 1);
     EXPECT_EQ(ComSetProtocolDebugFile(3, log.c_str(), "P"), 1);
-    EXPECT_EQ(contents(log), header("PROTOCOL DEBUG FILE - Protocol:P"));
+    EXPECT_EQ(contentsOf(log), header("PROTOCOL DEBUG FILE - Protocol:P"));
     EXPECT_EQ(ComWriteDebugFileOnFail(3, "x", 1), -2);
     EXPECT_EQ(ComDebugFileOnFail_Save(3), -2);
 }
@@ -113,7 +112,7 @@ TEST_F(Capture, TakesTheLowestFreeSlot) {
     fs::create_directory(directory.path() / "comlog3_111926_02.txt.d");
     add("two");
     EXPECT_EQ(ComDebugFileOnFail_Save(3), 1);
-    EXPECT_EQ(contents(directory.file(name(2))), "two");
+    EXPECT_EQ(contentsOf(directory.file(name(2))), "two");
 }
 
 TEST_F(Capture, TheOldestGoFromNineFilesOn) {
@@ -136,7 +135,7 @@ TEST_F(Capture, TheOldestGoFromNineFilesOn) {
     EXPECT_EQ(names().size(), 8U);
     EXPECT_EQ(names().front(), name(4));
     EXPECT_EQ(ComDebugFileOnFail_Save(3), 1);
-    EXPECT_EQ(contents(first), "kept");
+    EXPECT_EQ(contentsOf(first), "kept");
 }
 
 TEST_F(Capture, Directories) {
@@ -145,7 +144,7 @@ TEST_F(Capture, Directories) {
         ASSERT_EQ(ComSetDebugFileOnFail(3, (directory.path().string() + given).c_str(), 10), 1);
         add("abc");
         EXPECT_EQ(ComDebugFileOnFail_Save(3), 1) << given;
-        EXPECT_EQ(contents(directory.file(place + name(1))), "abc") << given;
+        EXPECT_EQ(contentsOf(directory.file(place + name(1))), "abc") << given;
         fs::remove(directory.file(place + name(1)));
     }
     const std::string longest = "/" + std::string(258, 'x');
@@ -161,15 +160,13 @@ TEST_F(Capture, AFailedSaveKeepsTheRing) {
     add(text);
     EXPECT_EQ(ComDebugFileOnFail_Save(3), -3);
     fs::create_directory(missing);
-    rlimit before{};
-    getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit small{1000, before.rlim_max}; // a disk that takes a part only
-    setrlimit(RLIMIT_FSIZE, &small);
-    EXPECT_EQ(ComDebugFileOnFail_Save(3), -3);
-    setrlimit(RLIMIT_FSIZE, &before);
+    {
+        const FullDisk takesAPart(1000);
+        EXPECT_EQ(ComDebugFileOnFail_Save(3), -3);
+    }
     EXPECT_TRUE(fs::is_empty(missing));
     EXPECT_EQ(ComDebugFileOnFail_Save(3), 1);
-    EXPECT_EQ(contents(missing + "/" + name(1)), text);
+    EXPECT_EQ(contentsOf(missing + "/" + name(1)), text);
 }
 
 TEST_F(Capture, Refusals) {

@@ -6,10 +6,8 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
 #include <iterator>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <type_traits>
 #include <vector>

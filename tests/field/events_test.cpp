@@ -1,14 +1,11 @@
 // Lines and errors that tell, and a device that goes and comes back.
 #include <csignal>
-#include <filesystem>
-#include <optional>
-#include <thread>
 
 #include "device/device.h"
 #include "field/field_port.h"
+#include "support/files.h"
 #include "support/peer_process.h"
 #include "support/pty.h"
-#include "support/temp_dir.h"
 #include "support/timing.h"
 
 namespace brisolt::test {
@@ -140,9 +137,7 @@ TEST(FieldKept, WhatTheDeviceCannotTellIsNotWaitedFor) {
 TEST(FieldKept, AFlappingDeviceLeavesNothingBehind) {
     Socket socket;
     socket.plug();
-    const auto descriptors = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    };
+    const auto descriptors = [] { return entriesOf("/proc/self/fd"); };
     const FieldPort port(socket.path() + "?keep=yes");
     const auto flap = [&socket](int times) {
         for (int i = 0; i < times; ++i) {

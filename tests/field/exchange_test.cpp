@@ -1,6 +1,5 @@
 // Ports opened by path; writing and reading that wait.
 #include <future>
-#include <thread>
 
 #include <pthread.h>
 #include <sys/ioctl.h>
@@ -116,38 +115,24 @@ TEST(FieldExchange, EveryByteBothWaysAtOnce) {
     EXPECT_EQ(port.counters().sent, bytes.size());
 }
 
-TEST(FieldExchange, BytesOfTwoWritersNeverMix) {
-    const Pty far;
-    const FieldPort port(far.slavePath());
-    constexpr std::size_t block = 30000, times = 10;
-    const auto writer = [&port](char letter) {
-        for (std::size_t i = 0; i < times; ++i)
-            EXPECT_EQ(port.write(std::string(block, letter)), static_cast<int32_t>(block));
-    };
-    std::thread a(writer, 'a'), b(writer, 'b');
-    const std::string heard = far.read(2 * times * block, 60s);
-    a.join();
-    b.join();
-    ASSERT_EQ(heard.size(), 2 * times * block);
-    for (std::size_t i = 0; i < heard.size(); i += block)
-        EXPECT_EQ(heard.substr(i, block), std::string(block, heard[i])) << "from " << i;
-}
-
-TEST(FieldExchange, NoWriterIsForgottenInItsTurn) {
+TEST(FieldExchange, BytesOfTwoWritersNeverMixAndNoWriterIsForgottenInItsTurn) {
     constexpr int32_t calls = 300, block = 6000;
     const Pty far;
     const FieldPort port(far.slavePath());
-    auto heard = std::async(std::launch::async, [&] { return far.read(2 * calls * block, 60s).size(); });
-    const auto writer = [&port] {
+    auto hears = std::async(std::launch::async, [&] { return far.read(2 * calls * block, 60s); });
+    const auto writer = [&port](char letter) {
         int32_t whole = 0;
         for (int32_t i = 0; i < calls; ++i)
-            whole += port.write(std::string(block, 'x'), 20000) == block ? 1 : 0;
+            whole += port.write(std::string(block, letter), 20000) == block ? 1 : 0;
         return whole;
     };
-    auto other = std::async(std::launch::async, writer);
-    EXPECT_EQ(writer(), calls);
+    auto other = std::async(std::launch::async, writer, 'b');
+    EXPECT_EQ(writer('a'), calls);
     EXPECT_EQ(other.get(), calls);
-    EXPECT_EQ(heard.get(), 2U * calls * block);
+    const std::string heard = hears.get();
+    ASSERT_EQ(heard.size(), 2U * calls * block);
+    for (std::size_t i = 0; i < heard.size(); i += block)
+        ASSERT_EQ(heard.substr(i, block), std::string(block, heard[i])) << "from " << i;
 }
 
 TEST(FieldExchange, WhatOthersQueueGoesBehindAWholeCall) {
@@ -175,7 +160,7 @@ TEST(FieldExchange, ADeviceThatTakesNothingLeavesTheRestToTheRing) {
     EXPECT_EQ(ComHostDrain(port.number, -1), 1);
 }
 
-TEST(FieldExchange, WhatEndsARead) {
+TEST(FieldExchange, ASignalEndsAReadAndACancelOfNothingDoesNot) {
     const FieldPort port("loop:ends");
     const auto read = [&port](int32_t milliseconds) {
         char byte = 0;
@@ -200,16 +185,6 @@ TEST(FieldExchange, WhatEndsARead) {
     EXPECT_EQ(read(-1), -5);
     over = true;
     interrupter.join();
-
-    auto cancelled = std::async(std::launch::async, read, -1);
-    do // one that comes before the wait is nobody's
-        ComCancel(port.number);
-    while (cancelled.wait_for(20ms) != std::future_status::ready);
-    EXPECT_EQ(cancelled.get(), -3);
-    auto closed = std::async(std::launch::async, read, -1);
-    std::this_thread::sleep_for(50ms);
-    EXPECT_EQ(ComHostClose(port.number, 0), 1);
-    EXPECT_EQ(closed.get(), -1);
 }
 
 TEST(FieldExchange, OneSignalEndsAWaitThatMovesOn) {

@@ -1,14 +1,8 @@
 // The buffered writer of a port: what is held, what reaches the file, and ten attempts at what takes nothing.
-#include <filesystem>
-#include <gtest/gtest.h>
-#include <string>
-#include <vector>
 
-#include "brisolt.h"
 #include "files/hindrances.h"
 #include "support/bare_port.h"
-#include "support/pty.h"
-#include "transfer/files.h"
+#include "support/open_port.h"
 
 namespace brisolt {
 namespace {
@@ -98,7 +92,7 @@ TEST_F(BufferedWriter, AnAttemptThatWorksLeavesNoTraceOfThoseBefore) {
     diskToClear = &disk;
     port->record->escapeFunc = [](int32_t, int32_t character) {
         EXPECT_EQ(character, 27);
-        diskToClear->makeRoom();
+        diskToClear->lift();
         nestedCall = ComBufferFileWrite_Next(3, "x", 1);
         return 0;
     };

@@ -1,12 +1,6 @@
 // Appending, copying, moving and deleting: what they do, and that no failure loses anything.
-#include <chrono>
 #include <csignal>
-#include <filesystem>
-#include <gtest/gtest.h>
 #include <random>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -14,9 +8,11 @@
 #include <unistd.h>
 
 #include "brisolt.h"
-#include "brisolt_host.h"
 #include "files/hindrances.h"
-#include "transfer/files.h"
+#include "platform/error_text.h"
+#include "support/files.h"
+#include "support/pattern.h"
+#include "support/timing.h"
 
 namespace brisolt {
 namespace {
@@ -28,15 +24,6 @@ constexpr Operation operations[] = {ComAppendFile, ComCopyFile, ComMoveFile};
 class Copying : public testing::Test {
 protected:
     int32_t run(Operation operation) const { return operation(to.c_str(), from.c_str()); }
-    auto entries() const { return std::distance(std::filesystem::directory_iterator(files.path("")), {}); }
-    /// Files here that this process has open, those without a name included.
-    int opened() const {
-        int count = 0;
-        std::error_code ended;
-        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-            count += std::filesystem::read_symlink(entry, ended).string().starts_with(files.path("")) ? 1 : 0;
-        return count;
-    }
     test::Files files;
     std::string bytes = test::pattern(3500);
     std::string from = files.make("from", bytes);
@@ -55,7 +42,7 @@ TEST_F(Copying, MovesTheBytes) {
         }
         EXPECT_FALSE(std::filesystem::exists(from));
     }
-    EXPECT_EQ(entries(), 1);
+    EXPECT_EQ(files.count(), 1);
 }
 
 TEST_F(Copying, AFullDiskCostsNothing) {
@@ -66,11 +53,9 @@ TEST_F(Copying, AFullDiskCostsNothing) {
         EXPECT_EQ(operation(files.path("new").c_str(), from.c_str()), -4);
         EXPECT_EQ(files.bytes("to"), "before");
         EXPECT_EQ(files.bytes("from"), bytes);
-        EXPECT_EQ(entries(), 2) << "no half file is left";
+        EXPECT_EQ(files.count(), 2) << "no half file is left";
     }
-    char reason[300];
-    EXPECT_GT(ComHostGetErrorText(reason, sizeof reason), 0);
-    EXPECT_NE(std::string(reason).find(files.path("new")), std::string::npos) << reason;
+    EXPECT_NE(errorText().find(files.path("new")), std::string::npos) << errorText();
     EXPECT_EQ(run(ComMoveFile), 1);
 }
 
@@ -95,8 +80,6 @@ TEST_F(Copying, WhatIsHeldOrProtectedIsLeftAlone) {
         for (const Operation operation : operations)
             EXPECT_EQ(operation(nowhere.c_str(), from.c_str()), -2);
     EXPECT_EQ(ComCopyFile(files.path("").c_str(), from.c_str()), -1); // a directory is in the way
-    EXPECT_EQ(ComCopyFile(nullptr, from.c_str()), -2);
-    EXPECT_EQ(ComMoveFile(to.c_str(), nullptr), -1);
 }
 
 TEST_F(Copying, OntoItselfUnderAnyName) {
@@ -108,7 +91,7 @@ TEST_F(Copying, OntoItselfUnderAnyName) {
                       operation == ComAppendFile ? -2 : -1);
             EXPECT_EQ(files.bytes("from"), bytes) << name;
         }
-    EXPECT_EQ(entries(), 3);
+    EXPECT_EQ(files.count(), 3);
 }
 
 TEST_F(Copying, LinksAndPermissionsStay) {
@@ -142,14 +125,14 @@ TEST_F(Copying, ASourceThatFailsOnTheWay) {
     constexpr uintmax_t large = 32 << 20;
     std::filesystem::resize_file(from, large);
     std::thread somebody([this] {
-        test::eventually([this] { return opened() == 2; });
+        test::eventually([this] { return files.opened() == 2; });
         std::filesystem::resize_file(from, 0);
     });
     const int32_t result = run(ComCopyFile);
     somebody.join();
     const uintmax_t copied = std::filesystem::file_size(to);
     EXPECT_TRUE(result == 1 ? copied == large || copied == 0 : result == -3) << result << ' ' << copied;
-    EXPECT_EQ(entries(), 2);
+    EXPECT_EQ(files.count(), 2);
 }
 
 TEST_F(Copying, AKillLeavesTheOldOrTheNewAndNoDraft) {

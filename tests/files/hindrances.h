@@ -1,12 +1,9 @@
 // What stands in the way of files: somebody else who has one open, and a disk that is full.
 #pragma once
 
-#include <csignal>
-#include <string>
-
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
+#include "support/limit.h"
 #include "support/peer_process.h"
 
 namespace brisolt::test {
@@ -21,27 +18,6 @@ public:
 
 private:
     PeerProcess process_;
-};
-
-/// No file may grow beyond a size while it lives.
-class FullDisk {
-public:
-    explicit FullDisk(rlim_t largestFile) {
-        std::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &before_);
-        set(largestFile);
-    }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-    ~FullDisk() { makeRoom(); }
-    void makeRoom() const { set(before_.rlim_cur); }
-
-private:
-    void set(rlim_t size) const {
-        const rlimit limit{size, before_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    rlimit before_{};
 };
 
 } // namespace brisolt::test

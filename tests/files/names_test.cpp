@@ -1,14 +1,12 @@
 // Names of files: paths taken apart and put together, lists of names, and names against patterns.
 #include <array>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <sstream>
-#include <string>
 
 #include "brisolt.h"
 #include "platform/memory.h"
 #include "support/bare_port.h"
-#include "transfer/files.h"
+#include "support/files.h"
 
 namespace brisolt {
 namespace {

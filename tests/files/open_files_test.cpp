@@ -1,12 +1,7 @@
 // Files that are open: who counts as having one open, what that forbids to others, and files by handle.
 #include <atomic>
 #include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,7 +10,7 @@
 #include "files/hindrances.h"
 #include "platform/file.h"
 #include "support/bare_port.h"
-#include "transfer/files.h"
+#include "support/files.h"
 
 namespace brisolt {
 namespace {
@@ -121,14 +116,13 @@ TEST_F(OpenFiles, ALinkIsFollowedAndDeletedAlone) {
 
 TEST_F(OpenFiles, TestsDoNotStandInEachOthersWay) {
     std::atomic<int> missed{0};
-    std::vector<std::thread> threads(4);
-    for (std::thread& thread : threads)
-        thread = std::thread([&] {
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
             for (int round = 0; round < 300; ++round)
                 missed += seen(path) != "free shared";
         });
-    for (std::thread& thread : threads)
-        thread.join();
+    threads.clear();
     EXPECT_EQ(missed, 0);
 }
 

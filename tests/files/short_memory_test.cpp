@@ -1,11 +1,8 @@
 // Want of memory: whichever allocation fails, a call gives its failure, leaves nothing behind, and works again.
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <new>
 #include <set>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -14,7 +11,7 @@
 
 #include "brisolt.h"
 #include "support/bare_port.h"
-#include "transfer/files.h"
+#include "support/files.h"
 
 namespace {
 
@@ -41,10 +38,6 @@ void operator delete(void* block, std::size_t) noexcept {
 namespace brisolt {
 namespace {
 
-auto entries(const std::string& directory) {
-    return std::distance(std::filesystem::directory_iterator(directory), {});
-}
-
 struct Case {
     const char* name;
     std::function<int64_t()> call;
@@ -54,14 +47,14 @@ constexpr int met = 1, faulty = 2;
 
 int run(const Case& each, const std::string& directory, int failing) {
     const test::BarePort port{3};
-    const auto before = entries(directory), open = entries("/proc/self/fd");
+    const auto before = test::entriesOf(directory), open = test::entriesOf("/proc/self/fd");
     allocationsLeft = failing;
     const int64_t result = each.call();
     const bool failed = std::exchange(allocationsLeft, 0) == 0;
     EXPECT_TRUE(result == each.done || (failed && (result == each.failed || result == -2))) << result;
     if (result != each.done) {
-        EXPECT_EQ(entries(directory), before) << "no file is left behind";
-        EXPECT_EQ(entries("/proc/self/fd"), open);
+        EXPECT_EQ(test::entriesOf(directory), before) << "no file is left behind";
+        EXPECT_EQ(test::entriesOf("/proc/self/fd"), open);
         EXPECT_EQ(each.call(), each.done) << "it works when there is memory";
     }
     return testing::Test::HasFailure() ? faulty : failed ? met : 0;

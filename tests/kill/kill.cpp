@@ -6,12 +6,7 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
-#include <string>
 #include <vector>
 
 #include <sys/mman.h>
@@ -20,19 +15,15 @@
 
 #include "brisolt.h"
 #include "brisolt_host.h"
-#include "support/temp_dir.h"
+#include "support/files.h"
 
 namespace {
 
-using namespace std::string_literals;
+using namespace brisolt::test;
 
 std::string folder;
 std::string file(const char* name) {
     return folder + "/" + name;
-}
-std::string contentOf(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
 }
 void put(const std::string& path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;
@@ -64,7 +55,7 @@ struct Row {
 bool noDraftOrWhole(const char* of) {
     return std::all_of(std::filesystem::directory_iterator(folder), {}, [&](const auto& entry) {
         const std::string name = entry.path().filename();
-        return !name.starts_with(".brisolt-") || contentOf(entry.path()) == contentOf(file(of));
+        return !name.starts_with(".brisolt-") || contentsOf(entry.path()) == contentsOf(file(of));
     });
 }
 
@@ -72,7 +63,7 @@ const Row rows[] = {
     {"profile", [] { put(file("ini"), profileOf(0)); },
      [](int round) { ComWriteProfInt("line", "rate", round, file("ini").c_str()); },
      [] {
-         const std::string text = contentOf(file("ini"));
+         const std::string text = contentsOf(file("ini"));
          return text == profileOf(ComGetProfInt("line", "rate", -1, file("ini").c_str()));
      }},
     {"copy over a file",
@@ -83,8 +74,8 @@ const Row rows[] = {
      },
      [](int round) { ComCopyFile(file("to").c_str(), file(round % 2 == 0 ? "a" : "b").c_str()); },
      [] {
-         const std::string text = contentOf(file("to"));
-         return (text == block('a') || text == block('b')) && contentOf(file("a")) == block('a') &&
+         const std::string text = contentsOf(file("to"));
+         return (text == block('a') || text == block('b')) && contentsOf(file("a")) == block('a') &&
                 std::all_of(std::filesystem::directory_iterator(folder), {}, [](const auto& entry) {
                     return !entry.path().filename().string().starts_with(".brisolt-") ||
                            file_size(entry) == 300000;
@@ -96,7 +87,7 @@ const Row rows[] = {
          ComCopyFile(file("to").c_str(), file("a").c_str());
      },
      [] {
-         const std::string text = contentOf(file("to"));
+         const std::string text = contentsOf(file("to"));
          return (text.empty() ? !std::filesystem::exists(file("to")) : text == block('a')) &&
                 noDraftOrWhole("a");
      }},
@@ -106,7 +97,7 @@ const Row rows[] = {
          ComMoveFile(file(names[(round + 1) % 2]).c_str(), file(names[round % 2]).c_str());
      },
      [] {
-         const std::string first = contentOf(file("a")), second = contentOf(file("b"));
+         const std::string first = contentsOf(file("a")), second = contentsOf(file("b"));
          const bool whole =
              (first.empty() || first == block('a')) && (second.empty() || second == block('a'));
          return whole && !(first.empty() && second.empty());
@@ -114,13 +105,13 @@ const Row rows[] = {
     {"append", [] { put(file("a"), block('a', 9000)), put(file("to"), "start"); },
      [](int) { ComAppendFile(file("to").c_str(), file("a").c_str()); },
      [] {
-         const std::string text = contentOf(file("to"));
+         const std::string text = contentsOf(file("to"));
          return text.starts_with("start") && text.find_first_not_of('a', 5) == text.npos &&
-                contentOf(file("a")) == block('a', 9000);
+                contentsOf(file("a")) == block('a', 9000);
      }},
     {"log", [] { put(file("log"), ""); }, [](int) { ComWriteDebugFileStringNL(5, "a line of a log"); },
      [] {
-         const std::string text = contentOf(file("log"));
+         const std::string text = contentsOf(file("log"));
          const std::size_t start = text.find("a line of a log"), end = text.find("a line", start + 1);
          return start == text.npos || end == text.npos ||
                 isLog(text.substr(start), text.substr(start, end - start));
@@ -133,12 +124,12 @@ const Row rows[] = {
      [] {
          const std::filesystem::directory_iterator all(file("captured"));
          return std::all_of(begin(all), end(all), [](const auto& entry) {
-             const std::string text = contentOf(entry.path());
+             const std::string text = contentsOf(entry.path());
              return isLog(text, "captured bytes..");
          });
      }},
     {"buffered writer", [] {}, [](int) { ComBufferFileWrite_Next(5, block('w', 9999).c_str(), 9999); },
-     [] { return contentOf(file("buffered")).find_first_not_of('w') == std::string::npos; }},
+     [] { return contentsOf(file("buffered")).find_first_not_of('w') == std::string::npos; }},
 };
 
 [[noreturn]] void writeOn(const Row& row, volatile int* begun) {
@@ -153,7 +144,7 @@ const Row rows[] = {
 }
 
 bool killOnce(const Row& row, std::minstd_rand& random, volatile int* begun) {
-    const brisolt::test::TempDir place;
+    const TempDir place;
     folder = place.path();
     row.prepare();
     *begun = 0;
@@ -171,7 +162,7 @@ bool killOnce(const Row& row, std::minstd_rand& random, volatile int* begun) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
         if (entry.is_regular_file())
             std::printf("    %s, %ju bytes: %.60s\n", entry.path().c_str(), entry.file_size(),
-                        contentOf(entry.path()).c_str());
+                        contentsOf(entry.path()).c_str());
     return false;
 }
 

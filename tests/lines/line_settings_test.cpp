@@ -2,8 +2,7 @@
 #include <array>
 #include <future>
 
-#include "stream/open_port.h"
-#include "support/pty.h"
+#include "support/open_port.h"
 #include "support/scripted_driver.h"
 
 namespace brisolt::test {
@@ -67,7 +66,7 @@ TEST(Lines, ChangesReachTheDeviceAndFramingErrorsTheOtherEnd) {
     EXPECT_EQ(ComSetBaud(pair.here, 123456), 1);
     EXPECT_EQ(lineOf(pair.here).baudRate, 123456U);
     EXPECT_EQ(pair.here.record().baudRate, 123456);
-    write(pair.here, "x");
+    send(pair.here, "x");
     EXPECT_TRUE(eventually([&] { return (ComGetLineError(pair.there) & COM_HOST_ERROR_FRAMING) != 0; }));
 
     EXPECT_EQ(ComSetParms(pair.here, 3, 7, 2), 1);
@@ -148,7 +147,7 @@ TEST(Scrambling, TheLineCarriesTheTransformOfTheKeyInForce) {
     Pair pair("scramble-line");
     const auto onTheLine = [&](const char* code) {
         EXPECT_EQ(ComSetCode(pair.here, code), 1);
-        write(pair.here, "A");
+        send(pair.here, "A");
         return readTimed(pair.there, 1);
     };
     EXPECT_EQ(onTheLine("x"), "A") << "off";

@@ -1,9 +1,5 @@
 // Programs that nobody here wrote, at the modem; and the command, run as a user runs it.
 #include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <vector>
 
 #include <sys/resource.h>
 

@@ -1,10 +1,6 @@
 // The simulated modem, as a program at its terminal sees it: command mode, and calls between modems.
-#include <algorithm>
 #include <future>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "modem/simulator.h"
 #include "support/peer_process.h"

@@ -1,15 +1,10 @@
 // The initialisation of a modem: what it sends, what its log says word for word, when it tries again and when it
 // gives up, and what ends it.
 #include <cstring>
-#include <fstream>
 #include <future>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "modem/simulator.h"
 #include "modem/terminal.h"
-#include "support/pty.h"
 
 namespace brisolt::test {
 namespace {

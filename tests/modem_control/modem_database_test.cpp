@@ -1,15 +1,12 @@
 // The modem database byte for byte, and the one that comes with the library.
 #include <array>
 #include <cstring>
-#include <fstream>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "modem/simulator.h"
 #include "platform/file.h"
 #include "platform/memory.h"
-#include "stream/open_port.h"
+#include "support/open_port.h"
 
 namespace brisolt::test {
 namespace {
@@ -119,11 +116,6 @@ TEST_F(ModemDatabase, EveryNumberHasItsOwnReaderUntilItsEnd) {
 TEST_F(ModemDatabase, RefusalsSayWhatIsWrong) {
     write("a\r\nb\r\n");
     Record record;
-    for (const int32_t number : {0, -1, 257, 300}) {
-        EXPECT_EQ(record.start(path, number), -1);
-        EXPECT_EQ(record.next(number), -1);
-        EXPECT_EQ(ComGetModem_End(number), -1);
-    }
     {
         const std::ofstream writer(path, std::ios::app);
         EXPECT_EQ(record.start(path), -3) << "somebody writes it";
@@ -137,11 +129,6 @@ TEST_F(ModemDatabase, RefusalsSayWhatIsWrong) {
     memory::failAllocations(0, 1);
     EXPECT_EQ(record.start(path), -4);
     memory::failAllocations(0, 0);
-    EXPECT_EQ(record.with([&](auto... buffer) { return ComGetModem_Start(port, nullptr, buffer...); }), -1);
-    char* const none = nullptr;
-    EXPECT_EQ(ComGetModem_Next(port, record.at(0), none, none, none, none, none, none, none, none, none, none,
-                               none),
-              -1);
     EXPECT_EQ(record.next(), 1) << "without memory nothing stays open";
 }
 

@@ -1,15 +1,11 @@
 // A profile file of a test's own.
 #pragma once
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
-#include <string>
 #include <utility>
 
 #include "brisolt.h"
-#include "support/temp_dir.h"
+#include "support/files.h"
 
 namespace brisolt::test {
 
@@ -28,7 +24,7 @@ public:
         return std::move(text).str();
     }
     /// Files in the directory: one, unless something was left behind.
-    auto files() const { return std::distance(std::filesystem::directory_iterator(directory_.path()), {}); }
+    long files() const { return entriesOf(directory_.path()); }
     std::string value(const char* section, const char* key) const {
         char buffer[300];
         ComGetProfString(section, key, "<absent>", buffer, sizeof buffer, path());

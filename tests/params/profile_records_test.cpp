@@ -1,8 +1,6 @@
 // Whole records in profiles: the files as they are written, what stands for absent and impossible values, and
 // the way back.
 #include <cstring>
-#include <sstream>
-#include <string>
 
 #include <gtest/gtest.h>
 
@@ -144,8 +142,6 @@ TEST(ModemProfile, DefaultsRefusalsAndRoundTrip) {
     std::strcpy(parms.discStr, "two\rlines");
     EXPECT_EQ(ComWriteProfModemParms("M", &parms, path, 1), 0);
     EXPECT_EQ(profile.text(), before) << "all or nothing";
-    EXPECT_EQ(ComGetProfModemParms("M", nullptr, path), 0);
-    EXPECT_EQ(ComWriteProfModemParms("M", nullptr, path, 1), 0);
 }
 
 } // namespace

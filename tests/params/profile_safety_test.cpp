@@ -1,22 +1,15 @@
 // Profiles under others' hands: writers at the same time, writers that die, links, permissions, full disks.
-#include <chrono>
 #include <csignal>
 #include <random>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include "files/hindrances.h"
 #include "params/profile_on_disk.h"
 #include "platform/error_text.h"
-#include "support/peer_process.h"
 #include "support/timing.h"
 
 using namespace brisolt;
@@ -55,11 +48,10 @@ TEST(ProfileSafety, WritersAtOnceLoseNothing) {
     std::vector<pid_t> processes;
     for (const char* who : {"a", "b", "c", "d"})
         processes.push_back(child([&] { addKeys(profile, who, keys); }));
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (const char* who : {"x", "y", "z"})
         threads.emplace_back(addKeys, std::cref(profile), who, keys);
-    for (std::thread& thread : threads)
-        thread.join();
+    threads.clear();
     for (const pid_t process : processes)
         EXPECT_EQ(exitOf(process), 0);
     for (const char who : std::string("abcdxyz"))

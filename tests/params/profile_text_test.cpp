@@ -1,8 +1,6 @@
 // Single keys of a profile: how text is read, what a write leaves as it was, and values in all their notations.
 #include <cstdint>
 #include <random>
-#include <sstream>
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>

@@ -2,13 +2,8 @@
 // travel as words.
 #include <atomic>
 #include <cstring>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "port/ports.h"
+#include "support/open_port.h"
 #include "support/scripted_driver.h"
 
 using namespace brisolt;
@@ -131,7 +126,7 @@ TEST_F(Records, NumbersThatLieHarmNobody) {
 
 TEST_F(Records, ThreadsThatSetAtOnceDoNotMixTexts) {
     std::atomic<bool> over{false};
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (const char letter : {'a', 'b'})
         threads.emplace_back([&, letter] {
             ComPortParms mine = parms;
@@ -150,8 +145,7 @@ TEST_F(Records, ThreadsThatSetAtOnceDoNotMixTexts) {
                 << text;
     }
     over = true;
-    for (std::thread& thread : threads)
-        thread.join();
+    threads.clear();
 }
 
 } // namespace

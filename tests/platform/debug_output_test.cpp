@@ -5,20 +5,16 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
 
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/temp_dir.h"
+#include "support/files.h"
 
 using brisolt::debugOutput;
+using brisolt::test::contentsOf;
 using brisolt::test::TempDir;
 
 namespace {
@@ -26,11 +22,6 @@ namespace {
 /// The place is looked up once a process, and each test has one of its own.
 void sendTo(const std::string& place) {
     setenv("BRISOLT_DEBUG_OUTPUT", place.c_str(), 1);
-}
-
-std::string contents(const std::string& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::string readSome(int descriptor) {
@@ -58,7 +49,7 @@ TEST(DebugOutput, GoesToTheEndOfTheFileThatWasNamed) {
     sendTo("stderr");
     debugOutput("\r\n");
     brisolt::setErrorText("two");
-    EXPECT_EQ(contents(dir.file("lines")), "before\n" + stamped("one") + stamped("two"));
+    EXPECT_EQ(contentsOf(dir.file("lines")), "before\n" + stamped("one") + stamped("two"));
 }
 
 // Pipes and sockets whose reader is not there yet, reads nothing, or has gone.

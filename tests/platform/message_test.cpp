@@ -92,7 +92,7 @@ TEST(Queue, NoPostIsLostOnASleepingThread) {
     constexpr int posters = 3;
     constexpr int each = 4000;
     uint32_t me = ComHostThreadId();
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int i = 0; i < posters; ++i)
         threads.emplace_back([me, i] {
             for (int n = 0; n < each; ++n)
@@ -105,8 +105,7 @@ TEST(Queue, NoPostIsLostOnASleepingThread) {
         ASSERT_EQ(ComHostGetMessage(&message, patience), 1) << "after " << n;
         EXPECT_EQ(message.second, next[message.first]++);
     }
-    for (auto& thread : threads)
-        thread.join();
+    threads.clear();
     EXPECT_FALSE(message::waiting());
 }
 

@@ -1,14 +1,9 @@
 // The tty driver on real pseudo terminals, whose other end is the witness.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstring>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -16,7 +11,7 @@
 
 #include "platform/error_text.h"
 #include "platform/posix/tty/tty_device.h"
-#include "support/no_descriptors.h"
+#include "support/limit.h"
 #include "support/peer_process.h"
 #include "support/pty.h"
 #include "support/test_device.h"

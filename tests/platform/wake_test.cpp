@@ -1,19 +1,16 @@
 #include "platform/wake.h"
 
 #include <atomic>
-#include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/resource.h>
 
 #include "brisolt.h"
-#include "platform/clock.h"
 #include "platform/error_text.h"
 #include "platform/message.h"
 #include "platform/thread.h"
+#include "support/limit.h"
 #include "support/pty.h"
 #include "support/timing.h"
 
@@ -111,15 +108,10 @@ TEST(Wake, WithoutDescriptorsWaitsRestAndEndInTime) {
     ComHostMessage message;
     ComSetNotifyThreadMessageAnyChar(5, ComHostThreadId());
     ComHostGetMessage(&message, 100); // a lookout from here on
-    rlimit before{};
-    getrlimit(RLIMIT_NOFILE, &before);
-    const auto limit = [&before](rlim_t most) {
-        const rlimit limited{most, before.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &limited);
-    };
+    const test::Limit descriptors(RLIMIT_NOFILE);
     std::atomic<uint32_t> sleeper{0};
     std::thread other([&] {
-        limit(3);
+        descriptors.set(3);
         EXPECT_LT(Wake::ofThisThread()->descriptor(), 0);
         EXPECT_EQ(message::descriptor(), -1);
         sleeper = thread::currentId();
@@ -127,7 +119,7 @@ TEST(Wake, WithoutDescriptorsWaitsRestAndEndInTime) {
         EXPECT_EQ(ComHostGetMessage(&got, -1), 1);
     });
     EXPECT_TRUE(test::eventually([&] { return sleeper != 0; }));
-    limit(1);
+    descriptors.set(1);
     char bytes[4];
     const auto used = test::processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, [&] {
         EXPECT_EQ(ComHostGetMessage(&message, 300), 0);
@@ -138,6 +130,6 @@ TEST(Wake, WithoutDescriptorsWaitsRestAndEndInTime) {
         other.join();
         EXPECT_EQ(ComClose(5), 1);
     });
-    limit(before.rlim_cur);
+    descriptors.lift();
     EXPECT_LT(used, std::chrono::milliseconds(200));
 }

@@ -1,10 +1,7 @@
 // A port that closes under those who use it: waits, writes, notifications, other closes, and the next life
 // of the same number.
 #include <atomic>
-#include <fstream>
 #include <future>
-#include <iterator>
-#include <string>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -13,9 +10,9 @@
 
 #include "port/ports.h"
 #include "port/tracked_memory.h"
+#include "support/files.h"
 #include "support/pty.h"
 #include "support/scripted_driver.h"
-#include "support/temp_dir.h"
 
 using namespace brisolt;
 using namespace brisolt::test;
@@ -55,8 +52,7 @@ TEST(Closing, TheNumberMayBeOpenedAgainWhileTheOldPortWindsUp) {
     EXPECT_EQ(ComFree(5, block), 0);
     EXPECT_EQ(recordOf(5).portDebugFileName, trace);
     EXPECT_EQ(receive(5, sent.size()), sent) << "nobody of the old life may take them";
-    std::ifstream file(trace);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const std::string text = contentsOf(trace);
     EXPECT_NE(text.find("Read:21 "), std::string::npos) << text;
     EXPECT_EQ(text.find("ComClose"), std::string::npos) << text;
     EXPECT_EQ(ComClose(5), 1);

@@ -4,8 +4,6 @@
 #include <future>
 #include <memory>
 #include <mutex>
-#include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -39,7 +37,7 @@ protected:
     }
     void TearDown() override {
         for (std::size_t port = 1; port <= far.size(); ++port)
-            ComClose(static_cast<int32_t>(port));
+            ComHostClose(static_cast<int32_t>(port), 0);
     }
     Pty& end(int32_t port) { return *far[static_cast<std::size_t>(port) - 1]; }
     /// Waits until this thread watches over the port.
@@ -144,43 +142,6 @@ TEST_F(WatchedOver, AThreadThatEndsLeavesItsPortsToThemselves) {
     EXPECT_EQ(told(1, 4), "abcd");
 }
 
-TEST_F(WatchedOver, PortsCloseAndOpenUnderIt) {
-    open(4);
-    std::atomic<bool> over{false};
-    std::thread writer([&] {
-        while (!over)
-            for (int port = 1; port <= 4; ++port)
-                end(port).write("x", Milliseconds(1));
-    });
-    std::thread closer([reader = ComHostThreadId()] {
-        for (int i = 0; i < 8; ++i) {
-            const int32_t port = 1 + i % 3;
-            EXPECT_EQ(ComClose(port), 1);
-            EXPECT_EQ(ComOpen("test", port, 9600, 8, 1, 1, 4096, 4096), port);
-            ComSetBackgroundTimeout(port, 0);
-            ComSetNotifyThreadMessageAnyChar(port, reader);
-        }
-    });
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-    char buffer[512];
-    ComHostMessage message{};
-    while (std::chrono::steady_clock::now() < end)
-        if (ComHostGetMessage(&message, 50) == 1)
-            ComRead(static_cast<int32_t>(message.second), buffer, sizeof buffer);
-    closer.join();
-    over = true;
-    writer.join();
-    while (ComHostGetMessage(&message, 200) == 1) // what has piled up
-        while (ComRead(static_cast<int32_t>(message.second), buffer, sizeof buffer) > 0)
-            continue;
-    for (int port = 1; port <= 4; ++port) {
-        EXPECT_TRUE(watchedOver(port)) << port;
-        this->end(port).write("last");
-        std::string all;
-        EXPECT_TRUE(eventually([&] { return (all += told(port, 1)).ends_with("last"); })) << port;
-    }
-}
-
 // Whatever becomes of one port, another has somebody who looks after it while the thread is busy.
 TEST_F(WatchedOver, NoPortDependsOnAnother) {
     static std::atomic<int> calls{0};
@@ -205,6 +166,15 @@ TEST_F(WatchedOver, NoPortDependsOnAnother) {
         [] { ComSuspend(1); },
         [] { ComSetBackgroundTimeout(1, 100); },
         [] { ComClose(1); },
+        [] { // and comes back, again and again
+            for (int i = 0; i < 50; ++i) {
+                EXPECT_EQ(ComHostClose(1, 0), 1);
+                EXPECT_EQ(ComOpen("test", 1, 9600, 8, 1, 1, 4096, 4096), 1);
+                ComSetBackgroundTimeout(1, 0);
+                ComSetNotifyThreadMessageAnyChar(1, ComHostThreadId());
+            }
+            EXPECT_TRUE(watchedOver(1));
+        },
     };
     for (const auto& fate : fates) {
         open(2);
@@ -218,8 +188,7 @@ TEST_F(WatchedOver, NoPortDependsOnAnother) {
         char buffer[4];
         EXPECT_EQ(ComReadTimed(2, buffer, 4, 500), 4) << "another wait than for messages";
         writer.get();
-        ComClose(1);
-        ComClose(2);
+        TearDown();
         far.clear();
     }
 }

@@ -1,8 +1,6 @@
 // What an open port starts with and what can be set on it: the record's defaults, flow control, lines, the
 // settings of the I/O thread, and tracked memory.
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include <sys/resource.h>
 

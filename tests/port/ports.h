@@ -1,7 +1,6 @@
 // What the tests of the port engine share.
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "brisolt.h"

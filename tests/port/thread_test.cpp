@@ -1,6 +1,5 @@
 // When the I/O thread runs its rounds: suspension, pace, and the sleep of a port on which nothing happens.
 #include <future>
-#include <string>
 
 #include <sys/resource.h>
 

@@ -1,5 +1,5 @@
 // The login example, run as its user would run it: against a shell on a terminal of its own.
-#include "stream/open_port.h"
+#include "support/open_port.h"
 #include "support/peer_process.h"
 
 #ifndef BRISOLT_EXAMPLE_LOGIN

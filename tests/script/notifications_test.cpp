@@ -2,8 +2,7 @@
 #include <atomic>
 #include <future>
 
-#include "stream/open_port.h"
-#include "support/pty.h"
+#include "support/open_port.h"
 
 namespace brisolt::test {
 namespace {
@@ -143,7 +142,7 @@ TEST_F(Notifications, AFunctionMayPeekReadWaitAndWrite) {
         ComSleepMS(number, 20);
         got += readTimed(number, 6, 500);
         EXPECT_EQ(ComStimulus(number, "more.", "", 100, 10), 1);
-        return write(number, got + ComGettestbuffer(number));
+        return send(number, got + ComGettestbuffer(number));
     };
     const FastClock clock(5);
     for (uint32_t pace : {50U, 0U, 10000U}) {

@@ -5,9 +5,8 @@
 #include <random>
 
 #include "script/stimulus_match.h"
-#include "stream/open_port.h"
 #include "support/bare_port.h"
-#include "support/pty.h"
+#include "support/open_port.h"
 
 namespace brisolt::test {
 namespace {
@@ -27,10 +26,7 @@ struct Line {
             EXPECT_EQ(ComAddRespList(port, answers[i], 39), 1);
         }
     }
-    void waits(const std::string& bytes) {
-        pty.write(bytes);
-        ASSERT_TRUE(eventually([&] { return ComStatus(number) == static_cast<int32_t>(bytes.size()); }));
-    }
+    void waits(const std::string& bytes) const { arrive(number, pty, bytes); }
 };
 
 /// The calls that wait: for the first string alone, for all of them, or for those of the port's list.

@@ -4,14 +4,9 @@
 //
 //     brisolt-soak HOURS
 #include <atomic>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <random>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -19,8 +14,8 @@
 #include <unistd.h>
 
 #include "brisolt_host.h"
+#include "support/files.h"
 #include "support/pty.h"
-#include "support/temp_dir.h"
 
 using namespace brisolt::test;
 using Clock = std::chrono::steady_clock;
@@ -162,12 +157,6 @@ private:
     std::unique_ptr<Pty> plugged[2];
     int32_t ports[2] = {0, 0};
 };
-
-long entriesOf(const char* place) {
-    std::error_code gone;
-    return std::distance(std::filesystem::directory_iterator(place, gone),
-                         std::filesystem::directory_iterator());
-}
 
 struct Holdings {
     long memory = 0, descriptors = entriesOf("/proc/self/fd"), threads = entriesOf("/proc/self/task");

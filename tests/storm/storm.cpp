@@ -8,14 +8,10 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <deque>
-#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <random>
-#include <string>
-#include <thread>
 #include <vector>
 
 #include <poll.h>
@@ -24,8 +20,8 @@
 
 #include "brisolt.h"
 #include "brisolt_host.h"
+#include "support/files.h"
 #include "support/pty.h"
-#include "support/temp_dir.h"
 #include "support/timing.h"
 
 using namespace brisolt::test;
@@ -164,8 +160,9 @@ public:
         handles_.clear();
         files_.clear();
         kept_.clear();
-        while (ComServiceMessagePump() == 1 && below(8) != 0) {
-        }
+        ComHostMessage message;
+        while (below(8) != 0 && ComHostGetMessage(&message, below(4) == 0 ? time() : 0) == 1)
+            ComHostDispatchMessage(&message);
     }
     void keepFile(int32_t handle) { files_.push_back(handle); }
 
@@ -213,12 +210,6 @@ void rage(std::size_t self, uint32_t seed) {
         ++calls;
     }
     busyWith[self] = nullptr;
-}
-
-long entriesOf(const char* place) {
-    std::error_code gone;
-    return std::distance(std::filesystem::directory_iterator(place, gone),
-                         std::filesystem::directory_iterator());
 }
 
 void closeAll() {

@@ -2,8 +2,7 @@
 // blocks, calls say what they always say, and the next device under the same name works.
 #include <future>
 
-#include "stream/open_port.h"
-#include "support/pty.h"
+#include "support/open_port.h"
 
 namespace brisolt::test {
 namespace {
@@ -37,7 +36,7 @@ protected:
         EXPECT_EQ(ComReadBuf(port, buffer, 13, 9, 1), 3);
         EXPECT_EQ(ComReadBufToQuiet(port, buffer, 9, 2), 0);
         EXPECT_EQ(ComReadBufToEmpty(port, buffer, 13, 9), 0);
-        EXPECT_EQ(write(port, "lost"), 0);
+        EXPECT_EQ(send(port, "lost"), 0);
         EXPECT_EQ(ComPuts(port, "lost|"), 1);
         EXPECT_EQ(Com_Flush(port, 0), 1);
         EXPECT_EQ(ComFlushOutBuf(port), 1);
@@ -54,7 +53,7 @@ protected:
         EXPECT_EQ(open->close(), 1);
         open.reset();
         plugIn();
-        EXPECT_EQ(write(port, "back again"), 10);
+        EXPECT_EQ(send(port, "back again"), 10);
         EXPECT_EQ(line->read(10), "back again");
         line->write("and again");
         EXPECT_EQ(readTimed(port, 9, 60000), "and again");
@@ -86,7 +85,7 @@ int32_t waitOnTheLine(bool writes) {
     if (!writes)
         return ComReadTimed(port, buffer, 9, 100);
     for (;;)
-        if (int32_t last = write(port, std::string(1000, 'x')); last < 1000)
+        if (int32_t last = send(port, std::string(1000, 'x')); last < 1000)
             return last;
 }
 
@@ -113,7 +112,7 @@ TEST_P(DeviceGone, WhileACallWaitsForTheLine) {
 // Nobody reads at the far end, so that device and ring are full when it goes.
 TEST_P(DeviceGone, WhileALosslessRingIsFull) {
     ComHostSetLossless(port, 1);
-    while (write(port, std::string(1000, 'x')) == 1000) {
+    while (send(port, std::string(1000, 'x')) == 1000) {
     }
     EXPECT_EQ(ComOutBufStatus(port), 2048);
     pull();
@@ -121,7 +120,7 @@ TEST_P(DeviceGone, WhileALosslessRingIsFull) {
     // A line that goes down may take some bytes in its last moment; what it did not take is still there, and
     // the ring fills up again.
     const int32_t held = ComOutBufStatus(port);
-    const int32_t added = write(port, std::string(3000, 'x'));
+    const int32_t added = send(port, std::string(3000, 'x'));
     EXPECT_EQ(ComOutBufStatus(port), held + added);
     EXPECT_GE(held + added, 2047);
     EXPECT_EQ(ComStatus(port), 0);

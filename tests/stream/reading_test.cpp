@@ -1,7 +1,6 @@
 // Reading without waiting: what comes out of the receive ring, in which pieces, and what the trace says.
-#include "stream/open_port.h"
 #include "support/bare_port.h"
-#include "support/pty.h"
+#include "support/open_port.h"
 
 namespace brisolt::test {
 namespace {

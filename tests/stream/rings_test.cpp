@@ -1,10 +1,9 @@
 // The rings beside rings of the simplest kind: a queue, filled byte by byte by the few rules there are.
 #include <deque>
 #include <random>
-#include <vector>
 
-#include "stream/open_port.h"
 #include "support/bare_port.h"
+#include "support/open_port.h"
 
 namespace brisolt {
 namespace {

@@ -1,8 +1,7 @@
 // Discarding, resuming and the settings of the byte stream, with the other end of a null modem as witness.
-#include <future>
 
-#include "device/device.h"
-#include "stream/open_port.h"
+#include "support/open_port.h"
+#include "support/test_device.h"
 
 namespace brisolt::test {
 namespace {
@@ -12,30 +11,15 @@ constexpr char xoff = 0x13;
 
 class StreamSettings : public testing::Test {
 protected:
-    StreamSettings() {
-        EXPECT_EQ(far.open("null-modem:settings"), 1);
-        ComSetPortDebugFile(port, trace.path().c_str());
-    }
-    void send(const std::string& bytes) const {
-        int32_t error = 0;
-        const auto count = static_cast<int32_t>(bytes.size());
-        EXPECT_EQ(far.write(bytes.data(), count, COM_HOST_WRITE_NOW, error), count);
-    }
+    StreamSettings() { ComSetPortDebugFile(port, trace.path().c_str()); }
     /// Sends and waits until it is in the ring.
     void arrive(const std::string& bytes) const {
-        const int32_t before = ComStatus(port);
-        send(bytes);
-        ASSERT_TRUE(
-            eventually([&] { return ComStatus(port) == before + static_cast<int32_t>(bytes.size()); }));
-    }
-    std::string arrived() const {
-        std::string bytes(4000, '\0');
-        bytes.resize(static_cast<std::size_t>(far.read(bytes.data(), 4000)));
-        return bytes;
+        const int32_t all = ComStatus(port) + far.writeNow(bytes);
+        ASSERT_TRUE(eventually([&] { return ComStatus(port) == all; }));
     }
 
     OpenPort open{port, "null-modem:settings"};
-    Device far;
+    TestDevice far{"null-modem:settings"};
     LogFile trace;
 };
 
@@ -61,7 +45,7 @@ TEST_F(StreamSettings, FlushDiscardsWhatHasComeAfterItsDelay) {
             {
                 // What the device holds goes as well: nothing can have fetched it.
                 HeldLock noRounds(open.inside());
-                send("newer");
+                far.writeNow("newer");
                 const uint32_t start = clock::ticks();
                 EXPECT_EQ(c.call(), 1);
                 EXPECT_GE(clock::ticks() - start, c.delay);
@@ -74,7 +58,7 @@ TEST_F(StreamSettings, FlushDiscardsWhatHasComeAfterItsDelay) {
 }
 
 TEST_F(StreamSettings, AFlushMakesAFullRingTakeBytesAgain) {
-    send(std::string(4000, 'x'));
+    EXPECT_EQ(far.writeNow(std::string(4000, 'x')), 4000);
     ASSERT_TRUE(eventually([] { return ComStatus(port) == 2048; }));
     EXPECT_EQ(Com_Flush(port, 0), 1);
     EXPECT_EQ(ComStatus(port), 0);
@@ -86,7 +70,7 @@ TEST_F(StreamSettings, FlushOutBufDiscardsRingAndDevice) {
     ComSetFlow(port, 0);
     far.line(COM_HOST_LINE_CLEAR_RTS);
     ComHostSetLossless(port, 1);
-    EXPECT_EQ(write(port, std::string(1500, 'x')), 1500);
+    EXPECT_EQ(send(port, std::string(1500, 'x')), 1500);
     EXPECT_EQ(ComOutBufStatus(port), 1500);
     EXPECT_GT(open.inside().device.status(COM_HOST_WANT_OUT).outQueue, 0U);
     EXPECT_GT(open.inside().tx.count(), 0);
@@ -94,10 +78,10 @@ TEST_F(StreamSettings, FlushOutBufDiscardsRingAndDevice) {
     EXPECT_EQ(ComFlushOutBuf(port), 1);
     EXPECT_EQ(ComOutBufStatus(port), 0);
     far.line(COM_HOST_LINE_SET_RTS);
-    EXPECT_EQ(write(port, "end"), 3);
+    EXPECT_EQ(send(port, "end"), 3);
     EXPECT_NE(ComFlushImmediate(port), 0);
     std::string got;
-    EXPECT_TRUE(eventually([&] { return (got += arrived()).size() >= 3; }));
+    EXPECT_TRUE(eventually([&] { return (got += far.read()).size() >= 3; }));
     EXPECT_EQ(got, "end");
 }
 
@@ -117,12 +101,12 @@ TEST_F(StreamSettings, FlushesResumeWhatAnXoffHasStopped) {
             EXPECT_EQ(ComSetFlow(port, c.flow), 1);
             EXPECT_EQ(open.record().xonXoff, 1);
             open.record().xonXoff = c.code;
-            send({xoff});
+            far.writeNow({xoff});
             ComSetWriteTimeout(port, 50);
-            EXPECT_EQ(write(port, "x"), 0);
+            EXPECT_EQ(send(port, "x"), 0);
             EXPECT_EQ(flushes[flush](), 1);
-            EXPECT_EQ(write(port, "x"), c.resumes ? 1 : 0);
-            EXPECT_EQ(arrived(), c.resumes ? "x" : "");
+            EXPECT_EQ(send(port, "x"), c.resumes ? 1 : 0);
+            EXPECT_EQ(far.read(), c.resumes ? "x" : "");
         }
 }
 
@@ -133,14 +117,14 @@ TEST_F(StreamSettings, AWriteEndsWithItsTimeOutUnlessThereIsNone) {
     far.line(COM_HOST_LINE_CLEAR_RTS);
     ComSetWriteTimeout(port, 300);
     const auto start = SteadyClock::now();
-    EXPECT_EQ(write(port, "lost"), 0);
+    EXPECT_EQ(send(port, "lost"), 0);
     EXPECT_GE(SteadyClock::now() - start, 290ms);
     ComSetWriteTimeout(port, 0);
-    auto writing = std::async(std::launch::async, [] { return write(port, "patience"); });
+    auto writing = std::async(std::launch::async, [] { return send(port, "patience"); });
     EXPECT_EQ(writing.wait_for(500ms), std::future_status::timeout);
     far.line(COM_HOST_LINE_SET_RTS);
     EXPECT_EQ(writing.get(), 8);
-    EXPECT_EQ(arrived(), "patience");
+    EXPECT_EQ(far.read(), "patience");
 }
 
 TEST_F(StreamSettings, MaxWriteCharsIsClamped) {
@@ -155,10 +139,7 @@ TEST_F(StreamSettings, MaxWriteCharsIsClamped) {
 TEST_F(StreamSettings, ErrorReplacementAndLineErrors) {
     const FastClock fast;
     EXPECT_EQ(open.close(), 1);
-    ComHostLineState state{};
-    ASSERT_TRUE(far.getLineState(state));
-    state.parity = COM_HOST_PARITY_ODD;
-    ASSERT_TRUE(far.setLineState(state));
+    ASSERT_TRUE(far.change([](ComHostLineState& state) { state.parity = COM_HOST_PARITY_ODD; }));
     struct Case {
         int32_t enable, replacement;
         const char* got;

@@ -1,8 +1,7 @@
 // The reads that wait: for a count, a terminator, a quiet line, or for the time to be over.
 #include <random>
 
-#include "stream/open_port.h"
-#include "support/pty.h"
+#include "support/open_port.h"
 
 namespace brisolt::test {
 namespace {
@@ -12,13 +11,6 @@ constexpr int32_t never = 256; ///< a terminator that no byte is
 
 class TimedReads : public testing::Test {
 protected:
-    /// Sends and waits until it is in the ring.
-    void arrive(const std::string& bytes) {
-        const int32_t before = ComStatus(port);
-        far.write(bytes);
-        ASSERT_TRUE(
-            eventually([&] { return ComStatus(port) == before + static_cast<int32_t>(bytes.size()); }));
-    }
     PortWorkArea& workArea() const { return *open.inside().workArea; }
 
     Pty far;
@@ -53,7 +45,7 @@ TEST_F(TimedReads, GivesTheCountAtOnceAndWhatHasComeAtTheEnd) {
     LogFile trace, protocol;
     ComSetPortDebugFile(port, trace.path().c_str());
     ComSetProtocolDebugFile(port, protocol.path().c_str(), "timed");
-    arrive("abcde");
+    arrive(port, far, "abcde");
     ComCancel(port); // nothing waits: forgotten by the next wait
     const auto start = SteadyClock::now();
     EXPECT_EQ(readTimed(port, 3, 60000), "abc");
@@ -87,7 +79,7 @@ TEST_F(TimedReads, ReadBufEndsOnCountTerminatorOrTime) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        arrive(c.sent);
+        arrive(port, far, c.sent);
         std::fill(std::begin(buffer), std::end(buffer), uint8_t{'!'});
         const uint32_t start = clock::ticks();
         EXPECT_EQ(ComReadBuf(port, buffer, c.terminator, c.maximum, 2), c.result);
@@ -105,7 +97,7 @@ TEST_F(TimedReads, ReadBufEndsOnEscape) {
     ComPortSetEscapeChar(port, 'Q');
     ComSetYield(port, 0); // it looks for the escape all the same
     for (const std::string sent : {"", "ab"}) {
-        arrive(sent);
+        arrive(port, far, sent);
         ComHostPostChar(ComHostThreadId(), 'x');
         ComHostPostChar(ComHostThreadId(), 'Q' + 0x100);
         EXPECT_EQ(ComReadBuf(port, buffer, never, 10, 60), 4);
@@ -115,7 +107,7 @@ TEST_F(TimedReads, ReadBufEndsOnEscape) {
 }
 
 TEST_F(TimedReads, ReadBufThatIsCancelledLeavesTheBufferAsItIs) {
-    arrive("ab");
+    arrive(port, far, "ab");
     std::fill(std::begin(buffer), std::end(buffer), uint8_t{'!'});
     workArea().matchLen = -77;
     std::thread canceller([&] {
@@ -131,7 +123,7 @@ TEST_F(TimedReads, ReadBufThatIsCancelledLeavesTheBufferAsItIs) {
 // ---- ComReadBufToQuiet ------------------------------------------------------------------------------------
 
 TEST_F(TimedReads, ToQuietIsFullAtOnce) {
-    arrive(pattern(150));
+    arrive(port, far, pattern(150));
     std::fill(std::begin(buffer), std::end(buffer), uint8_t{'!'});
     EXPECT_EQ(ComReadBufToQuiet(port, buffer, 100, 36000), 99);
     EXPECT_EQ(textOf(buffer, 101), pattern(150).substr(0, 99) + '\0' + '!');

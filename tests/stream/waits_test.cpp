@@ -1,12 +1,11 @@
-// What ends a wait and what does not, how soon, and at what price in processor time.
+// What ends a wait and what does not, how soon, and at what price in processor time: of all calls that wait.
 #include <atomic>
 #include <deque>
 #include <functional>
 #include <future>
 #include <random>
 
-#include "stream/open_port.h"
-#include "support/pty.h"
+#include "support/open_port.h"
 
 namespace brisolt::test {
 namespace {
@@ -34,6 +33,16 @@ const std::vector<Wait> waits{
     {"ComBreak", [] { return ComBreak(port); }, goesOn, goesOn, goesOn},
     {"ComDTR", [] { return ComDTR(port); }, goesOn, goesOn, goesOn},
     {"ComPuts", [] { return ComPuts(port, std::string(3000, '~').c_str()); }, goesOn, 1, goesOn},
+    {"ComDial", [] { return ComDial(port, "1"); }, 0, 0, -1},
+    {"ComRecvA", [] { return ComRecvA(port, "/dev/null", 27, 26, 3000); }, 1, 1, 1, 1},
+    {"ComHostRead", [] { return ComHostRead(port, buffer, 9, -1); }, goesOn, goesOn, -3},
+    {"ComHostWaitEvent",
+     [] {
+         ComHostCounters seen{};
+         seen.size = sizeof seen;
+         return ComHostWaitEvent(port, COM_HOST_EVENT_GONE, &seen, -1);
+     },
+     goesOn, goesOn, -3},
 };
 
 /// A wait on a thread of its own, whose queue and results are the test's.
@@ -128,6 +137,7 @@ TEST_F(Waits, EndAsEachOfThemIsToldTo) {
         const bool isFunction = std::string_view(ending.what) == "escape function";
         asked = answer = 0;
         open.record().breakTime = open.record().dtrPulseTime = 300'000;
+        open.record().dialTimeout = 3000;
         open.record().escapeFunc = isFunction ? escapeFunction : nullptr;
         std::deque<Waiting> waiting;
         for (const Wait& wait : waits)
@@ -141,7 +151,7 @@ TEST_F(Waits, EndAsEachOfThemIsToldTo) {
         ending.happen(open, waiting);
         for (std::size_t i = 0; i < waits.size(); ++i) {
             const int32_t result = waits[i].*ending.expected;
-            EXPECT_EQ(waiting[i].result(result == goesOn ? 150ms : promptly), result) << waits[i].what;
+            EXPECT_EQ(waiting[i].result(result == goesOn ? 20ms : promptly), result) << waits[i].what;
         }
         if (ComOpenState(port) == 1)
             open.close(); // ends those that go on
@@ -242,12 +252,12 @@ TEST_F(Waits, NoByteIsOverlookedBetweenThreadAndCaller) {
                 far.write(byte);
         });
         for (int32_t turn = 0; turn < 150; ++turn) {
-            EXPECT_EQ(write(port, "x"), 1);
+            EXPECT_EQ(send(port, "x"), 1);
             pauseNowAndThen();
             ASSERT_EQ(readTimed(port, 1, 700), "x") << "pace " << pace << " turn " << turn;
             pauseNowAndThen();
         }
-        EXPECT_EQ(write(port, "e"), 1);
+        EXPECT_EQ(send(port, "e"), 1);
         echo.get();
     }
 }

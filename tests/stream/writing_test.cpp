@@ -1,6 +1,5 @@
 // Writing: straight through or through the ring, and what the trace says of it.
-#include "stream/open_port.h"
-#include "support/pty.h"
+#include "support/open_port.h"
 
 namespace brisolt::test {
 namespace {
@@ -13,7 +12,7 @@ TEST(Writing, StraightThroughAndThroughTheRing) {
     OpenPort open(port, far.slavePath());
     LogFile trace;
     ComSetPortDebugFile(port, trace.path().c_str());
-    EXPECT_EQ(write(port, "Hi\x01\xFF"), 4);
+    EXPECT_EQ(send(port, "Hi\x01\xFF"), 4);
     EXPECT_EQ(far.read(4), "Hi\x01\xFF");
     EXPECT_EQ(trace.entries(), (Lines{"Performing Write-Thru: Bytes: 4 Write-thru State:1",
                                       "Writing to port Intended bytes: 4 Room:1024 Written:4",
@@ -21,7 +20,7 @@ TEST(Writing, StraightThroughAndThroughTheRing) {
 
     ComSuspendPortWriteThru(port);
     ComSetPortMaxWriteChars(port, 3);
-    EXPECT_EQ(write(port, "abcd"), 4);
+    EXPECT_EQ(send(port, "abcd"), 4);
     EXPECT_EQ(far.read(4), "abcd");
     ASSERT_TRUE(eventually([&] { return trace.entries().size() == 12; }));
     EXPECT_EQ(trace.entries({"Writing"}),
@@ -31,10 +30,10 @@ TEST(Writing, StraightThroughAndThroughTheRing) {
 
     // More than the device may be given in one write goes through the ring, too.
     ComResumePortWriteThru(port);
-    EXPECT_EQ(write(port, "1234"), 4);
+    EXPECT_EQ(send(port, "1234"), 4);
     EXPECT_EQ(far.read(4), "1234");
     EXPECT_EQ(trace.entries({"Performing"}).size(), 1U);
-    EXPECT_EQ(write(port, "567"), 3);
+    EXPECT_EQ(send(port, "567"), 3);
     EXPECT_EQ(trace.entries({"Performing"}).size(), 2U);
 }
 
@@ -46,7 +45,7 @@ TEST(Writing, HexDumpOfAFirstLineWithOneByteMore) {
     for (const auto& [count, expected] : cases) {
         LogFile trace;
         ComSetPortDebugFile(port, trace.path().c_str());
-        write(port, std::string(count, 'A'));
+        send(port, std::string(count, 'A'));
         std::vector<std::size_t> widths;
         for (const std::string& line : trace.entries({" 41"}))
             widths.push_back(line.size() / 3);

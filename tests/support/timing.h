@@ -1,4 +1,4 @@
-// Time in tests: the library's runs faster, and a wait ends when what it waits for has come.
+// Time in tests: the library's runs faster or stands still, and a wait ends when what it waits for has come.
 #pragma once
 
 #include <chrono>
@@ -17,6 +17,14 @@ struct FastClock {
     ~FastClock() { clock::setTestScale(1); }
     FastClock(const FastClock&) = delete;
     FastClock& operator=(const FastClock&) = delete;
+};
+
+/// The date and time of day stand still.
+struct Moment {
+    explicit Moment(const clock::LocalTime& time) { clock::setTestLocalTime(&time); }
+    ~Moment() { clock::setTestLocalTime(nullptr); }
+    Moment(const Moment&) = delete;
+    Moment& operator=(const Moment&) = delete;
 };
 
 /// Whether something becomes true; with a limit that only a fault reaches.

@@ -1,8 +1,7 @@
 // Binding to the service, registration, and the table of devices.
-#include <filesystem>
 
-#include <sys/resource.h>
-
+#include "platform/error_text.h"
+#include "support/limit.h"
 #include "telephony/telephony_log.h"
 #include "telephony/two_modems.h"
 
@@ -149,12 +148,6 @@ TEST(TelephonyInitialisation, RecordsGrowUntilTheyFitButNotWithoutEnd) {
     EXPECT_EQ(telephony.logged("Out of Memory error, canceling action"), 2);
 }
 
-std::string errorText() {
-    char text[300] = "";
-    ComHostGetErrorText(text, sizeof text);
-    return text;
-}
-
 TEST(TelephonyModule, OneThatCannotBeLoadedIsMissedForGood) {
     FastClock fast;
     ComHostMapModule("tapi32.dll", "/nonexistent/service.so");
@@ -172,16 +165,12 @@ TEST(TelephonyModule, OneThatOnlyWantedADescriptorIsLoadedByTheNextCall) {
     const std::string path = telephony.directory.file("service.so"); // the module itself is loaded already
     std::filesystem::create_symlink(BRISOLT_TEST_SERVICE, path);
     ComHostMapModule("TAPI32.DLL", path.c_str());
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const int32_t code = ComTAPI_INIT(nullptr);
-    const std::string text = errorText();
-    Com_TAPI_Shutdown();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    EXPECT_EQ(code, -3);
-    EXPECT_NE(text.find(path), std::string::npos);
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(ComTAPI_INIT(nullptr), -3);
+        EXPECT_NE(errorText().find(path), std::string::npos);
+        Com_TAPI_Shutdown();
+    }
     EXPECT_EQ(telephony.initialise(), 2);
 }
 

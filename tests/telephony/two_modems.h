@@ -1,12 +1,10 @@
 // Telephony over the scripted service.
 #pragma once
 
-#include <fstream>
-
 #include <gtest/gtest.h>
 
 #include "port/ports.h"
-#include "support/temp_dir.h"
+#include "support/files.h"
 #include "telephony/scripted_service.h"
 
 namespace brisolt::test {
@@ -28,10 +26,7 @@ struct Telephony {
         ComTAPI_SetModemWaitTime(waitSeconds);
         return ComTAPI_INIT(directory.file("log").c_str());
     }
-    std::string log() const {
-        std::ifstream file(directory.file("log"), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    std::string log() const { return contentsOf(directory.file("log")); }
     /// How often the log has an entry that is exactly this text.
     int32_t logged(const std::string& entry) const {
         const std::string text = log() + "\r\n[";

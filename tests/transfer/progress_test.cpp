@@ -1,7 +1,7 @@
 // The progress record, through its calls and its address.
 #include <cstring>
 
-#include "transfer/files.h"
+#include "transfer/quick_port.h"
 
 namespace brisolt::test {
 namespace {
@@ -71,13 +71,6 @@ TEST(Progress, NamesAreCutFilledAndSplit) {
     EXPECT_EQ(ComSetTargetFileName(port, longName.c_str()), 1);
     EXPECT_EQ(ComGetTargetEnabled(port), 0);
     EXPECT_EQ(filled(ComGetTargetFileName), longName.substr(0, 259) + '\0');
-    EXPECT_EQ(ComGetName(port, nullptr), -1);
-    for (const int32_t closed : {0, 257, 40}) {
-        EXPECT_EQ(ComGetShow(closed), nullptr);
-        EXPECT_EQ(ComGetModTime(closed), 0);
-        EXPECT_EQ(ComGetState(closed), -1);
-        EXPECT_EQ(ComSetShowName(closed, "name"), -1);
-    }
 }
 
 TEST(Progress, TheTotalIsAFilesSize) {

@@ -1,11 +1,9 @@
 // Transfers on a thread of their own, how they end, and that nobody is left behind.
 #include <atomic>
 #include <future>
-#include <thread>
 
 #include "platform/thread.h"
-#include "support/pty.h"
-#include "transfer/files.h"
+#include "transfer/quick_port.h"
 
 namespace brisolt::test {
 namespace {
@@ -36,7 +34,7 @@ TEST_F(TransferThread, AFileGoesFromPortToPortWhileItsProgressIsWatched) {
     EXPECT_TRUE(ends(out, finished));
     EXPECT_EQ(files.bytes("in"), text);
     EXPECT_EQ(ComGetBytes(in), static_cast<int32_t>(text.size()));
-    EXPECT_FALSE(files.isOpen("in") || files.isOpen("out"));
+    EXPECT_EQ(files.opened(), 0);
 }
 
 TEST_F(TransferThread, WhatCannotStartOrFailsTellsWhy) {
@@ -58,14 +56,14 @@ TEST_F(TransferThread, WhatCannotStartOrFailsTellsWhy) {
     expectFailed(ComRA_Thread(port, "/no/such/folder/file"));
     thread::failStarts(1);
     expectFailed(ComSA_Thread(port, path.c_str()));
-    EXPECT_FALSE(files.isOpen("text"));
+    EXPECT_EQ(files.opened(), 0);
     ASSERT_EQ(ComRA_Thread(port, files.path("in").c_str()), 1);
     EXPECT_EQ(ComSA_Thread(port, path.c_str()), -1);
     EXPECT_EQ(ComGetFileCompletionState(port), running) << "the one that runs is left alone";
     EXPECT_EQ(ComRA_Abort(port), 1);
     const QuickPort far(farNumber, "null-modem:starts");
     ASSERT_EQ(ComRA_Thread(port, "/dev/full"), 1);
-    write(far, "text");
+    send(far, "text");
     EXPECT_TRUE(ends(port, failed));
     EXPECT_EQ(ComRA_Thread(port, files.path("in").c_str()), 1) << "free for the next";
 }
@@ -76,13 +74,13 @@ TEST_F(TransferThread, AnAbortEndsASendAndLeavesAReceiveOpen) {
     ASSERT_EQ(ComSA_Thread(port, path.c_str()), 1);
     EXPECT_EQ(ComA_Thread_Abort(port), 1);
     EXPECT_TRUE(ends(port, failed));
-    EXPECT_TRUE(eventually([&] { return !files.isOpen("text"); }));
+    EXPECT_TRUE(eventually([&] { return files.opened() == 0; }));
     ASSERT_EQ(ComRA_Thread(port, files.path("in").c_str()), 1);
     EXPECT_EQ(ComA_Thread_Abort(port), 1);
     EXPECT_TRUE(ends(port, failed));
-    EXPECT_TRUE(files.isOpen("in"));
+    EXPECT_EQ(files.opened(), 1);
     EXPECT_EQ(ComRA_Abort(port), 1);
-    EXPECT_FALSE(files.isOpen("in"));
+    EXPECT_EQ(files.opened(), 0);
 
     // An abort of the transfer itself is told, too; a next one at once is not touched by the old thread.
     ASSERT_EQ(ComSA_Thread(port, path.c_str()), 1);
@@ -117,7 +115,7 @@ TEST_F(TransferThread, WhatTheNextTransferReceivesIsItsOwn) {
                                       : ComRA_Thread(port, in.c_str()),
                       1);
         EXPECT_TRUE(next != "call" || eventually([] { return asked > 0; }));
-        write(far, "kept\x1a");
+        send(far, "kept\x1a");
         EXPECT_TRUE(eventually([&] { return ComStatus(port) == 5 && clock::ticks() - stopped > 3000; }));
         ComSetComReadFunc(port, nullptr);
         EXPECT_TRUE(next == "call"     ? received.get() == 2
@@ -129,6 +127,7 @@ TEST_F(TransferThread, WhatTheNextTransferReceivesIsItsOwn) {
 
 TEST_F(TransferThread, ACloseInTheMiddleEndsIt) {
     const std::string path = files.make("text", std::string(100000, 'x')), in = files.path("in");
+    const FastClock fast;
     for (const bool sending : {true, false})
         for (const bool aborted : {true, false}) {
             QuickPort port(number, "null-modem:close"); // a third end would be refused
@@ -140,43 +139,8 @@ TEST_F(TransferThread, ACloseInTheMiddleEndsIt) {
             else
                 std::this_thread::sleep_for(60ms);
             EXPECT_EQ(port.close(), 1); // or the test takes for ever
-            EXPECT_TRUE(eventually([&] { return !files.isOpen("text") && !files.isOpen("in"); }));
+            EXPECT_TRUE(eventually([&] { return files.opened() == 0; }));
         }
-}
-
-TEST_F(TransferThread, ThreadsStartStepAbortAndCloseAsTheyLike) {
-    const FastClock fast(200);
-    const std::string path = files.make("text", std::string(3000, 'x'));
-    ComHostMapDevice(number, "null-modem:race");
-    ComHostMapDevice(farNumber, "null-modem:race");
-    std::atomic<bool> over{false};
-    std::atomic<int32_t> started{0};
-    std::vector<std::thread> threads;
-    for (const int32_t port : {number, farNumber}) {
-        const std::string in = files.path("in" + std::to_string(port));
-        const std::function<void()> works[] = {
-            [=, &started] { started += ComSA_Thread(port, path.c_str()) == 1 ? 1 : 0; },
-            [=, &started] { started += ComRA_Thread(port, in.c_str()) == 1 ? 1 : 0; },
-            [=] { CInitSndAPkt(port, path.c_str(), 100), CSendAPkt(port), CRecvAPkt(port); },
-            [=] { ComA_Thread_Abort(port), ComShowClear(port), CTermAPkt(port); },
-            [=] { std::this_thread::sleep_for(20ms), ComClose(port); }};
-        for (const auto& work : works)
-            threads.emplace_back([=, &over] {
-                for (; !over; std::this_thread::sleep_for(1ms)) {
-                    if (ComOpenState(port) != 1)
-                        ComOpen("COM", port, 9600, 8, 1, 1, 2048, 2048);
-                    work();
-                }
-            });
-    }
-    std::this_thread::sleep_for(2s);
-    over = true;
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_GT(started, 0);
-    ComClose(number);
-    ComClose(farNumber);
-    EXPECT_TRUE(eventually([&] { return !files.isOpen("text"); })) << "no transfer is left behind";
 }
 
 } // namespace

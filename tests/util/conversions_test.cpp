@@ -1,15 +1,14 @@
 // Bytes, strings and hex, the dump of an array, time stamps, dated names, the tick counter.
 #include <array>
-#include <cstdint>
 #include <gtest/gtest.h>
-#include <string>
 
 #include "brisolt.h"
 #include "brisolt_host.h"
-#include "platform/clock.h"
+#include "platform/error_text.h"
 #include "platform/memory.h"
 #include "support/bare_port.h"
-#include "transfer/files.h"
+#include "support/files.h"
+#include "support/timing.h"
 
 namespace brisolt {
 namespace {
@@ -34,18 +33,9 @@ TEST(Conversions, OfBytesStringsAndHex) {
     EXPECT_EQ(std::string(hex, 10), std::string(" 41 a ff\0!", 10));
 }
 
-/// The clock stands at a moment for the length of a scope.
-class Moment {
-public:
-    explicit Moment(const clock::LocalTime& time) { clock::setTestLocalTime(&time); }
-    ~Moment() { clock::setTestLocalTime(nullptr); }
-    Moment(const Moment&) = delete;
-    Moment& operator=(const Moment&) = delete;
-};
-
 class ArrayDump : public testing::Test {
 protected:
-    const Moment now{{2026, 11, 19, 4, 51, 58, 7}};
+    const test::Moment now{{2026, 11, 19, 4, 51, 58, 7}};
     const std::string header = "\r\n\r\n  ****OPEN DEBUG FILE - Array Debug  Version:5.30  Date:11/19/26 "
                                "Time:04:51:58 ****\r\n";
     const std::string stamp = "\r\n[11/19/26 04:51:58:7 p90]";
@@ -76,9 +66,7 @@ TEST_F(ArrayDump, Refusals) {
 
     std::string missing = files.path("missing/array.txt");
     EXPECT_EQ(ComArray_Diagnose(array.data(), 1, missing.c_str()), 1);
-    char reason[300];
-    ASSERT_GT(ComHostGetErrorText(reason, sizeof reason), 0);
-    EXPECT_NE(std::string(reason).find(missing), std::string::npos);
+    EXPECT_NE(errorText().find(missing), std::string::npos);
 }
 
 // ---- times
@@ -99,7 +87,7 @@ std::string dated(const std::string& name, int32_t result) {
 }
 
 TEST(Times, BracketedStamp) {
-    Moment lastSunday({2023, 12, 31, 22, 0, 9, 999});
+    test::Moment lastSunday({2023, 12, 31, 22, 0, 9, 999});
     EXPECT_EQ(bracketed(0), "<31 12 2023 0 22 00 09 00>");
     const int32_t offsets[] = {3, -13, -22, INT32_MAX, INT32_MIN};
     const char* const hours[] = {"23", "9", "0", "23", "0"};
@@ -108,7 +96,7 @@ TEST(Times, BracketedStamp) {
 }
 
 TEST(Times, UnderscoreStampAndDatedNames) {
-    Moment now(january);
+    test::Moment now(january);
     char text[21];
     EXPECT_EQ(ComGetTimeDateStrFormat2(text), 1);
     EXPECT_STREQ(text, stamp);
@@ -125,7 +113,7 @@ TEST(Times, UnderscoreStampAndDatedNames) {
 }
 
 TEST(Times, DatedNamesHaveRoomFor399Characters) {
-    Moment now(january);
+    test::Moment now(january);
     std::string dots;
     for (int i = 0; i < 19; ++i)
         dots += std::string(stamp) + '.';

@@ -1,12 +1,9 @@
-// What the tests of the byte stream share: an open port, its trace, and what is measured of a call.
+// Ports that are open, their records and bytes, and their log files.
 #pragma once
 
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -19,8 +16,10 @@
 #include "brisolt.h"
 #include "brisolt_host.h"
 #include "port/port_table.h"
+#include "port/ports.h"
+#include "support/files.h"
 #include "support/pattern.h"
-#include "support/temp_dir.h"
+#include "support/pty.h"
 #include "support/timing.h"
 
 namespace brisolt::test {
@@ -46,8 +45,7 @@ public:
     OpenPort& operator=(const OpenPort&) = delete;
     ~OpenPort() {
         hold_.reset();
-        if (ComOpenState(number_) == 1)
-            ComClose(number_);
+        ComHostClose(number_, 0); // without the pauses of ComClose
     }
 
     operator int32_t() const { return number_; }
@@ -69,10 +67,7 @@ private:
 class LogFile {
 public:
     std::string path() const { return directory_.file("log.txt"); }
-    std::string text() const {
-        std::ifstream in(path(), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
+    std::string text() const { return contentsOf(path()); }
     /// The texts of the entries that begin with one of `beginnings` (all of them when there are none).
     std::vector<std::string> entries(const std::vector<std::string>& beginnings = {}) const {
         // Each stands behind a stamp such as "[11/19/26 04:51:58 7 p3]", on a line of its own.
@@ -93,12 +88,14 @@ private:
     TempDir directory_;
 };
 
-inline void sleepHalfASecond() {
-    std::this_thread::sleep_for(500ms);
+/// The far end sends, and it is in the ring when this returns.
+inline void arrive(int32_t port, const Pty& far, const std::string& bytes) {
+    const int32_t all = ComStatus(port) + static_cast<int32_t>(far.write(bytes));
+    ASSERT_TRUE(eventually([=] { return ComStatus(port) == all; }));
 }
 
-inline int32_t write(int32_t port, std::string bytes) {
-    return ComWrite(port, bytes.data(), static_cast<int32_t>(bytes.size()));
+inline void sleepHalfASecond() {
+    std::this_thread::sleep_for(500ms);
 }
 
 /// What one ComRead of at most `count` bytes gives.

@@ -1,42 +1,11 @@
-// What the tests of text transfer share: files, ports that end a transfer without delay, and steps.
+// Ports that end a transfer of text without delay, and its steps.
 #pragma once
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <vector>
-
-#include "stream/open_port.h"
+#include "support/open_port.h"
 
 namespace brisolt::test {
 
 inline constexpr char endMarker = 26;
-
-class Files {
-public:
-    std::string path(const std::string& name) const { return directory_.file(name); }
-    std::string make(const std::string& name, const std::string& bytes) const {
-        std::ofstream(path(name), std::ios::binary) << bytes;
-        return path(name);
-    }
-    std::string bytes(const std::string& name) const {
-        std::ifstream in(path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-    /// Whether this process has it open.
-    bool isOpen(const std::string& name) const {
-        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-            std::error_code ended;
-            if (std::filesystem::read_symlink(entry.path(), ended) == path(name))
-                return true;
-        }
-        return false;
-    }
-
-private:
-    TempDir directory_;
-};
 
 /// A port whose flushes do not wait and whose rounds come at once.
 class QuickPort : public OpenPort {
