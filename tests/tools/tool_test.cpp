@@ -23,6 +23,15 @@ TEST_F(Tool, ListsTheDevicesOfThisMachine) {
                     "for each in json.load(sys.stdin): print(each[\"device\"])'")
                   .text,
               expected);
+    // The table says the same as the records, column for column.
+    EXPECT_EQ(
+        shell("COLUMNS=500 $0 ports | tail -n +2 | awk '{print $1, $2, $3, $4}'").text,
+        shell("$0 ports --json | python3 -c 'import json,sys\n"
+              "for each in json.load(sys.stdin):\n"
+              "  usb = each.get(\"vid\") is not None and \"%04x:%04x\" % (each[\"vid\"], each[\"pid\"])\n"
+              "  print(each[\"device\"], usb or \"-\", each.get(\"serial\") or \"-\", each[\"driver\"] or "
+              "\"-\")'")
+            .text);
     const Outcome none = shell("$0 ports nothing-is-named-so");
     EXPECT_EQ(none.code, 1);
     EXPECT_NE(none.text.find("no serial device fits"), std::string::npos) << none.text;
