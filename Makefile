@@ -16,6 +16,7 @@ test_packages := $(tool_packages) $(python_packages) libgtest-dev python3 socat 
     lrzsz ser2net gensio-bin openssl \
     python3-pytest python3-build python3-pip python3-venv python3-serial python3-serial-asyncio grabserial \
     python3-can python3-pymodbus python3-pyvisa-py python3-twisted
+cross_packages := $(tool_packages) libgtest-dev python3
 bench_packages := $(tool_packages) libboost-dev libserialport-dev zlib1g-dev
 lines_packages := $(test_packages) qemu-system-x86 busybox-static kmod
 check_packages := $(test_packages) clang-format clang-tidy mypy
@@ -54,7 +55,7 @@ build = cmake --build '$(BUILD)/$(1)' --parallel $(JOBS) $(2)
 run_tests = ctest --test-dir '$(BUILD)/$(1)' --output-on-failure --no-tests=error -j $$(( 2 * $(JOBS) )) --timeout 300
 
 .PHONY: help demo test test-lines bench bench-python docs includes check debian-flags sanitize faults storm fuzz kill soak install clean
-.PHONY: deb test-packages test-i386 cross
+.PHONY: deb test-packages test-same-bytes test-i386 cross
 .NOTPARALLEL:
 
 amount_of_kill := KILLS
@@ -78,6 +79,7 @@ help:
 	@echo 'make install     into PREFIX ($(PREFIX)), below DESTDIR if given; debug information stays in the build'
 	@echo 'make deb         the Debian packages'
 	@echo 'make test-packages  installed, tested, upgraded and purged in a minimal system (as root)'
+	@echo 'make test-same-bytes  built a second time in another place, they are the same'
 	@echo 'make test-i386   the tests in an i386 system (as root)'
 	@echo 'make cross       for arm64 and armhf, with the tests that an emulator can run (as root)'
 	@echo 'make clean       remove the build folder, $(BUILD)'
@@ -198,6 +200,9 @@ test-packages: deb
 	$(call need,mmdebstrap autopkgtest)
 	packaging/test_packages.sh '$(BUILD)/deb' '$(BUILD)/packages-root'
 
+test-same-bytes: deb
+	JOBS=$(JOBS) packaging/same_bytes.sh '$(BUILD)/deb' '$(BUILD)/deb-again'
+
 test-i386:
 	$(call need,mmdebstrap)
 	JOBS=$(JOBS) packaging/other_machine.sh i386 '$(BUILD)/i386' '$(test_packages)'
@@ -205,7 +210,7 @@ test-i386:
 cross:
 	$(call need,mmdebstrap)
 	for machine in arm64 armhf; do \
-	    JOBS=$(JOBS) packaging/other_machine.sh $$machine '$(BUILD)/'$$machine '$(test_packages)' || exit 1; \
+	    JOBS=$(JOBS) packaging/other_machine.sh $$machine '$(BUILD)/'$$machine '$(cross_packages)' || exit 1; \
 	done
 
 clean:

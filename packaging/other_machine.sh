@@ -19,7 +19,7 @@ sources=$(cd "$(dirname "$0")/.." && pwd)
 mirror=${MIRROR:-http://deb.debian.org/debian}
 release=$(. /etc/os-release && echo "$VERSION_CODENAME")
 root=$folder/root
-emulated='^(util|params)\.'
+emulated='^(util|params|device|virtual|checked)\.'
 options=()
 run=()
 tests=()
@@ -53,6 +53,7 @@ if [ ! -e "$root/complete" ]; then
     mkdir -p "$folder"
     mmdebstrap --variant=minbase "${system[@]}" --include="$(tr -s ' ' ',' <<<"$packages")" "$release" "$root" "$mirror"
     mkdir "$root/sources" "$root/build"
+    printf '127.0.0.1 localhost\n::1 localhost\n' >"$root/etc/hosts" # nobody else writes it
     touch "$root/complete"
 fi
 mount -t proc proc "$root/proc"
