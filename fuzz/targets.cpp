@@ -8,10 +8,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <vector>
+
+#include <fnmatch.h>
 
 #include "brisolt.h"
 #include "device/device_path.h"
+#include "device/network/network_path.h"
 #include "device/usb_path.h"
 #include "diag/hex_dump.h"
 #include "modem/command_line.h"
@@ -21,19 +25,16 @@
 #include "port/framing_text.h"
 #include "port/open_close.h"
 #include "port/port_table.h"
+#include "port/trace.h"
 #include "script/stimulus_match.h"
 #include "script/wildcard.h"
 #include "service/profile.h"
 #include "support/bare_port.h"
 #include "support/temp_dir.h"
+#include "util/file_match.h"
 
 namespace brisolt::fuzz {
 namespace {
-
-void require(bool promise) {
-    if (!promise)
-        std::abort();
-}
 
 const test::TempDir& folder() {
     static const test::TempDir one;
@@ -104,6 +105,12 @@ void devicePath(std::string_view input) {
         if (!readDevicePath(input, foreign, device, error))
             require(!error.empty());
     }
+    for (const network::Kind& kind : {network::Kind{"tcp:", false, false}, {"rfc2217-tls:", true, true}}) {
+        network::Path there;
+        std::string error;
+        const bool read = network::readPath(kind, std::string(kind.scheme).append(input), there, error);
+        require(read ? !there.host.empty() && !there.port.empty() : !error.empty());
+    }
     std::string path, error;
     const std::string name(input);
     if (drivers::isUsbPath(name) && !drivers::findUsbDevice(name, path, error))
@@ -116,7 +123,55 @@ void devicePath(std::string_view input) {
     }
 }
 
-/// Without wildcards the search is the plain one.
+/// The rules of the search (script/wildcard.h) without anything that makes it fast: bytes that the pattern takes at the
+/// start of the text, 0 it does not match.
+std::size_t plainAttempt(const char* text, const char* pattern, bool& wild) {
+    const char* const start = text;
+    for (bool literal = false; *pattern != 0;) {
+        if (*pattern == '?') {
+            wild = true;
+            const bool open = pattern[1] == '*';
+            pattern += open ? 2 : 0;
+            const auto taken = static_cast<std::size_t>(text - start);
+            if (open && *pattern == 0)
+                return taken + std::strlen(text);
+            if (open && plainAttempt(text, pattern, wild) == 0)
+                return *text == 0 ? 0 : taken + 1;
+            if (*text == 0)
+                return 0;
+            ++text;
+            if (*++pattern == 0)
+                return taken + 1;
+        }
+        if (pattern[1] == '*') {
+            wild = wild || literal;
+            for (; *text != 0 && *text == *pattern; ++text)
+                literal = wild = true;
+            pattern += 2;
+        } else if (*text != 0 && *text == *pattern) {
+            ++text;
+            ++pattern;
+            literal = true;
+        } else {
+            return 0;
+        }
+    }
+    return static_cast<std::size_t>(text - start);
+}
+std::optional<std::size_t> plainSearch(const std::string& text, const char* pattern) {
+    std::optional<std::size_t> firstWild;
+    bool wild = false;
+    for (std::size_t place = 0; place < text.size(); ++place) {
+        if (plainAttempt(text.c_str() + place, pattern, wild) != 0)
+            return firstWild ? firstWild : place;
+        if (wild && !firstWild)
+            firstWild = place;
+    }
+    return std::nullopt;
+}
+
+/// Without wildcards the search is the plain one; file names are found as the host's own matcher finds them, and the
+/// check that takes no second look matches no more than that.
 void wildcards(std::string_view input) {
     const auto [pattern, text] = parts(input);
     const auto found = wildSearch(text.c_str(), pattern.c_str());
@@ -127,7 +182,18 @@ void wildcards(std::string_view input) {
                                  : found && *found == static_cast<std::size_t>(plain - text.c_str()));
     if (found)
         require(*found <= std::strlen(text.c_str()));
-    ComCheckFileMatch(pattern.c_str(), text.c_str());
+    const std::string name = text.c_str();
+    if (shown.size() < 16 && name.size() < 100)
+        require(found == plainSearch(name, pattern.c_str()));
+    if (shown.size() > 80 || shown.find_first_of("[\\/") != shown.npos || name.find('/') != name.npos)
+        return; // more to the host's
+    const std::string glob(shown);
+    const bool hidden = name.starts_with('.') && !glob.starts_with('.');
+    if (glob != "*.*")
+        require(searchFinds(glob, name) == (!hidden && fnmatch(glob.c_str(), name.c_str(), 0) == 0));
+    if (checkFileMatch(glob, name) == 1)
+        require(fnmatch(glob.c_str(), name.c_str(), 0) == 0);
+    ComCheckFileMatch(glob.c_str(), name.c_str());
 }
 
 /// The search that goes on from where it was finds what one over all of it finds.
@@ -172,6 +238,12 @@ void commandLine(std::string_view input) {
 
 void formats(std::string_view input) {
     const std::span bytes(reinterpret_cast<const uint8_t*>(input.data()), input.size());
+    static test::BarePort port(10);
+    static const std::string trace = fileWith("trace", ""); // it grows, and is not read
+    require(setTraceFile(*port, trace.c_str()) == 1);
+    if (std::filesystem::file_size(trace) > 1'000'000)
+        std::filesystem::resize_file(trace, 0);
+    traceBytes(*port, "what came", bytes);
     for (const HexDump& form : {debugDump, verifyDump, protocolDump})
         require(hexDump(form, bytes).size() <= 5 * form.limit + 100);
     for (const char byte : input) {
@@ -200,6 +272,10 @@ const std::vector<Target> targets{
     {"stimulus", stimulus},
     {"command-line", commandLine},
     {"formats", formats},
+    {"modem-answers", modemAnswers},
+    {"network-peer", networkPeer},
+    {"marks", marks},
+    {"telephony", telephony},
 };
 
 } // namespace brisolt::fuzz

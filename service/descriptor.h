@@ -1,6 +1,7 @@
 // A file descriptor that is closed with its owner.
 #pragma once
 
+#include <cerrno>
 #include <utility>
 
 #include <unistd.h>
@@ -30,6 +31,14 @@ public:
 private:
     int number_;
 };
+
+/// A call that a signal may end before it has done anything, as it may an open that takes its time.
+template <class Call> auto throughSignals(Call call) noexcept {
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
 
 /// Of a read or write that does not wait: bytes, 0 nothing can be done now, -1 nothing ever can.
 ssize_t countOf(ssize_t result) noexcept;

@@ -97,15 +97,24 @@ BRISOLT_EXPORT int32_t lineShutdown(uint32_t application) {
     return guarded([&] {
         Switchboard& board = switchboard();
         std::unique_lock lock(board.mutex);
-        const auto modems = board.modems; // what can fail comes first
         if (board.applications.erase(application) == 0)
             return result::badApplication;
-        for (const auto& modem : modems)
+        for (const auto& modem : board.modems)
             if (modem->application == application)
                 beginEnd(*modem);
-        for (const auto& modem : modems)
-            if (modem->application == application)
-                awaitEnd(lock, *modem);
+        // Without memory, of which the host may have none: who cannot leave would keep its lines for ever. The list
+        // may be another one after each wait.
+        const auto ends = [=](const auto& modem) {
+            return modem->application == application &&
+                   (modem->life != Life::none || modem->thread.joinable());
+        };
+        for (;;) {
+            const auto found = std::find_if(board.modems.begin(), board.modems.end(), ends);
+            if (found == board.modems.end())
+                break;
+            const std::shared_ptr<Modem> modem = *found;
+            awaitEnd(lock, *modem);
+        }
         return result::success;
     });
 }

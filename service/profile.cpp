@@ -208,13 +208,14 @@ std::vector<std::string> places() {
 /// The file's text; none, with errno, when it cannot be read. A host that is short of what that takes may have
 /// it later: that is no profile that is missing.
 std::optional<std::string> readFile(const std::string& path) {
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
+    const Descriptor file(
+        throughSignals([&] { return open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC); }));
     std::string text;
     std::array<char, 4096> some{};
     ssize_t count = -1;
-    while (file &&
-           ((count = read(file.get(), some.data(), some.size())) > 0 || (count < 0 && errno == EINTR)))
-        text.append(some.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    const auto readSome = [&] { return read(file.get(), some.data(), some.size()); };
+    while (file && (count = throughSignals(readSome)) > 0)
+        text.append(some.data(), static_cast<std::size_t>(count));
     if (count == 0)
         return text;
     if (errno == EMFILE || errno == ENFILE || errno == ENOMEM)

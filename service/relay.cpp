@@ -27,7 +27,8 @@ Descriptor openSlave(int master) noexcept {
     int unlocked = 0;
     if (ioctl(master, TIOCSPTLCK, &unlocked) != 0)
         return Descriptor();
-    return Descriptor(ioctl(master, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    return Descriptor(throughSignals(
+        [=] { return ioctl(master, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); }));
 }
 
 /// Raw, and its master told of what is discarded.
@@ -51,7 +52,8 @@ bool Relay::open(uint32_t speed) noexcept try {
     // The most that they come to hold, so that a call does not depend on memory that may run short.
     forProgram_.reserve(enough + atOnce + CarrierText::mostKept);
     forLine_.reserve(enough + atOnce);
-    master_ = Descriptor(::open("/dev/ptmx", O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    master_ = Descriptor(
+        throughSignals([] { return ::open("/dev/ptmx", O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); }));
     if (master_)
         slave_ = openSlave(master_.get());
     if (slave_ && setUp(master_.get(), slave_.get(), speed)) {

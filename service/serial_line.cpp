@@ -77,7 +77,8 @@ int32_t SerialLine::open(const ModemSettings& settings) {
 
 int32_t SerialLine::openFile(const ModemSettings& settings) {
     // Without waiting for a carrier, now and at every read.
-    descriptor_ = Descriptor(::open(settings.device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    descriptor_ = Descriptor(throughSignals(
+        [&] { return ::open(settings.device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); }));
     return descriptor_ ? result::success : openFailure(settings, errno);
 }
 
@@ -103,7 +104,7 @@ int32_t SerialLine::openThroughLibrary(const ModemSettings& settings) {
 int32_t SerialLine::claim(const ModemSettings& settings) {
     if (isatty(descriptor_.get()) == 0)
         return openFailure(settings, ENOTTY);
-    if (flock(descriptor_.get(), LOCK_EX | LOCK_NB) != 0)
+    if (throughSignals([&] { return flock(descriptor_.get(), LOCK_EX | LOCK_NB); }) != 0)
         return openFailure(settings, errno == EWOULDBLOCK ? EBUSY : errno);
     termios2 found{};
     if (ioctl(descriptor_.get(), TCGETS2, &found) != 0)

@@ -49,6 +49,7 @@ using Seconds = std::chrono::duration<double>;
 namespace {
 
 constexpr auto limitOfARun = std::chrono::seconds(40);
+constexpr int leastOfSlow = 5;
 
 enum class Stage { run, again, cleanup, done };
 constexpr const char* stageNames[] = {"in the run", "in the run after it", "at the end", ""};
@@ -136,7 +137,7 @@ void settle() {
         scene.again();
         // A thread of before may be on its way out of a device that can be open once.
         if (!test::eventually([&] { return scenario.run(scene) || !scene.wrong().empty(); },
-                              std::chrono::seconds(2)))
+                              std::chrono::seconds(10)))
             scene.holds(false, "it does not work afterwards: " + scene.refused());
         report.stage = Stage::cleanup;
         ComHostMessage none{};
@@ -192,10 +193,12 @@ public:
             std::printf("%s: fails by itself: %s%s\n", scenario.name, plain.wrong, plain.refused);
             return false;
         }
+        each_ = Seconds(Clock::now() - start).count() / 2;
         // A slow one in little time: one mode, another each time.
         constexpr int modes = static_cast<int>(Mode::count);
-        const bool slow = share > 0 && Seconds(Clock::now() - start).count() > share;
-        const int only = slow ? static_cast<int>(std::random_device()() % modes) : modes;
+        const bool slow = share > 0 && 2 * each_ > share;
+        const int only = slow ? static_cast<int>(random_() % modes) : modes;
+        least_ = slow ? leastOfSlow : 1;
         bool right = true;
         for (int mode = 0; mode < modes; ++mode)
             if ((options_.mode.empty() && (!slow || mode == only)) || options_.mode == modeNames[mode])
@@ -219,15 +222,21 @@ private:
 
     bool allPoints(Mode mode, const Report& plain) {
         const auto start = Clock::now();
+        const auto all = static_cast<double>(plain.meter.met[static_cast<int>(mode)]);
         bool right = true;
         double at = static_cast<double>(options_.from);
-        for (int tried = 1;; ++tried) {
-            const double left = static_cast<double>(plain.meter.met[static_cast<int>(mode)]) - at + 1;
+        for (int tried = 0;; ++tried) {
+            // As many as there is time for, each somewhere in a part of its own.
+            const double left = all - at + 1;
             const double used = Seconds(Clock::now() - start).count();
-            const double tries = share == 0 ? left : (share - used) / (used / std::max(tried - 1, 1));
+            const double inTime = (share - used) / (tried == 0 ? each_ : used / tried);
+            const double tries = share == 0 ? left : std::max(inTime, static_cast<double>(least_ - tried));
             const double stride = std::max(1.0, tries < 1 ? left : left / tries);
             Report& report = newReport();
-            const long point = options_.point > 0 ? options_.point : static_cast<long>(at + (stride - 1) / 2);
+            const long point =
+                options_.point > 0
+                    ? options_.point
+                    : static_cast<long>(at + std::uniform_real_distribution(0.0, stride)(random_));
             const bool fine = attempt(mode, point, plain, report);
             const bool met = report.meter.failed > 0;
             if (met)
@@ -235,7 +244,7 @@ private:
             if (!fine)
                 right = told(mode, point, report);
             munmap(&report, sizeof report);
-            if (!met || options_.point > 0 || (share > 0 && used > share))
+            if (!met || options_.point > 0 || (share > 0 && used > share && tried + 1 >= least_))
                 return right;
             at += stride;
         }
@@ -280,7 +289,10 @@ private:
 
     Options options_;
     test::TempDir folder_;
+    std::minstd_rand random_{std::random_device()()};
     const Scenario* scenario_ = nullptr;
+    double each_ = 0; ///< seconds of a run of it
+    int least_ = 1;   ///< points of a mode, whatever time they take
     Row row_;
     std::map<std::string, Row> kinds_;
 };

@@ -363,14 +363,14 @@ bool telephony(Scene& scene) {
     bool done = scene.step("ComHostMapModule", call(ComHostMapModule, "TAPI32.DLL", BRISOLT_SERVICE), {-1}) &&
                 scene.step("ComTAPI_INIT", call(ComTAPI_INIT, scene.file("log").c_str()), {-1, -2, -3});
     if (done) {
-        call(ComTAPI_SetModemWaitTime, 400U);
+        call(ComTAPI_SetModemWaitTime, scene.lasting ? 10U : 400U);
         const int32_t port = call(ComTAPI_Connect, "One", "5551", "T");
         done = port > 0;
         scene.holds(port > 0 || (port >= -30 && port < 0), "ComTAPI_Connect gave " + std::to_string(port));
         if (done) {
             char back[6] = "";
             done = call(ComPuts, port, "hello") > 0 &&
-                   call(ComReadTimed, port, static_cast<void*>(back), 5, 1000) == 5;
+                   call(ComReadTimed, port, static_cast<void*>(back), 5, patience(scene)) == 5;
             scene.holds(!done || std::string(back) == "hello", "other bytes came over the call");
         }
         call(ComTAPI_Disconnect, "One");

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
 #include <execinfo.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace brisolt::faults {
@@ -106,6 +108,18 @@ void disarm() {
         return brisolt::faults::pass({kind, #name}, failure, error, __real_##name, a, b, c, d, e, f);    \
     }
 #include <seam.inc>
+
+// The clock and the waits of the service.
+constexpr int haste = 10;
+__attribute__((visibility("default"))) std::chrono::steady_clock::time_point
+hastyNow() __asm__("__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
+std::chrono::steady_clock::time_point hastyNow() {
+    return std::chrono::steady_clock::time_point(haste * std::chrono::steady_clock::now().time_since_epoch());
+}
+extern "C" __attribute__((visibility("default"))) int brisoltHastyPoll(pollfd* entries, nfds_t count,
+                                                                       int milliseconds) {
+    return poll(entries, count, milliseconds <= 0 ? milliseconds : (milliseconds + haste - 1) / haste);
+}
 // NOLINTEND
 
 namespace {
