@@ -440,7 +440,8 @@ public:
     std::size_t write(std::string_view text, wait_time time = forever) {
         return write(text.data(), text.size(), time);
     }
-    /// An array of char need not have a zero.
+    /// What is before the zero of an array of char, all of it when there is none. For bytes with zeros among them give
+    /// a count.
     template <std::size_t Size>
     std::size_t write(const char (&text)[Size], wait_time time, std::error_code &error) noexcept {
         return write(detail::before_zero(text), time, error);

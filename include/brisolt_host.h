@@ -11,12 +11,13 @@
  *   4. Any thread may call any of these functions at any time unless its description says otherwise.
  *   5. Signals: the library's threads block all signals, so handlers run on the program's own threads; the calls
  *      of brisolt/host_exchange.h and ComHostWaitEvent end with -5 when one runs during their wait, all others go
- *      on. A call that moves on in steps holds signals back between its sleeps, so that none is missed: a handler
- *      runs in a sleep of the call or at its end. The first time that somebody asks for line events of a tty, the highest real-time signal that the
- *      program has left alone gets a handler that does nothing.
+ *      on. A call that goes on in steps holds signals back between its sleeps, so that none is missed: a handler
+ *      runs in a sleep of the call or at its end (not on a device of the program's own driver, whose sleeps would
+ *      let none in). The first time that somebody asks for line events of a tty, the highest real-time signal that
+ *      the program has left alone gets a handler that does nothing.
  *   6. Fork: a child that runs another program keeps nothing. A child that goes on by itself has its devices closed
  *      at once, so that it holds no device, line or lock; its parent's ports are closed ports to it, and it may open
- *      its own.
+ *      its own, which ComHostOpen gives numbers that none of its parent's had.
  */
 #ifndef BRISOLT_HOST_H
 #define BRISOLT_HOST_H

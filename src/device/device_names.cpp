@@ -29,8 +29,12 @@ bool startsWithCom(std::string_view name) {
     return name.size() >= 3 && (name[0] | 0x20) == 'c' && (name[1] | 0x20) == 'o' && (name[2] | 0x20) == 'm';
 }
 
-void beginAnew() noexcept {
+/// The names that the parent's opens gave are its own.
+void beginAnew() noexcept LOCKS_UNCHECKED {
     lock.beginAnew();
+    for (Mapped& place : ports)
+        if (place.opened)
+            place = {};
 }
 
 /// The port that a name stands for, 0 when it is not a port's name.
@@ -61,6 +65,7 @@ int32_t set(int32_t port, const char* path, bool opened) {
     std::unique_ptr<const std::string> mapped;
     if (!wanted.empty())
         mapped = std::make_unique<const std::string>(wanted);
+    forked::beginAnewInChild(beginAnew);
     const MutexLock guard(lock);
     Mapped& place = ports[static_cast<std::size_t>(port)];
     mapped.reset(std::exchange(place.path, mapped.release()));
@@ -83,6 +88,7 @@ int32_t mapOpened(int32_t port, const char* path) noexcept try {
 }
 
 bool isMapped(int32_t port) noexcept {
+    forked::beginAnewInChild(beginAnew);
     const MutexLock guard(lock);
     const Mapped& mapped = ports[static_cast<std::size_t>(port)];
     return mapped.path != nullptr && !mapped.opened;
@@ -99,7 +105,6 @@ void endOpened(int32_t port) noexcept {
 namespace {
 
 std::string pathOf(int32_t port) {
-    forked::beginAnewInChild(beginAnew);
     {
         const MutexLock guard(lock);
         const std::string* mapped = ports[static_cast<std::size_t>(port)].path;

@@ -101,6 +101,7 @@ bool usable(const ComHostDriver* driver) {
 } // namespace
 
 int32_t registerDriver(const char* scheme, const ComHostDriver* driver) noexcept {
+    forked::beginAnewInChild(beginAnew);
     if (scheme == nullptr || !usable(driver))
         return -1;
     const Scheme name = schemeOf(scheme);
@@ -150,12 +151,12 @@ bool isBuiltIn(std::string_view path) noexcept {
 }
 
 bool hasDriver(std::string_view path) noexcept {
+    forked::beginAnewInChild(beginAnew);
     const Scheme scheme = schemeOfPath(path);
     if (scheme[0] == 0)
         return false;
     if (findBuiltIn(scheme) != nullptr)
         return true;
-    forked::beginAnewInChild(beginAnew);
     const MutexLock guard(lock);
     return find(scheme) != nullptr;
 }

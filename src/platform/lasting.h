@@ -15,6 +15,8 @@ public:
     Lasting() noexcept { ::new (bytes_) T; }
     Lasting(const Lasting&) = delete;
     Lasting& operator=(const Lasting&) = delete;
+    /// In a child (platform/forked.h): what it held is left to lie.
+    void beginAnew() noexcept { ::new (bytes_) T; }
     T& operator*() noexcept { return *std::launder(reinterpret_cast<T*>(bytes_)); }
 
 private:

@@ -54,9 +54,9 @@ bool emptyRing(Port& port) noexcept {
             return true;
         if (port.device.state() == COM_HOST_DEVICE_GONE)
             return false;
+        // A device that says that it has room and then has none must not keep us running.
         if (promised && !moved)
-            pauseFor(port,
-                     1); // a device that says that it has room and then has none must not keep us running
+            pauseFor(port, 1);
     }
     return port.threadRun != 0;
 }

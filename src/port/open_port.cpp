@@ -183,7 +183,7 @@ int32_t openPath(const char* path, int32_t baudRate, const char* framingText) {
     if (int32_t code = readFraming(framingText, framing); code < 0)
         return code;
     for (int32_t number = highest; number >= firstPort; --number) {
-        if (deviceNames::isMapped(number))
+        if (deviceNames::isMapped(number) || !table::maySuggest(number))
             continue;
         Opening opening(number, ringSize, ringSize);
         if (opening.code() == portTaken)

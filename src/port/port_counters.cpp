@@ -82,6 +82,7 @@ void PortCounters::begin(Port& port) noexcept {
         asked_ = toldByDevice_ = 0;
         untold_ = 0;
         waits_ = 0;
+        hasTarget_ = false;
     }
     MutexLock guard(mutex_);
     base_ = own_ = told_ = {};
@@ -167,7 +168,8 @@ void PortCounters::beginWait() noexcept {
 
 void PortCounters::endWait() noexcept {
     MutexLock guard(watchMutex_);
-    --waits_;
+    if (--waits_ == 0 && !hasTarget_)
+        untold_ = 0; // nobody looks for them any more; who asks again has them looked for again
 }
 
 uint32_t PortCounters::ask(Port& port, uint32_t events) noexcept {
@@ -188,6 +190,10 @@ uint32_t PortCounters::ask(Port& port, uint32_t events) noexcept {
 }
 
 void PortCounters::setTarget(Port& port, uint32_t events, int32_t window, uint32_t thread) noexcept {
+    {
+        MutexLock guard(watchMutex_);
+        hasTarget_ = true;
+    }
     ask(port, events);
     look(port); // what was before is told to whom it was for
     MutexLock guard(mutex_);
@@ -204,6 +210,7 @@ void PortCounters::endTarget(Port& port) noexcept {
         thread_ = 0;
     }
     MutexLock guard(watchMutex_);
+    hasTarget_ = false;
     if (asked_ == 0 || waits_ != 0)
         return;
     port.device.watch(asked_ = 0, nullptr, nullptr);

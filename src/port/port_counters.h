@@ -65,6 +65,7 @@ private:
     uint32_t toldByDevice_ GUARDED_BY(watchMutex_) = 0; ///< of those asked
     std::atomic<uint32_t> untold_{0};                   ///< counted by the device, to be looked for
     int32_t waits_ GUARDED_BY(watchMutex_) = 0;
+    bool hasTarget_ GUARDED_BY(watchMutex_) = false;
 };
 
 } // namespace brisolt

@@ -62,6 +62,7 @@ void beginAnew() noexcept LOCKS_UNCHECKED {
     freeMutex.beginAnew();
     freeHeaders = nullptr;
     for (Slot& slot : slots) {
+        slot.ofParent = slot.ofParent || slot.claimed != 0;
         slot.port = nullptr;
         slot.claimed = 0;
     }

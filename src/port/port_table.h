@@ -21,9 +21,14 @@ namespace table {
 struct Slot {
     std::atomic<int32_t> claimed{0}; ///< 1 from the start of an open to the moment a close clears `open`
     std::atomic<Port*> port{nullptr};
+    std::atomic<bool> ofParent{false}; ///< what a child has of it in its hands means its parent's port
 };
 extern Slot slots[lastPort + 1];
 
+/// A number that an open may choose by itself: no port of a parent of this process had it at the fork.
+inline bool maySuggest(int32_t number) noexcept {
+    return !slots[number].ofParent;
+}
 /// Takes the number for an open: false when it is taken.
 bool claim(int32_t number) noexcept;
 void unclaim(int32_t number) noexcept;

@@ -22,14 +22,19 @@ thread_local uint32_t wishesSeen = 0;
 
 /// By thread; empty where a port would like one.
 using Registry = std::unordered_map<uint32_t, std::shared_ptr<Lookout>>;
-Registry& registry() noexcept {
+Lasting<Registry>& lastingRegistry() noexcept {
     static Lasting<Registry> only;
-    return *only;
+    return only;
 }
 
 void beginAnew() noexcept {
     registryMutex.beginAnew();
+    lastingRegistry().beginAnew();
     own = nullptr;
+}
+
+Registry& registry() noexcept {
+    return *lastingRegistry();
 }
 
 /// That thread's lookout. Null as yet: the thread will see that it is wished for.

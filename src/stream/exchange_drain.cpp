@@ -37,7 +37,8 @@ int32_t drain(Port& port, int32_t milliseconds, bool signalsEnd) {
     if (!port.isOpen())
         return -1;
     Call call(port, milliseconds);
-    const SignalGate gate(signalsEnd && port.device.sleepsItself());
+    const bool programs = port.record->outBufStatusFunc.load() != nullptr; // which would run behind the gate
+    const SignalGate gate(signalsEnd && !programs && port.device.sleepsItself());
     if (onIoThread(port) && mayStartSending(port) && !port.tx.empty())
         sendHalfDuplex(port); // nobody else could
     for (;;) {

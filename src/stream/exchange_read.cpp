@@ -71,16 +71,16 @@ int32_t readWaiting(Port& port, Room to, int32_t milliseconds) {
         }
         WaitFor what{.bytes = true, .direct = !goesThroughRing(port), .signals = true};
         Slept slept = sleepOnPort(port, seen, what, nextLook(port, what, call.until()));
-        if (slept.bytesThere) {
+        if (slept.bytesThere)
             if (int32_t got = take(port, to); got > 0)
                 return got;
-            restAfterBrokenPromise(port, seen);
-        }
         if (slept.interrupted)
             return interrupted;
-        timeOver = call.until().passed();
         if (!gate.has_value())
             gate.emplace(port.device.sleepsItself());
+        if (slept.bytesThere)
+            restAfterBrokenPromise(port, seen);
+        timeOver = call.until().passed();
     }
 }
 

@@ -70,11 +70,10 @@ int32_t queueRest(Port& port, Bytes bytes) noexcept WITH_LOCK(port.sendLock) {
 /// A write that the device did not take at once. It has the turn, or waits for it.
 class WaitingWrite {
 public:
-    WaitingWrite(Port& port, WriterQueue::Place& place, Bytes bytes, int32_t handed,
+    WaitingWrite(Port& port, WriterQueue::Place& place, Bytes bytes, int32_t handed, bool asked,
                  int32_t milliseconds) noexcept
         : port_(port), place_(place), bytes_(bytes), call_(port, milliseconds),
-          gate_(port.device.sleepsItself()), askedNow_(place.granted && port.halfDuplex == 0),
-          handed_(handed) {}
+          gate_(port.device.sleepsItself()), askedNow_(asked), handed_(handed) {}
     ~WaitingWrite();
     WaitingWrite(const WaitingWrite&) = delete;
     WaitingWrite& operator=(const WaitingWrite&) = delete;
@@ -203,9 +202,11 @@ int32_t write(Port& port, const void* buffer, int32_t count, int32_t millisecond
     port.answerDue.store(thread::currentId(), std::memory_order_relaxed);
     WriterQueue::Place place;
     int32_t handed = 0;
+    bool asked = false;
     {
         HeldSend lock(port);
         port.writers.ask(place);
+        asked = place.granted && port.halfDuplex == 0;
         if (place.granted)
             handed = handOver(port, bytes, false);
         if (handed == count) {
@@ -213,7 +214,7 @@ int32_t write(Port& port, const void* buffer, int32_t count, int32_t millisecond
             return count;
         }
     }
-    return WaitingWrite(port, place, bytes, handed, milliseconds).run();
+    return WaitingWrite(port, place, bytes, handed, asked, milliseconds).run();
 }
 
 } // namespace brisolt::exchange

@@ -1,5 +1,6 @@
 #include "telephony/service_binding.h"
 
+#include "platform/forked.h"
 #include "platform/module.h"
 #include "platform/mutex.h"
 
@@ -12,6 +13,7 @@ void* loaded GUARDED_BY(loading) = nullptr;
 bool missing GUARDED_BY(loading) = false; ///< for the life of the process
 
 void* loadedModule() noexcept {
+    forked::beginAnewInChild([] { loading.beginAnew(); });
     MutexLock lock(loading);
     if (loaded == nullptr && !missing) {
         bool shortage = false;

@@ -112,6 +112,7 @@ TEST(FieldFork, AChildOpensItsOwnPortsWhateverItsParentHas) {
         const int32_t own = ComHostOpen((childs->slavePath() + "?keep=yes").c_str(), 9600, "8N1");
         well = well && own > 0 && ComHostOpen("loop:parent", 9600, "8N1") > 0;
         well = well && ComHostSetEventMessage(own, COM_HOST_EVENT_GONE, 0, ComHostThreadId()) == 1;
+        well = well && ComHostGetPortState(kept) == 0 && ComHostGetPortState(loop) == 0; // still
         childs.reset();
         ComHostMessage message{};
         well = well && ComHostGetMessage(&message, 10000) == 1 && message.first == COM_HOST_EVENT_GONE;

@@ -83,10 +83,11 @@ struct Line {
 private:
     void plug() {
         for (std::size_t end = 0; end < 2 && !isCable; ++end) {
-            plugged[end] = std::make_unique<Pty>();
+            auto fresh = std::make_unique<Pty>();
             const std::string path = link + (end == 0 ? "a" : "b");
-            std::filesystem::create_symlink(plugged[end]->slavePath(), path + "new");
+            std::filesystem::create_symlink(fresh->slavePath(), path + "new");
             std::filesystem::rename(path + "new", path);
+            plugged[end] = std::move(fresh); // the old one's name is another line's as soon as it is gone
         }
     }
     std::string pathOf(std::size_t end) const {

@@ -302,8 +302,10 @@ void Session::changeRate(const std::string& text) {
 
 void Session::sendHex(const std::string& text) {
     const std::string bytes = hexBytes(text);
+    if (bytes.empty() && text.empty())
+        return;
     if (bytes.empty())
-        tell("\"" + text + "\" is no hex; write bytes as 1b 5b, 1b5b or 1b:5b");
+        return tell("\"" + text + "\" is no hex; write bytes as 1b 5b, 1b5b or 1b:5b");
     link_.write(bytes);
     if (echo_)
         reception_.display.show(bytes);

@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "platform/error_text.h"
+#include "platform/forked.h"
 #include "platform/module.h"
 #include "platform/mutex.h"
 #include "platform/stream_socket.h"
@@ -16,6 +17,7 @@ constinit const TlsModule* loadedModule = nullptr; // stays for the life of the 
 
 /// The module, loaded by the first who needs it; null: `error` says what is missing.
 const TlsModule* tlsModule(std::string& error) {
+    forked::beginAnewInChild([] { loading.beginAnew(); });
     const MutexLock guard(loading);
     if (loadedModule != nullptr)
         return loadedModule;

@@ -125,7 +125,7 @@ bool startTeller(int32_t window, uint32_t thread) WITH_LOCK(tellerMutex) {
     auto theirs = std::make_unique<std::shared_ptr<Teller>>(made);
     if (!thread::start(tellerMain, theirs.get(), "brisolt-news"))
         return false;
-    theirs.release();
+    (void)theirs.release();
     teller = ours.release();
     forked::beginAnewInChild(beginAnew);
     return true;

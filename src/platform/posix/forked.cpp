@@ -16,22 +16,22 @@ constexpr int32_t none = -1;
 constexpr int32_t unused = 0; // so that the array starts as zeros; the standard input is no device of ours
 
 std::array<std::atomic<int32_t>, most> descriptors;
-std::array<std::atomic<void (*)()>, 16> beginnings; // one for each file that has a state of its own
+std::array<std::atomic<void (*)()>, 32> beginnings; // one for each file that has a state of its own
 constinit std::atomic<bool> registered{false};
 
 // In the child of a program with many threads nothing may be called that takes a lock.
-void begin() noexcept {
+void beginAnew() noexcept {
     for (std::atomic<int32_t>& place : descriptors)
         if (int32_t descriptor = place.exchange(unused); descriptor != unused)
             close(descriptor == none ? 0 : descriptor);
     for (const std::atomic<void (*)()>& beginning : beginnings)
-        if (void (*beginAnew)() = beginning.load())
-            beginAnew();
+        if (void (*begin)() = beginning.load())
+            begin();
 }
 
 void watchForks() noexcept {
     if (!registered.exchange(true))
-        pthread_atfork(nullptr, nullptr, begin);
+        pthread_atfork(nullptr, nullptr, beginAnew);
 }
 
 /// The standard input's number is kept as another.

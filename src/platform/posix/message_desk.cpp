@@ -30,6 +30,8 @@ ThreadQueue& add(uint32_t thread, uint64_t birth) WITH_LOCK(desk().mutex) {
 
 // The windows of a thread end with it. Their functions are not running: they would run on this thread.
 void endOwnQueue(void*) noexcept {
+    if (own == nullptr) // a child's, whose parent had it
+        return;
     MutexLock lock(desk().mutex);
     releaseClaim(*own);
     std::erase_if(desk().windows, [](const auto& entry) { return entry.second->owner == own; });
@@ -53,6 +55,14 @@ bool mayHandle(const Window& window, uint32_t thread) noexcept {
 
 Desk& desk() {
     static Lasting<Desk> only;
+    static const bool watched = [] {
+        forked::beginAnewInChild([] {
+            own = nullptr;
+            only.beginAnew();
+        });
+        return true;
+    }();
+    (void)watched;
     return *only;
 }
 
@@ -76,10 +86,6 @@ ThreadQueue* ownQueue() noexcept try {
         return nullptr; // it collects what others post until the thread comes again
     own = queue;
     own->wake = std::move(wake);
-    forked::beginAnewInChild([] {
-        own = nullptr;
-        desk().mutex.beginAnew();
-    });
     return own;
 } catch (const std::bad_alloc&) {
     return nullptr;

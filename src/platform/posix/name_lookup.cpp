@@ -9,6 +9,8 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include "platform/forked.h"
+#include "platform/mutex.h"
 #include "platform/thread.h"
 
 namespace brisolt {
@@ -26,8 +28,15 @@ struct Lookup : std::enable_shared_from_this<Lookup> {
     Lookup* next = nullptr; ///< in the list of those under way
 };
 
-constinit std::mutex underWayMutex;
-constinit Lookup* underWay = nullptr; ///< each lives at least until its own thread has taken it off
+constinit Mutex underWayMutex;
+constinit Lookup* underWay GUARDED_BY(underWayMutex) =
+    nullptr; ///< each lives at least until its own thread has taken it off
+
+/// The threads that ask are the parent's.
+void beginAnew() noexcept LOCKS_UNCHECKED {
+    underWayMutex.beginAnew();
+    underWay = nullptr;
+}
 
 std::string textOf(const addrinfo& info) {
     char text[NI_MAXHOST] = "";
@@ -58,7 +67,7 @@ int32_t ask(const std::string& host, const std::string& port, int32_t flags,
 }
 
 void takeOff(const Lookup& ended) noexcept {
-    const std::scoped_lock guard(underWayMutex);
+    const MutexLock guard(underWayMutex);
     for (Lookup** link = &underWay; *link != nullptr; link = &(*link)->next)
         if (*link == &ended) {
             *link = ended.next;
@@ -86,7 +95,8 @@ void askOnThread(void* argument) {
 
 /// The question that is under way for that name, or a new one; null: the host has no thread for it.
 std::shared_ptr<Lookup> begin(const std::string& host, const std::string& port) {
-    const std::scoped_lock guard(underWayMutex);
+    forked::beginAnewInChild(beginAnew);
+    const MutexLock guard(underWayMutex);
     for (Lookup* at = underWay; at != nullptr; at = at->next)
         if (at->host == host && at->port == port)
             return at->shared_from_this();

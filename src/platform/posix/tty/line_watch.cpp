@@ -125,7 +125,7 @@ template <auto Main, class Shared> bool startThread(const std::shared_ptr<Shared
     };
     if (!thread::start(main, own.get(), "brisolt-lines"))
         return false;
-    own.release();
+    (void)own.release();
     return true;
 }
 

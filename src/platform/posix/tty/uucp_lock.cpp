@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -67,14 +66,32 @@ int32_t holderOf(pid_t owner, const std::string& file) noexcept {
     return owner == 0 && isFresh(file) ? UucpLock::unnamed : 0;
 }
 
+bool writeOwner(int32_t descriptor) noexcept {
+    std::array<char, 16> text{};
+    const int32_t length = std::snprintf(text.data(), text.size(), "%10d\n", getpid());
+    return ::write(descriptor, text.data(), static_cast<std::size_t>(length)) == length;
+}
+
+/// Where the file system has no files without names.
+bool makeNamed(const std::string& file) {
+    const std::string draft = folder + ("LTMP." + std::to_string(getpid()) + "." + std::to_string(gettid()));
+    const int32_t descriptor =
+        ::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, everybodyReads);
+    if (descriptor < 0)
+        return false;
+    const bool whole = writeOwner(descriptor);
+    ::close(descriptor);
+    const bool linked = whole && link(draft.c_str(), file.c_str()) == 0;
+    unlink(draft.c_str());
+    return linked;
+}
+
 /// Made whole without a name and then named, so that nobody ever reads half a lock and a kill leaves none.
 bool make(const std::string& file) {
     const int32_t descriptor = ::open(folder, O_WRONLY | O_TMPFILE | O_CLOEXEC, everybodyReads);
     if (descriptor < 0)
-        return false;
-    std::array<char, 16> text{};
-    const int32_t length = std::snprintf(text.data(), text.size(), "%10d\n", getpid());
-    const bool whole = ::write(descriptor, text.data(), static_cast<std::size_t>(length)) == length;
+        return (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL) && makeNamed(file);
+    const bool whole = writeOwner(descriptor);
     const std::string draft = "/proc/self/fd/" + std::to_string(descriptor);
     const bool linked =
         whole && linkat(AT_FDCWD, draft.c_str(), AT_FDCWD, file.c_str(), AT_SYMLINK_FOLLOW) == 0;
