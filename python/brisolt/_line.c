@@ -44,6 +44,8 @@ typedef struct Line {
     int inside;     /* calls that are in the library now */
     int readers;    /* of them, those that read */
     int writers;    /* and those that write */
+    int cancels;    /* how often all waits were cancelled: those from before the last time end */
+    int leaving;    /* readers and writers from before it */
     int streak;     /* small reads in a row */
     int aheadStart, aheadEnd;
     int queued;                         /* what the descriptor told last, */
@@ -126,9 +128,11 @@ static int32_t nextPiece(const Limit *limit) {
     return milliseconds < limit->piece ? milliseconds : limit->piece;
 }
 
-/* 0, or -1 with an exception: a signal's handler has raised one. */
-static int endPiece(Limit *limit) {
-    limit->piece = limit->piece < LONGEST_PIECE / 4 ? limit->piece * 4 : LONGEST_PIECE;
+/* The next is longer when nothing has moved for the whole piece: a signal that has ended one may have others behind
+ * it. 0, or -1 with an exception: a signal's handler has raised one. */
+static int endPiece(Limit *limit, int32_t result) {
+    if (result == 0)
+        limit->piece = limit->piece < LONGEST_PIECE / 4 ? limit->piece * 4 : LONGEST_PIECE;
     return PyErr_CheckSignals();
 }
 
@@ -144,6 +148,27 @@ static PyObject *fail(PyObject *self, const char *what, int code) {
     return NULL;
 }
 
+/* ---- Being inside -------------------------------------------------------------------------------- */
+
+/* Between these two no code of Python runs in the thread, so that whoever closes or cancels (a signal's handler, say)
+ * never waits for a call of its own thread. `who`: the readers or the writers; null for neither. What `enter` gives
+ * goes to `leave`. */
+static int enter(Line *line, int *who) {
+    ++line->inside;
+    if (who != NULL)
+        ++*who;
+    return line->cancels;
+}
+
+static void leave(Line *line, int *who, int cancels) {
+    --line->inside;
+    if (who == NULL)
+        return;
+    --*who;
+    if (cancels != line->cancels)
+        --line->leaving;
+}
+
 /* ---- Reading ------------------------------------------------------------------------------------- */
 
 static int takeAhead(Line *line, uint8_t *to, Py_ssize_t size) {
@@ -157,14 +182,12 @@ static int takeAhead(Line *line, uint8_t *to, Py_ssize_t size) {
 
 static int32_t readPort(Line *line, int32_t port, void *to, int32_t count, int32_t milliseconds) {
     int32_t got;
-    ++line->inside;
-    ++line->readers;
+    int cancels = enter(line, &line->readers);
     line->queuedUntil = 0;
     PyThreadState *outside = PyEval_SaveThread();
     got = atomic_load(&line->cancelRead) ? CANCELLED : calls->read(port, to, count, milliseconds);
     PyEval_RestoreThread(outside);
-    --line->readers;
-    --line->inside;
+    leave(line, &line->readers, cancels);
     line->queuedUntil = 0;
     return got;
 }
@@ -229,8 +252,9 @@ static int isOpen(PyObject *self, const char *what) {
  * come before (`had`, in an earlier piece): those are given first, and the next call tells. */
 static Py_ssize_t readAll(PyObject *self, uint8_t *to, Py_ssize_t size, Limit *limit, int had) {
     Line *line = lineOf(self);
+    const int cancels = line->cancels;
     Py_ssize_t count = 0;
-    while (count < size) {
+    while (count < size && cancels == line->cancels) {
         if (atomic_load(&line->cancelRead) && atomic_exchange(&line->cancelRead, 0))
             break;
         int32_t got = line->port == 0 ? CLOSED : readSome(line, to + count, size - count, nextPiece(limit));
@@ -243,7 +267,7 @@ static Py_ssize_t readAll(PyObject *self, uint8_t *to, Py_ssize_t size, Limit *l
             if (on == 0)
                 break;
             continue;
-        } else if (endPiece(limit) != 0) {
+        } else if (endPiece(limit, got) != 0) {
             return -1;
         }
         if (count < size && isOver(limit))
@@ -498,13 +522,11 @@ static PyObject *lineReadUntilWithin(PyObject *self, PyObject *args) {
 
 static int32_t writePort(Line *line, int32_t port, const void *from, int32_t count, int32_t milliseconds) {
     int32_t taken;
-    ++line->inside;
-    ++line->writers;
+    int cancels = enter(line, &line->writers);
     PyThreadState *outside = PyEval_SaveThread();
     taken = atomic_load(&line->cancelWrite) ? CANCELLED : calls->write(port, from, count, milliseconds);
     PyEval_RestoreThread(outside);
-    --line->writers;
-    --line->inside;
+    leave(line, &line->writers, cancels);
     return taken;
 }
 
@@ -512,6 +534,7 @@ static int32_t writePort(Line *line, int32_t port, const void *from, int32_t cou
 static Py_ssize_t writeAll(PyObject *self, const uint8_t *from, Py_ssize_t size, double seconds) {
     Line *line = lineOf(self);
     Limit limit = limitOf(seconds);
+    const int cancels = line->cancels;
     Py_ssize_t count = 0;
     while (count < size) {
         if (!isOpen(self, "write"))
@@ -525,8 +548,10 @@ static Py_ssize_t writeAll(PyObject *self, const uint8_t *from, Py_ssize_t size,
             return count;
         if (atomic_load(&line->cancelWrite) && atomic_exchange(&line->cancelWrite, 0))
             return count;
-        if (endPiece(&limit) != 0)
+        if (endPiece(&limit, taken) != 0)
             return -1;
+        if (cancels != line->cancels)
+            return count;
         if (taken < 0 && taken != CANCELLED && taken != INTERRUPTED) {
             fail(self, "write", line->port == 0 ? CLOSED : taken);
             return -1;
@@ -601,11 +626,11 @@ static PyObject *lineInWaiting(PyObject *self, void *unused) {
     if (line->queue >= 0 && askQueue(line))
         return PyLong_FromLong(held + line->queued);
     int32_t port = line->port, there;
-    ++line->inside;
+    int cancels = enter(line, NULL);
     PyThreadState *outside = PyEval_SaveThread();
     there = calls->waiting(port);
     PyEval_RestoreThread(outside);
-    --line->inside;
+    leave(line, NULL, cancels);
     return there < 0 ? fail(self, "in_waiting", there) : PyLong_FromLong(held + (long)there);
 }
 
@@ -622,10 +647,10 @@ static void pauseShortly(void) {
 }
 
 /* Ends the calls that wait in the library. A call that is about to enter misses a cancel, so it is given again
- * until `flag` has been taken or nobody of those that it is for is inside. */
+ * until `flag` (if any) has been taken or nobody of those that it is for is inside. */
 static void endCalls(Line *line, const atomic_int *flag, const int *who) {
     int32_t port = line->port;
-    for (int i = 0; i < 2000 && *who > 0 && atomic_load(flag) && line->port == port; ++i) {
+    for (int i = 0; i < 2000 && *who > 0 && (flag == NULL || atomic_load(flag)) && line->port == port; ++i) {
         PyThreadState *outside = PyEval_SaveThread();
         calls->cancel(port);
         pauseShortly();
@@ -653,20 +678,14 @@ static PyObject *lineCancelWrite(PyObject *self, PyObject *unused) {
     Py_RETURN_NONE;
 }
 
-static void cancelThoseInside(Line *line, atomic_int *flag, const int *who) {
-    for (int left = *who; left > 0 && line->port != 0; --left) { /* each takes the flag once */
-        atomic_store(flag, 1);
-        endCalls(line, flag, who);
-    }
-    atomic_store(flag, 0);
-}
-
-/* _cancel_waits(): ends the reads and writes that run, and no later ones. */
+/* _cancel_waits(): ends the reads and writes that run, and no later ones. Those of this thread, which are below a
+ * signal's handler, end when it returns. */
 static PyObject *lineCancelWaits(PyObject *self, PyObject *unused) {
     (void)unused;
     Line *line = lineOf(self);
-    cancelThoseInside(line, &line->cancelRead, &line->readers);
-    cancelThoseInside(line, &line->cancelWrite, &line->writers);
+    ++line->cancels;
+    line->leaving = line->readers + line->writers;
+    endCalls(line, NULL, &line->leaving);
     Py_RETURN_NONE;
 }
 
@@ -708,19 +727,26 @@ static PyObject *lineDetach(PyObject *self, PyObject *args) {
     return PyLong_FromLong(result);
 }
 
-/* _enter(): the port's number for a call of the library, which must be followed by _leave(). */
-static PyObject *lineEnter(PyObject *self, PyObject *unused) {
-    (void)unused;
+/* _on_port(call, ...): call(port, ...), a function of the library. */
+static PyObject *lineOnPort(PyObject *self, PyObject *const *args, Py_ssize_t count) {
+    enum { most = 16 };
+    PyObject *given[most];
+    if (count < 1 || count > most) {
+        PyErr_Format(PyExc_TypeError, "_on_port() takes a call and at most %d arguments", most - 1);
+        return NULL;
+    }
+    Line *line = lineOf(self);
     if (!isOpen(self, "call"))
         return NULL;
-    ++lineOf(self)->inside;
-    return PyLong_FromLong(lineOf(self)->port);
-}
-
-static PyObject *lineLeave(PyObject *self, PyObject *unused) {
-    (void)unused;
-    --lineOf(self)->inside;
-    Py_RETURN_NONE;
+    memcpy(given, args, (size_t)count * sizeof *given);
+    given[0] = PyLong_FromLong(line->port);
+    if (given[0] == NULL)
+        return NULL;
+    int cancels = enter(line, NULL);
+    PyObject *result = PyObject_Vectorcall(args[0], given, (size_t)count, NULL);
+    leave(line, NULL, cancels);
+    Py_DECREF(given[0]);
+    return result;
 }
 
 /* _read_ahead(on): off for who takes the descriptor. What was fetched before stays to be read. */
@@ -787,8 +813,7 @@ static PyMethodDef lineMethods[] = {
     {"_write_within", (PyCFunction)(void (*)(void))lineWriteWithin, METH_FASTCALL, NULL},
     {"_attach", lineAttach, METH_VARARGS, NULL},
     {"_detach", lineDetach, METH_VARARGS, NULL},
-    {"_enter", lineEnter, METH_NOARGS, NULL},
-    {"_leave", lineLeave, METH_NOARGS, NULL},
+    {"_on_port", (PyCFunction)(void (*)(void))lineOnPort, METH_FASTCALL, NULL},
     {"_read_ahead", lineReadAhead, METH_O, NULL},
     {"_forget_ahead", lineForgetAhead, METH_NOARGS, NULL},
     {"_set_times", (PyCFunction)(void (*)(void))lineSetTimes, METH_FASTCALL, NULL},

@@ -8,7 +8,7 @@ import time
 from collections.abc import Callable, Iterable
 from enum import IntFlag
 from types import TracebackType
-from typing import Any, NamedTuple, TypeVar
+from typing import Any, NamedTuple
 
 from ._library import encoded, error_text, ffi, lib
 from ._line import Line
@@ -24,8 +24,6 @@ _STATES = {0: "closed", 1: "there", 2: "gone", 3: "sought"}
 _CANCELLED, _INTERRUPTED = -3, -5
 _LONG = 10_000_000  # seconds
 _SAME: Any = object()  # a time-out that was not given: the port's own
-
-_Result = TypeVar("_Result")
 
 
 class Event(IntFlag):
@@ -88,7 +86,9 @@ def _pattern(text: bytes | str) -> bytes:
 class _Wait:
     """A wait that runs in pieces, of which cancel() ends them all."""
 
-    cancelled = False
+    def __init__(self) -> None:
+        self.cancelled = False
+        self.thread = threading.get_ident()
 
 
 class Port(Line):
@@ -152,13 +152,6 @@ class Port(Line):
     def _to_bytes(data: object) -> bytes:
         raise TypeError(f"bytes or a buffer of bytes is needed, not {type(data).__name__}")
 
-    def _on_port(self, call: Callable[..., _Result], *arguments: Any) -> _Result:
-        number = self._enter()
-        try:
-            return call(number, *arguments)
-        finally:
-            self._leave()
-
     def _checked(self, what: str, call: Callable[..., int], *arguments: Any) -> int:
         """A call whose results below 0 are failures; a signal only lets Python look at it."""
         while True:
@@ -196,6 +189,8 @@ class Port(Line):
             for piece in pieces(timeout):
                 if self._on_port(lib.ComHostDrain, _milliseconds(piece)) not in (0, _INTERRUPTED):
                     break
+        except PortClosed:
+            pass  # somebody else has closed it meanwhile
         finally:
             self._detach(0)
 
@@ -276,13 +271,16 @@ class Port(Line):
 
     def cancel(self) -> None:
         """Ends the waits that run on the port, in whatever thread, and no later ones. A read gives what it has, be it
-        nothing, a write tells what it has handed over, the others raise Cancelled."""
+        nothing, a write tells what it has handed over, the others raise Cancelled. A signal's handler may cancel the
+        wait that it has interrupted."""
         running = list(self._waits)
         for wait in running:
             wait.cancelled = True
         self._cancel_waits()
         self._on_port(lib.ComCancel)
-        while not self._waits.isdisjoint(running):  # one was just between two pieces
+        # One may just be between two pieces; one of this thread is below a signal's handler and ends after it.
+        others = [wait for wait in running if wait.thread != threading.get_ident()]
+        while not self._waits.isdisjoint(others):
             time.sleep(0.0005)
             self._on_port(lib.ComCancel)
 

@@ -22,8 +22,11 @@ def pieces(seconds: float | None) -> Iterator[float]:
     piece = _FIRST
     end = None if seconds is None else time.monotonic() + seconds
     while True:
-        left = piece if end is None else end - time.monotonic()
+        start = time.monotonic()
+        left = piece if end is None else end - start
         yield max(min(left, piece), 0)
-        if end is not None and time.monotonic() >= end:
+        now = time.monotonic()
+        if end is not None and now >= end:
             return
-        piece = min(piece * 4, _LONGEST)
+        if now >= start + piece:  # else a signal has ended it, and others may be behind that
+            piece = min(piece * 4, _LONGEST)

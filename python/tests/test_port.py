@@ -212,17 +212,21 @@ def test_a_signal_just_before_a_wait_ends_it(far, kind):
             process.kill()
 
 
+WAITS = (  # and what a cancel makes of each
+    (lambda port: port.read(), b""),
+    (lambda port: port.readline(), b""),
+    (lambda port: port.read_exactly(2), brisolt.TimeOver),
+    (lambda port: port.wait_event(Event.GONE), brisolt.Cancelled),
+    (lambda port: port.expect("never", timeout=None), brisolt.Cancelled),
+    (lambda port: 0 < port.write(bytes(1000000)) < 1000000, True),
+)
+
+
 def test_closes_and_cancels_end_the_waits_of_other_threads(far):
     """A close at once, a cancel those that run, in whichever piece of its time the wait is; the port goes on."""
-    cancelled = brisolt.Cancelled
-    for call, by_cancel in (
-        (lambda port: port.read(), b""),
-        (lambda port: port.readline(), b""),
-        (lambda port: port.read_exactly(2), brisolt.TimeOver),
-        (lambda port: port.wait_event(Event.GONE), cancelled),
-        (lambda port: port.expect("never", timeout=None), cancelled),
-    ):
-        for end in Port.cancel, Port.close:
+    far.deaf()
+    for call, by_cancel in WAITS:
+        for end in Port.cancel, lambda port: port.close(0):
             port, ends = Port(far.path), []
 
             def wait():
@@ -239,7 +243,32 @@ def test_closes_and_cancels_end_the_waits_of_other_threads(far):
             if end is Port.cancel:
                 far.send(b"on")
                 assert port.read_exactly(2) == b"on"
-            port.close()
+            port.close(0)
+
+
+@pytest.mark.parametrize("end", [Port.cancel, Port.close])
+def test_a_signals_handler_ends_the_wait_below_it(far, end):
+    for call, by_cancel in (WAITS[0], WAITS[3]):
+        port, took = Port(far.path), []
+
+        def handle(*_):
+            assert len(took) < 50, "the wait goes on"
+            start = time.monotonic()
+            took.append(0.0)
+            end(port)
+            took[-1] = time.monotonic() - start
+
+        before = signal.signal(signal.SIGALRM, handle)
+        signal.setitimer(signal.ITIMER_REAL, 0.3, 0.3)  # again, should the first come before the wait has begun
+        try:
+            result = call(port)
+        except brisolt.Error as error:
+            result = type(error)
+        finally:
+            signal.setitimer(signal.ITIMER_REAL, 0)
+            signal.signal(signal.SIGALRM, before)
+        assert result == (by_cancel if end is Port.cancel else brisolt.PortClosed) and max(took) < 1.5
+        port.close()
 
 
 def test_devices_are_told():

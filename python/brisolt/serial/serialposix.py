@@ -106,7 +106,6 @@ class Serial(SerialBase):
     _applied: tuple[Any, ...] = ()
     _low_latency: bool | None = None
     _queue: int = -1
-    _is_tty: bool = False
 
     # ---- Opening and closing ----
 
@@ -161,8 +160,8 @@ class Serial(SerialBase):
             self._refused(number)
         descriptor = lib.ComHostDescriptor(number)
         self._queue = descriptor
-        self._is_tty = descriptor >= 0 and os.isatty(descriptor)
-        self._attach(number, descriptor if self._is_tty and "keep=" not in path else -1, 1)
+        is_tty = descriptor >= 0 and os.isatty(descriptor)
+        self._attach(number, descriptor if is_tty and "keep=" not in path else -1, 1)
         self._applied = (self._baudrate or 9600, self._framing(), _FLOW_NONE, self._exclusive, None, 0)
         try:
             self._reconfigure_port()
@@ -304,11 +303,7 @@ class Serial(SerialBase):
     # ---- Calls of the library ----
 
     def _call(self, name: str, *arguments: Any) -> int:
-        number = self._enter()
-        try:
-            result: int = getattr(self._lib, name)(number, *arguments)
-        finally:
-            self._leave()
+        result: int = self._on_port(getattr(self._lib, name), *arguments)
         return result
 
     @property
@@ -362,8 +357,6 @@ class Serial(SerialBase):
         self._call("ComSetBreak_ON" if self._break_state else "ComSetBreak_OFF")
 
     def _input(self, line: int) -> bool:
-        if not self._is_tty:
-            self._call("ComStatus")  # takes in what a far end has said of its lines
         lines = self._call("ComHostGetLines")
         if lines == _CANNOT:
             raise OSError(errno.ENOTTY, os.strerror(errno.ENOTTY))
