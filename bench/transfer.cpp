@@ -9,6 +9,7 @@
 #include <sched.h>
 
 #include <brisolt.h>
+#include <brisolt_host.h>
 
 #include "far_end.h"
 #include "rows.h"
@@ -61,8 +62,7 @@ void sendSteps(Line&, const std::string& file, std::size_t) {
     while (result == 5)
         result = CSendAPkt(port);
     check(result == 1, "brisolt: the file was not sent");
-    while (ComOutBufStatus(port) > 0)
-        ComSleepMS(port, 1);
+    check(ComHostDrain(port, 10000) == 1, "brisolt: the file did not leave");
 }
 
 void receiveBlocks(Line& line, const std::string& file, std::size_t total) {
