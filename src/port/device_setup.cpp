@@ -161,8 +161,11 @@ int32_t setUpLine(Port& port, const OpenArguments& arguments, Opened opened,
         return code;
     setStartFlags(state, opened, device.options());
     device.purge(purgeAll);
-    if (!device.setLineState(state))
+    if (!device.setLineState(state)) {
+        if (device.state() == COM_HOST_DEVICE_GONE)
+            setErrorTextFrom({"cannot open a port: its device went away while it was set up"});
         return refused(port, opened, -36, "PurgeComm Failure - Aborting");
+    }
     if (ComHostLineState applied{}; device.getLineState(applied))
         state = applied;
     port.setLineStateCopy(state);

@@ -123,9 +123,14 @@ TEST_F(Tls, ACertificateIsRightOrTheOpenFailsWithTheReason) {
         }
         ComHostClose(number, 0);
     }
-    const FieldPort unknown(strict.path(all.options()));
+    // We have none, which the far end says only after the handshake: with the first read or in the middle of the open.
+    const int32_t unknown = ComHostOpen(strict.path(all.options()).c_str(), 9600, nullptr);
     char byte = 0;
-    EXPECT_EQ(ComHostRead(unknown.number, &byte, 1, 20000), -2) << "we have none, which it says only now";
+    if (unknown > 0)
+        EXPECT_EQ(ComHostRead(unknown, &byte, 1, 20000), -2);
+    else
+        EXPECT_NE(errorTextNow().find("went away while it was set up"), std::string::npos) << errorTextNow();
+    ComHostClose(unknown, 0);
 }
 
 TEST_F(Tls, BytesThatTheSocketDoesNotShowAreFound) {

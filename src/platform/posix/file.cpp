@@ -22,6 +22,9 @@ namespace brisolt::file {
 namespace {
 
 constexpr const char* inUse = "somebody is using it";
+constexpr const char* inUseHere = "this program is using it";
+constexpr const char* othersDeny = "another program denies writing to it";
+constexpr const char* othersWrite = "another program is writing to it";
 
 bool writes(const How& how) noexcept {
     return (uses(how.access) & writing) != 0;
@@ -113,12 +116,12 @@ const char* enter(int32_t descriptor, const How& how, bool& entered) noexcept {
         return nullptr;
     auto entry = OpenFiles::instance().enter(descriptor, file, uses(how.access), denies(how.sharing));
     if (entry != OpenFiles::Entry::made)
-        return entry == OpenFiles::Entry::refused ? "this program is using it" : "memory is short";
+        return entry == OpenFiles::Entry::refused ? inUseHere : "memory is short";
     entered = true;
     if (writes(how) && deniedByReader(descriptor))
-        return "another program denies writing to it";
+        return othersDeny;
     if (writes(how) && !lockAgainstOthers(descriptor, how.sharing))
-        return "another program is writing to it";
+        return othersWrite;
     if (!writes(how) && how.sharing != Sharing::all)
         denyWriters(descriptor);
     return nullptr;
@@ -174,7 +177,18 @@ Opened refused(const char* reason, int32_t code) noexcept {
     return {.refusal = reason};
 }
 
-Opened openByRules(const char* path, const How& how) noexcept {
+/// Somebody else may have opened and filled a file as soon as it was there.
+bool isOthers(const char* refusal) noexcept {
+    return refusal == inUseHere || refusal == othersDeny || refusal == othersWrite;
+}
+
+/// It was deleted between our open and our entry, by who made it and could not use it.
+bool hasNoName(int32_t descriptor) noexcept {
+    Status file{};
+    return ::fstat(descriptor, &file) == 0 && S_ISREG(file.st_mode) && file.st_nlink == 0;
+}
+
+Opened openOnce(const char* path, const How& how) noexcept {
     HostName name(path);
     if (const char* reason = refusalBefore(name, how))
         return refused(reason, EBUSY);
@@ -187,12 +201,24 @@ Opened openByRules(const char* path, const How& how) noexcept {
         reason = position(opened.descriptor, how);
     if (reason == nullptr)
         return opened;
-    if (isNew)
-        ::unlink(name.text()); // nobody has put anything into it
+    if (isNew && !isOthers(reason))
+        ::unlink(name.text());
     if (opened.entered)
         leave(opened.descriptor);
     ::close(opened.descriptor);
     return refused(reason, EBUSY);
+}
+
+Opened openByRules(const char* path, const How& how) noexcept {
+    Opened opened = openOnce(path, how);
+    for (int32_t again = 0;
+         again < 3 && opened.entered && how.opening == Opening::createMissing && hasNoName(opened.descriptor);
+         ++again) {
+        leave(opened.descriptor);
+        ::close(opened.descriptor);
+        opened = openOnce(path, how);
+    }
+    return opened;
 }
 
 /// The name under which the host shows what a descriptor has open, also when that has no name of its own.
