@@ -92,9 +92,10 @@ bool make(const std::string& file) {
     if (descriptor < 0)
         return (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL) && makeNamed(file);
     const bool whole = writeOwner(descriptor);
-    const std::string draft = "/proc/self/fd/" + std::to_string(descriptor);
+    std::array<char, 32> draft{};
+    std::snprintf(draft.data(), draft.size(), "/proc/self/fd/%d", descriptor);
     const bool linked =
-        whole && linkat(AT_FDCWD, draft.c_str(), AT_FDCWD, file.c_str(), AT_SYMLINK_FOLLOW) == 0;
+        whole && linkat(AT_FDCWD, draft.data(), AT_FDCWD, file.c_str(), AT_SYMLINK_FOLLOW) == 0;
     ::close(descriptor);
     return linked;
 }
