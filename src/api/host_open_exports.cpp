@@ -20,9 +20,7 @@ BRISOLT_EXPORT int32_t ComHostOpen(const char* path, int32_t baudRate, const cha
 
 BRISOLT_EXPORT int32_t ComHostClose(int32_t port, int32_t milliseconds) {
     return onPort(port, -1, [milliseconds](Port& open) {
-        if (milliseconds != 0) // a signal takes no bytes away from whoever closes
-            exchange::drain(open, milliseconds, false);
-        bool left = exchange::notLeft(open) > 0;
+        bool left = exchange::leftAfter(open, milliseconds);
         int32_t closed = open.hasDevice() ? closePortAtOnce(open) : closeVirtualAtOnce(open);
         return closed == 1 && left ? 0 : closed;
     });

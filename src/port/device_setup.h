@@ -22,6 +22,12 @@ void applyLineStart(uint32_t& flags, uint32_t found, const DeviceOptions& option
 /// The last touches: empty queues, lines raised, no events.
 void startLine(Port& port) noexcept;
 
+/// More than 3 % off: the far end would not understand.
+constexpr bool rateIsOff(uint32_t wanted, uint32_t real) noexcept {
+    const int64_t difference = int64_t{wanted} - int64_t{real};
+    return (difference < 0 ? -difference : difference) * 100 > int64_t{wanted} * 3;
+}
+
 inline constexpr int32_t startMaxWriteChars = 1024;
 
 inline constexpr uint32_t purgeHeld = COM_HOST_PURGE_RX | COM_HOST_PURGE_TX;

@@ -76,15 +76,29 @@ void makeReady(Port& port) noexcept {
     port.wakeThread();
 }
 
+/// A device that cannot go at a rate stays at the one it had, and everything on its line would be garbage. (Framings are
+/// not looked at: a pseudo terminal has but one.)
+int32_t checkRate(Port& port, const OpenArguments& arguments) {
+    const uint32_t real = port.lineStateCopy().baudRate;
+    if (!rateIsOff(static_cast<uint32_t>(arguments.baudRate), real))
+        return 0;
+    setErrorText(std::string("cannot open ") + arguments.path + ": the device runs at " +
+                 std::to_string(real) + " baud when " + std::to_string(arguments.baudRate) + " is asked for");
+    return -36;
+}
+
 /// What all opens do once their device is there.
 int32_t finishOpen(Opening& opening, const OpenArguments& arguments, Opened opened) {
     Port& port = opening.port();
     storeArguments(*port.record, arguments);
-    if (int32_t code = setUpDevice(port, arguments, opened); code < 0)
+    int32_t code = setUpDevice(port, arguments, opened);
+    if (code >= 0 && arguments.path != nullptr)
+        code = checkRate(port, arguments);
+    if (code < 0)
         return code;
     setDefaults(*port.record, port.number, arguments.deviceName, opened);
     port.record->ioMode = opened == Opened::own && isDirectName(arguments) ? ioDirect : ioThreaded;
-    int32_t code = startPort(port);
+    code = startPort(port);
     if (opened == Opened::own)
         trace(port, code < 0 ? "_beginthread Failure - Aborting" : "Port Successfully Opened");
     if (code < 0)

@@ -19,8 +19,8 @@ int32_t descriptor(Port& port);
 /// ComHostDrain. Whoever closes is not kept from it by signals.
 int32_t drain(Port& port, int32_t milliseconds, bool signalsEnd = true);
 
-/// What has been written and not left: in the rings, on its way, and in the device.
-int64_t notLeft(Port& port) noexcept;
+/// For a close: waits at most so long for what was written to leave, which no signal ends. Whether something has not.
+bool leftAfter(Port& port, int32_t milliseconds);
 
 /// What ends the waits of one call, whatever else it waits for: its time, a close, the end of the device, a
 /// cancel that is given while it runs.

@@ -22,16 +22,20 @@ uint32_t millisecondsFor(Port& port, int64_t bytes) noexcept {
     return static_cast<uint32_t>(std::clamp<int64_t>(bytes * bitsPerByte * 1000 / rate, 1, longestLook));
 }
 
-} // namespace
-
-int64_t notLeft(Port& port) noexcept {
-    if (ComPortFunc function = port.record->outBufStatusFunc)
-        return std::max(function(port.number), 0);
-    // In the order of their way out: what moves on meanwhile is not missed.
+/// In the rings, on its way, and in the device; in the order of the way out, so that what moves on is not missed.
+int64_t heldHere(const Port& port) noexcept {
     int64_t queued = port.tx.count();
     int64_t staged = port.staged + (port.writers.taken() ? 1 : 0) + (port.halfDuplex == rtsRaised ? 1 : 0);
     return queued + staged + (port.hasDevice() ? port.device.unsent() : 0);
 }
+
+int64_t notLeft(const Port& port) noexcept {
+    if (ComPortFunc function = port.record->outBufStatusFunc)
+        return std::max(function(port.number), 0);
+    return heldHere(port);
+}
+
+} // namespace
 
 int32_t drain(Port& port, int32_t milliseconds, bool signalsEnd) {
     if (!port.isOpen())
@@ -54,6 +58,15 @@ int32_t drain(Port& port, int32_t milliseconds, bool signalsEnd) {
         if (sleepOnPort(port, seen, {.signals = signalsEnd}, look).interrupted)
             return interrupted;
     }
+}
+
+// A function of the program's is asked while it is waited for, and no more: it may wait for the very port that is to be
+// closed.
+bool leftAfter(Port& port, int32_t milliseconds) {
+    if (milliseconds != 0 && drain(port, milliseconds, false) == 1)
+        return false;
+    bool asked = milliseconds != 0 && port.record->outBufStatusFunc.load() != nullptr;
+    return asked || heldHere(port) > 0;
 }
 
 } // namespace brisolt::exchange

@@ -4,6 +4,7 @@
 
 #include "platform/error_text.h"
 #include "platform/mutex.h"
+#include "port/device_setup.h"
 #include "port/flow.h"
 #include "port/framing_text.h"
 
@@ -25,12 +26,6 @@ Framing framingOf(const ComHostLineState& state) noexcept {
     return {.dataBits = state.dataBits, .parity = state.parity + 1, .stopBits = stop};
 }
 
-/// More than 3 % off: the far end would not understand.
-bool isOff(uint32_t wanted, uint32_t real) noexcept {
-    auto difference = std::abs(static_cast<int64_t>(wanted) - static_cast<int64_t>(real));
-    return difference * 100 > int64_t{wanted} * 3;
-}
-
 constexpr uint32_t rtsCts = COM_HOST_LINE_CTS_OUTPUT | COM_HOST_LINE_RTS_HANDSHAKE;
 constexpr uint32_t dtrDsr = COM_HOST_LINE_DSR_OUTPUT | COM_HOST_LINE_DTR_HANDSHAKE;
 constexpr uint32_t xonXoff = COM_HOST_LINE_XON_OUTPUT | COM_HOST_LINE_XON_INPUT;
@@ -49,7 +44,7 @@ std::string flowText(const ComHostLineState& state) {
 }
 
 bool runsAs(const ComHostLineState& wanted, const ComHostLineState& real) noexcept {
-    return !isOff(wanted.baudRate, real.baudRate) && wanted.dataBits == real.dataBits &&
+    return !rateIsOff(wanted.baudRate, real.baudRate) && wanted.dataBits == real.dataBits &&
            wanted.parity == real.parity && wanted.stopBits == real.stopBits &&
            (wanted.flags & flowFlags) == (real.flags & flowFlags);
 }
