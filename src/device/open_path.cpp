@@ -31,6 +31,10 @@ int32_t openHostDevice(const std::string& path, const DeviceOptions& options, Op
     const int32_t result = serial::openTty(path.c_str(), options, &opened.self, &opened.handle);
     if (result == -ENOMEM)
         setErrorTextFrom({"cannot open ", path, ": ", std::strerror(ENOMEM)});
+    if (result == -ENOENT && path.find(':') < path.find('/'))
+        setErrorTextFrom({errorText(),
+                          ", and no scheme either: those are null-modem, loop, tcp, tls, rfc2217, "
+                          "rfc2217-tls, usb and the program's own"});
     return result;
 }
 
