@@ -299,7 +299,7 @@ typedef struct ComHostDriver {
 int32_t ComHostRegisterDriver(const char *scheme, const ComHostDriver *driver);
 
 /* Raises (on nonzero) or lowers the ring indicator at both ends of the null modem with that path, or of that
- * loop. 1; -1 when no end of it is open. */
+ * loop; the path stands without options ("null-modem:desk"). 1; -1 when no end of it is open. */
 int32_t ComHostRing(const char *path, int32_t on);
 
 /* Lossless on (nonzero) or off for an open port. A lossless port never waits for the line inside a round

@@ -35,9 +35,10 @@ int32_t ComHostRead(int32_t port, void *buffer, int32_t count, int32_t milliseco
  * than their count; what was received before is read first, ask with a time of 0; a peek takes what it looks
  * at into the receive ring), so that poll and calls never miss one another: the program may even read the
  * descriptor itself. Notifications of received data are told no more. The descriptor is the library's: the
- * program must not close it, and must ask again after the device has come back (COM_HOST_EVENT_BACK).
+ * program must not close it. A kept device's is closed when the device goes (COM_HOST_EVENT_GONE): its number is
+ * then no longer the port's, so stop polling it, and ask again when it has come back (COM_HOST_EVENT_BACK).
  * That of a line in TLS or of a remote serial port only polls: its bytes are read by calls alone.
- * The descriptor; -4 the device has none; -2 the device is gone; -1. */
+ * The descriptor; -4 the device has none, or is kept and being looked for; -2 the device is gone; -1. */
 int32_t ComHostDescriptor(int32_t port);
 
 /* Waits until all that was written has left on the line: the rings, the device's own queue and its shift

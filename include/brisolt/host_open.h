@@ -79,9 +79,11 @@ extern "C" {
  * ready for use: bytes move at once (pause 0), nothing is lost (ComHostSetLossless), rings of 64 KB, no flow
  * control. `framing` is "8N1" and its like: data bits 4 to 8, parity N, O, E, M or S in any letter case, stop
  * bits 1, 1.5 or 2; null is "8N1". The number is mapped to the path until the port is closed. ComClose or
- * ComHostClose closes it, and every function works on it.
- * The port number, or ComOpen's code: -25 also for a bad option, -33 to -35 for a bad framing; -28 no number
- * is free; -1 null path, negative rate. ComHostGetErrorText tells why. */
+ * ComHostClose closes it, and every function works on it. What waits on the device from before the open is
+ * discarded (not what a line over a network has said since we connected).
+ * The port number, or ComOpen's code: -25 also for a bad option, -33 to -35 for a bad framing; -36 the device
+ * refused the settings, or runs otherwise (another framing, a rate off by more than 3 %; the text says what it
+ * runs at); -28 no number is free; -1 null path, negative rate. ComHostGetErrorText tells why. */
 int32_t ComHostOpen(const char *path, int32_t baudRate, const char *framing);
 
 /* Closes any port, a virtual one, too, without the pauses of ComClose: waits at most that long (milliseconds;

@@ -27,7 +27,9 @@ extern "C" {
  */
 int32_t ComDial(int32_t port, const char *number);
 /* Sends the hang-up command, waits one second (with yield on messages are let through and a request to quit
- * cuts it short) and clears the carrier latch. 1; -1 bad or closed port, also when closed meanwhile. */
+ * cuts it short) and clears the carrier latch. The command is "ATH0|" after an open ("+++~~~ATH0|" after
+ * ComPreOpen), which a modem takes for data while the call stands: lower DTR first, or escape from the call as
+ * "~~+++~~ATH0|" does. 1; -1 bad or closed port, also when closed meanwhile. */
 int32_t ComDisc(int32_t port);
 /* 1 while the device reports the ring indicator, else 0, also when its lines cannot be read; [port]. */
 int32_t ComRing(int32_t port);

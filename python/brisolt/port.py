@@ -213,7 +213,7 @@ class Port(Line):
 
     @property
     def number(self) -> int:
-        """The port's number, for functions of brisolt.lib; 0 when it is closed."""
+        """The port's number, for the functions of brisolt._library.lib; 0 when it is closed."""
         return self._number if self._is_open else 0
 
     # ---- Reading ----
