@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import pathlib
 import threading
 import time
 from collections.abc import Callable, Iterable
@@ -600,7 +601,8 @@ def _flow_code(flow: str) -> int:
 
 
 def _modem_database() -> str:
-    for folder in ("/usr/local/share", "/usr/share"):
-        if os.path.exists(path := f"{folder}/brisolt/modems.txt"):
+    beside = [f"{folder}/share" for folder in pathlib.Path(__file__).resolve().parents]  # of the same installation
+    for folder in (*beside, "/usr/local/share", "/usr/share"):
+        if os.path.exists(path := f"{folder}/brisolt5/modems.txt"):
             return path
     raise ValueError("set_modem: no modem database is installed; name one")
