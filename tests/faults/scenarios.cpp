@@ -370,7 +370,7 @@ bool telephony(Scene& scene) {
         if (done) {
             char back[6] = "";
             done = call(ComPuts, port, "hello") > 0 &&
-                   call(ComReadTimed, port, static_cast<void*>(back), 5, patience(scene)) == 5;
+                   call(ComReadTimed, port, static_cast<void*>(back), 5, patience(scene) / 10) == 5;
             scene.holds(!done || std::string(back) == "hello", "other bytes came over the call");
         }
         call(ComTAPI_Disconnect, "One");
