@@ -58,10 +58,11 @@ public:
 private:
     std::unique_ptr<Pty>& end(int32_t port) { return ends_[static_cast<std::size_t>(portCount - port)]; }
     void plug(int32_t port) {
-        end(port) = std::make_unique<Pty>();
+        auto fresh = std::make_unique<Pty>();
         const std::string link = std::string(folder) + "/tty" + std::to_string(port);
-        std::filesystem::create_symlink(end(port)->slavePath(), link + "new");
+        std::filesystem::create_symlink(fresh->slavePath(), link + "new");
         std::filesystem::rename(link + "new", link);
+        end(port) = std::move(fresh); // the old one's name is anybody's as soon as it is gone
     }
     void run(const std::stop_token& stop) {
         std::minstd_rand random(7);
