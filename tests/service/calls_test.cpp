@@ -137,9 +137,8 @@ TEST_F(Calls, LineCutByAStormAndModemUnplugged) {
 
 TEST_F(TelephonyProgram, BytesRightBehindConnectReachTheOpenPort) {
     const std::string greeting = "\r\n\nlogin: \r\nNO C", text = manyBytes(16000);
-    PlainModem modem;
-    modem.ok = "\r\nok \r\n";
-    modem.connect = "\r\nCarrier 14400\r\n\r\nRinging \r\n\r\nConnect 14400/V42 \r\n" + greeting;
+    PlainModem modem("\r\nCarrier 14400\r\n\r\nRinging \r\n\r\nConnect 14400/V42 \r\n" + greeting,
+                     "\r\nok \r\n");
     callOver(modem);
     EXPECT_EQ(story(outgoing), (Story{state::dialling, state::proceeding, state::proceeding, state::ringBack,
                                       state::connected}));
@@ -154,14 +153,13 @@ TEST_F(TelephonyProgram, BytesRightBehindConnectReachTheOpenPort) {
     EXPECT_EQ(ComReadTimed(130, heard.data() + 1, wanted - 1, 30000), wanted - 1);
     speaker.join();
     EXPECT_TRUE(heard == greeting + text);
-    modem.line.close();
+    modem.unplug();
     EXPECT_EQ(untilState(outgoing, state::disconnected), cause::normal);
 }
 
 /// A program that reads the handle as it is does not wait for ever, and the end comes behind what was said.
 TEST_F(TelephonyProgram, BytesRightBehindConnectReachAProgramWithoutAPort) {
-    PlainModem modem;
-    modem.connect += "sorry\r\nNO CARRIER\r\n";
+    PlainModem modem("\r\nCONNECT\r\nsorry\r\nNO CARRIER\r\n");
     callOver(modem);
     modem.online = false;
     const int handle = commHandle(outgoing);

@@ -33,9 +33,8 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
 }
 
 TEST_F(TelephonyProgram, TheProgramGetsTheLineItselfAndDtrHangsUp) {
-    PlainModem modem;
+    PlainModem modem("\r\nCONNECT\r\nhello");
     signalling = &modem;
-    modem.connect += "hello";
     callOver(modem);
     const int handle = commHandle(outgoing), second = commHandle(outgoing);
     EXPECT_EQ(ttyname(handle), modem.line.slavePath());

@@ -70,9 +70,15 @@ inline thread_local bool sparedThread = false;
 /// A modem of which every byte is known. It agrees to every command and connects at once when it is to dial;
 /// from then on, until it is put on hook, the line is the test's.
 struct PlainModem {
+    explicit PlainModem(std::string itsConnect = "\r\nCONNECT\r\n", std::string itsOk = "\r\nOK\r\n")
+        : ok(std::move(itsOk)), connect(std::move(itsConnect)) {}
     Pty line;
-    std::string ok = "\r\nOK\r\n", connect = "\r\nCONNECT\r\n";
+    const std::string ok, connect;
     std::atomic<bool> online{false};
+    void unplug() {
+        thread_ = {}; // nobody is inside
+        line.close();
+    }
 
 private:
     void obey(const std::stop_token& over) {

@@ -38,7 +38,7 @@ public:
     bool calm() {
         moment_ = never;
         online_ = false;
-        return line_.master() >= 0;
+        return !gone_;
     }
     bool hears(const std::string& text) const {
         const std::scoped_lock guard(lock_);
@@ -46,6 +46,10 @@ public:
     }
 
 private:
+    void unplug() {
+        gone_ = true;
+        line_.close();
+    }
     void say(Moment now, const std::string& text, const char* wrongText) {
         if (now != moment_)
             return void(line_.write(text));
@@ -58,7 +62,7 @@ private:
             return;
         case silent: return;
         case garbage: line_.write(noise()); break;
-        case unplugged: return line_.close();
+        case unplugged: return unplug();
         }
         line_.write(text);
     }
@@ -98,7 +102,7 @@ private:
                 say(hangingUp, "\r\nOK\r\n", "\r\nERROR\r\n");
             } else if (online_ && is(talking, {unplugged})) {
                 if (!command.empty())
-                    line_.close();
+                    unplug();
             } else if (online_) {
                 const std::scoped_lock guard(lock_);
                 heard_ = command;
@@ -115,7 +119,7 @@ private:
     std::atomic<Moment> moment_;
     Manner manner_;
     Pty line_;
-    std::atomic<bool> online_ = false, ring_ = false;
+    std::atomic<bool> online_ = false, ring_ = false, gone_ = false;
     mutable std::mutex lock_;
     std::string heard_;
     std::jthread thread_{[this](const std::stop_token& over) { run(over); }};
