@@ -119,7 +119,7 @@ TEST_F(IoThreadAlone, AnIdlePortLeavesItsDeviceAloneAndSleeps) {
         EXPECT_EQ(send(5, "y"), 1);
         sleepFor(500);
         driver.forgetCalls();
-        const int64_t before = sleeps();
+        [[maybe_unused]] const int64_t before = sleeps();
         sleepFor(500);
         EXPECT_EQ(driver.total(), 0) << "pace " << pace;
 #if !defined(__SANITIZE_THREAD__)        // which has a thread of its own
