@@ -21,7 +21,7 @@ template <class Use> int32_t change(int32_t port, int32_t done, Use use) noexcep
 } // namespace
 
 BRISOLT_EXPORT ComShowRecord* ComGetShow(int32_t port) {
-    return onPort(port, nullptr, [](Port& open) { return &open.record->show; });
+    return onPort(port, nullptr, [](Port& open) { return &open.workArea->show; });
 }
 
 BRISOLT_EXPORT int32_t ComShowInit(int32_t port) {

@@ -15,14 +15,15 @@ void keepEntry(Port& port, std::string_view bytes) noexcept {
 }
 
 /// Under captureMutex.
-void turnOff(PortRecord& record) noexcept {
+void turnOff(Port& port) noexcept {
+    PortRecord& record = *port.record;
     record.captureActive = 0;
     memory::release(record.captureBuffer, static_cast<std::size_t>(record.captureSize));
     record.captureBuffer = nullptr;
     record.captureStart = 0;
     record.captureWritePos = 0;
     record.captureSize = 0;
-    std::memset(record.captureDir, 0, sizeof record.captureDir);
+    std::memset(port.workArea->captureDir, 0, sizeof port.workArea->captureDir);
 }
 
 } // namespace
@@ -34,12 +35,12 @@ int32_t start(Port& port, std::string_view directory, int32_t capacity) noexcept
     captureHook = keepEntry;
     MutexLock lock(port.captureMutex);
     PortRecord& record = *port.record;
-    turnOff(record);
+    turnOff(port);
     if (ring == nullptr)
         return -2;
     record.captureBuffer = ring;
     record.captureSize = capacity;
-    directory.copy(record.captureDir, directory.size());
+    directory.copy(port.workArea->captureDir, directory.size());
     record.captureActive = 1;
     return 1;
 }
@@ -60,7 +61,7 @@ void clear(Port& port) noexcept {
 
 void stop(Port& port) noexcept {
     MutexLock lock(port.captureMutex);
-    turnOff(*port.record);
+    turnOff(port);
 }
 
 } // namespace brisolt::capture

@@ -31,7 +31,7 @@ constexpr std::string_view ending = ".txt";
 /// Where the files go, which from now on is written with its separator. Empty when there is no such place.
 std::string directoryOf(Port& port) {
     MutexLock lock(port.captureMutex);
-    std::span<char> field(port.record->captureDir);
+    std::span<char> field(port.workArea->captureDir);
     std::size_t length = std::strlen(field.data());
     if (length < shortestDirectory)
         return {};

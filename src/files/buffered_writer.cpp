@@ -55,7 +55,7 @@ private:
 
 /// The bytes that wait.
 struct Held {
-    explicit Held(PortRecord& record) noexcept : count(record.bufWriteCount), bytes(record.bufWriteData) {}
+    explicit Held(PortWorkArea& area) noexcept : count(area.bufWriteCount), bytes(area.bufWriteData) {}
     int32_t room() const noexcept { return bufWriteSize - count; }
     /// As many of the bytes as fit; what is left of them.
     std::span<const uint8_t> take(std::span<const uint8_t> more) noexcept {
@@ -75,7 +75,7 @@ void tellNotOpen(Port& port, const char* name) {
 
 /// One attempt to write what is held and to have it on the disk, if the file is where it is to be.
 bool attempt(Port& port, File& file, bool placed, int32_t failedBefore) {
-    Held held(*port.record);
+    Held held(*port.workArea);
     int32_t written = placed ? std::max(file.write(held.bytes, held.count), 0) : 0;
     bool onDisk = written == held.count && file.flush();
     int32_t reason = file::lastFailure();
@@ -98,20 +98,20 @@ bool writeHeld(Port& port, File& file) {
             logs::entry(port, Log::protocol, "Attempting to write again");
         bool placed = end < 0 ? (end = file.seekEnd()) >= 0 : file.seek(end) == end;
         if (attempt(port, file, placed, failed)) {
-            port.record->bufWriteCount = 0;
+            port.workArea->bufWriteCount = 0;
             return true;
         }
     }
     logs::entry(port, Log::protocol, " Threshold on write errors exceeded");
-    port.record->bufWriteCount = 0;
+    port.workArea->bufWriteCount = 0;
     return false;
 }
 
 /// Writes what is held, and of the further bytes as many full blocks as there are; the rest is held. When
 /// the file cannot be opened, all that was held stays so, and nothing of the further bytes is taken.
 bool writeOut(Port& port, std::span<const uint8_t> further) {
-    Held held(*port.record);
-    const char* name = port.record->bufWriteFileName;
+    Held held(*port.workArea);
+    const char* name = port.workArea->bufWriteFileName;
     File file(name, {Access::write, Sharing::all});
     if (!file) {
         tellNotOpen(port, name);
@@ -134,8 +134,8 @@ bool prepare(const char* name, bool fresh) {
         File(name, {Access::readWrite, Sharing::all, useExisting ? Opening::existing : Opening::createNew}));
 }
 
-void forgetFile(PortRecord& record) noexcept {
-    std::memset(record.bufWriteFileName, 0, sizeof record.bufWriteFileName);
+void forgetFile(PortWorkArea& area) noexcept {
+    std::memset(area.bufWriteFileName, 0, sizeof area.bufWriteFileName);
 }
 
 } // namespace
@@ -144,10 +144,10 @@ bool start(Port& port, const char* name, bool fresh) {
     Turn turn(port);
     if (!turn)
         return false;
-    PortRecord& record = *port.record;
-    forgetFile(record);
-    std::memcpy(record.bufWriteFileName, name, std::strlen(name));
-    record.bufWriteCount = 0;
+    PortWorkArea& area = *port.workArea;
+    forgetFile(area);
+    std::memcpy(area.bufWriteFileName, name, std::strlen(name));
+    area.bufWriteCount = 0;
     if (prepare(name, fresh))
         return true;
     tellNotOpen(port, name);
@@ -156,10 +156,10 @@ bool start(Port& port, const char* name, bool fresh) {
 
 bool add(Port& port, std::span<const uint8_t> bytes) {
     Turn turn(port);
-    PortRecord& record = *port.record;
-    if (!turn || record.bufWriteFileName[0] == '\0')
+    PortWorkArea& area = *port.workArea;
+    if (!turn || area.bufWriteFileName[0] == '\0')
         return false;
-    Held held(record);
+    Held held(area);
     if (bytes.size() <= static_cast<std::size_t>(held.room()))
         bytes = held.take(bytes);
     return (bytes.empty() && held.count < threshold) || writeOut(port, bytes);
@@ -167,14 +167,14 @@ bool add(Port& port, std::span<const uint8_t> bytes) {
 
 bool finish(Port& port) {
     Turn turn(port);
-    PortRecord& record = *port.record;
-    if (!turn || record.bufWriteFileName[0] == '\0')
+    PortWorkArea& area = *port.workArea;
+    if (!turn || area.bufWriteFileName[0] == '\0')
         return false;
-    bool done = record.bufWriteCount == 0 || writeOut(port, {});
+    bool done = area.bufWriteCount == 0 || writeOut(port, {});
     if (done)
-        std::memset(record.bufWriteData, 0, sizeof record.bufWriteData);
-    record.bufWriteCount = 0;
-    forgetFile(record);
+        std::memset(area.bufWriteData, 0, sizeof area.bufWriteData);
+    area.bufWriteCount = 0;
+    forgetFile(area);
     return done;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "brisolt_host.h"
 
@@ -21,6 +22,12 @@ bool dispatch(const ComHostMessage& message) noexcept;
 /// Removes the next message, else the quit request. 1 a message, 0 none, -1 quit.
 int32_t next(ComHostMessage& message) noexcept;
 int32_t descriptor() noexcept;
+
+// ---- a thread that is yet to start
+/// Where its queue will stand, so that the thread needs no memory of its own for it.
+struct Place;
+std::shared_ptr<Place> makePlace() noexcept; ///< null: no memory
+void giveThisThread(Place& place) noexcept;
 
 // ---- any thread
 bool postToWindow(int32_t window, uint32_t message, uintptr_t first, intptr_t second) noexcept;

@@ -18,7 +18,7 @@ template <class T> void releaseBlock(T*& block, std::size_t size) noexcept {
 int32_t allocateRecords(Port& port) noexcept {
     port.rx = {};
     port.tx = {};
-    port.record = static_cast<PortRecord*>(memory::allocateZeroed(sizeof(PortRecord)));
+    port.record = static_cast<PortRecord*>(memory::allocateSmall(sizeof(PortRecord)));
     if (port.record == nullptr)
         return -20;
     port.workArea = static_cast<PortWorkArea*>(memory::allocateZeroed(sizeof(PortWorkArea)));
@@ -58,7 +58,8 @@ void release(Port& port) noexcept {
     releaseBlock(port.workArea, sizeof(PortWorkArea));
     if (port.record != nullptr)
         releaseBlock(port.record->captureBuffer, static_cast<std::size_t>(port.record->captureSize));
-    releaseBlock(port.record, sizeof(PortRecord));
+    memory::releaseSmall(port.record);
+    port.record = nullptr;
     port.rx = {};
     port.tx = {};
 }

@@ -43,11 +43,11 @@ bool transmitBlock(Port& port) noexcept {
     if (block.empty())
         return false;
     auto count = static_cast<int32_t>(block.size());
-    std::memcpy(port.record->txStage, block.data(), block.size());
+    std::memcpy(port.workArea->txStage, block.data(), block.size());
     port.staged = count;
     port.tx.sent(count);
     trace(port, "Writing %d characters", count);
-    deviceWrite(port, {port.record->txStage, block.size()});
+    deviceWrite(port, {port.workArea->txStage, block.size()});
     port.staged = 0;
     return true;
 }

@@ -267,6 +267,8 @@ void threadMain(void* argument) {
         report(port, ThreadStart::noMemory);
         return;
     }
+    if (port.threadMessages)
+        message::giveThisThread(*port.threadMessages);
     const HeldPort held(&port);
     port.record->ioThread = thread::currentId();
     report(port, ThreadStart::up);
@@ -276,8 +278,10 @@ void threadMain(void* argument) {
 } // namespace
 
 bool startIoThread(Port& port) noexcept {
+    port.threadMessages = message::makePlace();
+    port.threadTask = {threadMain, &port, "brisolt-io"};
     table::tryHold(port); // the thread's own
-    if (!thread::start(threadMain, &port, "brisolt-io")) {
+    if (!thread::start(port.threadTask)) {
         table::letGo(port);
         return false;
     }

@@ -17,12 +17,12 @@ using Name = char[nameSize];
 
 Name& nameOf(Port& port, Log log) noexcept {
     switch (log) {
-    case Log::trace: return port.record->portDebugFileName;
-    case Log::protocol: return port.record->protocolDebugFileName;
-    case Log::verify: return port.record->verifyFileName;
+    case Log::trace: return port.workArea->portDebugFileName;
+    case Log::protocol: return port.workArea->protocolDebugFileName;
+    case Log::verify: return port.workArea->verifyFileName;
     case Log::debug: break;
     }
-    return port.record->debugFileName;
+    return port.workArea->debugFileName;
 }
 
 /// A copy, so that nobody who switches a log waits for a file. False when the log is off.

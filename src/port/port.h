@@ -11,7 +11,9 @@
 #include <memory>
 
 #include "device/device.h"
+#include "platform/message.h"
 #include "platform/mutex.h"
+#include "platform/thread.h"
 #include "platform/wake.h"
 #include "port/port_counters.h"
 #include "port/port_events.h"
@@ -60,6 +62,8 @@ struct Port {
     std::atomic<uint32_t> threadStart{0}; ///< a ThreadStart; a word, so that the opener can sleep on it
     std::atomic<int32_t> rxStalled{0};    ///< it leaves the device alone until a reader makes room
     std::shared_ptr<Wake> threadWake;     ///< set before the thread is announced; never changed afterwards
+    std::shared_ptr<message::Place> threadMessages; ///< its own queue's; null: it makes one itself
+    thread::Task threadTask;
     DirectionWatch receiving;             ///< for bytes that come
     DirectionWatch sending;               ///< for room for what a lossless port has queued
     std::atomic<int32_t> halfDuplex{0};   ///< bytes are sent by the thread alone, RTS raised meanwhile
@@ -80,10 +84,10 @@ struct Port {
     std::atomic<uint32_t> cancels{0};
     std::atomic<int32_t> lossless{0};
     std::atomic<int32_t> traceOn{0};     ///< the trace file has a name
-    Mutex logMutex;                      ///< the log file names of the record
+    Mutex logMutex;                      ///< the log file names of the work area
     Mutex lineMutex;                     ///< lineState and deviceName of the record
-    Mutex showMutex;                     ///< show of the record
-    Mutex captureMutex;                  ///< the capture of the record
+    Mutex showMutex;                     ///< show of the work area
+    Mutex captureMutex;                  ///< the capture of record and work area
     Mutex filesMutex;                    ///< the file-string list and the state of the write check
     std::atomic<uint32_t> fileWriter{0}; ///< the thread that uses the buffered writer
 

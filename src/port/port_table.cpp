@@ -39,6 +39,7 @@ void reset(Port& port, int32_t number) noexcept {
     port.threadStart = 0;
     port.rxStalled = 0;
     port.threadWake.reset();
+    port.threadMessages.reset();
     port.receiving.reset();
     port.sending.reset();
     port.deviceState = COM_HOST_DEVICE_THERE;
@@ -109,6 +110,7 @@ void freePort(Port& port) noexcept LOCKS_UNCHECKED {
     port.orphans.releaseAll();
     blocks::release(port);
     port.threadWake.reset();
+    port.threadMessages.reset();
     MutexLock guard(freeMutex);
     port.nextFree = freeHeaders;
     freeHeaders = &port;

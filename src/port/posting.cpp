@@ -47,7 +47,7 @@ std::shared_ptr<Lookout> lookoutOf(uint32_t thread) {
     return found->second;
 }
 
-void endOwn(void*) noexcept {
+void endOwn() noexcept {
     if (own == nullptr)
         return;
     std::shared_ptr<Lookout> ended;
@@ -61,6 +61,8 @@ void endOwn(void*) noexcept {
     ended->end();
 }
 
+thread_local thread::End ending{endOwn};
+
 /// The calling thread's lookout, once some port wishes for one; null: none does, or it cannot be. Then the
 /// ports' own threads go on watching, and the thread tries again with its next wait.
 Lookout* ownLookout() noexcept try {
@@ -71,7 +73,7 @@ Lookout* ownLookout() noexcept try {
     auto wish = registry().find(thread::currentId());
     if (wish != registry().end()) {
         auto made = std::make_shared<Lookout>(wish->first);
-        if (!made->usable() || !thread::atEnd(endOwn, nullptr))
+        if (!made->usable() || !thread::atEnd(ending))
             return nullptr;
         own = made.get();
         wish->second = std::move(made);

@@ -1,6 +1,7 @@
-// The two blocks of an open port: its record (configuration, positions, settings of every subsystem) and
-// its work area (buffers of scripting and of the file utilities). Both start zero-filled; what is not set by
-// an open is zero. Fields that are read without the port's lock are Shared.
+// The two blocks of an open port: its record (configuration, positions, settings of every subsystem), which is
+// small and in use from the open on, and its work area (buffers and names of scripting, logs, captures and the
+// file utilities), which is large and costs memory only where it is used. Both start zero-filled; what is not set
+// by an open is zero. Fields that are read without the port's lock are Shared.
 #pragma once
 
 #include <cstdint>
@@ -134,7 +135,6 @@ struct PortRecord {
     Shared<int32_t> fileStringCount;
     FileStringTable* fileStringTable; ///< both under filesMutex of the port
     Shared<int32_t> statusFlags;
-    ComShowRecord show;
 
     // ---- capture on failure: under captureMutex of the port
     Shared<int32_t> captureActive;
@@ -142,7 +142,6 @@ struct PortRecord {
     int32_t captureWritePos;
     int32_t captureSize;
     char* captureBuffer;
-    char captureDir[nameSize];
     uint64_t captureAdded; ///< bytes in all, so that a save knows what came since
 
     // ---- the I/O thread
@@ -150,19 +149,6 @@ struct PortRecord {
     Shared<uint32_t> ioThread; ///< its thread identifier; 0 none
     Shared<uint32_t> suspendUntil;
     Shared<int32_t> cancelFlag;
-    uint8_t txStage[4096];
-    char portDebugFileName[nameSize]; ///< the four log names are under logMutex of the port
-    char protocolDebugFileName[nameSize];
-    char debugFileName[nameSize];
-    char verifyFileName[nameSize];
-
-    // ---- notifications
-    char notifyString[300];
-
-    // ---- the buffered writer: its user is named by fileWriter of the port
-    int32_t bufWriteCount;
-    char bufWriteFileName[nameSize];
-    uint8_t bufWriteData[bufWriteSize];
 };
 
 /// Where the port's modem initialisation stands; the step flags are as its caller gave them.
@@ -179,6 +165,8 @@ struct ModemInit {
 };
 
 struct PortWorkArea {
+    ComShowRecord show; ///< under showMutex of the port
+
     int32_t verifyExpect1; ///< this and the next four: under filesMutex of the port
     int32_t verifyExpect2;
     int32_t verifyReserved;
@@ -192,6 +180,19 @@ struct PortWorkArea {
     int32_t respCount;
     ModemInit modemInit;
     Shared<int32_t> callersWord; ///< of CBuffer; nobody reads it
+
+    uint8_t txStage[4096];            ///< the block that is being written to the device
+    char portDebugFileName[nameSize]; ///< the four log names are under logMutex of the port
+    char protocolDebugFileName[nameSize];
+    char debugFileName[nameSize];
+    char verifyFileName[nameSize];
+    char notifyString[300];
+    char captureDir[nameSize]; ///< under captureMutex of the port
+
+    // ---- the buffered writer: its user is named by fileWriter of the port
+    int32_t bufWriteCount;
+    char bufWriteFileName[nameSize];
+    uint8_t bufWriteData[bufWriteSize];
 };
 
 } // namespace brisolt

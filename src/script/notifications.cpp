@@ -30,10 +30,10 @@ bool characterIsThere(Port& port) {
 }
 
 bool stringIsThere(Port& port) {
-    char pattern[sizeof(PortRecord::notifyString)];
+    char pattern[sizeof(PortWorkArea::notifyString)];
     {
         HeldLock lock(port);
-        std::memcpy(pattern, port.record->notifyString, sizeof pattern);
+        std::memcpy(pattern, port.workArea->notifyString, sizeof pattern);
     }
     UnreadText unread(port);
     return unread.text() != nullptr && wildSearch(unread.text(), pattern).has_value();
@@ -99,8 +99,8 @@ int32_t targetsChanged(Port& port) noexcept {
 
 void setNotifyString(Port& port, const char* string) noexcept {
     HeldLock lock(port);
-    char* field = port.record->notifyString;
-    constexpr std::size_t longest = sizeof(PortRecord::notifyString) - 1;
+    char* field = port.workArea->notifyString;
+    constexpr std::size_t longest = sizeof(PortWorkArea::notifyString) - 1;
     std::size_t length = strnlen(string, longest);
     std::memcpy(field, string, length);
     std::memset(field + length, 0, longest + 1 - length);

@@ -17,11 +17,11 @@ constexpr std::string_view noName = "Uninitialized Name";
 constexpr std::size_t noNameSize = 20; ///< what of a buffer it fills, zero bytes included
 constexpr std::size_t longestFilePart = 199;
 
-// Callers read numbers through the record's address while a transfer writes them. A number that lies within
-// one line of the processor's cache is never seen half-written, and the record's block begins on a page.
+// Callers read numbers through their address while a transfer writes them. A number that lies within one line of
+// the processor's cache is never seen half-written, and the work area begins on a page.
 constexpr bool inOneCacheLine(std::size_t field) {
     constexpr std::size_t line = 64;
-    std::size_t at = (offsetof(PortRecord, show) + field) % line;
+    std::size_t at = (offsetof(PortWorkArea, show) + field) % line;
     return at + sizeof(uint32_t) <= line;
 }
 static_assert(inOneCacheLine(offsetof(ComShowRecord, bytes)) &&

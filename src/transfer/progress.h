@@ -18,7 +18,7 @@ inline constexpr uint32_t failed = 10002;
 /// atomics of their own.
 template <class Use> auto withRecord(Port& port, Use use) {
     MutexLock guard(port.showMutex);
-    return use(port.record->show);
+    return use(port.workArea->show);
 }
 
 void clear(Port& port);

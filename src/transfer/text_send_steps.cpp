@@ -16,7 +16,7 @@ constexpr int32_t backlogWaits = 50; ///< the most of a step, whatever the size 
 
 /// A look at the time, the line and the messages costs as much as many bytes: with nothing to wait for there
 /// is one after the first byte of a step, then one after so many.
-constexpr int32_t bytesALook = 64;
+constexpr int32_t bytesALook = 1024;
 
 /// Why a chunk takes no more bytes, if it does not.
 enum class Chunk { open, full, atEnd, escaped, unreadable, gone };

@@ -63,7 +63,7 @@ private:
     }
 
     file::Reader file_;
-    std::array<uint8_t, 4096> ahead_;
+    std::array<uint8_t, 16384> ahead_;
     int32_t at_ = 0, count_ = 0;
 };
 

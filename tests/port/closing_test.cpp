@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "port/port_table.h"
 #include "port/ports.h"
 #include "port/tracked_memory.h"
 #include "support/files.h"
@@ -50,7 +51,7 @@ TEST(Closing, TheNumberMayBeOpenedAgainWhileTheOldPortWindsUp) {
     EXPECT_EQ(ComOpenState(5), 1);
     EXPECT_EQ(tracked::outstanding(5), 1U) << "the old block is gone, the new one is not";
     EXPECT_EQ(ComFree(5, block), 0);
-    EXPECT_EQ(recordOf(5).portDebugFileName, trace);
+    EXPECT_EQ(HeldPort(5)->workArea->portDebugFileName, trace);
     EXPECT_EQ(receive(5, sent.size()), sent) << "nobody of the old life may take them";
     const std::string text = contentsOf(trace);
     EXPECT_NE(text.find("Read:21 "), std::string::npos) << text;

@@ -87,7 +87,7 @@ TEST_F(Notifications, SettersCutRefuseAndSwitchOff) {
     const std::string longest(400, 'p');
     const PortRecord& record = open.record();
     EXPECT_EQ(ComSetNotifyMessageOnString(port, 7, longest.c_str()), 1);
-    EXPECT_EQ(record.notifyString, longest.substr(0, 299));
+    EXPECT_EQ(open.inside().workArea->notifyString, longest.substr(0, 299));
     EXPECT_EQ(ComSetNotifyThreadMessageOnString(port, 9, ""), -2);
     EXPECT_EQ(record.onStringThread, 0U) << "a refused call changes nothing";
     EXPECT_EQ(record.onStringWindow, 7);

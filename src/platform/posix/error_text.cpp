@@ -4,13 +4,14 @@
 #include <utility>
 
 #include "platform/lasting.h"
-#include "platform/posix/thread_end.h"
+#include "platform/thread.h"
 
 namespace brisolt {
 
 namespace {
 
 thread_local std::string* own = nullptr;
+thread_local thread::End ending{[] { delete std::exchange(own, nullptr); }};
 
 } // namespace
 
@@ -22,7 +23,7 @@ void setErrorText(std::string text) noexcept {
         } catch (const std::bad_alloc&) {
             return;
         }
-        if (!atThreadEnd([](void*) { delete std::exchange(own, nullptr); }, nullptr)) {
+        if (!thread::atEnd(ending)) {
             delete std::exchange(own, nullptr);
             return;
         }

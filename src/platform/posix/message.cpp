@@ -121,6 +121,20 @@ int32_t descriptor() noexcept {
     return queue->descriptor->descriptor();
 }
 
+std::shared_ptr<Place> makePlace() noexcept try {
+    auto place = std::make_shared<Place>();
+    ThreadQueues apart;
+    apart[0];
+    place->queue = apart.extract(0);
+    return place;
+} catch (const std::bad_alloc&) {
+    return nullptr;
+}
+
+void giveThisThread(Place& place) noexcept {
+    makeOwnQueue(&place);
+}
+
 bool postToThread(uint32_t thread, uint32_t message, uintptr_t first, intptr_t second) noexcept {
     if (message == COM_HOST_MESSAGE_QUIT)
         return postQuit(thread);

@@ -6,7 +6,6 @@
 #include "platform/forked.h"
 #include "platform/lasting.h"
 #include "platform/mutex.h"
-#include "platform/posix/thread_end.h"
 #include "platform/posix/thread_life.h"
 #include "platform/thread.h"
 
@@ -18,18 +17,22 @@ thread_local ThreadQueue* own = nullptr;
 
 ThreadQueue* find(uint32_t thread) noexcept WITH_LOCK(desk().mutex) {
     auto found = desk().queues.find(thread);
-    return found == desk().queues.end() ? nullptr : found->second.get();
+    return found == desk().queues.end() ? nullptr : &found->second;
 }
 
-ThreadQueue& add(uint32_t thread, uint64_t birth) WITH_LOCK(desk().mutex) {
-    auto queue = std::make_unique<ThreadQueue>();
-    queue->thread = thread;
-    queue->birth = birth;
-    return *desk().queues.emplace(thread, std::move(queue)).first->second;
+ThreadQueue& add(uint32_t thread, uint64_t birth, message::Place* place) WITH_LOCK(desk().mutex) {
+    if (place && !place->queue.empty()) {
+        place->queue.key() = thread;
+        desk().queues.insert(std::move(place->queue));
+    }
+    ThreadQueue& queue = desk().queues[thread];
+    queue.thread = thread;
+    queue.birth = birth;
+    return queue;
 }
 
 // The windows of a thread end with it. Their functions are not running: they would run on this thread.
-void endOwnQueue(void*) noexcept {
+void endOwnQueue() noexcept {
     if (own == nullptr) // a child's, whose parent had it
         return;
     MutexLock lock(desk().mutex);
@@ -41,10 +44,12 @@ void endOwnQueue(void*) noexcept {
     own = nullptr;
 }
 
+thread_local thread::End ending{endOwnQueue};
+
 // Queues of threads that ended without ever having looked for messages.
 void sweepQueues() noexcept WITH_LOCK(desk().mutex) {
     std::erase_if(desk().queues,
-                  [](const auto& entry) { return !entry.second->wake && !threadLives(entry.first); });
+                  [](const auto& entry) { return !entry.second.wake && !threadLives(entry.first); });
 }
 
 bool mayHandle(const Window& window, uint32_t thread) noexcept {
@@ -66,9 +71,11 @@ Desk& desk() {
     return *only;
 }
 
-ThreadQueue* ownQueue() noexcept try {
-    if (own)
-        return own;
+ThreadQueue* ownQueue() noexcept {
+    return own ? own : makeOwnQueue(nullptr);
+}
+
+ThreadQueue* makeOwnQueue(message::Place* place) noexcept try {
     // Before the queue, so that it is there as long as the queue is.
     std::shared_ptr<Wake> wake = Wake::ofThisThread();
     if (wake->blind())
@@ -81,8 +88,8 @@ ThreadQueue* ownQueue() noexcept try {
         queue = nullptr;
     }
     if (!queue)
-        queue = &add(thread, 0);
-    if (!atThreadEnd(endOwnQueue, nullptr))
+        queue = &add(thread, 0, place);
+    if (!thread::atEnd(ending))
         return nullptr; // it collects what others post until the thread comes again
     own = queue;
     own->wake = std::move(wake);
@@ -104,7 +111,7 @@ ThreadQueue* queueOf(uint32_t thread) {
     if (birth == 0)
         return nullptr;
     sweepQueues();
-    return &add(thread, birth);
+    return &add(thread, birth, nullptr);
 }
 
 std::shared_ptr<Window> findWindow(int32_t id) noexcept {
@@ -140,16 +147,16 @@ void showLevel(ThreadQueue& queue) noexcept {
 void showLevels() noexcept {
     if (desk().descriptors == 0)
         return;
-    for (const auto& [thread, queue] : desk().queues)
-        showLevel(*queue);
+    for (auto& [thread, queue] : desk().queues)
+        showLevel(queue);
 }
 
 void announce(const Window& window) noexcept {
-    for (const auto& [thread, queue] : desk().queues) {
-        if (!queue->wake || !mayHandle(window, thread))
+    for (auto& [thread, queue] : desk().queues) {
+        if (!queue.wake || !mayHandle(window, thread))
             continue;
-        showLevel(*queue);
-        queue->wake->wake();
+        showLevel(queue);
+        queue.wake->wake();
     }
 }
 

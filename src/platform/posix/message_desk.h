@@ -10,6 +10,7 @@
 #include <memory>
 #include <unordered_map>
 
+#include "platform/message.h"
 #include "platform/mutex.h"
 #include "platform/posix/message_queue.h"
 #include "platform/signal.h"
@@ -30,6 +31,8 @@ struct ThreadQueue {
     int32_t claimed = 0; ///< the shared window whose message the thread has taken in order to run it
 };
 
+using ThreadQueues = std::unordered_map<uint32_t, ThreadQueue>;
+
 struct Window {
     int32_t id = 0;
     ComHostWindowFunc function = nullptr;
@@ -44,7 +47,7 @@ struct Window {
 struct Desk {
     Mutex mutex;
     std::condition_variable functionLeft; ///< of a destroyed window
-    std::unordered_map<uint32_t, std::unique_ptr<ThreadQueue>> queues GUARDED_BY(mutex);
+    ThreadQueues queues GUARDED_BY(mutex);
     std::map<int32_t, std::shared_ptr<Window>> windows GUARDED_BY(mutex);
     std::atomic<std::size_t> sharedWaiting{0};     ///< messages in all shared windows
     std::size_t descriptors GUARDED_BY(mutex) = 0; ///< queues that have one
@@ -54,8 +57,14 @@ struct Desk {
 
 Desk& desk();
 
+struct message::Place {
+    ThreadQueues::node_type queue; ///< none: it stands in the desk
+};
+
 /// The calling thread's queue, made on first use; null when there is no memory. Takes the lock.
 ThreadQueue* ownQueue() noexcept;
+/// For a thread that has none yet; `place`, unless it is null, was made for it.
+ThreadQueue* makeOwnQueue(message::Place* place) noexcept;
 
 // ---- with the lock held
 /// The queue of any live thread of the process, else null. Lets go of the lock while it asks the host.

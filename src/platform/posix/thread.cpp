@@ -15,7 +15,6 @@
 
 #include "platform/error_text.h"
 #include "platform/forked.h"
-#include "platform/posix/thread_end.h"
 #include "platform/posix/thread_life.h"
 
 namespace brisolt::thread {
@@ -27,17 +26,19 @@ constexpr size_t stackSize = size_t{1024} * 1024;
 
 std::atomic<int32_t> startsToFail{0};
 
-struct Start {
-    void (*function)(void*);
-    void* argument;
-    char name[16];
-};
-
 void* run(void* argument) {
-    Start start = *std::unique_ptr<Start>(static_cast<Start*>(argument));
-    pthread_setname_np(pthread_self(), start.name);
-    start.function(start.argument);
+    const Task task = *static_cast<const Task*>(argument);
+    char name[16] = {}; // the host takes no longer ones
+    if (task.name)
+        strncpy(name, task.name, sizeof name - 1);
+    pthread_setname_np(pthread_self(), name);
+    task.function(task.argument);
     return nullptr;
+}
+
+void* runOwned(void* argument) {
+    Task task = *std::unique_ptr<Task>(static_cast<Task*>(argument));
+    return run(&task);
 }
 
 // The program's signals must reach the program's own threads. What a fault raises concerns the thread that
@@ -97,29 +98,32 @@ bool failThisStart() noexcept {
     return left > 0;
 }
 
-} // namespace
-
-bool start(void (*function)(void*), void* argument, const char* name) noexcept {
-    if (!function)
+bool create(const Task& task, void* (*runTask)(void*)) noexcept {
+    if (!task.function)
         return false;
     if (failThisStart())
-        return refused(name, EAGAIN);
-    std::unique_ptr<Start> start(new (std::nothrow) Start{function, argument, {}});
-    if (!start)
-        return refused(name, ENOMEM);
-    if (name)
-        strncpy(start->name, name, sizeof start->name - 1);
+        return refused(task.name, EAGAIN);
     Attributes attributes;
     SignalsBlocked blocked; // a new thread inherits the mask
     pthread_t thread;
-    if (int error = pthread_create(&thread, &attributes.value, run, start.get()); error != 0)
-        return refused(name, error);
-    (void)start.release();
-    return true;
+    int error = pthread_create(&thread, &attributes.value, runTask, const_cast<Task*>(&task));
+    return error == 0 || refused(task.name, error);
 }
 
-bool atEnd(void (*function)(void*), void* argument) noexcept {
-    return atThreadEnd(function, argument);
+} // namespace
+
+bool start(const Task& task) noexcept {
+    return create(task, run);
+}
+
+bool start(void (*function)(void*), void* argument, const char* name) noexcept {
+    std::unique_ptr<Task> task(new (std::nothrow) Task{function, argument, name});
+    if (!task)
+        return refused(name, ENOMEM);
+    if (!create(*task, runOwned))
+        return false;
+    (void)task.release();
+    return true;
 }
 
 namespace {

@@ -1,20 +1,11 @@
-#include "platform/posix/thread_end.h"
-#include "platform/mutex.h"
-
-#include <memory>
-#include <new>
-
 #include <pthread.h>
 
-namespace brisolt {
+#include "platform/mutex.h"
+#include "platform/thread.h"
+
+namespace brisolt::thread {
 
 namespace {
-
-struct End {
-    void (*function)(void*);
-    void* argument;
-    End* earlier;
-};
 
 Mutex keyMutex;
 bool keyMade GUARDED_BY(keyMutex) = false;
@@ -24,9 +15,10 @@ pthread_key_t madeKey GUARDED_BY(keyMutex);
 // which the host calls again.
 void runEnds(void* latest) {
     while (latest != nullptr) {
-        const std::unique_ptr<End> end(static_cast<End*>(latest));
-        latest = end->earlier;
-        end->function(end->argument);
+        End& end = *static_cast<End*>(latest);
+        latest = end.earlier;
+        end.registered = false;
+        end.function();
     }
 }
 
@@ -40,16 +32,15 @@ bool haveKey(pthread_key_t& key) noexcept {
 
 } // namespace
 
-bool atThreadEnd(void (*function)(void*), void* argument) noexcept {
+bool atEnd(End& end) noexcept {
     pthread_key_t key{};
+    if (end.registered) // also of a child's only thread, by its parent
+        return true;
     if (!haveKey(key))
         return false;
-    std::unique_ptr<End> end(new (std::nothrow)
-                                 End{function, argument, static_cast<End*>(pthread_getspecific(key))});
-    if (!end || pthread_setspecific(key, end.get()) != 0)
-        return false;
-    (void)end.release();
-    return true;
+    end.earlier = static_cast<End*>(pthread_getspecific(key));
+    end.registered = pthread_setspecific(key, &end) == 0;
+    return end.registered;
 }
 
-} // namespace brisolt
+} // namespace brisolt::thread

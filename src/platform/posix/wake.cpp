@@ -13,7 +13,7 @@
 #include "platform/parking.h"
 #include "platform/posix/brake.h"
 #include "platform/posix/gated_poll.h"
-#include "platform/posix/thread_end.h"
+#include "platform/thread.h"
 
 namespace brisolt {
 
@@ -21,7 +21,14 @@ namespace {
 
 constexpr int32_t restTime = 5; // real milliseconds; a call ends it
 
-thread_local std::shared_ptr<Wake>* own = nullptr;
+using Held = std::shared_ptr<Wake>;
+
+thread_local Held* own = nullptr;
+alignas(Held) thread_local std::byte place[sizeof(Held)]; // of what `own` points to
+thread_local thread::End ending{[] {
+    if (own) // not a child's, whose parent had it
+        std::exchange(own, nullptr)->~Held();
+}};
 
 } // namespace
 
@@ -56,12 +63,9 @@ std::shared_ptr<Wake> Wake::make() noexcept try {
 }
 
 bool Wake::giveThisThread(std::shared_ptr<Wake> wake) noexcept {
-    auto* given = new (std::nothrow) std::shared_ptr<Wake>(std::move(wake));
-    if (!given || !atThreadEnd([](void*) { delete std::exchange(own, nullptr); }, nullptr)) {
-        delete given;
+    if (!thread::atEnd(ending))
         return false;
-    }
-    own = given;
+    own = ::new (place) Held(std::move(wake));
     forked::beginAnewInChild([] { own = nullptr; }); // a child has its parent's descriptor
     return true;
 }
