@@ -149,6 +149,8 @@ bool messagesToPump(const Port& port) noexcept {
 }
 
 Slept sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline& until) {
+    if (what.signals && SignalGate::knocked())
+        return {.interrupted = true};
     Wake& wake = *Wake::ofThisThread();
     PortEvents::Waiter waiter(port.events, wake);
     uint32_t held = 0;
@@ -167,7 +169,7 @@ Slept sleepOnPort(Port& port, uint32_t seen, WaitFor what, const clock::Deadline
         restAfterBrokenPromise(port, seen);
     return {.bytesThere = what.direct && (held & COM_HOST_WAIT_READ) != 0,
             .roomThere = what.room && (held & COM_HOST_WAIT_WRITE) != 0,
-            .interrupted = what.signals && ((held & Device::interrupted) != 0 || SignalGate::knocked())};
+            .interrupted = what.signals && (held & Device::interrupted) != 0};
 }
 
 void restAfterBrokenPromise(Port& port, uint32_t seen) noexcept {
