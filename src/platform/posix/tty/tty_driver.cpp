@@ -198,6 +198,8 @@ void closeTty(void* device) noexcept LOCKS_UNCHECKED {
             flock(tty->descriptor, LOCK_UN);  // a child between fork and exec still has it
         }
     }
+    if (tty->isPty)
+        tty->uucpLock.release(); // once it is closed its number may be another pty's
     const bool mayTakeLong = queuedOutput(*tty) > 0;
     closeDescriptor(std::exchange(tty->descriptor, -1), mayTakeLong);
 }
