@@ -57,6 +57,9 @@ public:
         bool isCurrent() const noexcept { return kept_.current_ == place_; }
         const ComHostDriver& driver() const noexcept { return place_->device.driver; }
         void* self() const noexcept { return place_->device.self; }
+        bool isGone() const noexcept {
+            return driver().state != nullptr && driver().state(self()) != COM_HOST_DEVICE_THERE;
+        }
 
     private:
         KeptDevice& kept_;

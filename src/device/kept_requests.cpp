@@ -11,8 +11,7 @@
 namespace brisolt::drivers {
 
 void KeptDevice::noteIfGone(const Inside& inside) noexcept {
-    const ComHostDriver& driver = inside.driver();
-    if (driver.state == nullptr || driver.state(inside.self()) == COM_HOST_DEVICE_THERE)
+    if (!inside.isGone())
         return;
     {
         const MutexLock guard(mutex_);
@@ -28,7 +27,10 @@ int32_t KeptDevice::wait(uint32_t events, int32_t wake, int32_t milliseconds) no
     {
         const Inside inside(*this);
         if (inside && !lost_) {
-            const int32_t held = inside.driver().wait(inside.self(), events, wake, milliseconds);
+            // What a device that has gone left behind is read first. When that is all there is nothing to wait for, and
+            // whoever read the last of it was not told.
+            const int32_t longest = inside.isGone() ? 0 : milliseconds;
+            const int32_t held = inside.driver().wait(inside.self(), events, wake, longest);
             if (held <= 0)
                 noteIfGone(inside);
             return held;
@@ -77,7 +79,7 @@ bool KeptDevice::refuses(const Inside& inside, int32_t result) noexcept {
     if (!inside || result > 0)
         return false;
     noteIfGone(inside);
-    return inside.driver().state == nullptr || inside.driver().state(inside.self()) == COM_HOST_DEVICE_THERE;
+    return !inside.isGone();
 }
 
 /// Sets something on the device that is there, and notes it for the next. `ask` and `note` do the one and the other.
