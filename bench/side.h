@@ -54,6 +54,6 @@ struct Side {
     std::unique_ptr<Lines> (*openMany)(const std::vector<std::string>& paths);
 };
 
-extern const Side rawSide, exchangeSide, brisoltSide, asioSide, serialportSide;
+extern const Side rawSide, exchangeSide, cppSide, brisoltSide, asioSide, serialportSide;
 
 } // namespace bench

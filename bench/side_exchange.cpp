@@ -1,10 +1,11 @@
-// The library by the calls that wait: ComHostWrite and ComHostRead.
+// The library by the calls that wait: ComHostWrite and ComHostRead, and by their C++ face.
 #include <algorithm>
 #include <array>
 #include <stdexcept>
 #include <thread>
 
 #include <brisolt.h>
+#include <brisolt.hpp>
 #include <brisolt_host.h>
 
 #include "side.h"
@@ -70,6 +71,25 @@ public:
 
 private:
     const int32_t port_;
+
+protected:
+    int32_t number() const { return port_; }
+};
+
+class CppLine : public ExchangeLine {
+public:
+    explicit CppLine(const std::string& path) : ExchangeLine(path), port_(brisolt::port::adopt(number())) {}
+    ~CppLine() override { port_.release(); }
+
+    void roundTrip() override {
+        char byte = 'x';
+        port_.write(&byte, 1, std::chrono::seconds(10));
+        if (port_.read(&byte, 1, std::chrono::seconds(10)) != 1)
+            throw std::runtime_error("brisolt.hpp: the byte did not come back");
+    }
+
+private:
+    brisolt::port port_;
 };
 
 } // namespace
@@ -77,6 +97,11 @@ private:
 const Side exchangeSide{
     "brisolt",
     [](const std::string& path) -> std::unique_ptr<Line> { return std::make_unique<ExchangeLine>(path); },
+    nullptr};
+
+const Side cppSide{
+    "brisolt.hpp",
+    [](const std::string& path) -> std::unique_ptr<Line> { return std::make_unique<CppLine>(path); },
     nullptr};
 
 } // namespace bench

@@ -157,6 +157,13 @@ std::vector<Row> singlePortRows(const Options& options) {
 
     add("roundtrip", "one byte there and back, median",
         [=](Line& line, FarEnd& farEnd) { return roundTrips(line, farEnd, trips); });
+    // In the place of the same calls from C; the others have no part in it.
+    rows.push_back({"cpp-roundtrip", "the same, by brisolt.hpp", [=](const std::vector<const Side*>& sides) {
+                        const auto job = [=](Line& line, FarEnd& farEnd) {
+                            return roundTrips(line, farEnd, trips);
+                        };
+                        return compare({sides.front(), &cppSide}, options, job, Reach::terminal);
+                    }});
     for (const std::size_t kilobytes : {1U, 4U, 64U}) {
         const std::string size = std::to_string(kilobytes);
         add("receive-" + size + "k", "device to program, calls of " + size + " KB",

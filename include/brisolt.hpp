@@ -153,10 +153,13 @@ inline void check(const std::error_code &error, const char *call, bool explained
 /// How long a call may wait: any std::chrono duration, or brisolt::forever.
 class wait_time {
 public:
+    /// Any duration.
     template <class Rep, class Period>
     constexpr wait_time(std::chrono::duration<Rep, Period> duration) noexcept
         : milliseconds_(rounded(duration)) {}
+    /// As the C interface takes it; -1: no limit.
     constexpr std::int32_t milliseconds() const noexcept { return milliseconds_; }
+    /// brisolt::forever.
     static constexpr wait_time no_limit() noexcept { return wait_time(); }
 
 private:
@@ -394,7 +397,9 @@ public:
         return taken;
     }
 
+    /// Takes the port over from another object, which has none then.
     port(port &&other) noexcept : number_(other.release()) {}
+    /// The same; a port that this object has is closed first.
     port &operator=(port &&other) noexcept {
         if (this != &other) {
             close();
@@ -402,7 +407,9 @@ public:
         }
         return *this;
     }
+    /// A port has one owner.
     port(const port &) = delete;
+    /// A port has one owner.
     port &operator=(const port &) = delete;
     /// Closes: waits at most a second until what was written has left.
     ~port() { close(); }
@@ -416,7 +423,9 @@ public:
 
     /// The port's number for the functions of the C interface, 0 for none.
     std::int32_t number() const noexcept { return number_.load(std::memory_order_relaxed); }
+    /// Whether the port is open; one whose device is gone is.
     bool is_open() const noexcept { return ComOpenState(number()) == 1; }
+    /// The same.
     explicit operator bool() const noexcept { return is_open(); }
     /// Lets go of the port without closing it: its number, 0 for none.
     std::int32_t release() noexcept { return number_.exchange(0, std::memory_order_relaxed); }
@@ -434,6 +443,7 @@ public:
         detail::check(error, "write");
         return taken;
     }
+    /// A text, zeros among it included.
     std::size_t write(std::string_view text, wait_time time, std::error_code &error) noexcept {
         return write(text.data(), text.size(), time, error);
     }
@@ -449,6 +459,7 @@ public:
     template <std::size_t Size> std::size_t write(const char (&text)[Size], wait_time time = forever) {
         return write(detail::before_zero(text), time);
     }
+    /// Any contiguous sequence of bytes.
     template <class Bytes, class = std::enable_if_t<detail::is_bytes<const Bytes>::value &&
                                                     !std::is_convertible_v<const Bytes &, std::string_view>>>
     std::size_t write(const Bytes &bytes, wait_time time, std::error_code &error) noexcept {
@@ -469,6 +480,14 @@ public:
         const bool done = drain(time, error);
         detail::check(error, "drain");
         return done;
+    }
+
+    /// Throws away what was written and has not left, in the library and in the device.
+    void discard_output(std::error_code &error) noexcept { detail::result(ComFlushOutBuf(number()), error); }
+    void discard_output() {
+        std::error_code error;
+        discard_output(error);
+        detail::check(error, "discard_output");
     }
 
     // ---- Reading ----
@@ -526,6 +545,7 @@ public:
             detail::check(error, "read_all");
         return got;
     }
+    /// Into a container of the caller's, until it is full.
     template <class Room, class = std::enable_if_t<detail::is_room<std::remove_reference_t<Room>>::value>>
     std::size_t read_all(Room &&room, wait_time time, std::error_code &error) noexcept {
         return read_all(std::data(room), std::size(room), time, error);
@@ -558,6 +578,14 @@ public:
         if (text.empty())
             detail::check(error, "read_until");
         return text;
+    }
+
+    /// Throws away what has come and has not been read, in the library and in the device.
+    void discard_input(std::error_code &error) noexcept { detail::result(Com_Flush(number(), 0), error); }
+    void discard_input() {
+        std::error_code error;
+        discard_input(error);
+        detail::check(error, "discard_input");
     }
 
     /// Ends the one wait that runs on the port, with errc::cancelled.
@@ -604,6 +632,7 @@ public:
         return state;
     }
 
+    /// The inputs as they are, and the outputs as the library has set them.
     modem_lines lines(std::error_code &error) const noexcept {
         const std::int32_t now = detail::result(ComHostGetLines(number()), error);
         const auto on = [now](int bit) { return (now & bit) != 0; };
@@ -622,6 +651,7 @@ public:
         detail::check(error, "lines");
         return now;
     }
+    /// Raises or lowers DTR.
     void set_dtr(bool on, std::error_code &error) noexcept {
         switched(on ? ComSetDTR(number()) : ComClearDTR(number()), error);
     }
@@ -630,6 +660,7 @@ public:
         set_dtr(on, error);
         detail::check(error, "set_dtr");
     }
+    /// Raises or lowers RTS.
     void set_rts(bool on, std::error_code &error) noexcept {
         switched(on ? ComSetRTS(number()) : ComClearRTS(number()), error);
     }
@@ -638,6 +669,7 @@ public:
         set_rts(on, error);
         detail::check(error, "set_rts");
     }
+    /// Begins or ends a break.
     void set_break(bool on, std::error_code &error) noexcept {
         switched(on ? ComSetBreak_ON(number()) : ComSetBreak_OFF(number()), error);
     }
@@ -676,6 +708,7 @@ public:
         return differ;
     }
 
+    /// Whether the device is there, gone, or being looked for; closed, which is no failure here.
     device_state state() const noexcept { return static_cast<device_state>(ComHostGetPortState(number())); }
 
 private:

@@ -3,6 +3,7 @@
 
 A header gets the marks that it does without (headers.py has the rules); a page's names of functions become links.
 """
+import itertools
 import pathlib
 import re
 import sys
@@ -126,6 +127,26 @@ def page(path):
     return out
 
 
+def overloads(lines):
+    """C++: a member without a text that follows one of its name gets the text of that one; each says how it fails."""
+    out, text, held, name = [], [], [], None
+    for number, line in enumerate(lines):
+        held.append(line)
+        member = re.match(r"    (?! |/).*?(~?\w+|operator=)\(", line)
+        if member:
+            own = [row for row in held if row.lstrip().startswith("///")]
+            inherits = member[1] == name and not own
+            if not inherits:
+                text, name = own, member[1]
+            head = " ".join(lines[number:number + 3]).split(" {")[0]
+            how = "stands in error" if "error_code &error)" in head else "is thrown" if inherits else ""
+            first = next(at for at, row in enumerate(held) if re.match(r"    (?! |/)", row))
+            held[first:first] = (text if inherits else []) + ([f"    /// A failure {how}."] if how else [])
+        if member or not line or line.startswith("    }"):
+            out, held = out + held, []
+    return out + held
+
+
 def main():
     path = pathlib.Path(sys.argv[1])
     if path.suffix == ".h":
@@ -136,7 +157,8 @@ def main():
         text = path.read_text()
         text = re.sub(r"\A/\*\n \* [\w.]+: (.)", lambda first: "/** @file\n * " + first[1].upper(), text)
         # The names as programs write them; and what is put into another namespace, which is not here.
-        lines = [re.sub(r"^(inline namespace cpp {|} // namespace cpp|template <> .*)$", "", text, flags=re.M)]
+        text = re.sub(r"^(inline namespace cpp {|} // namespace cpp|template <> .*)$", "", text, flags=re.M)
+        lines = overloads(text.splitlines())
     print("\n".join(lines))
 
 

@@ -63,10 +63,9 @@ def page(header, items, version, others):
     yield from [".SH NAME", ", ".join([name, *names]) + " \\- " + escaped(about(items))]
     yield from [".SH SYNOPSIS", f".B #include <{through}>", ".PP", "Link with", ".BR \\-lbrisolt ."]
     overview = list(itertools.dropwhile(bool, items[0].text))[1:]
-    if overview:
+    first = next((item.kind for item in items[1:] if item.kind != "other"), "section")
+    if overview or first != "section":
         yield from [".SH DESCRIPTION", *filled(overview)]
-    elif not any(item.kind == "section" for item in items):
-        yield ".SH DESCRIPTION"
     for kind, group in itertools.groupby(items[1:], key=lambda item: item.kind):
         group = list(group)
         if kind == "section":

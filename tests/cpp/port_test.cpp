@@ -81,6 +81,22 @@ TEST(Port, LinesAreReadOneByOne) {
     later.get();
 }
 
+TEST(Port, ThrowsAwayWhatHasComeAndWhatHasNotLeft) {
+    port a("null-modem:thrown"), b("null-modem:thrown");
+    a.write("old");
+    ASSERT_TRUE(a.drain(patience));
+    b.discard_input();
+    a.set_line(0, {}, brisolt::flow::rts_cts);
+    b.set_rts(false);
+    a.write("held off");
+    a.discard_output();
+    b.set_rts(true);
+    a.write("new\n");
+    EXPECT_EQ(b.read_until('\n', patience), "new\n");
+    EXPECT_EQ(failureOf([] { port().discard_input(); }).code(), errc::closed);
+    EXPECT_EQ(failureOf([] { port().discard_output(); }).code(), errc::closed);
+}
+
 TEST(Port, PollAndLinesNeverMissOneAnother) {
     const int device = posix_openpt(O_RDWR | O_NOCTTY);
     ASSERT_EQ(grantpt(device) + unlockpt(device), 0);

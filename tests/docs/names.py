@@ -3,7 +3,8 @@
 
     names.py ROOT [COMMAND]
 
-  - each exported function is in the index docs/functions.md, and its declaration has a description;
+  - each exported function is in the index docs/functions.md, under a list of headers that has its own, and its
+    declaration has a description;
   - each name in the pages that looks like one of the library's is one;
   - each subcommand of `brisolt` in the pages is one (COMMAND is the program);
   - each link leads to a file, each link to a heading to that heading, and the first page leads to all others.
@@ -25,11 +26,19 @@ OURS = re.compile(r"(?:COM_|Com[A-Z_]|C(?=(?:Get|Set)(?:Port|Modem|Ascii)Parm))\
 
 def faults_of_index():
     exported = headers.exported(ROOT / "src/api/exports.list")
-    index = re.findall(r"`(\w+)`", (ROOT / "docs/functions.md").read_text())
+    text = (ROOT / "docs/functions.md").read_text()
+    index = re.findall(r"`(\w+)`", text)
     yield from (f"docs/functions.md: {name} is missing" for name in exported if name not in index)
     yield from (f"docs/functions.md: {name} stands there twice" for name in set(index) if index.count(name) > 1)
     described = {name for header in HEADERS for item in headers.read(header) if item.text for name in item.names}
     yield from (f"{name} has no description in its header" for name in exported if name not in described)
+    place = {name: header for header in HEADERS for item in headers.read(header) for name in item.names}
+    for section in text.split("\n## ")[1:]:
+        title = "docs/functions.md: " + section.split("\n")[0]
+        listed = {(ROOT / "docs" / link).resolve() for link in re.findall(r"\]\(([^)]+\.h)\)", section)}
+        used = {place[name] for name in re.findall(r"`(\w+)`", section) if name in place}
+        yield from (f"{title}: {header.name} is not in its list" for header in sorted(used - listed))
+        yield from (f"{title}: {header.name} has none of its functions" for header in sorted(listed - used))
 
 
 def faults_of_names():
