@@ -34,7 +34,7 @@ constexpr int32_t ptyPorts = 4; // the last ones
 constexpr int32_t calmPort = 9; // nothing happens to it
 
 const char* folder = nullptr;
-std::atomic<int64_t> calls{0}, opens{0}, losses{0};
+std::atomic<long> calls{0}, opens{0}, losses{0};
 std::atomic<bool> over{false};
 
 /// Ports 1 and 2 are a null modem, 3 and 4 loops, 5 to 8 terminals, of which two are waited for when they go.
