@@ -16,23 +16,6 @@ namespace {
 constexpr uint32_t settleTime = 251; ///< milliseconds before and after a number
 constexpr uint32_t carrierPace = 11; ///< milliseconds between looks: no device tells of its carrier
 
-bool stopped(const Port& port) noexcept {
-    return port.ending() || cancelled(port);
-}
-
-/// False when the port was closed or the call cancelled meanwhile.
-bool settle(Port& port) {
-    auto until = clock::Deadline::in(settleTime);
-    for (;;) {
-        uint32_t seen = port.events.count();
-        if (stopped(port))
-            return false;
-        if (until.passed())
-            return true;
-        sleepOnPort(port, seen, {}, until);
-    }
-}
-
 int32_t awaitCarrier(Port& port, const clock::Deadline& until) {
     for (;;) {
         uint32_t seen = port.events.count();
@@ -78,14 +61,14 @@ int32_t dial(Port& port, const char* number) {
     clearCancel(port);
     int32_t patience = port.record->dialTimeout;
     auto until = deadlineIn(patience);
-    if (!settle(port))
+    if (!pauseUnlessStopped(port, settleTime))
         return -1;
     // From here to the end of the line no cancel is looked at: a modem with half a command would take the
     // next one for the rest of the number.
     send(port, command<&PortRecord::dialStr>);
     writeString(port, number);
     writeByte(port, '\r');
-    if (!settle(port))
+    if (!pauseUnlessStopped(port, settleTime))
         return -1;
     return patience == 0 ? 1 : awaitCarrier(port, until);
 }

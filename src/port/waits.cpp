@@ -259,6 +259,22 @@ bool cancelled(const Port& port) noexcept {
     return port.record->cancelFlag == 1;
 }
 
+bool stopped(const Port& port) noexcept {
+    return port.ending() || cancelled(port);
+}
+
+bool pauseUnlessStopped(Port& port, uint32_t milliseconds) {
+    auto until = clock::Deadline::in(milliseconds);
+    for (;;) {
+        uint32_t seen = port.events.count();
+        if (stopped(port))
+            return false;
+        if (until.passed())
+            return true;
+        sleepOnPort(port, seen, {}, until);
+    }
+}
+
 void cancel(Port& port) noexcept {
     port.cancels.fetch_add(1); // first: who sees the flag finds it counted
     port.record->cancelFlag = 1;

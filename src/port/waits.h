@@ -64,6 +64,10 @@ int32_t yieldPause(Port& port, uint32_t milliseconds);
 
 void clearCancel(Port& port) noexcept;
 bool cancelled(const Port& port) noexcept;
+/// The port closes, or the call that runs on it is cancelled.
+bool stopped(const Port& port) noexcept;
+/// A pause that both end; false then.
+bool pauseUnlessStopped(Port& port, uint32_t milliseconds);
 void cancel(Port& port) noexcept;
 
 /// The earliest moment a wait must look again although nothing told it to: an escape function of the

@@ -13,21 +13,8 @@ namespace {
 
 constexpr uint32_t roomPace = 5; ///< milliseconds between looks for room: no ring tells of it
 
-bool stopped(const Port& port) noexcept {
-    return port.ending() || cancelled(port);
-}
-
-/// False: the port closed or the call was cancelled.
 bool pauseFor(Port& port, int32_t hundredths) {
-    auto until = clock::Deadline::in(pauseLength(hundredths));
-    for (;;) {
-        uint32_t seen = port.events.count();
-        if (stopped(port))
-            return false;
-        if (until.passed())
-            return true;
-        sleepOnPort(port, seen, {}, until);
-    }
+    return pauseUnlessStopped(port, pauseLength(hundredths));
 }
 
 /// A file with holes is no use to anybody: waits while the port has no room for the byte.
