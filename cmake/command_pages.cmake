@@ -19,7 +19,9 @@ else()
 endif()
 
 set(completions "${PROJECT_SOURCE_DIR}/share/completions")
-install(FILES "${completions}/brisolt.bash" RENAME brisolt
-    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
-install(FILES "${completions}/_brisolt" DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")
-install(FILES "${completions}/brisolt.fish" DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
+foreach(command IN ITEMS brisolt brisolt-modem)
+    install(FILES "${completions}/${command}.bash" RENAME "${command}"
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
+    install(FILES "${completions}/_${command}" DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")
+    install(FILES "${completions}/${command}.fish" DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
+endforeach()

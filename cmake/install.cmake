@@ -34,7 +34,12 @@ if(TARGET brisolt-command)
     include(cmake/command_pages.cmake)
 endif()
 install(FILES share/modems.txt DESTINATION "${own_data}")
-install(FILES LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+# The usual folder is named after the outermost project.
+if(PROJECT_IS_TOP_LEVEL)
+    install(FILES LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+else()
+    install(FILES LICENSE DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/brisolt")
+endif()
 
 # A pkg-config file that finds its prefix from its own place serves a tree that was moved or installed
 # with another prefix than it was configured with. In the system's own places it says so, and pkg-config leaves

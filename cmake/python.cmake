@@ -89,6 +89,21 @@ foreach(file IN LISTS python_files)
     list(APPEND copies "${python_build}/${file}")
 endforeach()
 add_custom_target(brisolt_python ALL DEPENDS ${copies})
+
+# By this, name and version are found. Without RECORD and with an installer of another name pip leaves it alone. What
+# the package needs is there with what was built, so it need not be told once more.
+set(python_metadata "brisolt-${PROJECT_VERSION}.dist-info")
+file(GLOB stale "${python_build}/brisolt-*.dist-info")
+list(REMOVE_ITEM stale "${python_build}/${python_metadata}")
+if(stale)
+    file(REMOVE_RECURSE ${stale})
+endif()
+configure_file("${python_source}/METADATA.in" "${python_build}/${python_metadata}/METADATA" @ONLY)
+file(CONFIGURE OUTPUT "${python_build}/${python_metadata}/INSTALLER" CONTENT "cmake\n")
+file(STRINGS "${python_source}/pyproject.toml" same_version REGEX "^version = \"${PROJECT_VERSION}\"$")
+if(NOT same_version)
+    message(FATAL_ERROR "python/pyproject.toml is of another version than ${PROJECT_VERSION}")
+endif()
 add_dependencies(brisolt_python brisolt_python_line brisolt_python_native)
 
 # Where the interpreter of that prefix looks.
@@ -105,6 +120,12 @@ foreach(file IN LISTS python_files)
     cmake_path(GET file PARENT_PATH folder)
     install(FILES "${python_source}/${file}" DESTINATION "${BRISOLT_PYTHON_DIR}/${folder}")
 endforeach()
+# In the place of another version's.
+install(CODE "file(GLOB stale \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${BRISOLT_PYTHON_DIR}/brisolt-*.dist-info\")
+if(stale)
+    file(REMOVE_RECURSE \${stale})
+endif()")
+install(DIRECTORY "${python_build}/${python_metadata}" DESTINATION "${BRISOLT_PYTHON_DIR}")
 
 # ---- Tests and figures ----------------------------------------------------------------------------
 

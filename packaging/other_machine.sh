@@ -19,7 +19,10 @@ sources=$(cd "$(dirname "$0")/.." && pwd)
 mirror=${MIRROR:-http://deb.debian.org/debian}
 release=$(. /etc/os-release && echo "$VERSION_CODENAME")
 root=$folder/root
-emulated='^(util|params|device|virtual|checked)\.'
+# The emulator has no terminals of any rate (TCGETS2), and runs no programs of that machine that we start.
+emulated='^(checked|cpp|device|exports|files|params|platform|util|virtual)\.'
+emulated="$emulated|^transfer\.(Progress|TransferThread)\.|^stream\.(Receive|Transmit)Ring\."
+unfit='AWriterThatHangs|installed_tree|PollAndLines|platform\.(Tty|Wake\.Without|Queue\.PostsReach)'
 options=()
 run=()
 tests=()
@@ -40,7 +43,7 @@ arm64 | armhf)
     packages=$(sed -E "s/\\b(libgtest-dev|libssl-dev)\\b/\\1:$machine/g; s/\\b(python3-dev|python3-cffi)\\b//g" <<<"$packages")
     options=(-DCMAKE_SYSTEM_NAME=Linux "-DCMAKE_SYSTEM_PROCESSOR=$processor" -DBRISOLT_PYTHON=OFF
         "-DCMAKE_C_COMPILER=$gnu-gcc" "-DCMAKE_CXX_COMPILER=$gnu-g++" "-DCMAKE_CROSSCOMPILING_EMULATOR=$emulator")
-    tests=(-R "$emulated" -E AWriterThatHangs) # that one is a program of its own
+    tests=(-R "$emulated" -E "$unfit")
     ;;
 *)
     echo "$machine is none of i386, arm64, armhf" >&2
@@ -57,6 +60,7 @@ if [ ! -e "$root/complete" ]; then
     touch "$root/complete"
 fi
 mount -t proc proc "$root/proc"
+mount -t sysfs -o ro sysfs "$root/sys"
 mount --bind /dev "$root/dev"
 mount -t devpts -o newinstance,ptmxmode=0666,mode=620,gid=5 devpts "$root/dev/pts"
 mount --bind "$root/dev/pts/ptmx" "$root/dev/ptmx"

@@ -27,7 +27,7 @@ install_from() { inside sh -c "apt-get -q -y --no-install-recommends install $1/
 picture() {
     find "$root" -xdev \( -path "$root/var/lib/dpkg" -o -path "$root/var/lib/apt" -o -path "$root/var/cache" \
         -o -path "$root/var/log" -o -path "$root/tmp" -o -path "$root/packages" -o -name __pycache__ \) -prune -o \
-        -printf '%P %y %m %l\n' | sort
+        \( -printf '%P %y %m %l\n' , -type f -exec sha256sum {} + \) | sort
 }
 
 say "A minimal $release"

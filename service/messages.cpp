@@ -3,7 +3,7 @@
 #include <new>
 #include <utility>
 
-#include "brisolt_host.h"
+#include "library.h"
 
 namespace brisolt::service {
 
@@ -82,7 +82,7 @@ Event about(const std::shared_ptr<Modem>& modem, uint32_t message) {
 bool openMessages() {
     Switchboard& board = switchboard();
     if (board.window <= 0)
-        board.window = ComHostCreateSharedWindow(deliver, nullptr);
+        board.window = library().createSharedWindow(deliver, nullptr);
     return board.window > 0;
 }
 
@@ -94,7 +94,7 @@ void reserveMessages() {
 
 bool announceMessages() noexcept {
     Switchboard& board = switchboard();
-    board.announced = board.announced || ComHostPostMessage(board.window, 0, 0, 0) > 0;
+    board.announced = board.announced || library().postMessage(board.window, 0, 0, 0) > 0;
     return board.announced;
 }
 

@@ -9,7 +9,7 @@
 #include <sys/file.h>
 #include <sys/ioctl.h>
 
-#include "brisolt_host.h"
+#include "library.h"
 #include "refusals.h"
 #include "terminal_settings.h"
 
@@ -87,14 +87,14 @@ int32_t SerialLine::openThroughLibrary(const ModemSettings& settings) {
     if (const std::string option = optionAgainst(settings.device); !option.empty())
         return refuse(settings, "a modem of the telephony service cannot have " + option,
                       result::operationFailed);
-    const int32_t handle = ComHostOpenDevice(settings.device.c_str());
+    const int32_t handle = library().openDevice(settings.device.c_str());
     if (handle >= 0) {
         descriptor_ = Descriptor(handle);
         ofLibrary_ = true;
         return result::success;
     }
     char why[1024] = "";
-    ComHostGetErrorText(why, sizeof why);
+    library().getErrorText(why, sizeof why);
     return std::strstr(why, std::strerror(EBUSY)) != nullptr
                ? result::lineInUse
                : refuse(settings, why, result::componentMissing);
@@ -140,7 +140,7 @@ void SerialLine::close() noexcept {
     }
     before_.reset();
     if (std::exchange(ofLibrary_, false))
-        ComHostCloseDevice(descriptor_.release());
+        library().closeDevice(descriptor_.release());
     descriptor_.close();
 }
 

@@ -11,11 +11,11 @@ extern "C" {
 /*
  * The service is the module TAPI32.DLL: the file given to ComHostMapModule alone, else libtapi32.so as the
  * host's loader finds it, from the folder brisolt5 beside the library (where the one for AT modems is installed)
- * or from the library's own folder. A program that has the static library inside needs a service of its own: the
- * installed one speaks through the shared library. The module is loaded at the first call that needs it, once
- * in the life of the process; a failure to load it is final, unless the host was only short of memory or
- * descriptors, and ComHostGetErrorText tells it. Its line devices are known by name and by index from 0; the
- * call of device i becomes port 130 + i, which is then read and written like any other.
+ * or from the library's own folder; for a program that has the static library inside, from where the build of the
+ * library installs it. The module is loaded at the first call that needs it, once in the life of the process; a
+ * failure to load it is final, unless the host was only short of memory or descriptors, and ComHostGetErrorText
+ * tells it. Its line devices are known by name and by index from 0; the call of device i becomes port 130 + i,
+ * which is then read and written like any other.
  *
  * Calls make progress on whichever thread lets messages through (ComServiceMessagePump, the waits, the
  * threads of open ports). A program that waits for a call in another way has to pump. The thread that handles

@@ -6,6 +6,7 @@ Nothing is loaded before it is used: the library itself comes with the first ope
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
+    __version__: str
     from .aio import connect_serial as connect_serial
     from .aio import open_serial as open_serial
     from .device_list import Device as Device
@@ -46,6 +47,10 @@ __all__ = list(_HOMES)
 
 
 def __getattr__(name: str) -> object:
+    if name == "__version__":
+        from importlib.metadata import version
+
+        return version(__name__)
     home = _HOMES.get(name)
     if home is None:
         raise AttributeError(f"module {__name__!r} has no attribute {name!r}")

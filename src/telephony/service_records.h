@@ -212,6 +212,18 @@ extern "C" {
 using Callback = void (*)(uint32_t device, uint32_t message, uintptr_t instance, uintptr_t p1, uintptr_t p2,
                           uintptr_t p3);
 
+/// The functions of the host interface under these names.
+struct LibraryFunctions {
+    std::size_t size; ///< of the record
+    int32_t (*createSharedWindow)(void (*function)(void* context, int32_t window, uint32_t message,
+                                                   uintptr_t first, intptr_t second),
+                                  void* context);
+    int32_t (*postMessage)(int32_t window, uint32_t message, uintptr_t first, intptr_t second);
+    int32_t (*openDevice)(const char* path);
+    int32_t (*closeDevice)(int32_t handle);
+    int32_t (*getErrorText)(char* buffer, int32_t size);
+};
+
 /* lineInitialize */
 using LineInitialize = int32_t(uint32_t* application, void* moduleInstance, Callback callback,
                                const char* applicationName, uint32_t* deviceCount);
@@ -251,6 +263,11 @@ using LineDrop = int32_t(uint32_t call, const char* userData, uint32_t size);
  * read. A service that has it hands over a handle in which there are bytes of the other end alone, so the library
  * does not discard what is there at the open. */
 using PortOpen = void(uint32_t call);
+/* brisoltUseLibrary. A service need not have it. Called once, before all else, with functions of the library that has
+ * loaded the service, to be used in the place of those that it may be linked to: a program can have the library
+ * inside, and messages by way of another copy would never reach it. The record stays where it is; a later library's
+ * is larger. */
+using UseLibrary = void(const LibraryFunctions* functions);
 /* lineDeallocateCall */
 using LineDeallocateCall = int32_t(uint32_t call);
 /* lineGetCallStatus */

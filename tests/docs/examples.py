@@ -100,13 +100,20 @@ def examples_of(page):
     return found
 
 
-def command(example, options, source, program):
+def standards(example):
+    """A whole program in C++ is for either; what is only in the newer one is shown in the middle of one."""
+    if example.language == "c":
+        return ["gnu99"]
+    return ["c++17", "c++20"] if example.whole else ["c++20"]
+
+
+def command(example, options, standard, source, program):
     libraries = options.library
     strict = ["-Wall", "-Wextra", "-Wpedantic", "-Werror", "-O1"]
     if not example.whole:
         strict += ["-Wno-unused-variable", "-Wno-unused-but-set-variable"]
-    compiler = [options.cc, "-std=gnu99"] if example.language == "c" else [options.cxx, "-std=c++20"]
-    return compiler + options.flags.split() + strict + [
+    compiler = options.cc if example.language == "c" else options.cxx
+    return [compiler, "-std=" + standard] + options.flags.split() + strict + [
         f"-I{options.include}", source, "-o", program, "-L" + libraries, "-lbrisolt", "-Wl,-rpath," + libraries]
 
 
@@ -129,9 +136,11 @@ def fault_of(example, options, folder):
         environment = dict(os.environ, PYTHONPATH=options.package)
         return run(example, [options.interpreter, "-c", example.text], folder, environment)
     pathlib.Path(source).write_text(example.source())
-    compiled = subprocess.run(command(example, options, source, program), capture_output=True, text=True)
-    if compiled.returncode:
-        return f"it does not compile\n{compiled.stderr}"
+    for standard in standards(example):
+        arguments = command(example, options, standard, source, program)
+        compiled = subprocess.run(arguments, capture_output=True, text=True)
+        if compiled.returncode:
+            return f"it does not compile as {standard}\n{compiled.stderr}"
     return run(example, [program], folder) if example.runs else None
 
 

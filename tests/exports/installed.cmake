@@ -30,10 +30,19 @@ foreach(file IN ITEMS include/brisolt.hpp share/man/man3/brisolt_stream.3 share/
     endif()
 endforeach()
 
-run("${CMAKE_COMMAND}" -S "${program_source}" -B "${work}/package" -G "${GENERATOR}"
-    "-DCMAKE_C_COMPILER=${COMPILER}" "-DCMAKE_PREFIX_PATH=${prefix}")
-run("${CMAKE_COMMAND}" --build "${work}/package")
-run_program("${work}/package/minimal")
+file(WRITE "${work}/archive/CMakeLists.txt" [[
+cmake_minimum_required(VERSION 3.16)
+project(archive LANGUAGES C)
+find_package(brisolt 5.30 REQUIRED)
+add_executable(minimal "${PROGRAM}/minimal.c")
+target_link_libraries(minimal PRIVATE brisolt::brisolt_static)
+]])
+foreach(project IN ITEMS "${program_source}" "${work}/archive")
+    run("${CMAKE_COMMAND}" -S "${project}" -B "${work}/package" -G "${GENERATOR}" --fresh
+        "-DCMAKE_C_COMPILER=${COMPILER}" "-DCMAKE_PREFIX_PATH=${prefix}" "-DPROGRAM=${program_source}")
+    run("${CMAKE_COMMAND}" --build "${work}/package")
+    run_program("${work}/package/minimal")
+endforeach()
 
 file(GLOB_RECURSE pkgconfig_file "${prefix}/brisolt.pc")
 cmake_path(GET pkgconfig_file PARENT_PATH pkgconfig_directory)
@@ -56,6 +65,14 @@ if(EXISTS "${prefix}/bin/brisolt")
     run("${prefix}/bin/brisolt" --help)
 endif()
 
+file(GLOB python_packages "${prefix}/lib/python3*/dist-packages")
+if(python_packages)
+    run("${CMAKE_COMMAND}" -E env "PYTHONPATH=${python_packages}" "${PYTHON}" -c "print(__import__('brisolt').__version__)")
+    if(NOT output STREQUAL "${VERSION}\n")
+        message(FATAL_ERROR "the Python package is not of version ${VERSION}:\n${output}")
+    endif()
+endif()
+
 # Inside another project the library is of that project's kind, and nothing of ours is installed: a configured
 # folder without a single built file would otherwise fail to.
 file(WRITE "${work}/embedded/CMakeLists.txt" [[
@@ -66,8 +83,8 @@ FetchContent_Declare(brisolt SOURCE_DIR "${SOURCE}")
 FetchContent_MakeAvailable(brisolt)
 get_target_property(target brisolt::brisolt ALIASED_TARGET)
 get_target_property(type ${target} TYPE)
-if(NOT type STREQUAL WANTED OR TARGET brisolt-command OR TARGET brisolt_tapi32)
-    message(FATAL_ERROR "a ${type} instead of a ${WANTED}, or more than the library")
+if(NOT type STREQUAL WANTED OR NOT TARGET brisolt::brisolt_static OR TARGET brisolt-command OR TARGET brisolt_tapi32)
+    message(FATAL_ERROR "a ${type} instead of a ${WANTED}, no archive, or more than the library")
 endif()
 ]])
 foreach(kind IN ITEMS "STATIC;OFF" "SHARED;ON")

@@ -1,11 +1,8 @@
 // Programs that call each other: two processes with the library, the service and a modem each.
+#include <filesystem>
+
 #include "support/peer_process.h"
 #include "telephony_program.h"
-
-#ifndef BRISOLT_EXAMPLE_DIAL
-#define BRISOLT_EXAMPLE_ANSWER ""
-#define BRISOLT_EXAMPLE_DIAL ""
-#endif
 
 using namespace brisolt::test;
 using namespace std::chrono_literals;
@@ -14,17 +11,24 @@ TEST_F(TwoModems, OneProcessDialsAndAnotherAnswers) {
     if (std::string(BRISOLT_EXAMPLE_DIAL).empty())
         GTEST_SKIP() << "the tools are not part of this build";
     const PeerProcess::Options watched{.captureErrors = true, .inherit = -1};
-    PeerProcess answer(BRISOLT_EXAMPLE_ANSWER, {"There", "2"}, watched);
-    ASSERT_EQ(answer.readLine(30s), "waiting");
-    PeerProcess dialler(BRISOLT_EXAMPLE_DIAL, {"Here", "200"}, watched);
-    dialler.write("good morning\nhow are you?\n");
-    dialler.closeInput();
-    EXPECT_EQ(dialler.readAll(60s), "");
-    EXPECT_EQ(dialler.wait(30s), 0);
-    EXPECT_EQ(answer.readAll(60s), "good morning\nhow are you?\n");
-    EXPECT_EQ(answer.wait(30s), 0);
-    EXPECT_EQ(here->status().phase, simulated::Phase::idle);
-    EXPECT_EQ(there->status().phase, simulated::Phase::idle);
+    // With the library inside they find the service as the loader does, and it brings a copy of the library along.
+    setenv("LD_LIBRARY_PATH", std::filesystem::path(BRISOLT_SERVICE).parent_path().c_str(), 1);
+    for (const auto& [answers, dials] :
+         {std::array{BRISOLT_EXAMPLE_ANSWER, BRISOLT_EXAMPLE_DIAL},
+          std::array{BRISOLT_EXAMPLE_ANSWER_STATIC, BRISOLT_EXAMPLE_DIAL_STATIC}}) {
+        SCOPED_TRACE(dials);
+        PeerProcess answer(answers, {"There", "2"}, watched);
+        ASSERT_EQ(answer.readLine(30s), "waiting");
+        PeerProcess dialler(dials, {"Here", "200"}, watched);
+        dialler.write("good morning\nhow are you?\n");
+        dialler.closeInput();
+        EXPECT_EQ(dialler.readAll(60s), "");
+        EXPECT_EQ(dialler.wait(30s), 0);
+        EXPECT_EQ(answer.readAll(60s), "good morning\nhow are you?\n");
+        EXPECT_EQ(answer.wait(30s), 0);
+        EXPECT_EQ(here->status().phase, simulated::Phase::idle);
+        EXPECT_EQ(there->status().phase, simulated::Phase::idle);
+    }
 
     // Why a call has failed; the last one since another program waits for calls on that line.
     PeerProcess waiter(BRISOLT_EXAMPLE_ANSWER, {"There"}, watched);

@@ -1,0 +1,23 @@
+# Completion of brisolt-modem for fish.
+
+complete -c brisolt-modem -f
+complete -c brisolt-modem -l number -x -d 'telephone number'
+complete -c brisolt-modem -l exchange -x -a '(__fish_complete_directories)' -d 'where modems find one another'
+complete -c brisolt-modem -l link -r -F -d 'symbolic link to the terminal'
+complete -c brisolt-modem -l stored -x -d 'command line that it has stored'
+complete -c brisolt-modem -l rate -x -d 'bits per second of its connections'
+complete -c brisolt-modem -l training -x -d 'milliseconds from picking up to CONNECT'
+complete -c brisolt-modem -l time-scale -x -d 'times as fast'
+complete -c brisolt-modem -l verbose -d 'tell what happens'
+complete -c brisolt-modem -l busy -x -d 'number that is busy'
+complete -c brisolt-modem -l ringing -x -d 'number that rings for ever'
+complete -c brisolt-modem -l no-dialtone -x -d 'number that gets no dial tone'
+complete -c brisolt-modem -l silent -x -d 'TEXT[:N], command lines that are lost'
+complete -c brisolt-modem -l refuse -x -d 'TEXT[:N], command lines that get ERROR'
+complete -c brisolt-modem -l slow -x -d 'TEXT:MS, command lines that are answered late'
+complete -c brisolt-modem -l unplugged -d 'not plugged into the telephone line'
+complete -c brisolt-modem -l noise -x -d 'a byte of noise behind so many'
+complete -c brisolt-modem -l drop-after-bytes -x -d 'the line is cut'
+complete -c brisolt-modem -l drop-after-ms -x -d 'the line is cut'
+complete -c brisolt-modem -l version -d 'print the version'
+complete -c brisolt-modem -l help -d 'print help'
