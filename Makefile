@@ -150,7 +150,7 @@ sanitize:
 	$(call build,tsan)
 	$(fixed_addresses) $(call run_tests,tsan)
 
-# Proofs that take their time; docs/reliability.md says what each shows. The suite runs a minute of them.
+# Proofs that take their time; docs/reliability.md says what each shows. The suite runs a short form of each.
 faults:
 	$(call need,$(test_packages))
 	$(call configure,asan,asan)
@@ -166,7 +166,8 @@ storm:
 	$(call build,tsan,--target brisolt-storm)
 	$(fixed_addresses) '$(BUILD)/tsan/bin/brisolt-storm' $(SECONDS)
 
-# What it finds stays beside the corpus it grew from; what is kept goes into fuzz/corpus.
+# What it finds stays beside the corpus it grew from; what is kept goes into fuzz/corpus, few and small:
+# brisolt-fuzz --target=NAME -set_cover_merge=1 -use_counters=0 -max_len=400 fuzz/corpus/NAME GROWN
 fuzz:
 	$(call need,$(fuzz_packages))
 	$(call configure,fuzz,fuzz)

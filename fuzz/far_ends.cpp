@@ -53,9 +53,45 @@ bool isTerminal(int descriptor) {
 
 } // namespace
 
+namespace {
+
+/// What a dial that waits for carrier sees at each look, and what has to come of it.
+struct Looks {
+    std::string_view left;
+    int32_t outcome = -1;
+    bool is(char wanted, int32_t result) {
+        const bool right = !left.empty() && left.front() == wanted;
+        left.remove_prefix(left.empty() ? 0 : 1);
+        if (right)
+            outcome = result;
+        return right;
+    }
+} looks;
+
+/// `seen` begins with the escape character. What the modem says meanwhile stays for whoever reads.
+void dialWaiting(Port& port, const std::string& number, std::string_view seen) {
+    constexpr char carrier = 'C';
+    receive(port, seen);
+    const std::size_t answered = port.rx.unread().first.size();
+    looks = {.left = seen.substr(1)};
+    port.record->escapeChar = static_cast<uint8_t>(seen.front());
+    port.record->carrierFunc = [](int32_t) -> int32_t { return looks.is(carrier, 1) ? 1 : 0; };
+    port.record->escapeFunc = [](int32_t, int32_t character) -> int32_t {
+        return looks.is(static_cast<char>(character), 0) ? 1 : 0;
+    };
+    require(CSetModemParmDialTime(8, 20) >= 0 && ComDial(8, number.c_str()) == looks.outcome);
+    port.record->carrierFunc = nullptr;
+    port.record->escapeFunc = nullptr;
+    require(port.rx.unread().first.size() == answered);
+    port.rx.clear();
+    sent(port);
+}
+
+} // namespace
+
 /// The modem answers each command with the next line of the input. All of them an OK: it is set up; a reset or an
 /// initialisation without one: it says so; and nothing else comes of it. The first line is a number, of which
-/// exactly what it says is dialled.
+/// exactly what it says is dialled; with a second one it is dialled again, and waited for.
 void modemAnswers(std::string_view input) {
     hurry();
     static test::BarePort port(8);
@@ -72,6 +108,8 @@ void modemAnswers(std::string_view input) {
     std::erase(dialled, '~');
     std::replace(dialled.begin(), dialled.end(), '|', '\r');
     require(sent(*port) == dialled);
+    if (const std::string seen = nextLine(); !seen.empty())
+        dialWaiting(*port, number, seen);
 
     bool allOk = true;
     int32_t result = ComSetModem_Start(8, BRISOLT_MODEMS, "ITU-T V.250 Standard", 1, 1, 1, 1, 1, 1, nullptr);
@@ -117,13 +155,14 @@ void networkPeer(std::string_view input) {
     require(state.stopBits <= COM_HOST_STOP_2);
 }
 
-/// Bytes as the kernel marks them, every eighth value a broken one, come out as they went in, however they are cut.
+/// Bytes as the kernel marks them, every eighth value a broken one, come out as they went in, however they are cut; of
+/// bytes as no kernel would mark them no more come out than went in.
 void marks(std::string_view input) {
     if (input.empty())
         return;
     const std::optional<uint8_t> errorChar =
         input[0] % 2 == 0 ? std::nullopt : std::optional(static_cast<uint8_t>(input[0]));
-    std::vector<uint8_t> marked, plain, got;
+    std::vector<uint8_t> marked, plain;
     for (const char character : input.substr(1)) {
         const auto byte = static_cast<uint8_t>(character);
         const bool broken = byte % 8 == 0;
@@ -134,17 +173,23 @@ void marks(std::string_view input) {
         marked.push_back(byte);
         plain.push_back(broken ? errorChar.value_or(byte) : byte);
     }
-    tty::MarkFilter filter;
-    for (std::size_t at = 0, turn = 0; at < marked.size(); ++turn) {
-        const std::size_t size = std::min<std::size_t>(
-            1 + static_cast<uint8_t>(input[turn % input.size()]) % 5, marked.size() - at);
-        std::vector<uint8_t> piece(marked.begin() + static_cast<std::ptrdiff_t>(at),
-                                   marked.begin() + static_cast<std::ptrdiff_t>(at + size));
-        const int32_t kept = filter.undo(piece.data(), static_cast<int32_t>(size), errorChar);
-        got.insert(got.end(), piece.begin(), piece.begin() + kept);
-        at += size;
-    }
-    require(got == plain);
+    const auto undone = [&](const std::vector<uint8_t>& bytes) {
+        std::vector<uint8_t> got;
+        tty::MarkFilter filter;
+        for (std::size_t at = 0, turn = 0; at < bytes.size(); ++turn) {
+            const std::size_t size = std::min<std::size_t>(
+                1 + static_cast<uint8_t>(input[turn % input.size()]) % 5, bytes.size() - at);
+            std::vector<uint8_t> piece(bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                                       bytes.begin() + static_cast<std::ptrdiff_t>(at + size));
+            const int32_t kept = filter.undo(piece.data(), static_cast<int32_t>(size), errorChar);
+            require(kept >= 0 && kept <= static_cast<int32_t>(size));
+            got.insert(got.end(), piece.begin(), piece.begin() + kept);
+            at += size;
+        }
+        return got;
+    };
+    require(undone(marked) == plain);
+    undone({input.begin(), input.end()});
 }
 
 /// From the initialisation to the shutdown at a service that lies: each call gives what it may, all of them end, and

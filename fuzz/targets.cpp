@@ -16,6 +16,7 @@
 #include "brisolt.h"
 #include "device/device_path.h"
 #include "device/network/network_path.h"
+#include "device/null_modem_cables.h"
 #include "device/usb_path.h"
 #include "diag/hex_dump.h"
 #include "modem/command_line.h"
@@ -105,11 +106,23 @@ void devicePath(std::string_view input) {
         if (!readDevicePath(input, foreign, device, error))
             require(!error.empty());
     }
-    for (const network::Kind& kind : {network::Kind{"tcp:", false, false}, {"rfc2217-tls:", true, true}}) {
+    for (const network::Kind& kind : {network::Kind{"tcp:", false, false},
+                                      {"tls:", false, true},
+                                      {"rfc2217:", true, false},
+                                      {"rfc2217-tls:", true, true}}) {
+        DevicePath device; // without the library's own options, as the driver gets it
         network::Path there;
         std::string error;
-        const bool read = network::readPath(kind, std::string(kind.scheme).append(input), there, error);
-        require(read ? !there.host.empty() && !there.port.empty() : !error.empty());
+        const bool read = readDevicePath(std::string(kind.scheme).append(input), true, device, error) &&
+                          network::readPath(kind, device.name, there, error);
+        require(read ? !there.host.empty() && !there.port.empty() && there.connectMs >= 1 : !error.empty());
+    }
+    for (const CableKind& kind :
+         {CableKind{"null-modem:", "possible", "", false}, {"loop:", "possible", "", true}}) {
+        const std::string text = std::string(kind.scheme).append(input);
+        const CableAddress address = cableAddress(kind, text);
+        require(address.wrong.empty() ? !address.name.empty() && !(kind.isLoop && address.start.autobaud)
+                                      : address.option.empty() || text.find(address.option) != text.npos);
     }
     std::string path, error;
     const std::string name(input);
@@ -196,7 +209,7 @@ void wildcards(std::string_view input) {
     ComCheckFileMatch(glob.c_str(), name.c_str());
 }
 
-/// The search that goes on from where it was finds what one over all of it finds.
+/// The search that goes on from where it was finds what one over all of it finds, which a NUL that is kept ends.
 void stimulus(std::string_view input) {
     const auto [first, rest] = parts(input);
     const auto [second, bytes] = parts(rest);
@@ -205,14 +218,15 @@ void stimulus(std::string_view input) {
     static test::BarePort port(9);
     clearMatch(*port);
     const char* const awaited[] = {first.c_str(), second.c_str()};
-    StimulusMatch match(*port, awaited, {.nul = true, .byte255 = true});
+    const Dropped dropped{.nul = first[0] % 2 == 0, .byte255 = first[0] % 4 < 2};
+    StimulusMatch match(*port, awaited, dropped);
     std::string seen;
     for (std::size_t at = 0; at < bytes.size();) {
         const std::size_t size =
             std::min<std::size_t>(1 + static_cast<unsigned char>(bytes[at]) % 7, bytes.size() - at);
         const int32_t found = match.add({reinterpret_cast<const uint8_t*>(bytes.data()) + at, size});
         for (const char byte : bytes.substr(at, size))
-            if (byte != '\0' && byte != '\xff')
+            if (!(byte == '\0' && dropped.nul) && !(byte == '\xff' && dropped.byte255))
                 seen += byte;
         at += size;
         const bool hasFirst = std::strstr(seen.c_str(), awaited[0]) != nullptr,

@@ -29,7 +29,8 @@ int32_t ComWriteDebugFileOnFail(int32_t port, const void *bytes, int32_t length)
  * its write position; an empty one is saved in all its capacity, as zeros (but for what the last clear has
  * left). 1; -1 bad or closed port; -2 the directory has fewer than 2 characters, or capture is off; -3 the
  * file cannot be made or written (ComHostGetErrorText tells why); -4 no slot is free. After -3 and -4 the
- * ring is as it was. */
+ * ring is as it was. A program that is killed meanwhile leaves a file that is empty or ends anywhere, and the
+ * ring is lost with the program. */
 int32_t ComDebugFileOnFail_Save(int32_t port);
 /* Empties the ring; capture stays on. Zeros are written up to the first zero byte. 1; [port]. */
 int32_t ComClearDebugFileOnFail(int32_t port);

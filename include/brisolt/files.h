@@ -98,7 +98,8 @@ int32_t ComDeleteMultipleFiles(const char *pattern);
  * the disk. A write that fails is tried ten times in all, from where the file ended before; then the bytes
  * held are dropped. What goes wrong is told in the port's protocol log. The file is open only while it is
  * written; it must be there then. One thread at a time; a second one waits. A call out of a window message
- * that comes while the same thread is writing is refused. The port's close drops what is held.
+ * that comes while the same thread is writing is refused. The port's close drops what is held, and so does a
+ * kill of the program, which leaves the blocks that were written and perhaps a part of the next.
  */
 
 /* Names the file (at most 259 characters): with mode 1 a new one in place of one that may be there, else the

@@ -18,7 +18,8 @@ int32_t ComSetDebugVerifyFile(int32_t port, const char *path, const char *title)
 
 /* The writers add one stamped entry. 1 written; 0 that log is off; -1 bad or closed port, a null text, or
  * null bytes; -2 the file cannot be opened or written, or the host has no memory. Formatted entries are cut
- * at 1023 characters. */
+ * at 1023 characters. What a call has written stays when the program is killed; the entry of one that is under
+ * way may end anywhere. */
 int32_t ComWriteDebugFile(int32_t port, const char *format, ...) BRISOLT_FORMAT(2, 3);
 int32_t ComWriteDebugFileString(int32_t port, const char *text);
 /* The text starts on a line of its own. */

@@ -118,7 +118,8 @@ int32_t ComSetAsciiParms(int32_t port, const ComAsciiParms *parms);
  *              line can hold is refused: a value with a line break, a key that is empty, begins with '['
  *              or ';' or has '=' or a line break in it, a section with ']' or a line break in it.
  *   Safety     A change is written to a file beside the profile (.NAME.new), flushed and renamed over it:
- *              whoever reads finds the old file or the new one, also after a crash. Permissions are kept,
+ *              whoever reads finds the old file or the new one, also after a crash, which may leave
+ *              .NAME.new there, half written perhaps; the next change takes it over. Permissions are kept,
  *              owner and group where the host lets them be, and a symbolic link to the profile stays one
  *              (a second hard link keeps the old file). Programs and threads that write at once lose
  *              nothing of each other. One that is held up by another for 10 s (20 s for a whole port)

@@ -6,6 +6,7 @@
 #include "support/files.h"
 #include "support/peer_process.h"
 #include "support/pty.h"
+#include "support/scripted_driver.h"
 #include "support/timing.h"
 
 namespace brisolt::test {
@@ -132,6 +133,16 @@ TEST(FieldKept, WhatTheDeviceCannotTellIsNotWaitedFor) {
     ComHostCounters seen = port.counters();
     EXPECT_EQ(ComHostWaitEvent(port.number, COM_HOST_EVENT_CTS | COM_HOST_EVENT_ERROR, &seen, 5000), -4);
     EXPECT_EQ(ComHostWaitEvent(port.number, COM_HOST_EVENT_CTS | COM_HOST_EVENT_GONE, &seen, 10), 0);
+}
+
+TEST(FieldKept, WhatADeviceLeftBehindIsReadAndThenItIsMissed) {
+    ScriptedDriver driver("leaving");
+    const FieldPort port(driver.path() + "?keep=yes");
+    driver.refuse(ScriptedDriver::Call::open);
+    driver.go();
+    driver.feed("left");
+    EXPECT_TRUE(eventually([&] { return ComHostGetPortState(port.number) == COM_HOST_DEVICE_SOUGHT; }));
+    EXPECT_EQ(port.read(4), "left");
 }
 
 TEST(FieldKept, AFlappingDeviceLeavesNothingBehind) {

@@ -1,10 +1,5 @@
 // Appending, copying, moving and deleting: what they do, and that no failure loses anything.
-#include <csignal>
-#include <random>
-
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "brisolt.h"
@@ -133,34 +128,6 @@ TEST_F(Copying, ASourceThatFailsOnTheWay) {
     const uintmax_t copied = std::filesystem::file_size(to);
     EXPECT_TRUE(result == 1 ? copied == large || copied == 0 : result == -3) << result << ' ' << copied;
     EXPECT_EQ(files.count(), 2);
-}
-
-TEST_F(Copying, AKillLeavesTheOldOrTheNewAndNoDraft) {
-    const int probe = open(files.path("").c_str(), O_TMPFILE | O_RDWR, 0600);
-    if (probe < 0)
-        GTEST_SKIP() << "no files without a name here";
-    close(probe);
-    files.make("from", bytes = test::pattern(600'000));
-    std::mt19937 random(3);
-    for (int round = 0; round < 20; ++round) {
-        const bool replaces = round % 2 == 0;
-        std::filesystem::remove(to);
-        if (replaces)
-            files.make("to", "before");
-        const pid_t copier = fork();
-        if (copier == 0)
-            _exit(run(ComCopyFile));
-        std::this_thread::sleep_for(std::chrono::microseconds(random() % 6'000));
-        kill(copier, SIGKILL);
-        waitpid(copier, nullptr, 0);
-        for (const auto& entry : std::filesystem::directory_iterator(files.path(""))) {
-            const std::string name = entry.path().filename();
-            EXPECT_TRUE(files.bytes(name) == bytes || (replaces && files.bytes(name) == "before")) << name;
-            EXPECT_TRUE(replaces || name == "from" || name == "to") << name;
-            if (name.starts_with('.')) // complete, and killed just before it took its place
-                std::filesystem::remove(entry.path());
-        }
-    }
 }
 
 TEST_F(Copying, DeletingByPatternTakesWhatTheSearchFinds) {

@@ -1,7 +1,4 @@
-// Profiles under others' hands: writers at the same time, writers that die, links, permissions, full disks.
-#include <csignal>
-#include <random>
-
+// Profiles under others' hands: writers at the same time, writers that hang, links, permissions, full disks.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -60,33 +57,6 @@ TEST(ProfileSafety, WritersAtOnceLoseNothing) {
             EXPECT_EQ(ComGetProfInt("Shared", key.c_str(), -1, profile.path()), number) << key;
         }
     EXPECT_EQ(profile.files(), 1);
-}
-
-TEST(ProfileSafety, AWriterThatDiesLeavesTheOldOrTheNew) {
-    const std::string rest(200'000, '#'); // long enough to be caught in the middle of
-    const std::vector<std::string> values{"short", "x" + std::string(50'000, 'y') + "z"};
-    const ProfileOnDisk profile("[s]\nk=short\n" + rest);
-    const auto whole = [&] {
-        const std::string text = profile.text();
-        return text == "[s]\nk=" + values[0] + "\n" + rest || text == "[s]\nk=" + values[1] + "\n" + rest;
-    };
-    std::mt19937 random(7);
-    for (int32_t round = 0; round < 60; ++round) {
-        const pid_t writer = child([&] {
-            for (std::size_t turn = 0;; ++turn)
-                ComWriteProfString("s", "k", values[turn % 2].c_str(), profile.path());
-        });
-        const auto end =
-            std::chrono::steady_clock::now() + std::chrono::microseconds(500 + random() % 20'000);
-        while (std::chrono::steady_clock::now() < end)
-            ASSERT_TRUE(whole()) << "while it is written";
-        kill(writer, SIGKILL);
-        exitOf(writer);
-        ASSERT_TRUE(whole());
-    }
-    EXPECT_EQ(ComWriteProfString("s", "k", "after", profile.path()), 1) << errorText();
-    EXPECT_EQ(profile.value("s", "k"), "after");
-    EXPECT_EQ(profile.files(), 1) << "what the dead left was of use";
 }
 
 TEST(ProfileSafety, AWriterThatHangsHoldsNobodyForEver) {

@@ -30,11 +30,13 @@ namespace {
 
 constexpr int32_t portCount = 8;
 constexpr std::size_t roomSize = 65536;
-constexpr int32_t ptyPorts = 4; // the last ones
-constexpr int32_t calmPort = 9; // nothing happens to it
+constexpr int32_t ptyPorts = 4;                    // the last ones
+constexpr int32_t calmPort = 9;                    // nothing happens to it
+constexpr int32_t emptyPort = 10;                  // has no block that it could forget
+constexpr int32_t firstFree = 125, lastFree = 128; // those that ComHostOpen takes
 
 const char* folder = nullptr;
-std::atomic<long> calls{0}, opens{0}, losses{0};
+std::atomic<long> calls{0}, opens{0}, lossless{0}, losses{0};
 std::atomic<bool> over{false};
 
 /// Ports 1 and 2 are a null modem, 3 and 4 loops, 5 to 8 terminals, of which two are waited for when they go.
@@ -87,15 +89,26 @@ private:
     std::jthread thread_;
 };
 
-/// Runs on the library's threads.
-int32_t onPort(int32_t port) {
+/// These run on the library's threads, too.
+int32_t closeSometimes(int32_t port) {
     thread_local std::minstd_rand random(static_cast<uint32_t>(port));
+    return random() % 256 == 0 ? ComClose(port) : 0;
+}
+int32_t onPort(int32_t port) {
     char bytes[64];
     ComRead(port, bytes, sizeof bytes);
-    return random() % 256 == 0 ? ComClose(port) : 0;
+    return closeSometimes(port);
 }
 int32_t onRead(int32_t, void*, int32_t count) {
     return count / 2;
+}
+int32_t onWrite(int32_t port, const void*, int32_t count) {
+    closeSometimes(port);
+    return count;
+}
+template <class... Numbers> int32_t onSetting(int32_t port, Numbers...) {
+    closeSometimes(port);
+    return 1;
 }
 
 /// Arguments, one after the other.
@@ -112,7 +125,11 @@ public:
         return values[below(static_cast<uint32_t>(std::size(values)))];
     }
 
-    int32_t port() { return 1 + static_cast<int32_t>(below(portCount)); }
+    int32_t anyOf(int32_t first, int32_t last) {
+        return first + static_cast<int32_t>(below(static_cast<uint32_t>(last - first + 1)));
+    }
+    int32_t port() { return below(3) == 0 ? anyOf(firstFree, lastFree) : anyOf(1, portCount); }
+    static int32_t portWithoutBlocks() { return emptyPort; }
     int32_t number() { return of(std::array{-1, 0, 1, 2, 3, 13, 26, 100, 255, 700, 4000}); }
     int32_t smallNumber() { return static_cast<int32_t>(1 + below(3)); }
     int32_t dataBits() { return static_cast<int32_t>(7 + below(2)); }
@@ -123,7 +140,7 @@ public:
     int32_t window() { return below(2) == 0 ? window_ : 0; }
     uint32_t thread() { return below(2) == 0 ? ComHostThreadId() : 0; }
     int32_t handle() {
-        const int32_t handle = below(4) == 0 ? ComHostOpenDevice(pathOf(port()).c_str()) : -1;
+        const int32_t handle = below(4) == 0 ? ComHostOpenDevice(pathOf(anyOf(1, portCount)).c_str()) : -1;
         handles_.push_back(handle);
         return handle;
     }
@@ -135,7 +152,7 @@ public:
     const char* fileName() {
         return keep(std::string(folder) + "/" + of(std::array{"a", "b", "c", "d.ini", "no/where"}));
     }
-    const char* devicePath() { return keep(pathOf(port())); }
+    const char* devicePath() { return keep(pathOf(anyOf(1, portCount))); }
     void* room() { return room_.data(); }
     template <class Record> Record* record() {
         static thread_local Record record{};
@@ -149,6 +166,12 @@ public:
             return below(2) == 0 ? onPort : nullptr;
         else if constexpr (std::is_same_v<Function, ComReadFunc>)
             return below(8) == 0 ? onRead : nullptr;
+        else if constexpr (std::is_same_v<Function, ComWriteFunc>)
+            return below(8) == 0 ? onWrite : nullptr;
+        else if constexpr (std::is_same_v<Function, ComPortValueFunc>)
+            return below(2) == 0 ? onSetting<int32_t> : nullptr;
+        else if constexpr (std::is_same_v<Function, ComSetParmsFunc>)
+            return below(2) == 0 ? onSetting<int32_t, int32_t, int32_t> : nullptr;
         else
             return nullptr;
     }
@@ -192,14 +215,28 @@ bool isEnd(const std::string& name) {
     return name.find("Close") != std::string::npos || name.find("CLOSEPORT") != std::string::npos;
 }
 
+bool openAs(int32_t port, Draw& draw) {
+    ComHostMapDevice(port, pathOf(port).c_str());
+    return ComOpen("COM", port, 115200, 8, 1, 1, static_cast<uint32_t>(draw.ringSize()),
+                   static_cast<uint32_t>(draw.ringSize())) == port;
+}
+/// Lossless, with rings of 64 KB, on a number that is free and not mapped. One that nobody draws is no use.
+bool openAnew(int32_t wanted, Draw& draw) {
+    ComHostMapDevice(wanted, nullptr);
+    const int32_t port = ComHostOpen(draw.devicePath(), 115200, nullptr);
+    if (port > 0 && port < firstFree)
+        ComHostClose(port, 0);
+    lossless += port >= firstFree ? 1 : 0;
+    return port >= firstFree;
+}
+
 void rage(std::size_t self, uint32_t seed) {
     Draw draw(seed);
     while (!over) {
         const int32_t port = draw.port();
         if (ComOpenState(port) == 0 && draw.below(4) != 0) {
             busyWith[self] = "an open";
-            ComHostMapDevice(port, pathOf(port).c_str());
-            opens += ComOpen("COM", port, 115200, 8, 1, 1, 4096, 4096) == port ? 1 : 0;
+            opens += (port <= portCount ? openAs(port, draw) : openAnew(port, draw)) ? 1 : 0;
             continue;
         }
         const Call& call = draw.of(table);
@@ -214,7 +251,9 @@ void rage(std::size_t self, uint32_t seed) {
 }
 
 void closeAll() {
-    for (int32_t port = 1; port <= portCount; ++port) {
+    for (int32_t port = 1; port <= lastFree; ++port) {
+        if (port == calmPort)
+            continue;
         ComHostClose(port, 0);
         ComVirtualClose(port);
         ComGetModem_End(port); // a list of modems is the program's to end
@@ -305,9 +344,10 @@ int main(int count, char** words) {
     const bool flat = eventually([&] {
         return entriesOf("/proc/self/fd") <= descriptors + 2 && entriesOf("/proc/self/task") <= threads + 1;
     });
-    std::printf("%ld calls, %ld opens, %ld devices went; descriptors %ld then %ld, threads %ld then %ld\n",
-                calls.load(), opens.load(), losses.load(), descriptors, entriesOf("/proc/self/fd"), threads,
-                entriesOf("/proc/self/task"));
+    std::printf("%ld calls, %ld opens (%ld by ComHostOpen), %ld devices went; descriptors %ld then %ld, "
+                "threads %ld then %ld\n",
+                calls.load(), opens.load(), lossless.load(), losses.load(), descriptors,
+                entriesOf("/proc/self/fd"), threads, entriesOf("/proc/self/task"));
     if (!flat)
         for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
             std::printf("open: %s\n", read_symlink(entry).c_str());

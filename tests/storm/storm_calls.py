@@ -17,7 +17,7 @@ NAMES = {
     "thread": "thread", "deviceHandle": "handle", "rxBufSize": "ringSize", "txBufSize": "ringSize", "events": "events",
 }
 FILES = {"path", "name", "fileName", "log", "firstName", "secondName", "report", "databaseFile", "debugFile", "directory"}
-LEFT_OUT = {"ComInitMalloc"}  # forgets blocks, whose it is then to be
+FORGETS = "ComInitMalloc"  # whose blocks they would be then nobody knows
 
 
 def drawn(function, kind, name):
@@ -35,15 +35,14 @@ def drawn(function, kind, name):
         return f"with.record<{record[1]}>()" if record else f"static_cast<{kind}>(with.room())"
     if function == "ComTAPI_OPENPORT" and name == "handle":
         return "with.handle()"
-    return f"static_cast<{kind}>(with.{NAMES.get(name, 'number')}())"
+    how = "portWithoutBlocks" if function == FORGETS else NAMES.get(name, "number")
+    return f"static_cast<{kind}>(with.{how}())"
 
 
 def main(listed, output, headers):
     declarations = [declaration for header in headers for declaration in code_of(header)]
     text = ""
     for (name,) in rows_of(listed):
-        if name in LEFT_OUT:
-            continue
         (declaration,) = [one for one in declarations if re.search(rf"\b{name}\(", one)]
         parameters = list(parameters_of(declaration, name))
         if not any(parameter == "port" for _, parameter in parameters):

@@ -144,6 +144,9 @@ ComHostDriver ScriptedDriver::record(ScriptedDriver& driver, Waits waits, Counts
         made.wait = [](void* device, uint32_t events, int32_t wake, int32_t milliseconds) {
             return of(device).wait(events, wake, milliseconds);
         };
+    made.state = [](void* device) -> int32_t {
+        return of(device).load(of(device).gone_) ? COM_HOST_DEVICE_GONE : COM_HOST_DEVICE_THERE;
+    };
     if (counts == Counts::yes)
         made.counters = [](void* device, ComHostCounters* counters) {
             counters->cts = of(device).load(of(device).ctsChanges_);

@@ -81,6 +81,7 @@ public:
     /// A complete write that finds no room waits for it; without this it takes what fits and returns.
     void holdCompleteWrites() { store(holds_, true); }
     void feed(std::string_view bytes); ///< they arrive at the device
+    void go() { store(gone_, true); }  ///< what was fed can still be read
     void raiseErrors(uint32_t errors) { store(errors_, errors); }
 
     // ---- what happened
@@ -128,6 +129,7 @@ private:
     const std::string scheme_;
     mutable std::mutex lock_;
     std::condition_variable changed_;
+    bool gone_ = false;
     Signal readable_;
     Signal writable_;
     std::array<Refusal, callCount> refusals_{};
