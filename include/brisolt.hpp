@@ -763,7 +763,7 @@ struct device {
     std::string holder_name;
 };
 
-/// The machine's serial devices, sorted by path; none is opened. A call for each.
+/// The machine's serial devices, sorted by path; none is opened. A call for each. Throws when the host fails to tell.
 inline std::vector<device> devices() {
     std::vector<device> all;
     const auto known = [](std::int32_t number) {
@@ -771,7 +771,12 @@ inline std::vector<device> devices() {
     };
     ComHostDeviceInfo info{};
     info.size = sizeof info;
-    while (ComHostGetDeviceInfo(static_cast<std::int32_t>(all.size()), &info) == 1) {
+    for (;;) {
+        const std::int32_t result = ComHostGetDeviceInfo(static_cast<std::int32_t>(all.size()), &info);
+        if (result < 0)
+            throw std::system_error(make_error_code(errc::refused), error_text());
+        if (result == 0)
+            return all;
         device found;
         found.path = info.path;
         found.stable_path = info.stablePath;
@@ -789,7 +794,6 @@ inline std::vector<device> devices() {
         all.push_back(std::move(found));
         info.size = sizeof info;
     }
-    return all;
 }
 
 } // namespace cpp

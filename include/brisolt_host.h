@@ -53,7 +53,7 @@ int32_t ComHostGetDevicePath(int32_t port, char *buffer, int32_t size);
 
 /* The host's serial devices by index from 0, sorted by path: path and a description for people
  * (driver, product, serial number). Listing opens no device. Either buffer may be null. 1; 0 when there
- * is no device with that index. */
+ * is no device with that index; -1 when the host fails to tell (ComHostGetErrorText tells why). */
 int32_t ComHostGetDevice(int32_t index, char *path, int32_t pathSize, char *description,
                          int32_t descriptionSize);
 

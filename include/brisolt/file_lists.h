@@ -32,7 +32,8 @@ typedef struct FileList FileList;
  * Names of 260 characters or more do not fit a caller's buffer and are left out.
  *
  * The list; the list given, unchanged, when nothing matched or the pattern is null. Where memory runs out
- * among the names, the list ends with those made before, none maybe. Null when there is no memory for the list
+ * among the names, or the host fails to tell them all (ComHostGetErrorText tells why), the list ends with those
+ * made before, none maybe. Null when there is no memory for the list
  * itself or it is no list any more (one that was given and is a list stays as it was).
  */
 FileList *ComAddFileList(FileList *list, const char *pattern);

@@ -52,7 +52,7 @@ typedef struct ComHostDeviceInfo {
 
 /* The host's serial devices by index from 0, as ComHostGetDevice lists them; nothing is opened. info->size is set
  * by the caller; a smaller record gets the fields that it has. 1; 0 no device with that index; -1 null, or a
- * record too small for the path. */
+ * record too small for the path, or the host fails to tell (ComHostGetErrorText tells why). */
 int32_t ComHostGetDeviceInfo(int32_t index, ComHostDeviceInfo *info);
 
 /* From now on COM_HOST_MESSAGE_DEVICES is posted to the window, or to the thread when the window is 0, when a

@@ -6,7 +6,8 @@ import time
 from collections.abc import Iterator
 from dataclasses import dataclass, fields
 
-from ._library import ffi, lib
+from ._library import error_text, ffi, lib
+from .errors import error_of
 from .messages import next_message
 
 __all__ = ["Device", "DeviceChange", "devices", "watch_devices"]
@@ -52,8 +53,10 @@ def devices() -> list[Device]:
     info = ffi.new("ComHostDeviceInfo *")
     info.size = ffi.sizeof("ComHostDeviceInfo")
     found: list[Device] = []
-    while lib.ComHostGetDeviceInfo(len(found), info) == 1:
+    while (result := lib.ComHostGetDeviceInfo(len(found), info)) == 1:
         found.append(Device(**{field.name: _value(info, field.name) for field in fields(Device)}))  # type: ignore[arg-type]
+    if result < 0:
+        raise error_of("listing devices", result, error_text())
     return found
 
 

@@ -39,13 +39,15 @@ BRISOLT_EXPORT int32_t ComHostGetDevice(int32_t index, char* path, int32_t pathS
                                         int32_t descriptionSize) try {
     std::string foundPath;
     std::string foundDescription;
-    if (!brisolt::serial::list(index, foundPath, foundDescription))
-        return 0;
+    const int32_t result = brisolt::serial::list(index, foundPath, foundDescription);
+    if (result < 1)
+        return result;
     copyCut(foundPath, path, pathSize);
     copyCut(foundDescription, description, descriptionSize);
     return 1;
 } catch (...) {
-    return 0;
+    brisolt::setErrorTextFrom({"cannot list the devices: no memory"});
+    return -1;
 }
 
 BRISOLT_EXPORT int32_t ComHostGetErrorText(char* buffer, int32_t size) {

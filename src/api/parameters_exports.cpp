@@ -8,6 +8,7 @@
 #include "params/parameter_records.h"
 #include "params/profile_values.h"
 #include "params/profiles.h"
+#include "platform/error_text.h"
 #include "platform/profile.h"
 #include "script/notifications.h"
 #include "stream/line_settings.h"
@@ -80,15 +81,28 @@ int32_t readValue(const Address& address, Encoding encoding, int32_t absent) noe
     });
 }
 
-int32_t writeText(const Address& address, std::optional<std::string> text) {
-    if (!address.whole())
+/// f() for something whole; the error text says why there is nothing to write, or no memory for it.
+template <class F> int32_t writing(bool whole, const char* file, F&& f) noexcept {
+    if (!whole)
+        setErrorTextFrom({"cannot write to a profile: a null section, key, record or file name"});
+    try {
+        return whole && f() ? 1 : 0;
+    } catch (...) {
+        setErrorTextFrom({"cannot write to ", file, ": no memory"});
         return 0;
-    profile::Change change{address.key, std::move(text)};
-    return profile::write(address.file, address.section, {&change, 1}) ? 1 : 0;
+    }
+}
+
+/// encode() is the text of the value, none when the key is to go.
+template <class Encode> int32_t writeKey(const Address& address, Encode encode) noexcept {
+    return writing(address.whole(), address.file, [&] {
+        const profile::Change change{address.key, encode()};
+        return profile::write(address.file, address.section, {&change, 1});
+    });
 }
 
 int32_t writeValue(const Address& address, Encoding encoding, int32_t value) noexcept {
-    return guarded(0, [&] { return writeText(address, profile::encode(encoding, value)); });
+    return writeKey(address, [=] { return profile::encode(encoding, value); });
 }
 
 int32_t copyCut(std::string_view text, char* buffer, uint32_t capacity) noexcept {
@@ -107,8 +121,7 @@ template <class Parms> int32_t loadRecord(const char* section, Parms* parms, con
 template <class Parms>
 int32_t storeRecord(const char* section, const Parms* parms, const char* file, int32_t writeAll) noexcept {
     bool complete = section != nullptr && parms != nullptr && file != nullptr;
-    return complete ? guarded(0, [=] { return profile::store(file, section, *parms, writeAll != 0) ? 1 : 0; })
-                    : 0;
+    return writing(complete, file, [=] { return profile::store(file, section, *parms, writeAll != 0); });
 }
 
 } // namespace
@@ -156,10 +169,8 @@ BRISOLT_EXPORT int32_t ComWriteProfChar(const char* section, const char* key, ui
 }
 BRISOLT_EXPORT int32_t ComWriteProfString(const char* section, const char* key, const char* text,
                                           const char* file) {
-    return guarded(0, [=] {
-        return writeText({section, key, file},
-                         text == nullptr ? std::nullopt : std::optional<std::string>(text));
-    });
+    return writeKey({section, key, file},
+                    [=] { return text == nullptr ? std::nullopt : std::optional<std::string>(text); });
 }
 
 BRISOLT_EXPORT int32_t ComGetProfPortParms(const char* section, ComPortParms* parms, const char* file) {

@@ -135,8 +135,8 @@ namespace deviceNames {
 int32_t map(int32_t port, const char* path) noexcept;
 /// The program has mapped the port.
 bool isMapped(int32_t port) noexcept;
-/// A mapping for the life of an open; it ends unless the program has made another meanwhile.
-int32_t mapOpened(int32_t port, const char* path) noexcept;
+/// A mapping for the life of an open; it ends unless the program has made another meanwhile. False: too long a path.
+bool mapOpened(int32_t port, const char* path);
 void endOpened(int32_t port) noexcept;
 /// The path behind a name: "\\.\COMn" and "COMn" resolve (mapping, /dev/comN, /dev/ttyS(N-1)); anything
 /// else stands for itself. Options behind a name go behind its path.

@@ -81,10 +81,8 @@ int32_t map(int32_t port, const char* path) noexcept try {
     return -1;
 }
 
-int32_t mapOpened(int32_t port, const char* path) noexcept try {
-    return set(port, path, true);
-} catch (const std::bad_alloc&) {
-    return -1;
+bool mapOpened(int32_t port, const char* path) {
+    return set(port, path, true) > 0;
 }
 
 bool isMapped(int32_t port) noexcept {

@@ -152,11 +152,14 @@ void KeptDevice::takeOut() noexcept {
 }
 
 /// Twins have been made with one serial number: of those the one on the old socket.
-std::string KeptDevice::pathNow() const {
+std::optional<std::string> KeptDevice::pathNow() const {
     if (!identity_.known())
         return path_;
+    const std::optional<std::vector<serial::UsbDevice>> devices = serial::usbDevices();
+    if (!devices)
+        return std::nullopt;
     std::string path;
-    for (const serial::UsbDevice& device : serial::usbDevices()) {
+    for (const serial::UsbDevice& device : *devices) {
         if (!identity_.isOf(device.identity))
             continue;
         if (device.identity.location == identity_.location)
@@ -222,11 +225,15 @@ bool KeptDevice::putOff() noexcept {
 bool KeptDevice::seekHostDevice(Place& place) {
     if (putOff())
         return false;
-    const std::string path = pathNow();
+    const std::optional<std::string> path = pathNow();
+    if (!path) { // the host may be better off soon
+        noteBusy(true);
+        return false;
+    }
     Opened opened;
     uint32_t version = 0;
     RememberedSettings settings = settingsNow(version);
-    const int32_t result = path.empty() ? -ENOENT : open_(path, settings.startOf(options_), opened);
+    const int32_t result = path->empty() ? -ENOENT : open_(*path, settings.startOf(options_), opened);
     noteBusy(comesFree(result));
     if (result < 0)
         return false;

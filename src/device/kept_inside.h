@@ -101,7 +101,7 @@ private:
     void tryLater() noexcept;
     void beginAttempt(const Opened& opened);
     void arrive() noexcept;
-    std::string pathNow() const;
+    std::optional<std::string> pathNow() const; ///< none: the host fails to tell
     RememberedSettings settingsNow(uint32_t& version);
     void tellChanged() noexcept;
 

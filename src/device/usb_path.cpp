@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "platform/error_text.h"
 #include "platform/serial.h"
 
 namespace brisolt::drivers {
@@ -81,13 +82,17 @@ bool findUsbDevice(std::string_view name, std::string& path, std::string& error)
                 "any field *";
         return false;
     }
-    const std::vector<serial::UsbDevice> devices = serial::usbDevices();
+    const std::optional<std::vector<serial::UsbDevice>> devices = serial::usbDevices();
+    if (!devices) {
+        error = errorText();
+        return false;
+    }
     std::vector<serial::UsbDevice> fitting;
-    for (const serial::UsbDevice& device : devices)
+    for (const serial::UsbDevice& device : *devices)
         if (fits(wanted, device.identity))
             fitting.push_back(device);
     if (fitting.size() != 1) {
-        error = fitting.empty() ? "none fits; " + listOf(devices) : "several fit; " + listOf(fitting);
+        error = fitting.empty() ? "none fits; " + listOf(*devices) : "several fit; " + listOf(fitting);
         return false;
     }
     path = fitting.front().path;

@@ -137,9 +137,14 @@ bool writeFile(file::File& file, const std::string& path, std::string_view bytes
         auto count = static_cast<int32_t>(std::min(bytes.size(), mostOfAWrite));
         int32_t written = file.write(bytes.data(), count);
         good = written > 0;
+        if (!good)
+            file::tellFailure("write to", path.c_str());
         bytes.remove_prefix(static_cast<std::size_t>(std::max(written, 0)));
     }
-    good = file.close() && good;
+    if (!file.close() && good) {
+        file::tellFailure("write to", path.c_str());
+        good = false;
+    }
     if (!good)
         file::discard(path.c_str());
     return good;

@@ -12,7 +12,7 @@ namespace brisolt::directory {
 std::string onHost(std::string_view name);
 using Choice = std::function<bool(std::string_view name)>;
 /// The names of the files in a directory (directories and links to them left out) that are chosen, in order.
-/// None when the directory cannot be read.
+/// None when the directory is not there or not for us; a host that fails throws, and the error text says why.
 std::vector<std::string> names(const std::string& directory, const Choice& chosen);
 /// The paths of the files whose names begin with the prefix; the directory's name ends with its separator.
 std::vector<std::string> files(const std::string& directory, std::string_view prefix);

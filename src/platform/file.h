@@ -129,7 +129,7 @@ int64_t sizeBehind(std::FILE* stream) noexcept;
 /// The name under which this host has the file: names may be written with backslashes. Empty when it is too
 /// long for the host.
 std::string nameOnHost(const char* path);
-/// The same with links followed to where the file really is, or would be.
+/// The same with links followed to where the file really is, or would be; where it is empty, the error text says why.
 std::string realPlace(const char* path);
 
 /// The host's code for the calling thread's last failure.

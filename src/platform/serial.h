@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,11 +22,11 @@ void closeForeign(int32_t handle) noexcept;
 
 /// The device that stands behind a port's number while no other is mapped to it.
 std::string defaultPath(int32_t port);
-/// The host's serial devices, sorted by path. False past the last.
-bool list(int32_t index, std::string& path, std::string& description);
+/// The host's serial devices, sorted by path. 1; 0 past the last; -1 the host fails to tell (the error text says why).
+int32_t list(int32_t index, std::string& path, std::string& description);
 
-/// The same with all that the host tells about the device; info.size is the caller's. False past the last.
-bool describe(int32_t index, ComHostDeviceInfo& info);
+/// The same with all that the host tells about the device; info.size is the caller's.
+int32_t describe(int32_t index, ComHostDeviceInfo& info);
 
 /// Tells the window, or the thread when that is 0, of serial devices that come and go (COM_HOST_MESSAGE_DEVICES);
 /// both 0: nobody. False when the host cannot tell.
@@ -50,11 +51,11 @@ struct Identity {
 /// Of the device that a path leads to. Nothing is opened.
 Identity identityOf(const std::string& path);
 
-/// The USB devices that are there now.
+/// The USB devices that are there now; none at all when the host fails to tell (the error text says why).
 struct UsbDevice {
     std::string path;
     Identity identity;
 };
-std::vector<UsbDevice> usbDevices();
+std::optional<std::vector<UsbDevice>> usbDevices();
 
 } // namespace brisolt::serial

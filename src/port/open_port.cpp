@@ -147,7 +147,7 @@ constexpr int32_t portTaken = -2;
 class OpenedName {
 public:
     OpenedName(int32_t number, const char* path)
-        : number_(number), kept_(deviceNames::mapOpened(number, path) > 0) {
+        : number_(number), kept_(deviceNames::mapOpened(number, path)) {
         if (!kept_)
             setErrorText("cannot open a device: its path has more than 259 bytes");
     }

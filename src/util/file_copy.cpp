@@ -77,8 +77,10 @@ int32_t copyTo(const std::string& place, bool replaces, File& from, const char* 
     int32_t result = transfer(from, source, draft.file(), place.c_str());
     if (result != done)
         return result;
-    if (replaces && !draft.file().takeOver(place.c_str()))
+    if (replaces && !draft.file().takeOver(place.c_str())) {
+        file::tellFailure("write to", place.c_str());
         return writeFailed;
+    }
     if (replaces ? draft.replace() : draft.publish())
         return done;
     file::tellFailure("write to", place.c_str());

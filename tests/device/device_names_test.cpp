@@ -92,10 +92,11 @@ TEST_F(DeviceList, ListsWhatHasADeviceInNaturalOrder) {
         {"/dev/ttyS10", "8250_pci"},
         {"/dev/ttyUSB0", "Converter A1 (ftdi_sio)"}};
     std::vector<std::pair<std::string, std::string>> listed;
-    for (const auto& device : brisolt::serial::listBelow(root / "class"))
+    const auto found = brisolt::serial::listBelow(root / "class").value();
+    for (const auto& device : found)
         listed.emplace_back(device.path, device.description);
     EXPECT_EQ(listed, expected);
-    EXPECT_TRUE(brisolt::serial::listBelow(root / "absent").empty());
+    EXPECT_TRUE(brisolt::serial::listBelow(root / "absent").value().empty());
 }
 
 namespace {

@@ -9,7 +9,6 @@
 #include <thread>
 #include <utility>
 
-#include "seam.h"
 #include "support/pty.h"
 #include "support/timing.h"
 
@@ -53,7 +52,6 @@ public:
 
 private:
     void run(const std::stop_token& over) {
-        const Spared here;
         for (std::string pending; !over.stop_requested();) {
             std::this_thread::sleep_for(delay_);
             const std::string bytes = pty_.read(1, std::chrono::milliseconds(5));

@@ -20,8 +20,11 @@ public:
         lasting = false;
         refused_.clear();
     }
-    /// Whether a step has succeeded. A result that is neither above 0 nor one of the failures is wrong.
-    bool step(const char* what, int64_t result, std::initializer_list<int32_t> failures);
+    /// Whether a step has succeeded. A result that is neither above 0 nor one of the failures that the header names
+    /// for such a cause is wrong; so is one without a text where that promises one.
+    bool step(const char* what, int64_t result, std::initializer_list<int32_t> failures, bool told = false);
+    /// Something that comes as long as the device is there, or else the host is down.
+    bool comes(const char* what, bool came, bool isThere);
     /// A promise; what stands in its way when it does not hold.
     bool holds(bool promise, const std::string& text);
     const std::string& wrong() const { return wrong_; }
@@ -34,7 +37,7 @@ private:
     std::string wrong_, refused_;
 };
 
-/// True: everything was done. False: a step has failed as it may.
+/// True: everything was done. False: a step has failed as it may, and refused() is its failure.
 struct Scenario {
     const char* name;
     bool (*run)(Scene& scene);

@@ -17,11 +17,11 @@ struct Meter {
 };
 
 /// From now on fails the call of that number, of those that the mode concerns, or (`on`) it and all after it; with 0
-/// it only counts, for all modes. `partly`: that read or write moves half of what it could; `interrupted`: that call gives EINTR.
+/// it only counts, for all modes. `partly`: that read or write moves half of what there is; `interrupted`: that call gives EINTR.
 void arm(Meter& meter, Mode mode, long point, bool trace);
 void disarm();
 
-/// The calling thread is the far end, or the test itself: its host never fails.
+/// The calling thread is the far end, or the test itself: its host never fails, nor that of a std::thread it starts.
 inline thread_local int spared = 0;
 struct Spared {
     Spared() { ++spared; }

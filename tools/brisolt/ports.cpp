@@ -50,9 +50,12 @@ Devices listDevices(const std::string& pattern) {
     Devices devices;
     ComHostDeviceInfo info{};
     info.size = sizeof info;
-    for (int32_t index = 0; ComHostGetDeviceInfo(index, &info) == 1; ++index)
+    int32_t result = ComHostGetDeviceInfo(0, &info);
+    for (int32_t index = 1; result == 1; result = ComHostGetDeviceInfo(index++, &info))
         if (fits(info, pattern))
             devices.push_back(info);
+    if (result < 0)
+        throw Failure(hostReason(result));
     return devices;
 }
 

@@ -28,15 +28,20 @@ std::string stableLink(const std::string& path) {
 
 } // namespace
 
-bool describe(int32_t index, ComHostDeviceInfo& info) {
-    const std::vector<ListedDevice> devices = listBelow("/sys/class/tty");
-    if (index < 0 || static_cast<std::size_t>(index) >= devices.size())
-        return false;
-    const ListedDevice& device = devices[static_cast<std::size_t>(index)];
+int32_t describe(int32_t index, ComHostDeviceInfo& info) {
+    const std::optional<std::vector<ListedDevice>> devices = listBelow("/sys/class/tty");
+    if (!devices)
+        return -1;
+    if (index < 0 || static_cast<std::size_t>(index) >= devices->size())
+        return 0;
+    const ListedDevice& device = (*devices)[static_cast<std::size_t>(index)];
     const UsbAbout about = usbAbout(device.entry);
+    const std::string stable = stableLink(device.path);
+    if (!looksWereWhole(device.entry))
+        return -1;
     const Holder holder = holderOf(device.path);
     set(info.path, device.path);
-    set(info.stablePath, stableLink(device.path));
+    set(info.stablePath, stable);
     set(info.description, device.description);
     set(info.manufacturer, about.manufacturer);
     set(info.product, about.product);
@@ -48,7 +53,7 @@ bool describe(int32_t index, ComHostDeviceInfo& info) {
     info.interfaceNumber = about.identity.interfaceNumber;
     info.holder = holder.process;
     set(info.holderName, holder.name);
-    return true;
+    return 1;
 }
 
 } // namespace brisolt::serial

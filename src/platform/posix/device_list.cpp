@@ -3,7 +3,9 @@
 #include "platform/posix/device_list.h"
 
 #include <algorithm>
+#include <cstring>
 
+#include "platform/error_text.h"
 #include "platform/posix/kernel_files.h"
 #include "platform/posix/usb_identity.h"
 #include "platform/serial.h"
@@ -86,27 +88,39 @@ bool naturallyLess(std::string_view a, std::string_view b) {
     return a.size() - i < b.size() - j;
 }
 
-std::vector<ListedDevice> listBelow(const std::string& classDirectory) {
+bool looksWereWhole(const std::string& directory) {
+    const int32_t error = takeFailure();
+    if (error != 0)
+        setErrorTextFrom({"cannot list the devices in ", directory, ": ", std::strerror(error)});
+    return error == 0;
+}
+
+std::optional<std::vector<ListedDevice>> listBelow(const std::string& classDirectory) {
     std::vector<ListedDevice> devices;
+    takeFailure(); // of somebody else's look
     for (const std::string& name : entries(classDirectory)) {
         ListedDevice found;
         if (listEntry(classDirectory, name, found))
             devices.push_back(std::move(found));
     }
+    if (!looksWereWhole(classDirectory))
+        return std::nullopt;
     std::sort(devices.begin(), devices.end(),
               [](const ListedDevice& a, const ListedDevice& b) { return naturallyLess(a.path, b.path); });
     return devices;
 }
 
-bool list(int32_t index, std::string& path, std::string& description) {
+int32_t list(int32_t index, std::string& path, std::string& description) {
     if (index < 0)
-        return false;
-    std::vector<ListedDevice> devices = listBelow("/sys/class/tty");
-    if (static_cast<std::size_t>(index) >= devices.size())
-        return false;
-    path = std::move(devices[static_cast<std::size_t>(index)].path);
-    description = std::move(devices[static_cast<std::size_t>(index)].description);
-    return true;
+        return 0;
+    std::optional<std::vector<ListedDevice>> devices = listBelow("/sys/class/tty");
+    if (!devices)
+        return -1;
+    if (static_cast<std::size_t>(index) >= devices->size())
+        return 0;
+    path = std::move((*devices)[static_cast<std::size_t>(index)].path);
+    description = std::move((*devices)[static_cast<std::size_t>(index)].description);
+    return 1;
 }
 
 std::string defaultPath(int32_t port) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "platform/folder_watch.h"
@@ -39,10 +40,13 @@ constinit Mutex tellerMutex;
 constinit std::shared_ptr<Teller>*
     teller GUARDED_BY(tellerMutex) = nullptr; ///< under tellerMutex; null: nobody asks
 
-/// The serial devices that can be opened by a name.
-std::vector<std::string> present() {
+/// The serial devices that can be opened by a name; none at all when the host fails to tell.
+std::optional<std::vector<std::string>> present() {
+    std::optional<std::vector<ListedDevice>> devices = listBelow("/sys/class/tty");
+    if (!devices)
+        return std::nullopt;
     std::vector<std::string> paths;
-    for (ListedDevice& device : listBelow("/sys/class/tty"))
+    for (ListedDevice& device : *devices)
         if (kernelFiles::isThere(device.path))
             paths.push_back(std::move(device.path));
     std::sort(paths.begin(), paths.end());
@@ -60,7 +64,10 @@ void Teller::tell(bool came) noexcept {
 }
 
 void Teller::compare() {
-    std::vector<std::string> now = present();
+    std::optional<std::vector<std::string>> devices = present();
+    if (!devices)
+        return; // the next news show these, too
+    std::vector<std::string> now = std::move(*devices);
     const auto missingIn = [](const std::vector<std::string>& paths, const std::string& path) {
         return !std::binary_search(paths.begin(), paths.end(), path);
     };
@@ -120,7 +127,11 @@ bool startTeller(int32_t window, uint32_t thread) WITH_LOCK(tellerMutex) {
         made->window = window;
         made->thread = thread;
     }
-    made->known = present(); // after the watch: what comes in between is told
+    std::optional<std::vector<std::string>> known =
+        present(); // after the watch: what comes in between is told
+    if (!known)
+        return false;
+    made->known = std::move(*known);
     auto ours = std::make_unique<std::shared_ptr<Teller>>(made);
     auto theirs = std::make_unique<std::shared_ptr<Teller>>(made);
     if (!thread::start(tellerMain, theirs.get(), "brisolt-news"))

@@ -1,11 +1,16 @@
 #include "platform/directory.h"
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
+#include <system_error>
 
+#include "platform/error_text.h"
 #include "platform/posix/file_names.h"
 
 namespace brisolt::directory {
@@ -17,6 +22,15 @@ struct Close {
     void operator()(DIR* directory) const noexcept { ::closedir(directory); }
 };
 using Stream = std::unique_ptr<DIR, Close>;
+
+/// A directory that is not there, or not for us to read, has no files for us.
+void refuseUnlessAbsent(const std::string& directory, int32_t error) {
+    constexpr std::array absent{0, ENOENT, ENOTDIR, EACCES, ELOOP, ENAMETOOLONG};
+    if (std::find(absent.begin(), absent.end(), error) != absent.end())
+        return;
+    setErrorTextFrom({"cannot list ", directory, ": ", std::strerror(error)});
+    throw std::system_error(error, std::generic_category());
+}
 
 /// A directory, or a link to one.
 bool isDirectory(DIR* parent, const dirent& entry) noexcept {
@@ -36,10 +50,14 @@ std::string onHost(std::string_view name) {
 
 std::vector<std::string> names(const std::string& directory, const Choice& chosen) {
     std::vector<std::string> found;
+    errno = 0;
     Stream stream(::opendir(directory.c_str()));
-    while (const dirent* entry = stream ? ::readdir(stream.get()) : nullptr)
+    while (const dirent* entry = stream ? ::readdir(stream.get()) : nullptr) {
         if (chosen(entry->d_name) && !isDirectory(stream.get(), *entry))
             found.emplace_back(entry->d_name);
+        errno = 0; // by which its end is told from its failure
+    }
+    refuseUnlessAbsent(directory, errno);
     std::sort(found.begin(), found.end());
     return found;
 }

@@ -1,10 +1,11 @@
 #include "platform/posix/file_names.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <time.h>
 #include <unistd.h>
 
@@ -80,19 +81,29 @@ std::string nameOnHost(const char* path) {
     return HostName(path).text();
 }
 
+// Not by the standard library's own means: its calls of the host cannot be made to fail by a test. A directory that
+// has gone has no path: what is in it keeps its short name, and the host says what is wrong with that.
 std::string realPlace(const char* path) {
-    std::string name = nameOnHost(path);
-    if (name.empty())
-        return name;
-    std::filesystem::path place = std::filesystem::absolute(name);
-    std::error_code noLink;
-    for (int32_t links = 0; links < mostLinks; ++links) {
-        std::filesystem::path target = std::filesystem::read_symlink(place, noLink);
-        if (noLink)
-            break;
-        place = place.parent_path() / target;
+    std::array<char, PATH_MAX> text{};
+    std::string place = nameOnHost(path);
+    if (place.empty()) {
+        tell("find", path, "its name is too long");
+        return place;
     }
-    return place.string();
+    if (place.front() != '/' && ::getcwd(text.data(), text.size()) != nullptr)
+        place = std::string(text.data()) + '/' + place;
+    for (int32_t links = 0; links < mostLinks; ++links) {
+        const ssize_t count = ::readlink(place.c_str(), text.data(), text.size());
+        if (count < 0 && (errno == EIO || errno == ENOMEM)) {
+            tellFailure("find", path); // a link that is taken for a file would be replaced by one
+            return {};
+        }
+        if (count < 0)
+            break;
+        const std::size_t directory = text[0] == '/' ? 0 : place.rfind('/') + 1;
+        place.replace(directory, std::string::npos, text.data(), static_cast<std::size_t>(count));
+    }
+    return place;
 }
 
 } // namespace brisolt::file

@@ -1,12 +1,14 @@
 #include "platform/folder_watch.h"
 
 #include <array>
+#include <climits>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <new>
 
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace brisolt {
@@ -22,10 +24,14 @@ namespace {
 constexpr uint32_t news = IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM | IN_ATTRIB | IN_DELETE_SELF |
                           IN_MOVE_SELF | IN_ONLYDIR;
 
+bool isFolder(const fs::path& path) noexcept {
+    struct stat about {};
+    return ::stat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode);
+}
+
 /// The folder itself, or the nearest above that is there.
 fs::path nearest(fs::path folder) {
-    std::error_code failed;
-    while (!fs::is_directory(folder, failed) && folder.has_relative_path())
+    while (!isFolder(folder) && folder.has_relative_path())
         folder = folder.parent_path();
     return folder.empty() ? fs::path(".") : folder;
 }
@@ -63,10 +69,10 @@ bool FolderWatch::watchFor(const std::string& path) {
         if (watch < 0)
             return false;
         folders_->paths[watch] = folder;
-        std::error_code failed;
-        const fs::path target = fs::read_symlink(at, failed);
-        if (failed)
+        std::array<char, PATH_MAX> text{};
+        if (::readlink(at.c_str(), text.data(), text.size() - 1) < 0)
             return true;
+        const fs::path target = text.data();
         at = (target.is_absolute() ? target : at.parent_path() / target).lexically_normal();
     }
     return true;

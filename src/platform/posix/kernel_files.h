@@ -2,10 +2,15 @@
 // directory iterator runs out of memory, it ends the program.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace brisolt::kernelFiles {
+
+/// Why a look of the calling thread's failed, the first since this was asked last: the host's error, 0 none. That
+/// there is nothing to see, or that it is not for us, is no failure.
+int32_t takeFailure() noexcept;
 
 /// The names of what is in a directory; none when it cannot be read.
 std::vector<std::string> entries(const std::string& directory);

@@ -205,7 +205,7 @@ bool write(const char* file, std::string_view section, std::span<const Change> c
         return refuse("a profile", "it has no name");
     std::string path = file::realPlace(file); // a link to it is to stay one
     if (path.empty())
-        return refuse(file, "its name is too long");
+        return false;
     for (const Change& change : changes)
         if (!storable(section, change))
             return refuse(path, "no line of it can hold [" + std::string(section) + "] " +

@@ -55,12 +55,16 @@ Identity identityOf(const std::string& path) {
         .identity;
 }
 
-std::vector<UsbDevice> usbDevices() {
+std::optional<std::vector<UsbDevice>> usbDevices() {
+    const std::string directory = "/sys/class/tty";
+    const std::optional<std::vector<ListedDevice>> devices = listBelow(directory);
+    if (!devices)
+        return std::nullopt;
     std::vector<UsbDevice> found;
-    for (const ListedDevice& device : listBelow("/sys/class/tty"))
+    for (const ListedDevice& device : *devices)
         if (Identity identity = usbAbout(device.entry).identity; identity.known())
             found.push_back({device.path, std::move(identity)});
-    return found;
+    return looksWereWhole(directory) ? std::optional(std::move(found)) : std::nullopt;
 }
 
 } // namespace brisolt::serial

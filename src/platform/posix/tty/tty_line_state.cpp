@@ -2,6 +2,7 @@
 // change counts, not what was asked for; what the kernel does not know is remembered beside it.
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <iterator>
 #include <string>
 #include <utility>
@@ -177,18 +178,23 @@ int32_t checkValues(const TtyDevice& tty, const ComHostLineState& state) {
     return 1;
 }
 
+int32_t refuseFailed(const TtyDevice& tty, int32_t error) noexcept {
+    setErrorTextFrom({"cannot set the line of ", tty.path, ": ", std::strerror(error)});
+    return -error;
+}
+
 /// Sets the kernel and reads back what it took. A pty has no line and drops the framing, which is no loss;
 /// a device with a line that drops it would talk nonsense.
 int32_t changeSettings(TtyDevice& tty, const ComHostLineState& state, termios2& taken) {
     termios2 before{};
     if (ioctl(tty.descriptor, TCGETS2, &before) != 0)
-        return -errno;
+        return refuseFailed(tty, errno);
     termios2 wanted = before;
     if (!tty.isMaster) // there they would be the far end's settings
         applyInput(wanted, tty, state);
     applyControl(wanted, state);
     if (ioctl(tty.descriptor, TCSETS2, &wanted) != 0 || ioctl(tty.descriptor, TCGETS2, &taken) != 0)
-        return -errno;
+        return refuseFailed(tty, errno);
     if (tty.isPty || (taken.c_cflag & framingMask) == (wanted.c_cflag & framingMask))
         return 1;
     ioctl(tty.descriptor, TCSETS2, &before);
@@ -284,7 +290,7 @@ int32_t setLineState(void* device, const ComHostLineState* state) noexcept try {
     watchAgain(tty);
     return result;
 } catch (...) {
-    return -ENOMEM;
+    return refuseFailed(of(device), ENOMEM);
 }
 
 } // namespace brisolt::tty
