@@ -3,6 +3,7 @@
 
 #include "api/border.h"
 #include "brisolt/files.h"
+#include "platform/error_text.h"
 #include "platform/file.h"
 #include "util/file_copy.h"
 #include "util/file_diff.h"
@@ -24,7 +25,12 @@ int32_t copyWith(int32_t (*operation)(const char*, const char*), const char* des
         return copying::noSource;
     if (destination == nullptr)
         return copying::noDestination;
-    return guarded(copying::noSource, [=] { return operation(destination, source); });
+    try {
+        return operation(destination, source);
+    } catch (...) {
+        setErrorTextFrom({"cannot copy ", source, ": no memory"});
+        return copying::noSource;
+    }
 }
 
 } // namespace
