@@ -105,8 +105,10 @@ int32_t append(const char* destination, const char* source) {
     }
     File to(destination, {Access::write, Sharing::readOnly});
     int64_t before = to.seekEnd();
-    if (before < 0)
+    if (before < 0) {
+        file::tellFailure("write to", destination);
         return noDestination;
+    }
     int32_t result = transfer(from, source, to, destination);
     if (result != done)
         to.truncate(before);
