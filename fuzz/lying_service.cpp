@@ -31,7 +31,7 @@ template <class Record, class Honest> int32_t fill(Record* record, Honest honest
     honest();
     auto* const words = reinterpret_cast<uint32_t*>(record);
     for (uint32_t count = lies->next() % 4; count > 0; --count) {
-        const uint32_t which = lies->next() % (sizeof(Record) / sizeof *words);
+        const std::size_t which = lies->next() % (sizeof(Record) / sizeof *words);
         words[which] = lies->word();
     }
     return result::success;

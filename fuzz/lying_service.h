@@ -30,7 +30,7 @@ struct Lies {
         return kind < 224 ? 0U - kind % 32 : next() << 24 | next() << 16 | next() << 8 | next();
     }
     template <std::size_t Count> uint32_t oneOf(const uint32_t (&honestFirst)[Count]) {
-        const uint32_t choice = next() % static_cast<uint32_t>(2 * Count);
+        const std::size_t choice = next() % (2 * Count);
         return choice < Count ? honestFirst[choice] : word();
     }
     /// Tells the library a few things, on the calling thread.
