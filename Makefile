@@ -157,6 +157,7 @@ faults:
 	$(call build,asan,--target brisolt-faults)
 	'$(BUILD)/asan/bin/brisolt-faults'
 
+# Blocks of gigabytes are asked for, too, and the thread sanitizer keeps book of every byte that it was told of.
 storm:
 	$(call need,$(test_packages))
 	$(call configure,asan,asan)
@@ -164,7 +165,7 @@ storm:
 	'$(BUILD)/asan/bin/brisolt-storm' $(SECONDS)
 	$(call configure,tsan,tsan)
 	$(call build,tsan,--target brisolt-storm)
-	$(fixed_addresses) '$(BUILD)/tsan/bin/brisolt-storm' $(SECONDS)
+	$(fixed_addresses) env TSAN_OPTIONS=memory_limit_mb=4096 '$(BUILD)/tsan/bin/brisolt-storm' $(SECONDS)
 
 # What it finds stays beside the corpus it grew from; what is kept goes into fuzz/corpus, few and small:
 # brisolt-fuzz --target=NAME -set_cover_merge=1 -use_counters=0 -max_len=400 fuzz/corpus/NAME GROWN
