@@ -4,9 +4,12 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
+#include <string_view>
 #include <utility>
 
 #include "api/export.h"
+#include "platform/error_text.h"
 #include "port/port_table.h"
 
 namespace brisolt {
@@ -16,6 +19,18 @@ template <class F> auto guarded(decltype(std::declval<F>()()) otherwise, F&& f) 
     try {
         return f();
     } catch (...) {
+        return otherwise;
+    }
+}
+
+/// The same; the error text then says what there was no memory for.
+template <class F>
+auto guarded(decltype(std::declval<F>()()) otherwise, std::initializer_list<std::string_view> why,
+             F&& f) noexcept {
+    try {
+        return f();
+    } catch (...) {
+        setErrorTextFrom(why);
         return otherwise;
     }
 }

@@ -2,7 +2,6 @@
 #include "api/border.h"
 #include "brisolt/capture.h"
 #include "diag/capture.h"
-#include "platform/error_text.h"
 
 using namespace brisolt;
 
@@ -20,12 +19,8 @@ BRISOLT_EXPORT int32_t ComWriteDebugFileOnFail(int32_t port, const void* bytes, 
 }
 
 BRISOLT_EXPORT int32_t ComDebugFileOnFail_Save(int32_t port) {
-    constexpr int32_t noMemory = -1000; // no result of a save
     return onPort(port, -1, [](Port& open) {
-        const int32_t result = guarded(noMemory, [&] { return capture::save(open); });
-        if (result == noMemory)
-            setErrorTextFrom({"cannot save what was captured: no memory"});
-        return result == noMemory ? -3 : result;
+        return guarded(-3, {"cannot save what was captured: no memory"}, [&] { return capture::save(open); });
     });
 }
 

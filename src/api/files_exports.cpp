@@ -3,7 +3,6 @@
 
 #include "api/border.h"
 #include "brisolt/files.h"
-#include "platform/error_text.h"
 #include "platform/file.h"
 #include "util/file_copy.h"
 #include "util/file_diff.h"
@@ -25,12 +24,8 @@ int32_t copyWith(int32_t (*operation)(const char*, const char*), const char* des
         return copying::noSource;
     if (destination == nullptr)
         return copying::noDestination;
-    try {
-        return operation(destination, source);
-    } catch (...) {
-        setErrorTextFrom({"cannot copy ", source, ": no memory"});
-        return copying::noSource;
-    }
+    return guarded(copying::noSource, {"cannot copy ", source, ": no memory"},
+                   [=] { return operation(destination, source); });
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 #include "api/border.h"
 #include "api/sized_records.h"
 #include "brisolt_host.h"
-#include "platform/error_text.h"
 #include "platform/message.h"
 #include "platform/serial.h"
 #include "stream/event_wait.h"
@@ -64,17 +63,14 @@ BRISOLT_EXPORT int32_t ComHostGetDeviceInfo(int32_t index, ComHostDeviceInfo* in
     constexpr std::size_t thePath = offsetof(ComHostDeviceInfo, stablePath);
     if (!holdsAll(info, thePath))
         return -1;
-    try {
+    return guarded(-1, {"cannot list the devices: no memory"}, [&] {
         ComHostDeviceInfo answer{};
         answer.size = sizeof answer;
         const int32_t result = serial::describe(index, answer);
         if (result == 1)
             fill(*info, answer);
         return result;
-    } catch (...) {
-        setErrorTextFrom({"cannot list the devices: no memory"});
-        return -1;
-    }
+    });
 }
 
 BRISOLT_EXPORT int32_t ComHostSetDeviceMessage(int32_t window, uint32_t thread) {

@@ -85,12 +85,8 @@ int32_t readValue(const Address& address, Encoding encoding, int32_t absent) noe
 template <class F> int32_t writing(bool whole, const char* file, F&& f) noexcept {
     if (!whole)
         setErrorTextFrom({"cannot write to a profile: a null section, key, record or file name"});
-    try {
-        return whole && f() ? 1 : 0;
-    } catch (...) {
-        setErrorTextFrom({"cannot write to ", file, ": no memory"});
-        return 0;
-    }
+    return guarded(0, {"cannot write to ", whole ? file : "", ": no memory"},
+                   [&] { return whole && f() ? 1 : 0; });
 }
 
 /// encode() is the text of the value, none when the key is to go.

@@ -108,7 +108,7 @@ def standards(example):
 
 
 def command(example, options, standard, source, program):
-    libraries = options.library
+    libraries = options.folder
     strict = ["-Wall", "-Wextra", "-Wpedantic", "-Werror", "-O1"]
     if not example.whole:
         strict += ["-Wno-unused-variable", "-Wno-unused-but-set-variable"]
@@ -148,7 +148,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("page", type=pathlib.Path)
     parser.add_argument("--include", required=True)
-    parser.add_argument("--library", required=True)
+    parser.add_argument("--library", dest="folder", required=True)
     parser.add_argument("--cc", default="cc")
     parser.add_argument("--cxx", default="c++")
     parser.add_argument("--flags", default="", help="of the compilers, such as -m32")

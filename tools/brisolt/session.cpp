@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -19,15 +18,14 @@
 #include <brisolt_host.h>
 
 #include "failure.h"
-#include "file_transfer.h"
 #include "interruption.h"
 #include "line_text.h"
 #include "link.h"
 #include "local_terminal.h"
 #include "output.h"
-#include "progress_bar.h"
 #include "prompt.h"
 #include "reception.h"
+#include "typed_transfer.h"
 
 namespace {
 
@@ -61,7 +59,6 @@ private:
     void toggleLog();
     void transfer(bool sending);
     void startTransfer(bool sending, const std::string& file, const std::string& protocol);
-    void runTransfer(bool sending, const TransferOptions& request);
     bool transferKey();
     void pause();
     void showKeys();
@@ -339,17 +336,10 @@ void Session::transfer(bool sending) {
 }
 
 void Session::startTransfer(bool sending, const std::string& file, const std::string& protocol) {
-    TransferOptions request;
-    request.file = file;
-    switch (protocol.front()) {
-    case 't': request.protocol = "text"; break;
-    case 'x': request.protocol = "xmodem"; break;
-    case 'y': request.protocol = "ymodem"; break;
-    case 'z': request.protocol = "zmodem"; break;
-    default: tell("\"" + protocol + "\" is no protocol"); return;
-    }
     try {
-        runTransfer(sending, request);
+        const TransferOptions request = typedTransfer(sending, file, protocol);
+        tell(request.file + ", " + request.protocol + ". Ctrl-C gives up.");
+        tell("done: " + runTypedTransfer(link_, sending, request, [this] { return transferKey(); }));
     } catch (const Failure& failure) {
         if (failure.code == exitGone || interruption::asked())
             throw;
@@ -357,27 +347,6 @@ void Session::startTransfer(bool sending, const std::string& file, const std::st
     } catch (const std::exception& error) { // of the file system
         tell(error.what());
     }
-}
-
-void Session::runTransfer(bool sending, const TransferOptions& request) {
-    sending ? requireSending(request) : requireReceiving(request);
-    tell(request.file + ", " + request.protocol + ". Ctrl-C gives up.");
-    std::string summary;
-    {
-        ProgressBar bar(request.file);
-        const TransferUser user{[&bar](uint64_t done, uint64_t total) { bar.show(done, total); },
-                                STDIN_FILENO, [this] { return transferKey(); }};
-        std::vector<std::string> files{request.file};
-        if (sending)
-            sendFile(link_, request, user);
-        else
-            files = receiveFile(link_, request, user);
-        uint64_t bytes = 0; // of the files; the bar knows those of the line
-        for (const std::string& file : files)
-            bytes += std::filesystem::file_size(file);
-        summary = bar.summary(bytes);
-    }
-    tell("done: " + summary);
 }
 
 /// Whether the user gives up. Other keys wait for nothing while a file is under way.
