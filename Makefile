@@ -71,7 +71,7 @@ help:
 	@echo 'make check       formatting, includes and static analysis'
 	@echo 'make debian-flags  the library, the service and the commands as Debian would build them'
 	@echo 'make sanitize    the tests under the address, undefined-behaviour and thread sanitizers'
-	@echo 'make faults      every call of the host fails once, and from there on (hours)'
+	@echo 'make faults      every call of the host fails once, and from there on (half an hour)'
 	@echo 'make storm       everything at once, SECONDS=600 under each sanitizer'
 	@echo 'make fuzz        odd inputs, made up for SECONDS=600'
 	@echo 'make kill        KILLS=10000 at random moments of a write'

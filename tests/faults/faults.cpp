@@ -2,15 +2,17 @@
 // that call alone, it and all that follow, moving half of what was asked for, or interrupted. Each in a process of
 // its own, which has to keep the promises of its scenario, leave nothing behind, and do all of it right afterwards.
 //
-//     brisolt-faults [--seconds N] [--scenario NAME] [--mode NAME] [--from N] [--point N]
+//     brisolt-faults [--seconds N] [--scenario NAME] [--mode NAME] [--from N] [--point N] [--jobs N]
 //
 // --seconds thins the points evenly, so that it takes about so long. --point tries that one and tells where it is.
+// --jobs tries so many at once: most of a run is waiting.
 #include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -74,6 +76,7 @@ struct Options {
     double seconds = 0;
     std::string scenario, mode;
     long from = 1, point = 0;
+    std::size_t jobs = 1;
 };
 
 long entriesOf(const char* folder) {
@@ -211,7 +214,7 @@ public:
         row_ = {};
         Report& plain = newReport();
         const auto start = Clock::now();
-        if (!attempt(Mode::on, 0, newReport(), plain) || !plain.whole) {
+        if (!wentWell(begin(Mode::on, 0, newReport(), plain)) || !plain.whole) {
             std::printf("%s: fails by itself: %s%s\n", scenario.name, plain.wrong, plain.refused);
             return false;
         }
@@ -242,34 +245,60 @@ private:
         long points = 0, whole = 0, refused = 0, wrong = 0;
     };
 
+    /// A run that has begun.
+    struct Attempt {
+        Mode mode;
+        long point;
+        Report* report;
+        pid_t process;
+        std::string errors; ///< a file
+    };
+
+    /// How far it is to the next point: as many as there is time for.
+    double strideFrom(double at, double all, double used, int tried) const {
+        const double left = all - at + 1;
+        const double inTime = (share - used) / (tried == 0 ? each_ : used / tried);
+        const double tries = share == 0 ? left : std::max(inTime, static_cast<double>(least_ - tried));
+        return std::max(1.0, tries < 1 ? left : left / tries);
+    }
+
     bool allPoints(Mode mode, const Report& plain) {
         const auto start = Clock::now();
         const auto all = static_cast<double>(plain.meter.met[static_cast<int>(mode)]);
-        bool right = true;
-        double at = static_cast<double>(options_.from);
-        for (int tried = 0;; ++tried) {
-            // As many as there is time for, each somewhere in a part of its own.
-            const double left = all - at + 1;
-            const double used = Seconds(Clock::now() - start).count();
-            const double inTime = (share - used) / (tried == 0 ? each_ : used / tried);
-            const double tries = share == 0 ? left : std::max(inTime, static_cast<double>(least_ - tried));
-            const double stride = std::max(1.0, tries < 1 ? left : left / tries);
-            Report& report = newReport();
-            const long point =
-                options_.point > 0
-                    ? options_.point
-                    : static_cast<long>(at + std::uniform_real_distribution(0.0, stride)(random_));
-            const bool fine = attempt(mode, point, plain, report);
-            const bool met = report.meter.failed > 0;
-            if (met)
-                count(report, fine);
-            if (!fine)
-                right = told(mode, point, report);
-            munmap(&report, sizeof report);
-            if (!met || options_.point > 0 || (share > 0 && used > share && tried + 1 >= least_))
-                return right;
-            at += stride;
+        std::deque<Attempt> underWay;
+        bool right = true, over = false;
+        int begun = 0, tried = 0;
+        for (double at = static_cast<double>(options_.from); !over || !underWay.empty();) {
+            if (!over && underWay.size() < options_.jobs) {
+                const double used = Seconds(Clock::now() - start).count();
+                const double stride = strideFrom(at, all, used, tried);
+                // Somewhere in a part of its own.
+                const auto thinned =
+                    static_cast<long>(at + std::uniform_real_distribution(0.0, stride)(random_));
+                underWay.push_back(
+                    begin(mode, options_.point > 0 ? options_.point : thinned, plain, newReport()));
+                at += stride;
+                over = options_.point > 0 || (share > 0 && used > share && begun + 1 >= least_);
+                ++begun;
+                continue;
+            }
+            over = !finish(underWay.front(), right) || over;
+            underWay.pop_front();
+            ++tried;
         }
+        return right;
+    }
+    /// False: it met no point any more.
+    bool finish(const Attempt& attempt, bool& right) {
+        const bool fine = wentWell(attempt);
+        const bool met = attempt.report->meter.failed > 0;
+        if (met)
+            count(*attempt.report, fine);
+        if (!fine)
+            right = told(attempt);
+        munmap(attempt.report, sizeof *attempt.report);
+        std::filesystem::remove(attempt.errors);
+        return met;
     }
     void count(const Report& report, bool fine) {
         ++row_.points;
@@ -278,8 +307,8 @@ private:
         ++kind.points;
         kind.wrong += fine ? 0 : 1;
     }
-    bool attempt(Mode mode, long point, const Report& before, Report& report) {
-        const std::string errors = folder_.file("errors");
+    Attempt begin(Mode mode, long point, const Report& before, Report& report) {
+        const std::string errors = folder_.file("errors-" + std::to_string(++begun_));
         std::fflush(stdout);
         const pid_t process = fork();
         if (process == 0) {
@@ -288,20 +317,26 @@ private:
             setenv("TMPDIR", folder_.path().c_str(), 1);
             runScenario(*scenario_, mode, point, options_.point > 0, before, report);
         }
-        const std::string end = endOf(process);
+        return {mode, point, &report, process, errors};
+    }
+    /// Waits for its end.
+    static bool wentWell(const Attempt& attempt) {
+        Report& report = *attempt.report;
+        const std::string end = endOf(attempt.process);
+        const bool harmless = attempt.mode == Mode::partly || attempt.mode == Mode::interrupted;
         if (!end.empty())
             (end + " " + stageNames[static_cast<int>(report.stage.load())])
                 .copy(report.wrong, sizeof report.wrong - 1);
         // Parts of blocks, and interruptions, are nothing that a program hears of.
-        else if (report.wrong[0] == '\0' && !report.whole &&
-                 (mode == Mode::partly || mode == Mode::interrupted))
+        else if (report.wrong[0] == '\0' && !report.whole && harmless)
             std::snprintf(report.wrong, sizeof report.wrong, "it did not go on: %s", report.refused);
         return report.wrong[0] == '\0';
     }
-    bool told(Mode mode, long point, const Report& report) const {
+    bool told(const Attempt& attempt) const {
         std::printf("brisolt-faults --scenario '%s' --mode %s --point %ld: %s: %s\n", scenario_->name,
-                    modeNames[static_cast<int>(mode)], point, report.meter.call, report.wrong);
-        std::ifstream errors(folder_.file("errors"));
+                    modeNames[static_cast<int>(attempt.mode)], attempt.point, attempt.report->meter.call,
+                    attempt.report->wrong);
+        std::ifstream errors(attempt.errors);
         std::string line;
         for (int lines = 0; lines < 12 && std::getline(errors, line); ++lines)
             std::printf("    %s\n", line.c_str());
@@ -313,6 +348,7 @@ private:
     test::TempDir folder_;
     std::minstd_rand random_{std::random_device()()};
     const Scenario* scenario_ = nullptr;
+    long begun_ = 0;
     double each_ = 0; ///< seconds of a run of it
     int least_ = 1;   ///< points of a mode, whatever time they take
     Row row_;
@@ -332,6 +368,8 @@ bool read(Options& options, int count, char** words) {
             options.from = std::atol(value.c_str());
         else if (word == "--point")
             options.point = std::atol(value.c_str());
+        else if (word == "--jobs")
+            options.jobs = std::max(std::strtoul(value.c_str(), nullptr, 10), 1UL);
         else
             return false;
     }
@@ -350,7 +388,8 @@ static void haveOwnLockFiles() {
 int main(int count, char** words) {
     Options options;
     if (!read(options, count, words)) {
-        std::fputs("brisolt-faults [--seconds N] [--scenario NAME] [--mode NAME] [--from N] [--point N]\n",
+        std::fputs("brisolt-faults [--seconds N] [--scenario NAME] [--mode NAME] [--from N] [--point N] "
+                   "[--jobs N]\n",
                    stderr);
         return 2;
     }

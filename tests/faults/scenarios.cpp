@@ -305,8 +305,10 @@ bool files(Scene& scene) {
     scene.holds((away || result == -5) == isThere(moved), "a move is neither none nor whole");
     scene.holds(!isThere(moved) || contentOf(moved) == text, "a move left half a file");
     for (const auto& entry : std::filesystem::directory_iterator(scene.folder().path()))
-        scene.holds(scene.lasting || !entry.path().filename().string().starts_with(".brisolt"),
-                    "a draft stayed");
+        if (entry.path().filename().string().starts_with(".brisolt")) {
+            scene.holds(scene.lasting, "a draft stayed");
+            std::filesystem::remove(entry.path());
+        }
     const bool deleted = scene.step("ComDeleteFile", call(ComDeleteFile, copy.c_str()), {0});
     scene.holds(deleted == !isThere(copy), "a delete says otherwise than it did");
     done = done && appended && away && deleted;
