@@ -13,6 +13,7 @@
 
 #include "far_end.h"
 #include "rows.h"
+#include "wakeful.h"
 
 namespace bench {
 namespace {
@@ -86,6 +87,7 @@ void receiveSteps(Line&, const std::string& file, std::size_t total) {
 }
 
 Cost measure(const Side& side, bool sending, std::size_t total, bool twoCores, Job job) {
+    const Wakeful wakeful;
     const int core = sched_getcpu();
     pin(core);
     FarEnd farEnd(1, twoCores ? -1 : core);
