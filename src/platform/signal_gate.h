@@ -14,7 +14,8 @@ public:
     SignalGate& operator=(const SignalGate&) = delete;
     ~SignalGate();
 
-    /// The calling thread's gate holds back a signal that has a handler, or that ends the program.
+    /// The calling thread's gate holds back a signal that has a handler, or that ends the program, and no sleep to
+    /// come would let it in first.
     static bool knocked() noexcept;
 
 private:

@@ -9,7 +9,8 @@ namespace brisolt {
 namespace {
 
 thread_local bool shut = false;
-thread_local sigset_t outside; ///< the mask of a thread whose gate is shut
+thread_local bool slept = false; ///< with the gate shut; the first sleep lets in whoever came before it
+thread_local sigset_t outside;   ///< the mask of a thread whose gate is shut
 
 bool passesBy(int signal) noexcept {
     struct sigaction action {};
@@ -24,6 +25,7 @@ bool passesBy(int signal) noexcept {
 SignalGate::SignalGate(bool shuts) noexcept : shuts_(shuts && !shut) {
     if (!shuts_)
         return;
+    slept = false;
     sigset_t held;
     sigfillset(&held);
     for (const int signal :
@@ -41,7 +43,7 @@ SignalGate::~SignalGate() {
 
 bool SignalGate::knocked() noexcept {
     sigset_t pending;
-    if (!shut || sigpending(&pending) != 0 || sigisemptyset(&pending) != 0)
+    if (!shut || !slept || sigpending(&pending) != 0 || sigisemptyset(&pending) != 0)
         return false;
     for (int signal = 1; signal <= SIGRTMAX; ++signal)
         if (sigismember(&pending, signal) == 1 && sigismember(&outside, signal) == 0 && !passesBy(signal))
@@ -52,6 +54,7 @@ bool SignalGate::knocked() noexcept {
 int32_t gatedPoll(std::span<pollfd> set, int32_t milliseconds) noexcept {
     if (!shut)
         return poll(set.data(), set.size(), milliseconds);
+    slept = true;
     const timespec limit{.tv_sec = milliseconds / 1000, .tv_nsec = milliseconds % 1000 * 1'000'000L};
     return ppoll(set.data(), set.size(), milliseconds < 0 ? nullptr : &limit, &outside);
 }
