@@ -69,8 +69,10 @@ int32_t KeptDevice::refuse(int32_t error) const noexcept {
 int32_t KeptDevice::openFirst(Opened& shown) {
     if (arrived_.descriptor() < 0)
         return refuse(EMFILE);
-    if (hostDevice_) // before anything is open that a lack of memory would leave so
-        identity_ = serial::identityOf(path_);
+    // Before anything is open that a lack of memory would leave so. Taken for a device on no USB, it would not be
+    // found again under another name.
+    if (const int32_t error = hostDevice_ ? serial::identityOf(path_, identity_) : 0; error != 0)
+        return refuse(error);
     Opened opened;
     if (const int32_t result = open_(path_, options_, opened); result < 0)
         return result;

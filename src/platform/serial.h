@@ -48,8 +48,8 @@ struct Identity {
                (!serialNumber.empty() || location == other.location);
     }
 };
-/// Of the device that a path leads to. Nothing is opened.
-Identity identityOf(const std::string& path);
+/// Of the device that a path leads to. Nothing is opened. Positive: the host's error, since it failed to tell.
+int32_t identityOf(const std::string& path, Identity& identity);
 
 /// The USB devices that are there now; none at all when the host fails to tell (the error text says why).
 struct UsbDevice {

@@ -115,6 +115,8 @@ struct Line {
                 reopen();
             else if (chance == 1 && !isCable)
                 unplug(random() % 2);
+            else if (chance == 2 && !isCable)
+                abandon(random() % 2);
             else
                 std::this_thread::sleep_for(milliseconds(random() % 200));
         }
@@ -190,6 +192,18 @@ private:
         const std::string got = readTo(ports[end], after);
         expect(got.ends_with(after) && in.starts_with(got.substr(0, got.size() - after.size())),
                "a hole in what was received, or the same again", number);
+        ++unplugs;
+    }
+    /// The program has enough of a device that is away, and opens it anew when it is there.
+    void abandon(std::size_t end) {
+        pull(end);
+        const bool missed = random() % 2 == 0;
+        expect(!missed ||
+                   eventually([&] { return ComHostGetPortState(ports[end]) == 3; }, milliseconds(patience)),
+               "is not missed", number);
+        expect(ComHostClose(ports[end], 0) == 1, "does not close while it is away", number);
+        plug(end);
+        ports[end] = opened(pathOf(end), number);
         ++unplugs;
     }
     void exchange() {

@@ -1,5 +1,6 @@
 #include "platform/posix/usb_identity.h"
 
+#include <cerrno>
 #include <charconv>
 
 #include <sys/stat.h>
@@ -46,13 +47,17 @@ UsbAbout usbAbout(const std::string& entry) {
     return about;
 }
 
-Identity identityOf(const std::string& path) {
+int32_t identityOf(const std::string& path, Identity& identity) {
     struct stat about {};
-    if (stat(path.c_str(), &about) != 0 || !S_ISCHR(about.st_mode))
-        return {};
-    return usbAbout("/sys/dev/char/" + std::to_string(major(about.st_rdev)) + ":" +
-                    std::to_string(minor(about.st_rdev)))
-        .identity;
+    if (stat(path.c_str(), &about) != 0)
+        return errno == EIO || errno == ENOMEM ? errno : 0; // of the rest an open will say so
+    if (!S_ISCHR(about.st_mode))
+        return 0;
+    takeFailure(); // of somebody else's look
+    identity = usbAbout("/sys/dev/char/" + std::to_string(major(about.st_rdev)) + ":" +
+                        std::to_string(minor(about.st_rdev)))
+                   .identity;
+    return takeFailure();
 }
 
 std::optional<std::vector<UsbDevice>> usbDevices() {
