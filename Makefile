@@ -155,7 +155,7 @@ faults:
 	$(call need,$(test_packages))
 	$(call configure,asan,asan)
 	$(call build,asan,--target brisolt-faults)
-	'$(BUILD)/asan/bin/brisolt-faults'
+	'$(BUILD)/asan/bin/brisolt-faults' --jobs $$(( 2 * $(JOBS) )) # most of it is waiting
 
 # Blocks of gigabytes are asked for, too, and the thread sanitizer keeps book of every byte that it was told of.
 storm:

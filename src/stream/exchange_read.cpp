@@ -1,5 +1,6 @@
 // ComHostRead: the bytes go from the device to the caller's buffer while the ring is empty and nobody else has to
-// be told of them.
+// be told of them. Who asks for few gets them by way of the ring, with whatever else has come: the next calls then need
+// nothing of the host.
 #include <optional>
 
 #include "platform/signal_gate.h"
@@ -24,6 +25,25 @@ bool goesThroughRing(const Port& port) noexcept {
     return port.byDescriptor == 0 && (!port.threaded() || hasNotifications(port));
 }
 
+/// A copy of so many bytes costs less than another call of the host.
+constexpr std::size_t few = 2048;
+
+bool readsAhead(const Port& port, Room to) noexcept {
+    return to.size() <= few && port.threaded() && port.byDescriptor == 0;
+}
+
+/// Everything that the device holds, into the empty ring. Who else waits for bytes is told when some are left.
+int32_t takeByRing(Port& port, Room to) noexcept WITH_LOCK(port.portLock) {
+    if (receiveStep(port) == 0)
+        return 0;
+    port.receiving.callerFound();
+    replacementStep(port);
+    const int32_t got = readRing(port, to.data(), static_cast<int32_t>(to.size()));
+    if (port.rx.count() > 0)
+        port.events.wakeAll();
+    return got;
+}
+
 /// What is there now.
 int32_t take(Port& port, Room to) noexcept {
     if (goesThroughRing(port) && port.threaded() && port.rx.count() == 0)
@@ -35,6 +55,8 @@ int32_t take(Port& port, Room to) noexcept {
         return readRing(port, to.data(), static_cast<int32_t>(to.size()));
     if (goesThroughRing(port))
         return 0;
+    if (readsAhead(port, to))
+        return takeByRing(port, to);
     const int32_t got = readDevice(port, to);
     if (got > 0)
         port.receiving.callerFound();
