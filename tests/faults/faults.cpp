@@ -107,7 +107,7 @@ uint64_t signalMask() {
 /// What is left of the runs when all is closed: no more than one without a failure leaves.
 void lookForRemains(Scene& scene, const Left& most, Report& report, uint64_t mask, bool hostWasDown) {
     const auto settles = [](const char* folder, long count) {
-        test::eventually([&] { return entriesOf(folder) <= count; }, std::chrono::seconds(3));
+        test::eventually([&] { return entriesOf(folder) <= count; }, std::chrono::seconds(10));
         return entriesOf(folder);
     };
     report.left.threads = settles("/proc/self/task", most.threads);
@@ -152,7 +152,7 @@ bool isHeld(const std::string& refused) {
     const Spared here;
     const uint64_t mask = signalMask();
     {
-        const test::FastClock fast;
+        const test::FastClock fast(scenario.haste);
         Scene scene(mode == Mode::on && point > 0);
         arm(report.meter, mode, point, trace);
         report.whole = scenario.run(scene);

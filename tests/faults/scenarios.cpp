@@ -551,7 +551,7 @@ bool Scene::holds(bool promise, const std::string& text) {
 const std::vector<Scenario> scenarios{
     {"terminal", terminal},  {"classic", classic},     {"null modem", nullModem}, {"slow peer", slowPeer},
     {"kept port", keptPort}, {"profile", profile},     {"files", files},          {"port files", portFiles},
-    {"transfer", transfer},  {"scripting", scripting}, {"modem", modem},          {"telephony", telephony},
+    {"transfer", transfer},  {"scripting", scripting}, {"modem", modem, 5},       {"telephony", telephony},
     {"devices", devices},    {"network", network},
 };
 

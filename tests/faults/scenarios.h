@@ -41,6 +41,7 @@ private:
 struct Scenario {
     const char* name;
     bool (*run)(Scene& scene);
+    uint32_t haste = 50; ///< the library's clock; less where somebody has to answer within seconds of it
 };
 extern const std::vector<Scenario> scenarios;
 

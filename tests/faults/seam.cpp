@@ -205,7 +205,7 @@ void startThread(std::thread& thread, State state, void (*needs)()) {
 }
 
 // The clock and the waits of the service.
-constexpr int haste = 10;
+constexpr int haste = 4;
 __attribute__((visibility("default"))) std::chrono::steady_clock::time_point
 hastyNow() __asm__("__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
 std::chrono::steady_clock::time_point hastyNow() {
