@@ -6,6 +6,8 @@ elseif(BRISOLT_SANITIZE STREQUAL "thread")
     set(sanitize_flags -fsanitize=thread)
 elseif(BRISOLT_SANITIZE STREQUAL "fuzz")
     set(sanitize_flags -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all)
+    # What the library needs of the sanitizer, a program in C would not bring.
+    add_link_options("$<$<LINK_LANGUAGE:C>:-fsanitize-link-c++-runtime;-lstdc++>")
 elseif(BRISOLT_SANITIZE)
     message(FATAL_ERROR "BRISOLT_SANITIZE is address, thread, fuzz or empty, not \"${BRISOLT_SANITIZE}\"")
 endif()
