@@ -281,12 +281,16 @@ bool linesWork() {
             return eventually([&] { return (ends[end] = opened(which)) > 0; });
         };
         const bool pair = port == 2;
-        const bool works = comes(0, port) && (!pair || comes(1, 1)) &&
-                           ComHostWrite(ends[0], "still", 5, 500000) == 5 &&
-                           hears(ends[pair ? 1 : 0], "still");
-        right = works && right;
-        if (!works)
-            std::printf("%s does not work after the storm\n", pathOf(port).c_str());
+        const char* wrong = nullptr;
+        if (!comes(0, port) || (pair && !comes(1, 1)))
+            wrong = "does not open";
+        else if (ComHostWrite(ends[0], "still", 5, 500000) != 5)
+            wrong = "takes nothing";
+        else if (!hears(ends[pair ? 1 : 0], "still"))
+            wrong = "hears nothing";
+        right = right && wrong == nullptr;
+        if (wrong != nullptr)
+            std::printf("after the storm %s %s\n", pathOf(port).c_str(), wrong);
         ComHostClose(ends[0], 0);
         ComHostClose(ends[1], 0);
     }
