@@ -1,16 +1,11 @@
 #include "guest.h"
 
-#include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include <fcntl.h>
-#include <time.h>
 #include <unistd.h>
-
-#include "support/descriptor_io.h"
 
 namespace brisolt::test {
 
@@ -20,28 +15,12 @@ void run(const std::string& command) {
     EXPECT_EQ(std::system(command.c_str()), 0) << command;
 }
 
-constexpr int32_t loop = 0x8000;
-
 } // namespace
-
-Port::Port(const std::string& path, int32_t number) : number_(number) {
-    EXPECT_EQ(openOn(number, path), number) << path << ": " << errorText();
-}
-
-std::future<int32_t> sendAside(int32_t port, std::string bytes) {
-    return std::async(async, [port, bytes = std::move(bytes)] { return send(port, bytes); });
-}
 
 void expectQuickClose(int32_t port) {
     const auto start = Clock::now();
     EXPECT_EQ(ComClose(port), 1);
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(8));
-}
-
-std::string errorText() {
-    std::array<char, 300> text{};
-    ComHostGetErrorText(text.data(), static_cast<int32_t>(text.size()));
-    return text.data();
 }
 
 std::string letters(std::size_t count) {
@@ -76,16 +55,6 @@ void expectTalk(int32_t port, const Tty& far) {
     EXPECT_EQ(receive(port, 2), "in");
 }
 
-std::string stty(const std::string& path) {
-    const std::string command = "stty -a 2>/dev/null <" + path; // it misses a window size
-    FILE* output = popen(command.c_str(), "r");
-    std::string text;
-    for (int c = fgetc(output); c != EOF; c = fgetc(output))
-        text += c == '\n' || c == ';' ? ' ' : static_cast<char>(c);
-    EXPECT_EQ(pclose(output), 0) << command;
-    return ' ' + text + ' ';
-}
-
 uint8_t uartRegister(uint16_t index) {
     const int ports = ::open("/dev/port", O_RDONLY | O_CLOEXEC);
     uint8_t value = 0;
@@ -100,22 +69,18 @@ void writeUartRegister(uint16_t index, uint8_t value) {
     ::close(ports);
 }
 
-Loopback::Loopback() {
-    tty_.raise(loop);
-}
-
 Loopback::~Loopback() {
-    tty_.lower(loop | out1);
-    tty_.raise(out2); // the kernel wants it for its interrupts
+    lower(loop | out1);
+    raise(out2); // the kernel wants it for its interrupts
 }
 
 // This UART raises no interrupt when a line moves in loopback. The kernel looks at the lines anew when a
 // setting changes, whichever it is.
 void Loopback::holdOff(bool hold) const {
     hold ? lower(rts) : raise(rts);
-    termios2 touched = tty_.settings();
+    termios2 touched = settings();
     touched.c_cflag ^= HUPCL;
-    EXPECT_TRUE(tty_.set(touched));
+    EXPECT_TRUE(set(touched));
 }
 
 Gadget::Gadget(Kind kind) : kind_(kind) {
@@ -149,10 +114,7 @@ void Gadget::plug() {
 }
 
 Usage usage() {
-    Usage sum;
-    timespec used{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-    sum.processor = std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+    Usage sum{.processor = processorTime(CLOCK_PROCESS_CPUTIME_ID)};
     for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
         if (task.path().filename() == std::to_string(gettid()))
             continue;

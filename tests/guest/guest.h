@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include "field/field_port.h"
 #include "port/ports.h"
 #include "support/descriptor_io.h"
 
@@ -56,7 +57,9 @@ template <class Result> bool finishes(const std::future<Result>& result) {
 /// The library's port on a device, closed at the end of the test.
 class Port {
 public:
-    explicit Port(const std::string& path, int32_t number = 1);
+    explicit Port(const std::string& path, int32_t number = 1) : number_(number) {
+        EXPECT_EQ(openOn(number, path), number) << path << ": " << errorTextNow();
+    }
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
     ~Port() { ComClose(number_); }
@@ -67,13 +70,14 @@ private:
     int32_t number_;
 };
 
-std::future<int32_t> sendAside(int32_t port, std::string bytes);
+inline std::future<int32_t> sendAside(int32_t port, const std::string& bytes) {
+    return std::async(async, [=] { return send(port, bytes); });
+}
 inline std::string receiveToQuiet(int32_t port) {
     return receiveWithin(soon * 3, port, 1 << 20);
 }
 /// A close that waits for nobody.
 void expectQuickClose(int32_t port);
-std::string errorText();
 
 /// `count` bytes in which every place can be told from its neighbours.
 std::string letters(std::size_t count);
@@ -118,9 +122,6 @@ private:
 /// Bytes pass both ways.
 void expectTalk(int32_t port, const Tty& far);
 
-/// What the settings of a tty are, in the words of stty.
-std::string stty(const std::string& path);
-
 /// A register of the UART.
 uint8_t uartRegister(uint16_t index);
 constexpr uint16_t lineControl = 3, modemControl = 4, lineStatus = 5;
@@ -128,22 +129,16 @@ void writeUartRegister(uint16_t index, uint8_t value);
 
 /// The UART's loopback: what it sends it receives, DTR is its DSR, RTS its CTS, OUT1 its ring indicator and
 /// OUT2 its carrier.
-class Loopback {
+class Loopback : public Tty {
 public:
-    static constexpr int32_t dtr = 0x002, rts = 0x004, out1 = 0x2000, out2 = 0x4000;
-    Loopback();
+    static constexpr int32_t dtr = 0x002, rts = 0x004, out1 = 0x2000, out2 = 0x4000, loop = 0x8000;
+    Loopback() : Tty(uart, As::witness) { raise(loop); }
     Loopback(const Loopback&) = delete;
     Loopback& operator=(const Loopback&) = delete;
     ~Loopback();
 
-    const Tty& tty() const { return tty_; }
-    void raise(int32_t lines) const { tty_.raise(lines); }
-    void lower(int32_t lines) const { tty_.lower(lines); }
     /// Holds off what the library writes under CTS flow control, or lets it go on.
     void holdOff(bool hold) const;
-
-private:
-    Tty tty_{uart, Tty::As::witness};
 };
 
 /// The USB gadget: the far end of the USB modem, or of a plain adapter. Restored at the end.

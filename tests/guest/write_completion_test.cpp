@@ -32,22 +32,11 @@ INSTANTIATE_TEST_SUITE_P(Of, OnEveryDriver,
                                          Line{usbModem, gadget}, Line{gadget, usbModem}),
                          nameOfLine);
 
-TEST(WriteCompletion, WaitsForALineThatIsHeldOffAndWhatItDoesNotTakeInTimeNeverTurnsUp) {
+TEST(WriteCompletion, WhatALineThatIsHeldOffDoesNotTakeInTimeNeverTurnsUp) {
     const Port port(uart);
     const Loopback loopback;
-    ComSetFlow(port, 0);
-    ComSetWriteTimeout(port, 60'000);
-    loopback.holdOff(true);
     const std::string block = letters(1024);
-    auto writer = sendAside(port, block);
-    EXPECT_TRUE(stillRunning(writer));
-    EXPECT_GT(loopback.tty().unsent(), 0) << "the kernel has them, the line has not";
-    loopback.holdOff(false);
-    ASSERT_TRUE(finishes(writer));
-    EXPECT_EQ(writer.get(), 1024);
-    EXPECT_EQ(loopback.tty().unsent(), 0);
-    EXPECT_EQ(receive(port, 1024), block);
-
+    ComSetFlow(port, 0);
     ComSetWriteTimeout(port, 200);
     loopback.holdOff(true);
     const int32_t written = send(port, block);

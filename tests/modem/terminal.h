@@ -43,10 +43,10 @@ public:
     std::string read(std::size_t count, Milliseconds limit = 20s) const {
         return readFrom(file_, count, limit);
     }
-    /// Sends a command line; all that comes up to OK.
-    std::string ask(const std::string& line) const {
+    /// Sends a command line; all that comes up to and with its end.
+    std::string ask(const std::string& line, std::string_view end = "OK\r\n") const {
         send(line + "\r");
-        return until("OK\r\n");
+        return until(end);
     }
 
 private:

@@ -2,10 +2,6 @@
 #include "support/open_port.h"
 #include "support/peer_process.h"
 
-#ifndef BRISOLT_EXAMPLE_LOGIN
-#define BRISOLT_EXAMPLE_LOGIN ""
-#endif
-
 namespace brisolt::test {
 namespace {
 

@@ -98,22 +98,27 @@ TEST_F(Notifications, SettersCutRefuseAndSwitchOff) {
     EXPECT_EQ(record.onStringWindow, 0);
 }
 
-TEST_F(Notifications, OnlyWhatARoundOrAWaitingReaderFetchesIsTold) {
+TEST_F(Notifications, OnlyWhatARoundOrAWaitingReaderFetchesIsToldAndAllOfItIsReplaced) {
+    const std::string nul(1, '\0');
+    EXPECT_EQ(ComReplace_Incoming_Char(port, 1, 0x00, 0x20), 1);
     testThread = ComHostThreadId();
     ComSetNotifyMessageOnAnyCharCallBackFunc(
         port, [](int32_t) -> int32_t { return calls += ComHostThreadId() == testThread ? 1000 : 1; });
-    arriveInOneRound(std::string(700, 'x'));
+    arriveInOneRound(std::string(700, '\0'));
     EXPECT_TRUE(eventually([] { return calls == 1; }));
-    readUpTo(port, 700);
+    EXPECT_EQ(readUpTo(port, 700), std::string(700, ' '));
     auto reading = std::async(std::launch::async, [] { return readTimed(port, 1); });
-    far.write("y");
-    EXPECT_EQ(reading.get(), "y");
+    far.write(nul);
+    EXPECT_EQ(reading.get(), " ");
     EXPECT_TRUE(eventually([] { return calls == 2; }));
     ComSetBackgroundTimeout(port, 100'000); // the next round is far away
-    far.write("z");
+    far.write(nul);
     EXPECT_TRUE(eventually([] { return ComStatus(port) == 1; }));
     std::this_thread::sleep_for(100ms);
     EXPECT_EQ(calls, 2) << "a status call on an empty ring helps itself";
+    EXPECT_EQ(ComReplace_Incoming_Char(port, 0, 0x00, 0x20), 1);
+    far.write(nul);
+    EXPECT_EQ(readTimed(port, 2), " " + nul);
 }
 
 // Who was told once and has not read may have to be reminded: the device holds more.
@@ -157,17 +162,6 @@ TEST_F(Notifications, AFunctionMayPeekReadWaitAndWrite) {
     }
 }
 
-TEST_F(Notifications, AFunctionMayCloseItsPort) {
-    ComSetNotifyMessageOnAnyCharCallBackFunc(port, [](int32_t number) {
-        const int32_t closed = ComClose(number);
-        told.set_value(closed == 1 ? ComClose(number) : 0);
-        return 1;
-    });
-    far.write("goodbye");
-    EXPECT_EQ(told.get_future().get(), -1);
-}
-
-// The other way round: a close by somebody else while the function waits.
 TEST_F(Notifications, ACloseEndsTheWaitOfAFunction) {
     ComSetNotifyMessageOnAnyCharCallBackFunc(port, [](int32_t number) {
         calls = 1;
@@ -179,21 +173,6 @@ TEST_F(Notifications, ACloseEndsTheWaitOfAFunction) {
     auto closing = std::async(std::launch::async, [this] { return open.close(); });
     EXPECT_EQ(told.get_future().get(), -1);
     EXPECT_EQ(closing.get(), 1);
-}
-
-TEST_F(Notifications, AReceivedByteIsReplacedWhoeverFetchesIt) {
-    const std::string bytes("a\0b\0", 4);
-    EXPECT_EQ(ComReplace_Incoming_Char(port, 1, 0x00, 0x20), 1);
-    arriveInOneRound(bytes);
-    awaitRound(4);
-    EXPECT_EQ(readUpTo(port, 4), "a b ");
-    ComSetBackgroundTimeout(port, 10000);
-    far.write(bytes);
-    EXPECT_TRUE(eventually([] { return ComStatus(port) == 4; }));
-    EXPECT_EQ(readUpTo(port, 4), "a b ");
-    EXPECT_EQ(ComReplace_Incoming_Char(port, 0, 0x00, 0x20), 1);
-    far.write(bytes);
-    EXPECT_EQ(readTimed(port, 4), bytes);
 }
 
 } // namespace

@@ -36,7 +36,7 @@ struct Call {
     decltype(&ComStimulusArray) forMany;
     bool batches, keepsNul, keeps255;
     std::size_t atATime; ///< bytes, before it looks for a cancel again
-    int32_t timeOver, full, closed, badPort, notOpen;
+    int32_t timeOver, full, closed;
     bool many() const { return forOne == nullptr; }
     int32_t run(int32_t port, int32_t maximum, int32_t seconds) const {
         return forOne != nullptr    ? forOne(port, strings[0], answers[0], maximum, seconds)
@@ -44,12 +44,11 @@ struct Call {
                                     : ComStimulusArray2(port, 3, maximum, seconds);
     }
 };
-const Call calls[] = {
-    {"Stimulus", ComStimulus, nullptr, false, false, false, 25, 2, 3, -1, -1, -1},
-    {"StimulusFast", ComStimulusFast, nullptr, true, false, false, 100, 2, 3, -1, -1, -1},
-    {"Array", nullptr, ComStimulusArray, false, true, true, 1, -2, -3, -14, -1, -1},
-    {"ArrayFast", nullptr, ComStimulusArrayFast, true, false, false, 100, -2, -3, -14, -12, -11},
-    {"Array2", nullptr, nullptr, false, false, true, 1, -2, -3, -1, -1, -11}};
+const Call calls[] = {{"Stimulus", ComStimulus, nullptr, false, false, false, 25, 2, 3, -1},
+                      {"StimulusFast", ComStimulusFast, nullptr, true, false, false, 100, 2, 3, -1},
+                      {"Array", nullptr, ComStimulusArray, false, true, true, 1, -2, -3, -14},
+                      {"ArrayFast", nullptr, ComStimulusArrayFast, true, false, false, 100, -2, -3, -14},
+                      {"Array2", nullptr, nullptr, false, false, true, 1, -2, -3, -1}};
 
 struct EachCall : testing::TestWithParam<Call> {
     const Call& call = GetParam();
@@ -100,8 +99,6 @@ TEST_P(EachCall, EndsWithItsOwnResult) {
     line.port.close();
     ASSERT_EQ(closedCall.wait_for(10s), std::future_status::ready);
     EXPECT_EQ(closedCall.get(), call.closed);
-    EXPECT_EQ(call.run(number, 5, 1), call.notOpen);
-    EXPECT_EQ(call.run(300, 5, 1), call.badPort);
 }
 
 TEST_P(EachCall, KeepsItsOwnBytes) {
@@ -217,9 +214,8 @@ TEST(Stimulus, ListsAndArgumentsAreChecked) {
     EXPECT_EQ(ComStimulusArrayFast(number, strings, withNull, 2, 10, 1), -13);
     EXPECT_EQ(ComStimulusArray(number, nullptr, nullptr, -2, 10, 0), -2);
     EXPECT_EQ(ComFreeStimList(number), 1);
-    for (const auto& [string, length, result] :
-         {std::tuple{std::string(), 5, -1}, {std::string(100, 'x'), 100, 1}})
-        EXPECT_EQ(ComAddStimList(number, string.c_str(), length), result);
+    EXPECT_EQ(ComAddStimList(number, "", 5), -1);
+    EXPECT_EQ(ComAddStimList(number, std::string(100, 'x').c_str(), 100), 1);
     EXPECT_EQ(ComStimulusArray2(number, 2, 10, 1), -10);
     for (int i = 1; i < 20; ++i)
         EXPECT_EQ(ComAddStimList(number, "more", 2), 1);

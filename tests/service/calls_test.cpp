@@ -2,6 +2,7 @@
 #include <random>
 
 #include "brisolt.h"
+#include "support/pattern.h"
 #include "telephony_program.h"
 
 using namespace brisolt::test;
@@ -63,28 +64,19 @@ struct Calls : TwoModems {
     }
 };
 
-static std::string manyBytes(std::size_t count) {
-    std::string bytes;
-    for (std::size_t i = 0; i < count; ++i)
-        bytes += static_cast<char>(i * 7 / 3);
-    return bytes;
-}
-
 TEST_F(Calls, PlacedAnsweredAndEndedHere) {
     answerAt = 2;
     connect();
     EXPECT_EQ(rings, (Story{1, 2}));
     EXPECT_EQ(story(outgoing), (Story{state::dialling, state::proceeding, state::connected}));
     EXPECT_EQ(story(incoming), (Story{state::offering, state::connected}));
-    const auto reply = std::find_if(received.begin(), received.end(), [&](const Message& one) {
-        return one.message == service_::message::reply && one.device == outgoing;
-    });
-    ASSERT_NE(reply, received.end());
-    EXPECT_EQ(reply->instance, ownWord);
-    EXPECT_EQ(reply->p2, 0U);
+    EXPECT_TRUE(std::ranges::any_of(received, [&](const Message& one) {
+        return one.message == service_::message::reply && one.device == outgoing && one.instance == ownWord &&
+               one.p2 == 0;
+    })) << "no reply to the request";
     EXPECT_EQ(here->commands().back(), "ATDT200");
 
-    const std::string text = manyBytes(300000);
+    const std::string text = pattern(300000);
     std::thread sender([&] { writeTo(hereEnd, text); });
     EXPECT_EQ(readFrom(thereEnd, text.size()), text);
     sender.join();
@@ -121,22 +113,8 @@ TEST_F(Calls, EndedByTheOtherSideAndByAShutdown) {
     EXPECT_FALSE(until([] { return !received.empty(); }, Milliseconds(500))) << "no message comes late";
 }
 
-TEST_F(Calls, LineCutByAStormAndModemUnplugged) {
-    for (const bool storm : {true, false}) {
-        connect();
-        storm ? there->dropNow() : here.reset();
-        EXPECT_EQ(untilState(outgoing, state::disconnected), cause::normal);
-        EXPECT_EQ(untilState(incoming, state::disconnected), cause::normal);
-        EXPECT_EQ(readFrom(hereEnd, 100, Milliseconds(500)), "");
-        drop(outgoing);
-        drop(incoming);
-    }
-    EXPECT_EQ(service.close(line), 0);
-    EXPECT_EQ(openLine(0, line), result::componentMissing);
-}
-
 TEST_F(TelephonyProgram, BytesRightBehindConnectReachTheOpenPort) {
-    const std::string greeting = "\r\n\nlogin: \r\nNO C", text = manyBytes(16000);
+    const std::string greeting = "\r\n\nlogin: \r\nNO C", text = pattern(16000);
     PlainModem modem("\r\nCarrier 14400\r\n\r\nRinging \r\n\r\nConnect 14400/V42 \r\n" + greeting,
                      "\r\nok \r\n");
     callOver(modem);
@@ -178,7 +156,7 @@ TEST_F(Calls, ModemLeftInACallIsTakenOutOfIt) {
     close(other);
 }
 
-TEST_F(Calls, CausesOfFailure) {
+TEST_F(Calls, FailWithTheirCauseAndMayBeDroppedWhileTheyAreDialled) {
     exchange.set("1", Fate::busy);
     exchange.set("2", Fate::ringsForEver);
     exchange.set("3", Fate::noDialtone);
@@ -188,10 +166,8 @@ TEST_F(Calls, CausesOfFailure) {
     here->add({.mishap = simulated::Mishap::refusal, .text = "D", .times = 1});
     EXPECT_EQ(failure("T200"), cause::badAddress);
     EXPECT_EQ(failure("T2@"), cause::noAnswer);
-}
 
-TEST_F(Calls, DroppedWhileDialling) {
-    exchange.set("2", Fate::ringsForEver);
+    // Dropped while it is dialled.
     outgoing = call("T2");
     untilState(outgoing, state::proceeding);
     EXPECT_TRUE(here->waitFor(Phase::calling));

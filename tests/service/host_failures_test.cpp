@@ -2,11 +2,10 @@
 // and all works again when the host does.
 #include <csignal>
 #include <ctime>
-#include <filesystem>
 #include <new>
 
-#include <sys/resource.h>
-
+#include "support/files.h"
+#include "support/limit.h"
 #include "telephony_program.h"
 
 using namespace brisolt::test;
@@ -38,20 +37,13 @@ void operator delete(void* memory, std::size_t) noexcept {
 
 struct HostFailures : TelephonyProgram {
     PlainModem modem;
-    rlimit before{};
+    const Limit descriptors{RLIMIT_NOFILE};
     int refused = 0;
 
-    HostFailures() {
-        getrlimit(RLIMIT_NOFILE, &before);
-        writeProfile("[One]\ndevice = " + modem.line.slavePath() + "\n");
-    }
-    void allow(rlim_t descriptors) const {
-        const rlimit limit{descriptors, before.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
+    HostFailures() { writeProfile("[One]\ndevice = " + modem.line.slavePath() + "\n"); }
     void heal() const {
         failAt = 0;
-        allow(before.rlim_cur);
+        descriptors.lift();
     }
     /// A call that the host lets down at most once.
     template <class Call> void twice(Call call) {
@@ -78,28 +70,33 @@ TEST_F(HostFailures, EachAllocationAndDescriptorInTurn) {
     }
     heal(); // there are no more
     EXPECT_GT(refused, 10);
-    const auto openDescriptors = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    };
-    const auto descriptors = openDescriptors();
+    const long open = entriesOf("/proc/self/fd");
     const int lowest = dup(0);
     close(lowest);
     for (rlim_t more = 0; refused > 0; ++more) {
         refused = 0;
-        allow(static_cast<rlim_t>(lowest) + more);
+        descriptors.set(static_cast<rlim_t>(lowest) + more);
         useTheService();
         heal();
         EXPECT_TRUE(refused > 0 || more > 0);
     }
-    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_EQ(entriesOf("/proc/self/fd"), open);
     sigset_t mask{};
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
     EXPECT_EQ(sigismember(&mask, SIGTERM), 0) << "blocked for the threads of the service alone";
 }
 
-TEST_F(HostFailures, ACallWithoutMemoryEnds) {
-    ASSERT_EQ(start(), 0);
+TEST_F(HostFailures, WaitsThatFailDoNotSpinAndACallWithoutMemoryEnds) {
+    openAt(modem);
+    descriptors.set(1);       // a wait for more descriptors than that fails
+    modem.line.write("\r\n"); // and the one that goes on is over
+    const std::clock_t begun = std::clock();
+    std::this_thread::sleep_for(Milliseconds(600));
+    EXPECT_LT(std::clock() - begun, CLOCKS_PER_SEC / 4);
+    EXPECT_EQ(service.close(line), 0);
+    heal();
     ASSERT_EQ(openLine(0, line), 0);
+
     sparedThread = true;
     outgoing = call("T1");
     exhausted = true;
@@ -112,17 +109,4 @@ TEST_F(HostFailures, ACallWithoutMemoryEnds) {
     outgoing = call("T1");
     untilState(outgoing, state::connected);
     modem.online = false;
-}
-
-TEST_F(HostFailures, WaitsThatFailDoNotSpin) {
-    ASSERT_EQ(start(), 0);
-    ASSERT_EQ(openLine(0, line), 0);
-    allow(1);                 // a wait for more descriptors than that fails
-    modem.line.write("\r\n"); // and the one that goes on is over
-    const std::clock_t begun = std::clock();
-    std::this_thread::sleep_for(Milliseconds(600));
-    EXPECT_LT(std::clock() - begun, CLOCKS_PER_SEC / 4);
-    EXPECT_EQ(service.close(line), 0);
-    heal();
-    EXPECT_EQ(openLine(0, line), 0);
 }

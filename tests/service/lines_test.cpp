@@ -60,21 +60,28 @@ TEST_F(Lines, ModemThatIsSlowOrRefuses) {
 
 TEST_F(TelephonyProgram, NoDeviceAndNoModemAndAnOpeningThatIsCalledOff) {
     Pty silent;
-    testing::internal::CaptureStderr();
+    const std::string path = silent.slavePath(), ours = ": a modem of the telephony service cannot have ";
+    const std::string unknown = path + "?colour=red: unknown option \"colour=red\"; possible: dtr, rts";
+    const std::tuple<std::string, int32_t, std::string> refusals[] = {
+        {"/dev/there-is-none", result::componentMissing, ": No such file or directory\n"},
+        {"/dev/null", result::componentMissing, ": Inappropriate ioctl for device\n"},
+        {path + "?keep=yes", result::operationFailed, ours + "keep=yes\n"},
+        {path + "?keep=no&marks=yes", result::operationFailed, ours + "marks=yes\n"},
+        {path + "?colour=red", result::componentMissing, ": cannot open " + unknown},
+        {path, result::operationFailed, ": no modem answers\n"},
+    };
     ASSERT_EQ(startAt("/dev/there-is-none"), 0);
-    EXPECT_EQ(openLine(0, line), result::componentMissing);
     EXPECT_EQ(configure("colour = red"), result::badParameter);
-    EXPECT_EQ(configure("device = /dev/null"), 0);
-    EXPECT_EQ(openLine(0, line), result::componentMissing);
-    for (const char* option : {"?keep=yes", "?keep=no&marks=yes"}) {
-        EXPECT_EQ(configure("device = " + silent.slavePath() + option), 0);
-        EXPECT_EQ(openLine(0, line), result::operationFailed);
+    for (const auto& [device, code, why] : refusals) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(configure("device = " + device), 0);
+        EXPECT_EQ(openLine(0, line), code) << device;
+        const std::string told = testing::internal::GetCapturedStderr();
+        EXPECT_TRUE(told.starts_with("telephony: [One] " + device + why)) << told;
+        EXPECT_EQ(told.find('\n'), told.size() - 1) << told;
     }
-    EXPECT_EQ(configure("device = " + silent.slavePath() + "?colour=red"), 0);
-    EXPECT_EQ(openLine(0, line), result::componentMissing);
-    EXPECT_EQ(configure("device = " + silent.slavePath()), 0);
-    EXPECT_EQ(openLine(0, line), result::operationFailed);
     silent.readToQuiet();
+    testing::internal::CaptureStderr();
     std::thread opener([&] { EXPECT_EQ(openLine(0, line), result::operationFailed); });
     EXPECT_FALSE(silent.read(3).empty()) << "it has begun";
     const auto begun = Clock::now();
@@ -82,22 +89,7 @@ TEST_F(TelephonyProgram, NoDeviceAndNoModemAndAnOpeningThatIsCalledOff) {
     opener.join();
     EXPECT_LT(Clock::now() - begun, Milliseconds(1500)) << "a silent modem is given up after 5 s";
     EXPECT_FALSE(silent.connected());
-    std::string told = testing::internal::GetCapturedStderr();
-    const auto possible = told.find("; possible: dtr, rts");
-    ASSERT_NE(possible, std::string::npos) << told;
-    told.erase(possible, told.find('\n', possible) - possible);
-    EXPECT_EQ(told,
-              "telephony: [One] /dev/there-is-none: No such file or directory\n"
-              "telephony: [One] /dev/null: Inappropriate ioctl for device\n"
-              "telephony: [One] " +
-                  silent.slavePath() +
-                  "?keep=yes: a modem of the telephony service cannot have keep=yes\ntelephony: [One] " +
-                  silent.slavePath() +
-                  "?keep=no&marks=yes: a modem of the telephony service cannot have marks=yes\n"
-                  "telephony: [One] " +
-                  silent.slavePath() + "?colour=red: cannot open " + silent.slavePath() +
-                  "?colour=red: unknown option \"colour=red\"\n" + "telephony: [One] " + silent.slavePath() +
-                  ": no modem answers\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(service.shutdown(std::exchange(application, 0)), result::badApplication);
 }
 
@@ -124,7 +116,7 @@ TEST_F(TelephonyProgram, RatesAreThoseThatOtherProgramsKnow) {
     EXPECT_EQ(settings.c_ispeed, 250000U);
 }
 
-TEST_F(Lines, SmallRecordsGetWhatFits) {
+TEST_F(Lines, SmallRecordsGetWhatFitsAndVersionsAreThoseThatBothKnow) {
     char space[300] = {};
     auto* const record = reinterpret_cast<service_::DeviceCapabilities*>(space);
     for (const uint32_t total : {0U, 251U, 252U, 257U}) {
@@ -143,14 +135,11 @@ TEST_F(Lines, SmallRecordsGetWhatFits) {
                   result);
         EXPECT_EQ(address.lineDeviceId, result == 0 ? 1U : 0U);
     }
-}
-
-TEST_F(Lines, VersionsThatBothKnow) {
-    for (const auto& [low, high, common] :
-         std::initializer_list<std::array<uint32_t, 3>>{{0x10003, 0x20002, 0x20002},
-                                                        {0x10001, 0x10004, 0x10004},
-                                                        {0x20003, 0x30000, 0},
-                                                        {0x10000, 0x10002, 0}}) {
+    constexpr uint32_t versions[][3] = {{0x10003, 0x20002, 0x20002},
+                                        {0x10001, 0x10004, 0x10004},
+                                        {0x20003, 0x30000, 0},
+                                        {0x10000, 0x10002, 0}};
+    for (const auto& [low, high, common] : versions) {
         uint32_t version = 0;
         service_::ExtensionId extension{{1, 2, 3, 4}};
         EXPECT_EQ(service.negotiate(application, 0, low, high, &version, &extension),

@@ -2,7 +2,6 @@
 // messages that come while the test waits for one.
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -15,7 +14,6 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include "brisolt_host.h"
@@ -137,8 +135,8 @@ struct TelephonyProgram : testing::Test {
                                           privileges, service::media::dataModem, nullptr);
         return said != 0 ? said : service.statusMessages(opened, ~0U, ~0U);
     }
-    int32_t configure(const std::string& text) const {
-        return service.setConfiguration(0, text.data(), static_cast<uint32_t>(text.size()),
+    int32_t configure(const std::string& text, uint32_t device = 0) const {
+        return service.setConfiguration(device, text.data(), static_cast<uint32_t>(text.size()),
                                         service_::modemClass);
     }
     uint32_t call(const char* number) const {
@@ -168,10 +166,13 @@ struct TelephonyProgram : testing::Test {
         EXPECT_TRUE(told) << "call " << call << " is not told to be in state " << state;
         return detail;
     }
-    /// A call over that modem, from the beginning.
-    void callOver(const PlainModem& modem) {
+    void openAt(const PlainModem& modem) {
         ASSERT_EQ(startAt(modem.line.slavePath()), 0);
         ASSERT_EQ(openLine(0, line), 0);
+    }
+    /// A call over that modem, from the beginning.
+    void callOver(const PlainModem& modem) {
+        openAt(modem);
         outgoing = call("T200");
         ASSERT_EQ(untilState(outgoing, service::callState::connected), 0);
     }
@@ -201,25 +202,8 @@ private:
     TempDir folder_;
 };
 
-/// What arrives at a descriptor until there is so much, or nothing more comes.
-inline std::string readFrom(int descriptor, std::size_t count, Milliseconds quiet = Milliseconds(10000)) {
-    std::string bytes, some(4096, 0);
-    pollfd entry{descriptor, POLLIN, 0};
-    while (bytes.size() < count && poll(&entry, 1, static_cast<int>(quiet.count())) > 0) {
-        const ssize_t got = read(descriptor, some.data(), std::min(some.size(), count - bytes.size()));
-        if (got <= 0)
-            break;
-        bytes.append(some, 0, static_cast<std::size_t>(got));
-    }
-    return bytes;
-}
-
 inline void writeTo(int descriptor, std::string_view bytes) {
-    pollfd entry{descriptor, POLLOUT, 0};
-    while (!bytes.empty() && poll(&entry, 1, 10000) > 0)
-        if (const ssize_t count = write(descriptor, bytes.data(), bytes.size()); count > 0)
-            bytes.remove_prefix(static_cast<std::size_t>(count));
-    EXPECT_TRUE(bytes.empty());
+    EXPECT_EQ(writeTo(descriptor, bytes, Milliseconds(60000)), bytes.size());
 }
 
 /// Two modems that can call each other.

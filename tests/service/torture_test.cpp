@@ -1,7 +1,5 @@
 // Modems that misbehave: each in one way at one moment of a call, all of them beside each other. The service tells
 // what came of it, and the next call of each works.
-#include <mutex>
-
 #include "telephony_program.h"
 
 using namespace brisolt::test;
@@ -29,33 +27,31 @@ public:
           manner_(manner) {}
     const std::string name;
     std::string path() const { return line_.slavePath(); }
-    bool is(Moment moment, std::initializer_list<Manner> manners) const {
-        return moment_ == moment && std::ranges::find(manners, manner_) != manners.end();
+    bool is(std::initializer_list<Moment> moments, std::initializer_list<Manner> manners) const {
+        return std::ranges::count(moments, moment_.load()) > 0 && std::ranges::count(manners, manner_) > 0;
     }
     bool rings() const { return moment_ == ringing; }
     void callIn() { ring_ = true; }
     /// From now on it behaves. False: there is nothing left that could.
     bool calm() {
         moment_ = never;
-        online_ = false;
+        online_ = heardBye_ = false;
         return !gone_;
     }
-    bool hears(const std::string& text) const {
-        const std::scoped_lock guard(lock_);
-        return heard_.find(text) != std::string::npos;
-    }
+    bool heardBye() const { return heardBye_; }
 
 private:
     void unplug() {
         gone_ = true;
         line_.close();
     }
-    void say(Moment now, const std::string& text, const char* wrongText) {
+    void say(Moment now, const std::string& text = "\r\nOK\r\n") {
         if (now != moment_)
             return void(line_.write(text));
+        const bool inACall = now == ringing || now == talking;
         switch (manner_) {
         case late: std::this_thread::sleep_for(Milliseconds(1000)); break;
-        case wrong: return void(line_.write(wrongText));
+        case wrong: return void(line_.write(inACall ? "\r\nNO CARRIER\r\n" : "\r\nERROR\r\n"));
         case inPieces:
             for (const char byte : text)
                 line_.write({&byte, 1}), std::this_thread::sleep_for(Milliseconds(10));
@@ -66,46 +62,39 @@ private:
         }
         line_.write(text);
     }
-    void connect(Moment now, const char* wrongText) {
-        online_ = !is(now, {wrong, silent, unplugged});
-        say(now, "\r\nCONNECT\r\n", wrongText);
-        if (online_ && !is(talking, {unplugged}))
-            say(talking, "hello", "\r\nNO CARRIER\r\n");
+    void connect(Moment now) {
+        online_ = !is({now}, {wrong, silent, unplugged});
+        say(now, "\r\nCONNECT\r\n");
+        if (online_ && !is({talking}, {unplugged}))
+            say(talking, "hello");
     }
     void obey(const std::string& command) {
         const auto has = [&](const char* text) { return command.find(text) != command.npos; };
-        if (has("ATD"))
-            connect(dialling, "\r\nERROR\r\n");
-        else if (has("ATA"))
-            connect(ringing, "\r\nNO CARRIER\r\n");
-        else if (has("ATH"))
-            say(hangingUp, "\r\nOK\r\n", "\r\nERROR\r\n");
-        else if (has("&F"))
-            say(initialising, "\r\nOK\r\n", "\r\nERROR\r\n");
-        else if (has("ATE0"))
-            say(opening, "\r\nOK\r\n", "\r\nERROR\r\n");
+        if (has("ATD") || has("ATA"))
+            connect(has("ATD") ? dialling : ringing);
+        else if (has("ATH") || has("&F") || has("ATE0"))
+            say(has("ATH") ? hangingUp : has("&F") ? initialising : opening);
         else
-            say(dialling, "\r\nNO CARRIER\r\n", "\r\nERROR\r\n"); // any key
+            say(dialling, "\r\nNO CARRIER\r\n"); // any key
     }
     void run(const std::stop_token& over) {
         for (std::string command; !over.stop_requested();) {
             if (ring_.exchange(false))
-                is(ringing, {late, inPieces, garbage}) ? say(ringing, "\r\nRING\r\n", "")
-                                                       : void(line_.write("\r\nRING\r\n"));
-            if (online_ && is(talking, {silent})) {
+                is({ringing}, {late, inPieces, garbage}) ? say(ringing, "\r\nRING\r\n")
+                                                         : void(line_.write("\r\nRING\r\n"));
+            if (online_ && is({talking}, {silent})) {
                 std::this_thread::sleep_for(Milliseconds(5));
                 continue; // nor does it take anything
             }
             command += line_.read(1, Milliseconds(20));
             if (online_ && command.ends_with("+++")) {
                 online_ = false;
-                say(hangingUp, "\r\nOK\r\n", "\r\nERROR\r\n");
-            } else if (online_ && is(talking, {unplugged})) {
+                say(hangingUp);
+            } else if (online_ && is({talking}, {unplugged})) {
                 if (!command.empty())
                     unplug();
             } else if (online_) {
-                const std::scoped_lock guard(lock_);
-                heard_ = command;
+                heardBye_ = heardBye_ || command.ends_with("bye");
                 continue;
             } else if (command.ends_with('\r')) {
                 obey(command);
@@ -119,9 +108,7 @@ private:
     std::atomic<Moment> moment_;
     Manner manner_;
     Pty line_;
-    std::atomic<bool> online_ = false, ring_ = false, gone_ = false;
-    mutable std::mutex lock_;
-    std::string heard_;
+    std::atomic<bool> online_ = false, ring_ = false, gone_ = false, heardBye_ = false;
     std::jthread thread_{[this](const std::stop_token& over) { run(over); }};
 };
 
@@ -130,14 +117,9 @@ struct Victim {
     std::unique_ptr<RudeModem> modem;
     int32_t opened = 0;
     uint32_t line = 0, call = 0;
-    bool cannotOpen() const {
-        return modem->is(opening, {wrong, silent, unplugged}) ||
-               modem->is(initialising, {wrong, silent, unplugged});
-    }
-    bool failsToConnect() const {
-        return modem->is(dialling, {wrong, unplugged}) || modem->is(ringing, {wrong, unplugged});
-    }
-    bool hangs() const { return modem->is(dialling, {silent}) || modem->is(ringing, {silent}); }
+    bool cannotOpen() const { return modem->is({opening, initialising}, {wrong, silent, unplugged}); }
+    bool failsToConnect() const { return modem->is({dialling, ringing}, {wrong, unplugged}); }
+    bool hangs() const { return modem->is({dialling, ringing}, {silent}); }
 };
 
 struct Torture : TelephonyProgram {
@@ -181,62 +163,57 @@ struct Torture : TelephonyProgram {
     }
     void talk(const Victim& victim) const {
         EXPECT_EQ(untilState(victim.call, state::connected), 0);
-        if (victim.modem->is(talking, {wrong})) {
+        if (victim.modem->is({talking}, {wrong})) {
             EXPECT_EQ(untilState(victim.call, state::disconnected), cause::normal);
             return;
         }
         const int handle = commHandle(victim.call);
         service.portOpen(victim.call); // nothing of what comes is held back
-        if (victim.modem->is(talking, {unplugged})) {
+        if (victim.modem->is({talking}, {unplugged})) {
             writeTo(handle, "bye");
             EXPECT_EQ(untilState(victim.call, state::disconnected), cause::normal);
-        } else if (victim.modem->is(talking, {silent})) { // what it never takes must not hold up the end
+        } else if (victim.modem->is({talking}, {silent})) { // what it never takes must not hold up the end
             for (const std::string block(4096, 'x'); write(handle, block.data(), block.size()) > 0;)
                 continue;
         } else {
-            const std::string comes = (victim.modem->is(talking, {garbage}) ? noise() : "") + "hello";
+            const std::string comes = (victim.modem->is({talking}, {garbage}) ? noise() : "") + "hello";
             EXPECT_EQ(readFrom(handle, comes.size()), comes);
             writeTo(handle, "bye");
-            EXPECT_TRUE(until([&] { return victim.modem->hears("bye"); }));
+            EXPECT_TRUE(until([&] { return victim.modem->heardBye(); }));
         }
         close(handle);
     }
+    template <class Act> void onEachOpenLine(Act act) {
+        for (Victim& victim : victims) {
+            SCOPED_TRACE(victim.modem->name);
+            if (victim.opened == 0)
+                act(victim);
+        }
+    }
     /// A call on each line that is open, whatever comes of it.
     void callAll() {
-        for (Victim& victim : victims)
-            if (victim.opened == 0)
-                begin(victim);
-        for (const Victim& victim : victims) {
-            SCOPED_TRACE(victim.modem->name);
-            if (victim.opened != 0)
-                continue;
+        onEachOpenLine([this](Victim& victim) { begin(victim); });
+        onEachOpenLine([this](const Victim& victim) {
             EXPECT_TRUE(until([&] { return victim.call != 0; }));
             if (victim.failsToConnect())
                 EXPECT_GT(untilState(victim.call, state::disconnected), 0);
             else if (!victim.hangs())
                 talk(victim);
-        }
-        for (const Victim& victim : victims)
-            if (victim.opened == 0)
-                service.drop(victim.call, nullptr, 0); // where there is still something to drop
-        for (Victim& victim : victims) {
-            SCOPED_TRACE(victim.modem->name);
-            if (victim.opened != 0)
-                continue;
+        });
+        // Where there is still something to drop.
+        onEachOpenLine([this](const Victim& victim) { service.drop(victim.call, nullptr, 0); });
+        onEachOpenLine([this](const Victim& victim) {
             untilState(victim.call, state::idle);
             EXPECT_EQ(service.deallocate(victim.call), 0);
             EXPECT_EQ(service.close(victim.line), 0);
-        }
+        });
     }
     void calmAll() {
         for (std::size_t i = 0; i < victims.size(); ++i) {
             if (victims[i].modem->calm())
                 continue;
             victims[i].modem = std::make_unique<RudeModem>(never, late);
-            const std::string device = "device = " + victims[i].modem->path();
-            EXPECT_EQ(service.setConfiguration(static_cast<uint32_t>(i), device.data(),
-                                               static_cast<uint32_t>(device.size()), service_::modemClass),
-                      0);
+            EXPECT_EQ(configure("device = " + victims[i].modem->path(), static_cast<uint32_t>(i)), 0);
         }
     }
 };

@@ -62,9 +62,7 @@ TEST_F(AutoAnswer, ACallThatComesToNothingLeavesTheLineArmed) {
     service.tellState(last, callState::busy); // a late word about an offer is nobody's
     EXPECT_NE(service.openLine(1), 0U);
     ComTAPI_Disconnect("Modem B");
-}
 
-TEST_F(AutoAnswer, OnlyAnAcceptedRequestIsAnAnswer) {
     for (int32_t rings : {0, -5, INT32_MIN}) {
         service.answer("lineAnswer", {result::code(0x99)});
         ASSERT_EQ(arm("Modem A", rings), 1);

@@ -61,7 +61,7 @@ TEST_F(ConnectThread, ACancelIsNotLostHoweverEarlyItComes) {
     EXPECT_EQ(log().find("TAPI Thread - Failed"), std::string::npos);
 }
 
-TEST_F(ConnectThread, ADisconnectedConnectLeavesTheNextOneAlone) {
+TEST_F(ConnectThread, NeitherAnotherDeviceNorAConnectThatWasDisconnectedDisturbs) {
     for (int32_t i = 0; i < 10; ++i) {
         service.onMakeCall = [](uint32_t) {};
         ASSERT_EQ(start(), 1);
@@ -70,11 +70,6 @@ TEST_F(ConnectThread, ADisconnectedConnectLeavesTheNextOneAlone) {
         service.onMakeCall = [&](uint32_t call) { service.postState(call, callState::connected); };
         ASSERT_EQ(connect(), 130);
         ASSERT_EQ(ComTAPI_Disconnect("Modem A"), 1);
-    }
-}
-
-TEST_F(ConnectThread, TwoDevicesAtOnceDoNotDisturbEachOther) {
-    for (int32_t i = 0; i < 10; ++i) {
         ASSERT_EQ(start("Modem A", "1"), 1);
         ASSERT_EQ(start("Modem B", "2"), 1);
         ASSERT_EQ(outcome("Modem A"), 100);

@@ -42,22 +42,21 @@ TEST(TelephonyInitialisation, ListsTheUnbrokenRunOfUsableDevices) {
 }
 
 TEST(TelephonyInitialisation, ADeviceThatIsNotFitEndsTheTableAndTheLogTellsWhy) {
+    const char* const modes = "DevCaps doesn't support known data modem modes - bearer modes: 10.";
+    const char* const calls = "DevCaps doesn't support making calls. - Probably not a modem";
+    const char *const name = "DevCaps doesn't have a valid line name.", *const unnamed = "Line Unnamed";
     const std::tuple<ScriptedModem, const char*, const char*> unfit[] = {
         {{.name = "B", .version = 0}, "Line Unavailable", "Couldn't NegotiateAPIVersion."},
-        {{.name = "B", .bearerModes = 0x10},
-         "Line Unnamed",
-         "DevCaps doesn't support known data modem modes - bearer modes: 10."},
-        {{.name = "B", .lineFeatures = 0xF7},
-         "Line Unnamed",
-         "DevCaps doesn't support making calls. - Probably not a modem"},
-        {{.name = "B", .nameFormat = 2}, "Line Unnamed", "DevCaps doesn't have a valid line name."},
-        {{.name = "B", .nameOffset = 0xFFFFFFF0}, "Line Unnamed", "DevCaps doesn't have a valid line name."},
+        {{.name = "B", .bearerModes = 0x10}, unnamed, modes},
+        {{.name = "B", .lineFeatures = 0xF7}, unnamed, calls},
+        {{.name = "B", .nameFormat = 2}, unnamed, name},
+        {{.name = "B", .nameOffset = 0xFFFFFFF0}, unnamed, name},
         {{.name = ""}, "Line Name is Empty", "Line name started with a NULL."},
     };
-    for (const auto& [modem, name, entry] : unfit) {
+    for (const auto& [modem, shown, entry] : unfit) {
         Telephony telephony({{"Modem A"}, modem});
         EXPECT_EQ(telephony.initialise(), 1) << entry;
-        EXPECT_EQ(nameOf(1), name);
+        EXPECT_EQ(nameOf(1), shown);
         telephony.expectLogged({entry});
     }
 }

@@ -46,11 +46,8 @@ TEST_F(TelephonyPort, WhatTheOtherEndSaidFirstIsReadWhereTheServiceHasTakenTheMo
         }));
         ASSERT_EQ(telephony::openTelephonyPort(131, terminal, held), 131);
         line.write("late");
-        std::string heard(10, '\0');
         const std::string wanted = held == telephony::Held::read ? "early late" : "late";
-        heard.resize(static_cast<std::size_t>(
-            ComReadTimed(131, heard.data(), static_cast<int32_t>(wanted.size()), 500)));
-        EXPECT_EQ(heard, wanted);
+        EXPECT_EQ(receive(131, wanted.size()), wanted);
         EXPECT_EQ(ComTAPI_CLOSEPORT(131), 1);
     }
 }
@@ -97,13 +94,12 @@ TEST_F(TelephonyPort, TheFramingIsTheDevicesOwn) {
         expectLogged({entry});
         if (result < 0)
             continue; // the handle is still ours
-        EXPECT_EQ(recordOf(port).baudRate, 2400);
-        EXPECT_EQ(recordOf(port).dataBits, dataBits);
-        EXPECT_EQ(recordOf(port).parityCode, parityCode);
-        EXPECT_EQ(recordOf(port).stopCode, stopCode);
-        EXPECT_EQ(driver.lineState().dataBits, dataBits);
-        EXPECT_EQ(driver.lineState().xonLimit, 256);
-        EXPECT_EQ(driver.lineState().xoffLimit, 768);
+        const PortRecord& record = recordOf(port);
+        EXPECT_EQ(std::tuple(record.baudRate, record.dataBits, record.parityCode, record.stopCode),
+                  std::tuple(2400, int32_t{dataBits}, parityCode, stopCode));
+        state = driver.lineState();
+        EXPECT_EQ(std::tuple(state.dataBits, state.xonLimit, state.xoffLimit),
+                  std::tuple(dataBits, 256, 768));
         EXPECT_EQ(ComTAPI_CLOSEPORT(port), 1);
         handle = ComHostOpenDevice(driver.path().c_str());
     }

@@ -1,27 +1,49 @@
-// Breaks sent and seen, and line errors: reported once, and then cleared.
+// Modem lines, reported and driven; breaks and line errors: reported once, and then cleared.
+#include <array>
+
 #include "guest.h"
 
 using namespace brisolt::test;
 
 namespace {
 
-constexpr uint8_t breakBit = 0x40;
 constexpr int32_t overrun = COM_HOST_ERROR_OVERRUN, breakSeen = COM_HOST_ERROR_BREAK;
 
-bool uartSendsBreak() {
-    return (uartRegister(lineControl) & breakBit) != 0;
+std::array<int32_t, 4> lines(int32_t port) {
+    return {ComCarrier(port), ComGetCTSStatus(port), ComGetDSRStatus(port), ComRing(port)};
 }
 
-TEST(Break, IsOnTheLineForItsTime) {
+TEST(ModemLines, EachIsReportedByItself) {
     const Port port(uart);
-    EXPECT_EQ(ComSetBreak_ON(port), 1);
-    EXPECT_TRUE(uartSendsBreak());
-    EXPECT_EQ(ComSetBreak_OFF(port), 1);
-    EXPECT_FALSE(uartSendsBreak());
-    auto call = std::async(async, ComBreak, int32_t{port}); // a quarter of a second
-    EXPECT_TRUE(eventually(uartSendsBreak));
-    EXPECT_EQ(call.get(), 1);
-    EXPECT_FALSE(uartSendsBreak());
+    const Loopback loopback;
+    const int32_t all = Loopback::dtr | Loopback::rts | Loopback::out1 | Loopback::out2;
+    const std::array<int32_t, 4> sources{Loopback::out2, Loopback::rts, Loopback::dtr, Loopback::out1};
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+        std::array<int32_t, 4> expected{};
+        loopback.lower(all);
+        EXPECT_EQ(lines(port), expected);
+        loopback.raise(sources[i]);
+        expected[i] = 1;
+        EXPECT_EQ(lines(port), expected) << "line " << i;
+    }
+}
+
+TEST(ModemLines, OursAreDriven) {
+    const Port port(uart);
+    const Loopback loopback;
+    EXPECT_EQ(ComClearDTR(port), 1);
+    EXPECT_EQ(ComGetDSRStatus(port), 0);
+    EXPECT_EQ(ComSetDTR(port), 1);
+    EXPECT_EQ(ComGetDSRStatus(port), 1);
+    EXPECT_EQ(ComClearRTS(port), 1);
+    EXPECT_EQ(ComGetCTSStatus(port), 0);
+    EXPECT_EQ(ComSetRTS(port), 1);
+    EXPECT_EQ(ComGetCTSStatus(port), 1);
+    ComClearDTR(port);
+    ComClearRTS(port);
+    ComSetParms(port, 3, 7, 1);
+    ComSetBaud(port, 1200);
+    EXPECT_EQ(uartRegister(modemControl) & 3, 0) << "another setting raises no line that the program lowered";
 }
 
 TEST(Break, SeenOnAUartIsToldOnceAndIsNoByte) {
@@ -71,26 +93,6 @@ TEST(LineErrors, AnOverrunIsCountedAndCleared) {
     EXPECT_GE(receiveToQuiet(port).size(), 16U);
     EXPECT_EQ(ComGetLineError(port), overrun);
     EXPECT_EQ(ComGetLineError(port), 0);
-}
-
-// The kernel marks broken bytes with bytes.
-TEST(LineErrors, NoByteIsTakenForAMark) {
-    std::string bytes;
-    for (int32_t i = 0; i < 1024; ++i)
-        bytes += static_cast<char>(i % 3 == 0 ? 0xFF : i % 5 == 0 ? 0 : i);
-    const struct { const char *path, *far; } ends[]{{uart, otherUart}, {usbModem, gadget}};
-    for (const auto& line : ends) {
-        SCOPED_TRACE(line.path);
-        const Tty far(line.far);
-        const Port port(line.path);
-        for (const bool replacing : {false, true}) {
-            ComSetParms(port, 3, 8, 1);
-            EXPECT_EQ(ComSetLineErrorReplacement(port, replacing ? 1 : 0, '?'), 1);
-            far.write(bytes);
-            EXPECT_EQ(receive(port, bytes.size()), bytes);
-        }
-        EXPECT_EQ(ComGetLineError(port), 0);
-    }
 }
 
 TEST(LineErrors, AnAdoptedLineIsGivenBackWithoutMarks) {
