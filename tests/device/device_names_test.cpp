@@ -22,8 +22,6 @@ TEST(DeviceNames, ResolvesPortNamesAndNothingElse) {
     for (const char* name : {"COM", "\\\\.\\COM", "COM0", "COM257", "COM07", "COM7x", "COM1000", "CO7",
                              "/dev/ttyUSB0", "null-modem:COM7", ""})
         EXPECT_EQ(names::resolve(name), name);
-    EXPECT_EQ(names::map(256, "/tmp/last"), 1);
-    EXPECT_EQ(names::resolve("COM256"), "/tmp/last");
     EXPECT_EQ(names::map(256, "loop:last?paced"), 1);
     EXPECT_EQ(names::resolve("COM256?dtr=off"), "loop:last?paced&dtr=off");
     EXPECT_EQ(names::map(256, ""), 1);
@@ -40,58 +38,47 @@ TEST(DeviceNames, MappingsHaveALimitAndRefusedOnesChangeNothing) {
     EXPECT_EQ(ComHostGetDevicePath(3, buffer, 8), 259);
     EXPECT_STREQ(buffer, "xxxxxxx");
     EXPECT_EQ(ComHostGetDevicePath(3, buffer, 0), -1);
-    EXPECT_EQ(ComHostGetDevice(-1, nullptr, 0, nullptr, 0), 0);
-    EXPECT_EQ(ComHostGetDevice(100000, nullptr, 0, nullptr, 0), 0);
+    for (const int32_t none : {-1, 100000})
+        EXPECT_EQ(ComHostGetDevice(none, nullptr, 0, nullptr, 0), 0);
 }
 
-namespace {
-
-/// A tree like the kernel's, with a UART, an absent one, two USB converters and a console.
-class DeviceList : public testing::Test {
-protected:
-    void SetUp() override {
-        addDevice("ttyS10", "uart1", "8250_pci");
-        addDevice("ttyS2", "uart2", "8250_pci");
-        addDevice("ttyS0", "uart3", "serial8250");
-        write("class/ttyS0/type", "0");
-        write("class/ttyS2/type", "4");
-        addDevice("ttyUSB0", "usb1/interface/ttyUSB0", "ftdi_sio");
-        write("devices/usb1/idVendor", "1234");
-        write("devices/usb1/product", "Converter");
-        write("devices/usb1/serial", "A1");
-        addDevice("card!0!ttyX", "card", "cards");
-        addDevice("ttyS3", "chip/chip:0/chip:0.0", "port"); // below two levels of the kernel's own
-        fs::create_directories(root / "bus/serial-base");
-        fs::create_directories(root / "drivers/dw-apb-uart");
-        for (const char* level : {"chip/chip:0", "chip/chip:0/chip:0.0"})
-            fs::create_symlink(root / "bus/serial-base", root / "devices" / level / "subsystem");
-        fs::create_symlink(root / "drivers/dw-apb-uart", root / "devices/chip/driver");
-        fs::create_directories(root / "class/tty1");
-    }
-
-    void addDevice(const std::string& name, const std::string& device, const std::string& driver) {
-        fs::create_directories(root / "class" / name);
-        fs::create_directories(root / "devices" / device);
-        fs::create_directories(root / "drivers" / driver);
+// Of a tree like the kernel's, with UARTs, one of them absent, a USB converter and a console.
+TEST(DeviceList, ListsWhatHasADeviceInNaturalOrder) {
+    const brisolt::test::TempDir directory;
+    const fs::path& root = directory.path();
+    const auto addDevice = [&root](const char* name, const fs::path& device, const char* driver) {
+        for (const auto& folder :
+             {root / "class" / name, root / "devices" / device, root / "drivers" / driver})
+            fs::create_directories(folder);
         fs::create_symlink(root / "devices" / device, root / "class" / name / "device");
         fs::create_symlink(root / "drivers" / driver, root / "devices" / device / "driver");
-    }
-    void write(const char* file, const char* text) { std::ofstream(root / file) << text << '\n'; }
+    };
+    addDevice("ttyS10", "uart1", "8250_pci");
+    addDevice("ttyS2", "uart2", "8250_pci");
+    addDevice("ttyS0", "uart3", "serial8250");
+    addDevice("ttyUSB0", "usb1/interface/ttyUSB0", "ftdi_sio");
+    addDevice("card!0!ttyX", "card", "cards");
+    for (const auto& [file, text] : {std::pair{"class/ttyS0/type", "0"},
+                                     {"class/ttyS2/type", "4"},
+                                     {"devices/usb1/idVendor", "1234"},
+                                     {"devices/usb1/product", "Converter"},
+                                     {"devices/usb1/serial", "A1"}})
+        std::ofstream(root / file) << text << '\n';
+    addDevice("ttyS3", "chip/chip:0/chip:0.0", "port"); // below two levels of the kernel's own
+    for (const char* folder : {"bus/serial-base", "drivers/dw-apb-uart", "class/tty1"})
+        fs::create_directories(root / folder);
+    for (const char* level : {"chip/chip:0", "chip/chip:0/chip:0.0"})
+        fs::create_symlink(root / "bus/serial-base", root / "devices" / level / "subsystem");
+    fs::create_symlink(root / "drivers/dw-apb-uart", root / "devices/chip/driver");
 
-    brisolt::test::TempDir directory;
-    const fs::path root = directory.path();
-};
-
-} // namespace
-
-TEST_F(DeviceList, ListsWhatHasADeviceInNaturalOrder) {
-    const std::vector<std::pair<std::string, std::string>> expected{
+    using Devices = std::vector<std::pair<std::string, std::string>>;
+    const Devices expected{
         {"/dev/card/0/ttyX", "cards"}, // as the kernel writes a name with directories in it
         {"/dev/ttyS2", "8250_pci"},
         {"/dev/ttyS3", "dw-apb-uart"},
         {"/dev/ttyS10", "8250_pci"},
         {"/dev/ttyUSB0", "Converter A1 (ftdi_sio)"}};
-    std::vector<std::pair<std::string, std::string>> listed;
+    Devices listed;
     const auto found = brisolt::serial::listBelow(root / "class").value();
     for (const auto& device : found)
         listed.emplace_back(device.path, device.description);
@@ -120,10 +107,18 @@ ComHostDriver leastDriver() {
 
 } // namespace
 
-TEST(DeviceDrivers, OpensBySchemeWhateverItsCase) {
+TEST(DeviceDrivers, OpenBySchemeWhateverItsCaseAndBadOnesAreRefused) {
     ComHostDriver driver = leastDriver();
+    for (const char* scheme :
+         {"", "x", "NULL-Modem", "loop", "a b", "/dev/x", "abcdefghijklmnopqrstuvwxyz123456"})
+        EXPECT_EQ(ComHostRegisterDriver(scheme, &driver), -1) << scheme;
     ASSERT_EQ(ComHostRegisterDriver("Radio-1", &driver), 1);
-    driver = {}; // a copy was taken
+    driver.size = offsetof(ComHostDriver, counters) - 1; // the first record ends there
+    EXPECT_EQ(ComHostRegisterDriver("radio", &driver), -1);
+    driver.size = sizeof driver;
+    driver.write = nullptr;
+    EXPECT_EQ(ComHostRegisterDriver("radio", &driver), -1);
+    driver = {}; // of the good one a copy was taken
     Device device;
     ASSERT_EQ(device.open("rADIO-1:east"), 1);
     EXPECT_EQ(opened, "rADIO-1:east");
@@ -137,18 +132,6 @@ TEST(DeviceDrivers, OpensBySchemeWhateverItsCase) {
     for (const char* options : {"dtr=off", "rts=off&close=leave", "rs485=rts"})
         EXPECT_EQ(device.open(std::string("radio-1:east?") + options), -EINVAL) << "it has no lines";
     EXPECT_EQ(device.open("radio-1:east?dtr=on&close=lower"), 1);
-}
-
-TEST(DeviceDrivers, RefusesBadRegistrations) {
-    ComHostDriver driver = leastDriver();
-    for (const char* scheme :
-         {"", "x", "NULL-Modem", "loop", "a b", "/dev/x", "abcdefghijklmnopqrstuvwxyz123456"})
-        EXPECT_EQ(ComHostRegisterDriver(scheme, &driver), -1) << scheme;
-    driver.size = offsetof(ComHostDriver, counters) - 1; // the first record ends there
-    EXPECT_EQ(ComHostRegisterDriver("radio", &driver), -1);
-    driver.size = sizeof driver;
-    driver.write = nullptr;
-    EXPECT_EQ(ComHostRegisterDriver("radio", &driver), -1);
 }
 
 TEST(DeviceHandles, OnePortAtATimeAndItsEndIsTheDevicesEnd) {

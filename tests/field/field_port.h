@@ -8,8 +8,11 @@
 #include "brisolt.h"
 #include "brisolt_host.h"
 #include "support/pattern.h"
+#include "support/timing.h"
 
 namespace brisolt::test {
+
+using namespace std::chrono_literals;
 
 inline std::string errorTextNow() {
     char text[512];

@@ -3,21 +3,16 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <string>
-#include <thread>
 
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include "field/field_port.h"
+#include "support/limit.h"
 #include "support/pty.h"
 #include "support/scripted_driver.h"
-#include "support/timing.h"
 
 namespace brisolt::test {
 namespace {
-
-using namespace std::chrono_literals;
 
 /// How often this thread and the library's have gone to sleep so far. Not the one that looks for devices: where
 /// others of the machine make pseudo terminals beside ours, that is news.
@@ -39,10 +34,7 @@ int64_t sleeps() {
 
 TEST(Idle, ManyKeptPortsThatTellEverythingSleep) {
     constexpr int32_t most = 256;
-    rlimit files{};
-    getrlimit(RLIMIT_NOFILE, &files);
-    files.rlim_cur = files.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &files);
+    const Limit files(RLIMIT_NOFILE, RLIM_INFINITY);
     std::map<int32_t, Pty> lines;
     for (int32_t port = 1; port <= most; ++port) {
         ComHostMapDevice(port, (lines[port].slavePath() + "?keep=yes").c_str());
@@ -51,6 +43,13 @@ TEST(Idle, ManyKeptPortsThatTellEverythingSleep) {
                                          COM_HOST_EVENT_GONE | COM_HOST_EVENT_BACK | COM_HOST_EVENT_BREAK, 0,
                                          ComHostThreadId()),
                   1);
+        ComSetBackgroundTimeout(port, port % 2 == 0 ? 0 : 50);
+        if (port > 8)
+            continue;
+        char byte = 0; // somebody has used the port before, and has left
+        lines[port].write("x");
+        EXPECT_EQ(ComReadTimed(port, &byte, 1, 1000), 1);
+        EXPECT_EQ(ComPutc(port, 'y'), 1);
     }
     EXPECT_EQ(ComHostSetDeviceMessage(0, ComHostThreadId()), 1);
     std::this_thread::sleep_for(1s);

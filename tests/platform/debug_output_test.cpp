@@ -11,11 +11,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "support/descriptor_io.h"
 #include "support/files.h"
 
 using brisolt::debugOutput;
-using brisolt::test::contentsOf;
-using brisolt::test::TempDir;
+using namespace brisolt::test;
 
 namespace {
 
@@ -24,14 +24,12 @@ void sendTo(const std::string& place) {
     setenv("BRISOLT_DEBUG_OUTPUT", place.c_str(), 1);
 }
 
-std::string readSome(int descriptor) {
-    std::array<char, 4096> bytes{};
-    const ssize_t count = read(descriptor, bytes.data(), bytes.size());
-    return {bytes.data(), static_cast<std::size_t>(count > 0 ? count : 0)};
-}
-
 std::string stamped(const std::string& text) {
     return "brisolt[" + std::to_string(getpid()) + "]: " + text + "\n";
+}
+
+void expectFirst(int descriptor, const std::string& text) {
+    EXPECT_EQ(readFrom(descriptor, stamped(text).size(), std::chrono::seconds(10)), stamped(text));
 }
 
 } // namespace
@@ -61,7 +59,7 @@ TEST(DebugOutput, IsLostWhereItWouldWaitOrFail) {
     const int reader = open(dir.file("fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     for (int i = 0; i < 5000; ++i)
         debugOutput("more than a pipe holds");
-    EXPECT_EQ(readSome(reader).find(stamped("more than a pipe holds")), 0U);
+    expectFirst(reader, "more than a pipe holds");
     close(reader);
     debugOutput("nobody reads again");
 }
@@ -76,7 +74,7 @@ TEST(DebugOutput, OnStandardErrorHoldsUpNobody) {
         close(ends[1]);
         for (int i = 0; i < 20000; ++i)
             debugOutput("more than either holds");
-        EXPECT_EQ(readSome(ends[0]).find(stamped("more than either holds")), 0U);
+        expectFirst(ends[0], "more than either holds");
         EXPECT_EQ(fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0) << "the program's own writes wait as before";
         close(ends[0]);
         debugOutput("the reader is gone");
@@ -89,5 +87,5 @@ TEST(DebugOutput, IsNowhereUnlessAskedFor) {
     dup2(ends[1], STDERR_FILENO);
     sendTo("");
     debugOutput("a line");
-    EXPECT_EQ(readSome(ends[0]), "");
+    EXPECT_EQ(readToQuiet(ends[0], std::chrono::milliseconds(1)), "");
 }

@@ -76,15 +76,6 @@ TEST_F(Tty, IsExclusiveAndTellsWhoHoldsIt) {
     EXPECT_EQ(second.open(pty.slavePath()), 1);
 }
 
-TEST(TtyOpen, RefusesWhatIsNoTty) {
-    Device device;
-    EXPECT_EQ(device.open("/dev/null"), -ENOTTY);
-    EXPECT_EQ(device.open("/dev/no-such-device"), -ENOENT);
-    EXPECT_EQ(device.open("COM"), -ENOENT);
-    EXPECT_EQ(device.adopt(999999), -EBADF);
-    EXPECT_FALSE(device.present());
-}
-
 TEST(TtyOpen, ALineStateReachesTheKernelAndComesBackAndACloseRestoresWhatWasBefore) {
     Pty pty;
     const termios2 before = setUpForAShell(pty);
@@ -143,15 +134,6 @@ TEST_F(Tty, ImpossibleLineStatesChangeNothing) {
     }
 }
 
-TEST_F(Tty, ResumesAfterXoff) {
-    device.flags(COM_HOST_LINE_XON_OUTPUT);
-    ASSERT_EQ(pty.write("\x13"), 1U);
-    EXPECT_TRUE(eventually([&] { return device.wait(writable, 0) == 0; }));
-    EXPECT_EQ(device.write("x", COM_HOST_WRITE_NOW), std::pair(0, 0));
-    EXPECT_TRUE(device.line(COM_HOST_LINE_RESUME));
-    EXPECT_EQ(device.writeNow("x"), 1);
-}
-
 TEST_F(Tty, StripsZerosAndUndoublesMarks) {
     ASSERT_TRUE(device.change([](ComHostLineState& state) {
         state.parity = COM_HOST_PARITY_EVEN;
@@ -181,16 +163,6 @@ TEST(MarkFilter, UndoesMarksSplitAnywhere) {
     }
 }
 
-TEST_F(Tty, CountsAndDiscardsWhatHasCome) {
-    ASSERT_EQ(pty.write("hello"), 5U);
-    ASSERT_EQ(device.wait(readable, 5000), readable);
-    const ComHostStatus status = device.status(COM_HOST_WANT_ERRORS | COM_HOST_WANT_IN | COM_HOST_WANT_OUT);
-    EXPECT_EQ(status.inQueue, 5U);
-    EXPECT_EQ(status.outQueue + status.errors, 0U);
-    EXPECT_TRUE(device.purge(COM_HOST_PURGE_RX));
-    EXPECT_EQ(device.inQueue(), 0U);
-}
-
 TEST(TtyStatus, WhatAPurgeHasDiscardedIsNotWaitedFor) {
     const Pty pty;
     brisolt::tty::TtyDevice tty;
@@ -217,7 +189,7 @@ TEST(TtyOptions, WhatADriverLeavesOutOfTheHalfDuplexIsNamed) {
               "rs485-rts=high, rs485-termination=off");
 }
 
-TEST_F(Tty, AWriteEndsByTimeOutAndDeliversWhatItCounted) {
+TEST_F(Tty, AWriteEndsByTimeOutOrCancelAndDeliversWhatItCounted) {
     const FastClock fast;
     device.writeLimit(2000);
     const auto [written, error] = device.write(flood);
@@ -225,9 +197,8 @@ TEST_F(Tty, AWriteEndsByTimeOutAndDeliversWhatItCounted) {
     ASSERT_GT(written, 0);
     ASSERT_LT(written, static_cast<int32_t>(flood.size()));
     EXPECT_EQ(pty.readToQuiet().size(), static_cast<std::size_t>(written));
-}
 
-TEST_F(Tty, ACancelEndsWritesUntilItIsLifted) {
+    // A cancel ends writes until it is lifted.
     device.writeLimit(~0U);
     auto writers = std::pair{device.writeAside(flood), device.writeAside(flood)};
     EXPECT_TRUE(eventually([&] {
@@ -274,6 +245,10 @@ TEST_F(Tty, AWaitEndsForBytesAndForItsCaller) {
     EXPECT_EQ(device.wait(readable, -1, wake.descriptor()), readable);
     EXPECT_EQ(device.read(), "x");
     EXPECT_EQ(device.read(), "");
+    ASSERT_EQ(pty.write("hello"), 5U);
+    EXPECT_TRUE(eventually([&] { return device.inQueue() == 5; }));
+    EXPECT_TRUE(device.purge(COM_HOST_PURGE_RX));
+    EXPECT_EQ(device.wait(readable, 0), 0U) << "it is discarded";
 
     pty.close(); // the hang-up ends no wait, and keeps none from its caller
     EXPECT_EQ(device.wait(readable | writable, 50), 0U);
@@ -299,10 +274,9 @@ TEST(TtyAdopt, MasterOutlivesItsSlave) {
     }
 }
 
-TEST(TtyAdopt, LeavesWhatIsTheCallersAsItWas) {
-    Pty pty;
+TEST_F(Tty, AnAdoptedOneIsLeftAsItWas) {
+    device.close();
     const termios2 shell = setUpForAShell(pty);
-    TestDevice device;
     ASSERT_EQ(device.adopt(pty.master()), 1);
     ASSERT_TRUE(device.setLineState(device.state()));
     EXPECT_EQ(settingsOf(pty).c_lflag, shell.c_lflag) << "a master leaves the slave's settings";

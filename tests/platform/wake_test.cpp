@@ -16,35 +16,6 @@
 
 using namespace brisolt;
 
-namespace {
-
-bool readable(int32_t descriptor) {
-    Watch watch{.descriptor = descriptor, .forRead = true};
-    return waitAny({&watch, 1}, 0) == 1 && watch.readable;
-}
-
-} // namespace
-
-TEST(Wake, CostsNothingWhileTheThreadIsAwake) {
-    Wake wake;
-    wake.wake();
-    EXPECT_FALSE(readable(wake.descriptor()));
-    wake.prepare();
-    EXPECT_FALSE(wake.woken());
-    wake.wake();
-    wake.wake();
-    EXPECT_TRUE(wake.woken());
-    EXPECT_TRUE(readable(wake.descriptor()));
-    wake.finish();
-    EXPECT_FALSE(readable(wake.descriptor()));
-    // A wait that begins anew without having ended leaves nothing behind either.
-    wake.prepare();
-    wake.wake();
-    wake.prepare();
-    wake.finish();
-    EXPECT_FALSE(readable(wake.descriptor()));
-}
-
 TEST(Wake, WorksWhileThreadsEnd) {
     static std::atomic<int> ended{0};
     struct UsesTheLibraryAtItsEnd {

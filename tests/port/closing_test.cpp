@@ -1,18 +1,11 @@
-// A port that closes under those who use it: waits, writes, notifications, other closes, and the next life
-// of the same number.
-#include <atomic>
+// A port that closes under those who use it: waits, writes, other closes, and the next life of the same number.
 #include <future>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
-#include "port/port_table.h"
-#include "port/ports.h"
 #include "port/tracked_memory.h"
-#include "support/files.h"
-#include "support/pty.h"
+#include "support/open_port.h"
 #include "support/scripted_driver.h"
 
 using namespace brisolt;
@@ -20,28 +13,19 @@ using namespace brisolt::test;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 constexpr auto async = std::launch::async;
 
-bool isOpenDescriptor(int descriptor) {
-    return fcntl(descriptor, F_GETFD) >= 0;
-}
-
 TEST(Closing, TheNumberMayBeOpenedAgainWhileTheOldPortWindsUp) {
-    const TempDir directory;
-    const std::string trace = directory.file("trace");
-    ScriptedDriver oldDriver("scripted-old");
-    ScriptedDriver newDriver("scripted-new");
+    const LogFile trace;
+    ScriptedDriver oldDriver("scripted-old"), newDriver("scripted-new");
     ASSERT_EQ(openOn(5, oldDriver.path()), 5);
     ASSERT_NE(ComMalloc(5, 10), nullptr);
-    auto waiting = std::async(async, [] { // would take a minute
-        char bytes[9];
-        return ComReadTimed(5, bytes, 9, 300'000);
-    });
+    char bytes[9];
+    auto waiting = std::async(async, ComReadTimed, 5, bytes, 9, 300'000);
     auto closing = std::async(async, ComClose, 5);
     EXPECT_TRUE(eventually([&] { return openOn(5, newDriver.path()) == 5; }));
     void* const block = ComMalloc(5, 100);
-    EXPECT_EQ(ComSetPortDebugFile(5, trace.c_str()), 1);
+    EXPECT_EQ(ComSetPortDebugFile(5, trace.path().c_str()), 1);
     const std::string sent = "bytes of the new life";
     newDriver.feed(sent);
     EXPECT_EQ(closing.get(), 1);
@@ -51,59 +35,36 @@ TEST(Closing, TheNumberMayBeOpenedAgainWhileTheOldPortWindsUp) {
     EXPECT_EQ(ComOpenState(5), 1);
     EXPECT_EQ(tracked::outstanding(5), 1U) << "the old block is gone, the new one is not";
     EXPECT_EQ(ComFree(5, block), 0);
-    EXPECT_EQ(HeldPort(5)->workArea->portDebugFileName, trace);
+    EXPECT_EQ(HeldPort(5)->workArea->portDebugFileName, trace.path());
     EXPECT_EQ(receive(5, sent.size()), sent) << "nobody of the old life may take them";
-    const std::string text = contentsOf(trace);
+    const std::string text = trace.text();
     EXPECT_NE(text.find("Read:21 "), std::string::npos) << text;
     EXPECT_EQ(text.find("ComClose"), std::string::npos) << text;
     EXPECT_EQ(ComClose(5), 1);
 }
 
-std::atomic<int32_t> callbackResult;
-
-TEST(Closing, ANotificationFunctionMayPreCloseItsOwnPort) {
-    ScriptedDriver driver;
-    ASSERT_EQ(openOn(5, driver.path()), 5);
-    ComSetNotifyMessageOnAnyCharCallBackFunc(5,
-                                             [](int32_t port) { return callbackResult = ComPreClose(port); });
-    // Not a wait for bytes: that may take them off the device before a round can.
-    auto wait = std::async(async, ComSleep, 5, 60);
-    driver.feed("x");
-    EXPECT_TRUE(eventually([] { return callbackResult == 1; }));
-    EXPECT_TRUE(eventually([&] { return driver.devices() == 0; }));
-    EXPECT_EQ(ComClose(5), -1);
-    EXPECT_EQ(wait.get(), -1);
-}
-
-/// What a paced line of 1200 baud still delivers of a write when the port closes under it. The caller writes,
-/// or the port's thread out of its ring.
-std::size_t deliveredUnderAClose(bool queued, std::size_t count) {
-    const std::string line = "null-modem:moving?paced";
-    EXPECT_EQ(openOn(6, line), 6);
-    EXPECT_EQ(openOn(5, line), 5);
-    EXPECT_EQ(ComSetBaud(5, 1200), 1);
-    EXPECT_EQ(ComSetBaud(6, 1200), 1);
-    ComSetWriteTimeout(5, UINT32_MAX);
-    if (queued)
-        ComSuspendPortWriteThru(5);
-    auto writing = std::async(async, send, 5, std::string(count, 'x'));
-    EXPECT_TRUE(eventually([] { return ComStatus(6) > 0; }));
-    EXPECT_EQ(ComClose(5), 1);
-    EXPECT_EQ(writing.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    std::string bytes(count, '\0');
-    const int32_t got = ComReadTimed(6, bytes.data(), static_cast<int32_t>(count), 100);
-    EXPECT_EQ(ComClose(6), 1);
-    return static_cast<std::size_t>(got);
-}
-
+// The caller writes, or the port's thread out of its ring.
 TEST(Closing, LeavesAWriteAloneThatMovesForAsLongAsItWaits) {
     const FastClock fast(10);
-    for (const bool queued : {false, true}) {
-        SCOPED_TRACE(queued ? "on the I/O thread" : "on the caller's thread");
-        EXPECT_EQ(deliveredUnderAClose(queued, 100), 100U);
-        const std::size_t delivered = deliveredUnderAClose(queued, 1000); // would take 8 s
-        EXPECT_GT(delivered, 400U);
-        EXPECT_LT(delivered, 1000U);
+    for (const auto& [queued, count, least] :
+         {std::tuple{false, 100U, 100U}, {false, 2000U, 401U}, {true, 100U, 100U}, {true, 2000U, 401U}}) {
+        SCOPED_TRACE(testing::Message()
+                     << count << (queued ? " on the I/O thread" : " on the caller's thread"));
+        for (const int32_t port : {6, 5}) {
+            EXPECT_EQ(openOn(port, "null-modem:moving?paced"), port);
+            EXPECT_EQ(ComSetBaud(port, 1200), 1);
+        }
+        ComSetWriteTimeout(5, UINT32_MAX);
+        if (queued)
+            ComSuspendPortWriteThru(5);
+        auto writing = std::async(async, send, 5, std::string(count, 'x'));
+        EXPECT_TRUE(eventually([] { return ComStatus(6) > 0; }));
+        EXPECT_EQ(ComClose(5), 1);
+        EXPECT_EQ(writing.wait_for(10s), std::future_status::ready);
+        const std::size_t delivered = readTimed(6, 2000, 100).size();
+        EXPECT_GE(delivered, least);
+        EXPECT_LT(delivered, 2000U) << "all of them would take 16 s";
+        EXPECT_EQ(ComClose(6), 1);
     }
 }
 
@@ -122,11 +83,11 @@ TEST(Closing, EndsAWriteThatThePeerHoldsOff) {
                 while (send(5, std::string(1000, 'x')) > 0) {
                 }
             });
-            std::this_thread::sleep_for(std::chrono::milliseconds(300));
-            const auto start = Clock::now();
+            std::this_thread::sleep_for(300ms);
+            const auto start = SteadyClock::now();
             EXPECT_EQ(ComClose(5), 1);
-            EXPECT_LT(Clock::now() - start, std::chrono::seconds(4));
-            EXPECT_EQ(writer.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+            EXPECT_LT(SteadyClock::now() - start, 4s);
+            EXPECT_EQ(writer.wait_for(10s), std::future_status::ready);
         }
 }
 
@@ -134,8 +95,7 @@ TEST(Closing, EndsAWriteThatThePeerHoldsOff) {
 // comes back.
 TEST(Closing, LeavesAThreadThatDoesNotComeBackItsPort) {
     const FastClock fast;
-    ScriptedDriver stuck("scripted-stuck");
-    ScriptedDriver other("scripted-other");
+    ScriptedDriver stuck("scripted-stuck"), other("scripted-other");
     stuck.holdCompleteWrites();
     stuck.ignoreCancel();
     stuck.limitRoom(0);
@@ -156,8 +116,6 @@ TEST(Closing, LeavesAThreadThatDoesNotComeBackItsPort) {
     EXPECT_EQ(other.written(), "works");
 }
 
-// ---- Adopted handles ---------------------------------------------------------------------------------
-
 TEST(ClosingAdopted, PreCloseLeavesTheHandleAndCloseTakesIt) {
     const FastClock fast;
     Pty pty;
@@ -173,7 +131,7 @@ TEST(ClosingAdopted, PreCloseLeavesTheHandleAndCloseTakesIt) {
 
         ASSERT_EQ(CPreOpen(5, 9600, 8, 1, 1, handle), 5);
         EXPECT_EQ(ComClose(5), 1);
-        EXPECT_TRUE(eventually([&] { return !isOpenDescriptor(handle); }));
+        EXPECT_TRUE(eventually([&] { return fcntl(handle, F_GETFD) < 0; }));
         EXPECT_EQ(ComHostCloseDevice(handle), -1);
     }
 }
@@ -192,8 +150,8 @@ TEST(ClosingAdopted, CloseDoesNotCloseAHandleThatIsClosedAlready) {
     EXPECT_EQ(receive(5, 8), "works on");
     EXPECT_EQ(ComClose(5), 1);
     EXPECT_TRUE(eventually([&] { return driver.devices() == 0; }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_TRUE(isOpenDescriptor(innocent));
+    std::this_thread::sleep_for(20ms);
+    EXPECT_GE(fcntl(innocent, F_GETFD), 0);
     ::close(innocent);
 }
 

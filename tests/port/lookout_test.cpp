@@ -2,26 +2,11 @@
 #include <atomic>
 #include <functional>
 #include <future>
-#include <memory>
-#include <mutex>
-#include <vector>
 
-#include <gtest/gtest.h>
+#include "support/open_port.h"
 
-#include "brisolt.h"
-#include "brisolt_host.h"
-#include "port/port_table.h"
-#include "support/pty.h"
-#include "support/timing.h"
-
-using namespace brisolt;
-using test::eventually;
-using test::Pty;
-
+namespace brisolt::test {
 namespace {
-
-using Clock = std::chrono::steady_clock;
-using Milliseconds = std::chrono::milliseconds;
 
 class WatchedOver : public ::testing::Test {
 protected:
@@ -40,11 +25,15 @@ protected:
             ComHostClose(static_cast<int32_t>(port), 0);
     }
     Pty& end(int32_t port) { return *far[static_cast<std::size_t>(port) - 1]; }
+    /// A short wait for messages, during which this thread watches over ports.
+    static int32_t look(int32_t milliseconds = 10) {
+        ComHostMessage message{};
+        return ComHostGetMessage(&message, milliseconds);
+    }
     /// Waits until this thread watches over the port.
     static bool watchedOver(int32_t port) {
         return eventually([port] {
-            ComHostMessage message{};
-            ComHostGetMessage(&message, 10);
+            look();
             const HeldPort held(port);
             return held->watchedBy == ComHostThreadId() && held->receiving.threadStandsBack();
         });
@@ -58,13 +47,10 @@ protected:
     /// Reads what messages tell of until that much has come over the port.
     static std::string told(int32_t port, std::size_t count) {
         std::string all;
-        char buffer[512];
         ComHostMessage message{};
-        while (all.size() < count && ComHostGetMessage(&message, 5000) == 1) {
-            int32_t got = message.second == port ? ComRead(port, buffer, sizeof buffer) : 0;
-            for (; got > 0; got = ComRead(port, buffer, sizeof buffer))
-                all.append(buffer, static_cast<std::size_t>(got));
-        }
+        while (all.size() < count && ComHostGetMessage(&message, 5000) == 1)
+            for (std::string got(1, ' '); message.second == port && !got.empty(); all += got)
+                got = readUpTo(port, 512);
         return all;
     }
 
@@ -83,10 +69,9 @@ TEST_F(WatchedOver, ManyPortsEchoThroughOneThread) {
             ComHostMessage message{};
             ASSERT_EQ(ComHostGetMessage(&message, 5000), 1);
             const auto port = static_cast<int32_t>(message.second);
-            char buffer[16];
-            const int32_t count = ComRead(port, buffer, sizeof buffer);
-            EXPECT_EQ(ComWrite(port, buffer, count), count);
-            echoed += static_cast<std::size_t>(count);
+            const std::string ping = readUpTo(port, 16);
+            EXPECT_EQ(send(port, ping), static_cast<int32_t>(ping.size()));
+            echoed += ping.size();
         }
         for (int port = 1; port <= ports; ++port)
             EXPECT_EQ(end(port).read(5), "ping" + std::to_string(port));
@@ -101,8 +86,7 @@ TEST_F(WatchedOver, AFullRingSendsThePortBack) {
         sent += std::string(200, c);
     std::thread writer([&] { end(1).write(sent); });
     EXPECT_TRUE(eventually([] {
-        ComHostMessage message{};
-        ComHostGetMessage(&message, 10);
+        look();
         return HeldPort(1)->watchedBy == 0;
     })) << "the ring is full";
     EXPECT_EQ(told(1, sent.size()), sent);
@@ -114,32 +98,18 @@ TEST_F(WatchedOver, ASuspensionHoldsBothDirections) {
     open(1);
     EXPECT_TRUE(watchedOver(1));
     ComSuspendPortWriteThru(1);
-    const auto start = Clock::now();
+    const auto start = SteadyClock::now();
     ComSuspend(1);
     auto sent = std::async(std::launch::async, [this] {
         EXPECT_EQ(end(1).read(3), "out");
-        return Clock::now();
+        return SteadyClock::now();
     });
-    char out[] = "out";
-    EXPECT_EQ(ComWrite(1, out, 3), 3);
+    EXPECT_EQ(send(1, "out"), 3);
     end(1).write("in");
     EXPECT_EQ(told(1, 2), "in");
-    EXPECT_GE(Clock::now() - start, Milliseconds(450));
-    EXPECT_GE(sent.get() - start, Milliseconds(450));
+    EXPECT_GE(SteadyClock::now() - start, 450ms);
+    EXPECT_GE(sent.get() - start, 450ms);
     EXPECT_TRUE(watchedOver(1));
-}
-
-TEST_F(WatchedOver, AThreadThatEndsLeavesItsPortsToThemselves) {
-    open(1);
-    std::thread([] {
-        ComSetNotifyThreadMessageAnyChar(1, ComHostThreadId());
-        EXPECT_TRUE(watchedOver(1));
-    }).join();
-    end(1).write("abc");
-    EXPECT_TRUE(eventually([] { return unread(1) == 3; }));
-    ComSetNotifyThreadMessageAnyChar(1, ComHostThreadId());
-    end(1).write("d");
-    EXPECT_EQ(told(1, 4), "abcd");
 }
 
 // Whatever becomes of one port, another has somebody who looks after it while the thread is busy.
@@ -149,10 +119,7 @@ TEST_F(WatchedOver, NoPortDependsOnAnother) {
         [] {},
         [this] { // which costs nothing either
             end(1).close();
-            ComHostMessage message{};
-            EXPECT_LT(test::processorTimeOf(CLOCK_PROCESS_CPUTIME_ID,
-                                            [&] { EXPECT_EQ(ComHostGetMessage(&message, 1000), 0); }),
-                      Milliseconds(100));
+            EXPECT_LT(processorTimeOf(CLOCK_PROCESS_CPUTIME_ID, [] { EXPECT_EQ(look(1000), 0); }), 100ms);
         },
         [this] { // somebody else is told, although this thread looks for no messages
             ComSetNotifyMessageOnAnyCharCallBackFunc(1, [](int32_t) { return ++calls; });
@@ -161,6 +128,14 @@ TEST_F(WatchedOver, NoPortDependsOnAnother) {
             ComSetNotifyMessageOnAnyCharCallBackFunc(1, nullptr);
             EXPECT_EQ(told(1, 1), "x");
             EXPECT_TRUE(watchedOver(1));
+        },
+        [this] { // the thread that is told ends
+            std::thread([] {
+                ComSetNotifyThreadMessageAnyChar(1, ComHostThreadId());
+                EXPECT_TRUE(watchedOver(1));
+            }).join();
+            end(1).write("abc");
+            EXPECT_TRUE(eventually([] { return unread(1) == 3; }));
         },
         [] { ComSetNotifyThreadMessageAnyChar(1, 0); },
         [] { ComSuspend(1); },
@@ -185,8 +160,7 @@ TEST_F(WatchedOver, NoPortDependsOnAnother) {
         EXPECT_EQ(told(2, 3), "two");
         EXPECT_TRUE(watchedOver(2)) << "it has come back";
         auto writer = std::async(std::launch::async, [this] { end(2).write("late"); });
-        char buffer[4];
-        EXPECT_EQ(ComReadTimed(2, buffer, 4, 500), 4) << "another wait than for messages";
+        EXPECT_EQ(readTimed(2, 4, 500), "late") << "another wait than for messages";
         writer.get();
         TearDown();
         far.clear();
@@ -200,16 +174,14 @@ TEST_F(WatchedOver, APortThatIsBusyKeepsNobodyWaiting) {
     ComSetWriteTimeout(1, 60000);
     std::atomic<bool> written{false};
     std::thread writer([&] {
-        std::string block(1000, 'w');
-        while (ComWrite(1, block.data(), 1000) ==
-               1000) // until the far end, which reads nothing, holds it off
-            continue;
+        while (send(1, std::string(1000, 'w')) == 1000) {
+        } // until the far end, which reads nothing, holds it off
         written = true;
     });
     EXPECT_TRUE(eventually([] { // the writer waits with the port in its hands
         const HeldPort held(1);
         const uint32_t turn = held->writeTurn;
-        std::this_thread::sleep_for(Milliseconds(50));
+        std::this_thread::sleep_for(50ms);
         return turn % 2 == 1 && held->writeTurn == turn;
     }));
     end(1).write("for the busy one");
@@ -226,20 +198,16 @@ TEST_F(WatchedOver, EveryByteIsToldOfThatComesBehindDroppedOnes) {
     ASSERT_EQ(ComSetParms(1, 3, 8, 1), 1);
     ASSERT_EQ(ComSetLineErrorReplacement(1, 1, '?'), 1); // the host doubles 0xFF from now on
     EXPECT_TRUE(watchedOver(1));
-    ComHostMessage message{};
     end(1).write(std::string(2000, 'a'));
-    EXPECT_TRUE(eventually([&] { return ComHostGetMessage(&message, 10) == 1 && unread(1) == 2000; }));
-    char buffer[1500];
-    EXPECT_EQ(ComRead(1, buffer, 1500), 1500); // the room of the ring lies in two pieces now
+    EXPECT_TRUE(eventually([] { return look() == 1 && unread(1) == 2000; }));
+    EXPECT_EQ(readUpTo(1, 1500).size(), 1500U); // the room of the ring lies in two pieces now
     EXPECT_TRUE(watchedOver(1));
     std::string sent;
     for (int i = 0; i < 200; ++i)
         sent += i % 4 == 0 ? '\xFF' : 'b';
     end(1).write(sent);
-    EXPECT_TRUE(eventually([&] {
-        ComHostGetMessage(&message, 10);
-        return unread(1) == 700;
-    }));
+    EXPECT_TRUE(eventually([] { return look() >= 0 && unread(1) == 700; }));
 }
 
 } // namespace
+} // namespace brisolt::test

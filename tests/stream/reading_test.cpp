@@ -44,29 +44,22 @@ TEST(Reading, StatusTakesFromTheDeviceItself) {
 }
 
 TEST(Reading, ReadToEmptyStopsAtTheTerminatorOrOneBeyondTheMaximum) {
-    struct Case {
-        int32_t terminator, maximum;
-        const char* expected;
-    };
-    const std::vector<Case> cases{{'x', 4, "01234"}, {'3', 9, "0123"},         {'3' + 0x100, 9, "0123"},
-                                  {'x', 0, "0"},     {'x', 100, "0123456789"}, {'x', INT32_MAX, "0123456789"},
-                                  {'x', -1, ""},     {'x', INT32_MIN, ""}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.expected);
+    const std::vector<std::tuple<int32_t, int32_t, std::string>> cases{
+        {'x', 4, "01234"}, {'3', 9, "0123"},         {'3' + 0x100, 9, "0123"},
+        {'x', 0, "0"},     {'x', 100, "0123456789"}, {'x', INT32_MAX, "0123456789"},
+        {'x', -1, ""},     {'x', INT32_MIN, ""}};
+    for (const auto& [terminator, maximum, expected] : cases) {
+        SCOPED_TRACE(testing::Message() << terminator << " at most " << maximum);
         BarePort bare(port);
         bare->record->ioMode = ioThreaded;
         std::copy_n("0123456789", 10, bare->rx.storage);
         bare->record->rxHead = 10;
-        char buffer[20];
-        std::fill(std::begin(buffer), std::end(buffer), '!');
-        const int32_t got = ComReadBufToEmpty(port, buffer, c.terminator, c.maximum);
-        const std::string expected = c.expected;
+        std::string buffer(20, '!');
+        const int32_t got = ComReadBufToEmpty(port, buffer.data(), terminator, maximum);
         EXPECT_EQ(got, static_cast<int32_t>(expected.size()));
-        EXPECT_EQ(std::string(buffer, expected.size() + 1), expected + "!") << "it is not terminated";
+        EXPECT_EQ(buffer.substr(0, expected.size() + 1), expected + "!") << "it is not terminated";
     }
 }
-
-// ---- Arguments -------------------------------------------------------------------------------------------
 
 char buffer[3000];
 

@@ -15,29 +15,20 @@ protected:
 
     Pty far;
     OpenPort open{port, far.slavePath()};
-    uint8_t buffer[200] = {};
+    std::string begin(std::size_t count) const { return {buffer, count}; }
+    char buffer[200] = {};
 };
-
-std::string textOf(const uint8_t* bytes, int32_t count) {
-    return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count)};
-}
-
-// ---- ComReadTimed -----------------------------------------------------------------------------------------
 
 TEST_F(TimedReads, TimeIsWhatWasAskedForOrTenSeconds) {
     FastClock fast(25);
-    struct Case {
-        int32_t asked, applied;
-    };
-    for (const Case& c :
-         {Case{300, 300}, Case{5, 1000}, Case{10, 1000}, Case{11, 11}, Case{0, 1000}, Case{-700, 1000}}) {
+    for (const auto& [asked, applied] : {std::pair{300, 300U}, {10, 1000U}, {11, 11U}, {-700, 1000U}}) {
         LogFile trace;
         ComSetPortDebugFile(port, trace.path().c_str());
         const uint32_t start = clock::ticks();
-        EXPECT_EQ(ComReadTimed(port, buffer, 10, c.asked), 0);
-        EXPECT_GE(clock::ticks() - start, static_cast<uint32_t>(c.applied) * 10) << c.asked;
+        EXPECT_EQ(ComReadTimed(port, buffer, 10, asked), 0);
+        EXPECT_GE(clock::ticks() - start, applied * 10) << asked;
         const std::string line = trace.entries({"ComReadTimed: Timed Out:  Starttime: "}).at(0);
-        EXPECT_TRUE(line.ends_with(" Endtimeparm: " + std::to_string(c.applied))) << line;
+        EXPECT_TRUE(line.ends_with(" Endtimeparm: " + std::to_string(applied))) << line;
     }
 }
 
@@ -57,17 +48,9 @@ TEST_F(TimedReads, GivesTheCountAtOnceAndWhatHasComeAtTheEnd) {
     EXPECT_EQ(protocol.entries().at(0), traced.at(1) + " ") << "who runs out of time is told in both";
 }
 
-// ---- ComReadBuf -------------------------------------------------------------------------------------------
-
 TEST_F(TimedReads, ReadBufEndsOnCountTerminatorOrTime) {
     FastClock fast(20);
-    struct Case {
-        const char* what;
-        std::string sent;
-        int32_t terminator, maximum, result;
-        std::string got;
-    };
-    const std::vector<Case> cases{
+    const std::vector<std::tuple<const char*, std::string, int32_t, int32_t, int32_t, std::string>> cases{
         {"full", "01234567890123456789", never, 10, 1, "0123456789"},
         {"terminator", "ab\rcd", '\r', 10, 2, "ab\r"},
         {"a zero byte as terminator", std::string("ab\0cd", 5), 0, 10, 2, std::string("ab\0", 3)},
@@ -77,23 +60,21 @@ TEST_F(TimedReads, ReadBufEndsOnCountTerminatorOrTime) {
         {"time, nothing", "", '\r', 10, 3, ""},
         {"no room", "ab", 'a', 0, 1, ""},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        arrive(port, far, c.sent);
-        std::fill(std::begin(buffer), std::end(buffer), uint8_t{'!'});
+    for (const auto& [what, sent, terminator, maximum, result, got] : cases) {
+        SCOPED_TRACE(what);
+        arrive(port, far, sent);
+        std::fill(std::begin(buffer), std::end(buffer), '!');
         const uint32_t start = clock::ticks();
-        EXPECT_EQ(ComReadBuf(port, buffer, c.terminator, c.maximum, 2), c.result);
-        EXPECT_TRUE(c.result != 3 || clock::ticks() - start >= 2100);
-        const auto length = static_cast<int32_t>(c.got.size());
-        EXPECT_EQ(textOf(buffer, length + 2), c.got + '\0' + '!');
-        EXPECT_EQ(workArea().matchLen, length);
-        const std::string rest = c.sent.substr(c.got.size());
-        EXPECT_EQ(readUpTo(port, 100), rest) << "what follows stays in the ring";
+        EXPECT_EQ(ComReadBuf(port, buffer, terminator, maximum, 2), result);
+        EXPECT_TRUE(result != 3 || clock::ticks() - start >= 2100);
+        EXPECT_EQ(begin(got.size() + 2), got + '\0' + '!');
+        EXPECT_EQ(workArea().matchLen, static_cast<int32_t>(got.size()));
+        EXPECT_EQ(readUpTo(port, 100), sent.substr(got.size())) << "what follows stays in the ring";
     }
 }
 
-// A byte that is there already comes before the escape.
-TEST_F(TimedReads, ReadBufEndsOnEscape) {
+// A byte that is there already comes before the escape. A cancel leaves the buffer as it is.
+TEST_F(TimedReads, ReadBufEndsOnEscapeOrCancel) {
     ComPortSetEscapeChar(port, 'Q');
     ComSetYield(port, 0); // it looks for the escape all the same
     for (const std::string sent : {"", "ab"}) {
@@ -101,38 +82,32 @@ TEST_F(TimedReads, ReadBufEndsOnEscape) {
         ComHostPostChar(ComHostThreadId(), 'x');
         ComHostPostChar(ComHostThreadId(), 'Q' + 0x100);
         EXPECT_EQ(ComReadBuf(port, buffer, never, 10, 60), 4);
-        EXPECT_EQ(textOf(buffer, sent.empty() ? 1 : 2), sent.substr(0, 1) + '\0');
+        EXPECT_EQ(begin(sent.empty() ? 1 : 2), sent.substr(0, 1) + '\0');
         EXPECT_EQ(workArea().matchLen, sent.empty() ? -1 : 0);
     }
-}
-
-TEST_F(TimedReads, ReadBufThatIsCancelledLeavesTheBufferAsItIs) {
+    readUpTo(port, 9);
     arrive(port, far, "ab");
-    std::fill(std::begin(buffer), std::end(buffer), uint8_t{'!'});
+    std::fill(std::begin(buffer), std::end(buffer), '!');
     workArea().matchLen = -77;
     std::thread canceller([&] {
         EXPECT_TRUE(eventually([] { return ComStatus(port) == 0; }));
         ComCancel(port);
     });
     EXPECT_EQ(ComReadBuf(port, buffer, never, 10, 60), 4);
-    EXPECT_EQ(textOf(buffer, 3), "ab!");
+    EXPECT_EQ(begin(3), "ab!");
     EXPECT_EQ(workArea().matchLen, -77);
     canceller.join();
 }
 
-// ---- ComReadBufToQuiet ------------------------------------------------------------------------------------
-
-TEST_F(TimedReads, ToQuietIsFullAtOnce) {
+TEST_F(TimedReads, ToQuietIsFullAtOnceOrLastsAsLongAsBytesCome) {
     arrive(port, far, pattern(150));
-    std::fill(std::begin(buffer), std::end(buffer), uint8_t{'!'});
+    std::fill(std::begin(buffer), std::end(buffer), '!');
     EXPECT_EQ(ComReadBufToQuiet(port, buffer, 100, 36000), 99);
-    EXPECT_EQ(textOf(buffer, 101), pattern(150).substr(0, 99) + '\0' + '!');
+    EXPECT_EQ(begin(101), pattern(150).substr(0, 99) + '\0' + '!');
     EXPECT_EQ(ComReadBufToQuiet(port, buffer, 1, 36000), 0);
     EXPECT_EQ(buffer[0], 0);
-    EXPECT_EQ(ComStatus(port), 51);
-}
+    EXPECT_EQ(readUpTo(port, 200).size(), 51U);
 
-TEST_F(TimedReads, ToQuietLastsAsLongAsBytesCome) {
     std::thread sender([&] {
         for (int32_t i = 0; i < 8; ++i) {
             std::this_thread::sleep_for(250ms);
@@ -140,7 +115,7 @@ TEST_F(TimedReads, ToQuietLastsAsLongAsBytesCome) {
         }
     });
     EXPECT_EQ(ComReadBufToQuiet(port, buffer, 100, 15), 8);
-    EXPECT_EQ(textOf(buffer, 9), std::string("xxxxxxxx\0", 9));
+    EXPECT_EQ(begin(9), std::string("xxxxxxxx\0", 9));
     sender.join();
     // The port's own escape character does not end it.
     ComPortSetEscapeChar(port, 'Q');
@@ -151,8 +126,6 @@ TEST_F(TimedReads, ToQuietLastsAsLongAsBytesCome) {
     EXPECT_EQ(buffer[0], 0);
     EXPECT_GE(clock::ticks() - start, 3000U);
 }
-
-// ---- All of them ------------------------------------------------------------------------------------------
 
 TEST_F(TimedReads, AnyMixOfReadsGivesTheSameBytes) {
     const std::string sent = pattern(100000);
@@ -174,7 +147,7 @@ TEST_F(TimedReads, AnyMixOfReadsGivesTheSameBytes) {
         }
         ComSetBackgroundTimeout(port, static_cast<uint32_t>(upTo(3) - 1) * 20);
         ASSERT_GE(taken, 0);
-        got += textOf(buffer, taken);
+        got += begin(static_cast<std::size_t>(taken));
         idle = taken > 0 ? 0 : idle;
     }
     sender.join();

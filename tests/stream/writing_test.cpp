@@ -33,24 +33,16 @@ TEST(Writing, StraightThroughAndThroughTheRing) {
     EXPECT_EQ(send(port, "1234"), 4);
     EXPECT_EQ(far.read(4), "1234");
     EXPECT_EQ(trace.entries({"Performing"}).size(), 1U);
-    EXPECT_EQ(send(port, "567"), 3);
-    EXPECT_EQ(trace.entries({"Performing"}).size(), 2U);
-}
-
-TEST(Writing, HexDumpOfAFirstLineWithOneByteMore) {
-    Pty far;
-    OpenPort open(port, far.slavePath());
-    const std::vector<std::pair<std::size_t, std::vector<std::size_t>>> cases{
-        {41, {41}}, {42, {41, 1}}, {90, {41, 40, 9}}};
-    for (const auto& [count, expected] : cases) {
-        LogFile trace;
-        ComSetPortDebugFile(port, trace.path().c_str());
-        send(port, std::string(count, 'A'));
-        std::vector<std::size_t> widths;
-        for (const std::string& line : trace.entries({" 41"}))
-            widths.push_back(line.size() / 3);
-        EXPECT_EQ(widths, expected) << count;
+    for (const auto& [asked, applied] : {std::pair{0, 1}, {INT32_MIN, 1}, {1200, 1200}, {1201, 1200}}) {
+        EXPECT_EQ(ComSetPortMaxWriteChars(port, asked), 1);
+        EXPECT_EQ(open.record().maxWriteChars, applied) << asked;
     }
+    EXPECT_EQ(send(port, std::string(82, 'A')), 82);
+    EXPECT_EQ(trace.entries({"Performing"}).size(), 2U);
+    std::vector<std::size_t> widths;
+    for (const std::string& line : trace.entries({" 41"}))
+        widths.push_back(line.size() / 3);
+    EXPECT_EQ(widths, (std::vector<std::size_t>{41, 40, 1})) << "the first line has a byte more";
 }
 
 TEST(Writing, CharactersAndStrings) {

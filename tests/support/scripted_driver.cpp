@@ -129,8 +129,6 @@ ComHostDriver ScriptedDriver::record(ScriptedDriver& driver, Waits waits, Counts
         if (!of(device).enter(Call::status))
             return -EIO;
         const std::scoped_lock guard(of(device).lock_);
-        status->errors = of(device).errors_;
-        of(device).errors_ = 0;
         status->inQueue = static_cast<uint32_t>(of(device).input_.size());
         status->outQueue = of(device).outQueue_;
         return 1;

@@ -73,7 +73,6 @@ public:
     void setOutQueue(uint32_t bytes) { store(outQueue_, bytes); } ///< what a status read tells
     void setModemLines(uint32_t lines) { store(modemLines_, lines); }
     void setCtsChanges(uint32_t changes) { store(ctsChanges_, changes); } ///< what it counts
-    void setMaxBaud(uint32_t rate) { store(properties_.maxBaud, rate); }
     void setCapabilities(uint32_t bits) { store(properties_.provCapabilities, bits); }
     void setLineState(const ComHostLineState& state) { store(state_, state); }
     void setHandle(int32_t handle) { store(handle_, handle); } ///< what the next open hands out
@@ -82,7 +81,6 @@ public:
     void holdCompleteWrites() { store(holds_, true); }
     void feed(std::string_view bytes); ///< they arrive at the device
     void go() { store(gone_, true); }  ///< what was fed can still be read
-    void raiseErrors(uint32_t errors) { store(errors_, errors); }
 
     // ---- what happened
     /// The calls that set something up, a line each with their arguments: all but status, read, write and
@@ -142,7 +140,6 @@ private:
     ComHostLineState state_{};
     ComHostTimeouts timeouts_{};
     ComHostProperties properties_{};
-    uint32_t errors_ = 0;
     uint32_t outQueue_ = 0;
     uint32_t modemLines_ = 0;
     uint32_t ctsChanges_ = 0;
