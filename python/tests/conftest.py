@@ -4,7 +4,9 @@ import os
 import select
 import subprocess
 import sys
+import threading
 import time
+from functools import partialmethod
 from pathlib import Path
 
 import pytest
@@ -27,32 +29,18 @@ class FarEnd:
         assert readable(self.process.stdout), "the far end has not answered"
         return self.process.stdout.readline().decode().strip()
 
-    def _say(self, *words):
-        self.process.stdin.write(" ".join(map(str, words)).encode() + b"\n")
+    def _do(self, *words):
+        told = " ".join(word.hex() if isinstance(word, bytes) else str(word) for word in words)
+        self.process.stdin.write(told.encode() + b"\n")
         self.process.stdin.flush()
-
-    def send(self, data):
-        self._say("send", data.hex())
-
-    def take(self, count):
-        self._say("take", count)
         return bytes.fromhex(self._answer())
 
-    def answer(self, request, reply):
-        self._say("answer", request.hex(), reply.hex())
-        self._answer()
-
-    def echo(self):
-        self._say("echo")
-        self._answer()
-
-    def deaf(self):
-        self._say("deaf")
-        self._answer()
-
-    def hang(self):
-        self._say("hang")
-        self._answer()
+    send = partialmethod(_do, "send")
+    take = partialmethod(_do, "take")
+    answer = partialmethod(_do, "answer")
+    echo = partialmethod(_do, "echo")
+    deaf = partialmethod(_do, "deaf")
+    hang = partialmethod(_do, "hang")
 
     def close(self):
         self.process.stdin.close()
@@ -68,6 +56,21 @@ def far():
     end.close()
 
 
+@pytest.fixture
+def started():
+    """Starts programs, and ends them when the test is over."""
+    processes = []
+
+    def start(*command, **options):
+        processes.append(subprocess.Popen([*map(str, command)], **options))
+        return processes[-1]
+
+    yield start
+    for process in processes:
+        process.kill()
+        process.communicate()
+
+
 def until(condition):
     """Waits until something that another process does has arrived."""
     end = time.monotonic() + PATIENCE
@@ -75,6 +78,13 @@ def until(condition):
         assert time.monotonic() < end, "it has not happened"
         time.sleep(0.002)
     return result
+
+
+def aside(work):
+    """Works in a thread that keeps no test that fails from its end."""
+    thread = threading.Thread(target=work, daemon=True)
+    thread.start()
+    return thread
 
 
 def readable(descriptor, seconds=PATIENCE):

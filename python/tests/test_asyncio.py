@@ -1,6 +1,8 @@
 """asyncio: reader and writer on the loop's own watch."""
 
 import asyncio
+import contextlib
+import itertools
 import os
 import threading
 
@@ -75,40 +77,35 @@ def test_a_kept_device_that_comes_back(far, tmp_path):
         while port.state != wanted:
             await asyncio.sleep(0.01)
 
-    async def work():
+    async def work(*ends):
         socket.symlink_to(far.path)
         reader, writer = await brisolt.open_serial(str(socket), keep=True)
         port = writer.get_extra_info("port")
         far.send(b"before")
         assert await reader.readexactly(6) == b"before"
-        for round in range(2):
-            if round > 0:  # a reader that has enough keeps nothing from the writer
+        for gone, back in itertools.pairwise(ends):
+            if gone is not far:  # a reader that has enough keeps nothing from the writer
                 writer.transport.pause_reading()
             socket.unlink()
-            ends[-1].hang()
+            gone.hang()
             await state(port, "sought")
             read = asyncio.ensure_future(reader.readexactly(5))
             writer.write(b"meanwhile" * 20000)  # more than the port's ring holds
             await asyncio.sleep(0.1)
             assert not read.done()
-            ends.append(FarEnd())
-            plug.symlink_to(ends[-1].path)
+            plug.symlink_to(back.path)
             os.replace(plug, socket)
             await state(port, "there")
-            assert await asyncio.to_thread(ends[-1].take, 180000) == b"meanwhile" * 20000
-            ends[-1].send(b"after")
+            assert await asyncio.to_thread(back.take, 180000) == b"meanwhile" * 20000
+            back.send(b"after")
             writer.transport.resume_reading()
             assert await read == b"after"
         assert port.counters().back == 2
         writer.close()
         await writer.wait_closed()
 
-    ends = [far]
-    try:
-        run(work())
-    finally:
-        for end in ends[1:]:
-            end.close()
+    with contextlib.closing(FarEnd()) as second, contextlib.closing(FarEnd()) as third:
+        run(work(far, second, third))
 
 
 def test_a_line_over_a_network():

@@ -4,11 +4,10 @@ import os
 import signal
 import subprocess
 import sys
-import threading
 import time
 
 import pytest
-from conftest import PATIENCE, readable, until
+from conftest import PATIENCE, SOURCE, aside, readable, until
 
 import brisolt
 from brisolt import Event, Port
@@ -51,32 +50,30 @@ def test_reads_and_writes(far):
 def test_refusals(far):
     """Each failure has its class, its code and a text that names what was wrong."""
 
-    def failing(kind, call):
-        with pytest.raises(kind) as caught:
+    def refuses(kind, named, call):
+        with pytest.raises(kind, match=named) as caught:
             call()
-        return str(caught.value)
+        return caught.value
 
-    assert "/dev/nonesuch" in failing(brisolt.Error, lambda: Port("/dev/nonesuch"))
-    assert "keep" in failing(brisolt.Error, lambda: Port(far.path, keep="perhaps"))
-    assert "wrong" in failing(brisolt.Error, lambda: Port(far.path, wrong=True))
-    assert "rts, xon" in failing(ValueError, lambda: Port(far.path, flow="cts"))
-    failing(ValueError, lambda: Port(far.path, timeout=-1))
-    assert str(10**12) in failing(ValueError, lambda: Port(far.path, 10**12))
-    failing(ValueError, lambda: Port("/dev/x", dtr="off&keep=yes"))
+    refuses(brisolt.Error, "/dev/nonesuch", lambda: Port("/dev/nonesuch"))
+    refuses(brisolt.Error, "keep", lambda: Port(far.path, keep="perhaps"))
+    refuses(brisolt.Error, "wrong", lambda: Port(far.path, wrong=True))
+    refuses(ValueError, "rts, xon", lambda: Port(far.path, flow="cts"))
+    refuses(ValueError, "", lambda: Port(far.path, timeout=-1))
+    refuses(ValueError, str(10**12), lambda: Port(far.path, 10**12))
+    refuses(ValueError, "", lambda: Port("/dev/x", dtr="off&keep=yes"))
     with Port(far.path) as port:
-        assert port.path in failing(brisolt.Unable, port.lines)
-        assert "8N1" in failing(brisolt.Error, lambda: port.set_line(framing="8X1"))
-        failing(TypeError, lambda: port.write("text"))
-        failing(ValueError, lambda: port.wait_event(0))
+        refuses(brisolt.Unable, port.path, port.lines)
+        refuses(brisolt.Error, "8N1", lambda: port.set_line(framing="8X1"))
+        refuses(TypeError, "", lambda: port.write("text"))
+        refuses(ValueError, "", lambda: port.wait_event(0))
         assert port.read(10**12, timeout=0) == b""
-        with pytest.raises(brisolt.Error) as caught:
-            Port(far.path)
-        assert caught.value.code == -25 and str(os.getpid()) in str(caught.value)
+        assert refuses(brisolt.Error, str(os.getpid()), lambda: Port(far.path)).code == -25
         far.hang()
-        assert failing(brisolt.DeviceGone, lambda: port.read(timeout=PATIENCE))
+        refuses(brisolt.DeviceGone, ".", lambda: port.read(timeout=PATIENCE))
         assert until(lambda: port.state == "gone")
-    failing(brisolt.PortClosed, port.read)
-    failing(brisolt.PortClosed, lambda: port.in_waiting)
+    refuses(brisolt.PortClosed, "", port.read)
+    refuses(brisolt.PortClosed, "", lambda: port.in_waiting)
 
 
 def test_lines_events_and_counters(pair):
@@ -115,44 +112,36 @@ def test_text_files(pair, tmp_path):
     one, two = pair
     text, seen = b"line %d\r\n" * 3000 % tuple(range(3000)), []
     (tmp_path / "sent").write_bytes(text)
-    results = []
-    receiver = threading.Thread(
-        target=lambda: results.append(two.receive_text(tmp_path / "received", progress=seen.append))
-    )
-    receiver.start()
     told = []
-    assert one.send_text(tmp_path / "sent", progress=lambda count, total: told.append((count, total))) >= len(text)
+    receiver = aside(lambda: two.receive_text(tmp_path / "received", progress=seen.append))
+    assert one.send_text(tmp_path / "sent", progress=lambda *numbers: told.append(numbers)) >= len(text)
     receiver.join(PATIENCE)
-    assert results and (tmp_path / "received").read_bytes() == text
+    assert not receiver.is_alive() and (tmp_path / "received").read_bytes() == text
     assert told[-1][1] == len(text) and seen == sorted(seen) and seen[-1] == len(text)
     with pytest.raises(brisolt.Error, match="nowhere"):
         one.send_text(tmp_path / "nowhere")
 
 
-def test_a_modem_is_set_up_and_dials(tmp_path):
+def test_a_modem_is_set_up_and_dials(tmp_path, started):
     modem = os.environ.get("BRISOLT_MODEM", "")
     if not os.path.exists(modem):
         pytest.skip("the modem simulator is not built")
-    link = tmp_path / "modem"
-    with subprocess.Popen([modem, "--link", str(link), "--number", "100"]) as process:
-        try:
-            until(link.exists)
-            with Port(str(link), 9600) as port:
-                database = os.path.join(os.environ["BRISOLT_SOURCE"], "share/modems.txt")
-                name = open(database).readline().split("!")[0]
-                port.set_modem(name, database, compression=False, flow="none", error_control="off")
-                with pytest.raises(brisolt.TimeOver):
-                    port.dial("200", timeout=1)  # a pseudo terminal shows no carrier
-                with pytest.raises(brisolt.Error, match="no such modem"):
-                    port.set_modem("no such modem", database)
-        finally:
-            process.terminate()
+    link, database = tmp_path / "modem", SOURCE / "share/modems.txt"
+    started(modem, "--link", link, "--number", "100")
+    until(link.exists)
+    with Port(str(link), 9600) as port:
+        name = database.read_text().split("!")[0]
+        port.set_modem(name, str(database), compression=False, flow="none", error_control="off")
+        with pytest.raises(brisolt.TimeOver):
+            port.dial("200", timeout=1)  # a pseudo terminal shows no carrier
+        with pytest.raises(brisolt.Error, match="no such modem"):
+            port.set_modem("no such modem", str(database))
 
 
 INTERRUPTED = """
 import sys, threading, time, os, signal
 import brisolt, brisolt.serial
-kind, path = sys.argv[1:]
+path, kind, received = sys.argv[1:]
 port = brisolt.Port(path) if kind != "serial" else brisolt.serial.Serial(path)
 ready = threading.Timer(0.3, lambda: print("waiting", flush=True))
 ready.start()
@@ -160,7 +149,7 @@ waits = {
     "read": lambda: port.read(), "serial": lambda: port.read(1), "lines": lambda: list(port),
     "write": lambda: port.write(bytes(1000000)), "event": lambda: port.wait_event(brisolt.Event.GONE),
     "expect": lambda: port.expect("never", timeout=60),
-    "receive": lambda: port.receive_text(sys.argv[0] + ".out", timeout=60),
+    "receive": lambda: port.receive_text(received, timeout=60),
     "devices": lambda: list(brisolt.watch_devices()),
 }
 try:
@@ -171,21 +160,16 @@ except KeyboardInterrupt:
 
 
 @pytest.mark.parametrize("kind", ["read", "serial", "lines", "write", "event", "expect", "receive", "devices"])
-def test_ctrl_c_ends_a_wait_at_once(far, tmp_path, kind):
-    program = tmp_path / "program.py"
-    program.write_text(INTERRUPTED)
+def test_ctrl_c_ends_a_wait_at_once(far, started, tmp_path, kind):
     far.deaf()
-    with subprocess.Popen([sys.executable, str(program), kind, far.path], stdout=subprocess.PIPE) as process:
-        try:
-            assert process.stdout.readline() == b"waiting\n"
-            time.sleep(0.7)  # it is about to wait: a signal just before that would end nothing
-            process.send_signal(signal.SIGINT)
-            start = time.monotonic()
-            assert readable(process.stdout), "Ctrl-C has not ended the wait"
-            assert process.stdout.readline() == b"interrupted\n"
-            assert time.monotonic() - start < 5
-        finally:
-            process.kill()
+    received = tmp_path / "received"
+    process = started(sys.executable, "-c", INTERRUPTED, far.path, kind, received, stdout=subprocess.PIPE)
+    assert process.stdout.readline() == b"waiting\n"
+    time.sleep(0.7)  # it is about to wait: a signal just before that would end nothing
+    process.send_signal(signal.SIGINT)
+    start = time.monotonic()
+    assert readable(process.stdout), "Ctrl-C has not ended the wait"
+    assert process.stdout.readline() == b"interrupted\n" and time.monotonic() - start < 5
 
 
 EARLY = """
@@ -202,14 +186,11 @@ except KeyboardInterrupt:
 
 
 @pytest.mark.parametrize("kind", ["read", "write"])
-def test_a_signal_just_before_a_wait_ends_it(far, kind):
+def test_a_signal_just_before_a_wait_ends_it(far, started, kind):
     """Python has no chance to look between the signal and the wait: all between them is in C."""
     far.deaf()
-    with subprocess.Popen([sys.executable, "-c", EARLY, far.path, kind], stdout=subprocess.PIPE) as process:
-        try:
-            assert readable(process.stdout) and process.stdout.readline() == b"interrupted\n"
-        finally:
-            process.kill()
+    process = started(sys.executable, "-c", EARLY, far.path, kind, stdout=subprocess.PIPE)
+    assert readable(process.stdout) and process.stdout.readline() == b"interrupted\n"
 
 
 WAITS = (  # and what a cancel makes of each
@@ -222,23 +203,22 @@ WAITS = (  # and what a cancel makes of each
 )
 
 
+def outcome(call, port):
+    try:
+        return call(port)
+    except brisolt.Error as error:
+        return type(error)
+
+
 def test_closes_and_cancels_end_the_waits_of_other_threads(far):
     """A close at once, a cancel those that run, in whichever piece of its time the wait is; the port goes on."""
     far.deaf()
     for call, by_cancel in WAITS:
         for end in Port.cancel, lambda port: port.close(0):
             port, ends = Port(far.path), []
-
-            def wait():
-                try:
-                    ends.append(call(port))
-                except Exception as error:
-                    ends.append(type(error))
-
-            thread = threading.Thread(target=wait)
-            thread.start()
+            waiting = aside(lambda: ends.append(outcome(call, port)))
             time.sleep(0.05)
-            until(lambda: end(port) or not thread.is_alive())
+            until(lambda: end(port) or not waiting.is_alive())
             assert ends == [by_cancel if end is Port.cancel else brisolt.PortClosed]
             if end is Port.cancel:
                 far.send(b"on")
@@ -260,13 +240,9 @@ def test_a_signals_handler_ends_the_wait_below_it(far, end):
 
         before = signal.signal(signal.SIGALRM, handle)
         signal.setitimer(signal.ITIMER_REAL, 0.3, 0.3)  # again, should the first come before the wait has begun
-        try:
-            result = call(port)
-        except brisolt.Error as error:
-            result = type(error)
-        finally:
-            signal.setitimer(signal.ITIMER_REAL, 0)
-            signal.signal(signal.SIGALRM, before)
+        result = outcome(call, port)
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, before)
         assert result == (by_cancel if end is Port.cancel else brisolt.PortClosed) and max(took) < 1.5
         port.close()
 

@@ -13,52 +13,16 @@ from conftest import PATIENCE, readable, until
 
 COMPAT = [sys.executable, "-m", "brisolt.compat"]
 
-# What each script tells at its end: that it was brisolt it has run on.
-TELL = "\nimport sys; print(sys.modules['serial'].__name__, 'brisolt._native' in sys.modules)\n"
-
-
-def needs(module, package):
-    if importlib.util.find_spec(module) is None:
-        pytest.skip(f"{module} is not installed (Debian: {package})")
-
-
-def run_script(tmp_path, text, *arguments):
-    """What a program prints, without its last line, which must say that it ran on brisolt."""
-    script = tmp_path / "program.py"
-    script.write_text(text + TELL)
-    done = subprocess.run([*COMPAT, script, *arguments], capture_output=True, text=True, timeout=60)
-    assert done.returncode == 0, done.stderr
-    *lines, last = done.stdout.splitlines()
-    assert last == "brisolt.serial True", done.stdout
-    return lines
-
-
 def uses_brisolt(process):
     """Whether the program has the library in its memory by now."""
     return "libbrisolt" in open(f"/proc/{process.pid}/maps").read()
 
 
-@pytest.fixture
-def started():
-    """Starts programs, and ends them when the test is over."""
-    processes = []
-
-    def start(*arguments, **options):
-        processes.append(subprocess.Popen([*COMPAT, *arguments], **options))
-        return processes[-1]
-
-    yield start
-    for process in processes:
-        process.kill()
-        process.communicate()
-
-
 def test_grabserial_prints_what_comes(far, started):
     if shutil.which("grabserial") is None:
         pytest.skip("grabserial is not installed (Debian: grabserial)")
-    program = started(
-        "grabserial", "-S", "-d", far.path, "-b", "115200", "-q", "the end", "-t", stdout=subprocess.PIPE, text=True
-    )
+    asked = "grabserial", "-S", "-d", far.path, "-b", "115200", "-q", "the end", "-t"
+    program = started(*COMPAT, *asked, stdout=subprocess.PIPE, text=True)
     until(lambda: uses_brisolt(program))
     while program.poll() is None:  # it drops what came before it looked
         far.send(b"booting\nthe end\n")
@@ -67,77 +31,33 @@ def test_grabserial_prints_what_comes(far, started):
     assert "booting" in out and "the end" in out and program.returncode == 0
 
 
-def with_crc(frame):
-    crc = 0xFFFF
-    for byte in frame:
-        crc ^= byte
-        for _ in range(8):
-            crc = crc >> 1 ^ (0xA001 if crc & 1 else 0)
-    return frame + crc.to_bytes(2, "little")
-
-
-def test_pymodbus_reads_registers_over_rtu(far, tmp_path):
-    needs("pymodbus", "python3-pymodbus")
-    far.answer(with_crc(b"\1\3\0\0\0\2"), with_crc(b"\1\3\4\0\x0a\0\x14"))
-    lines = run_script(tmp_path, """
-import sys
+# Libraries, each with its Debian package, what the far end answers (None: what it hears), a script and what that prints.
+SCRIPTS = {
+    "pymodbus": ("python3-pymodbus", (bytes.fromhex("010300000002c40b"), bytes.fromhex("010304000a0014da3e")), """
 from pymodbus.client import ModbusSerialClient
 client = ModbusSerialClient(sys.argv[1], baudrate=19200, timeout=5)
 assert client.connect()
 for _ in range(3):
     print(client.read_holding_registers(0, 2, slave=1).registers)
 client.close()
-""", far.path)  # fmt: skip
-    assert lines == ["[10, 20]"] * 3
-
-
-def test_pyvisa_asks_an_instrument(far, tmp_path):
-    needs("pyvisa_py", "python3-pyvisa-py")
-    far.answer(b"*IDN?\n", b"maker,meter,1,2\n")
-    lines = run_script(tmp_path, """
-import sys, pyvisa
+""", "[10, 20]\n" * 3),
+    "pyvisa_py": ("python3-pyvisa-py", (b"*IDN?\n", b"maker,meter,1,2\n"), """
+import pyvisa
 meter = pyvisa.ResourceManager("@py").open_resource("ASRL" + sys.argv[1] + "::INSTR", read_termination="\\n",
                                                     write_termination="\\n", baud_rate=9600, timeout=5000)
 print(meter.query("*IDN?"))
 meter.close()
-""", far.path)  # fmt: skip
-    assert lines == ["maker,meter,1,2"]
-
-
-def test_python_can_speaks_slcan(far, tmp_path):
-    needs("can", "python3-can")
-    far.answer(b"t1232AABB\r", b"t4562CCDD\r")
-    lines = run_script(tmp_path, """
-import sys, can
+""", "maker,meter,1,2\n"),
+    "can": ("python3-can", (b"t1232AABB\r", b"t4562CCDD\r"), """
+import can
 bus = can.Bus(interface="slcan", channel=sys.argv[1], bitrate=500000, sleep_after_open=0.2)
 bus.send(can.Message(arbitration_id=0x123, data=b"\\xaa\\xbb", is_extended_id=False))
 message = bus.recv(10)
 print(hex(message.arbitration_id), message.data.hex())
 bus.shutdown()
-""", far.path)  # fmt: skip
-    assert lines == ["0x456 ccdd"]
-
-
-def test_printcore_prints_a_file(far, started, tmp_path):
-    if shutil.which("printcore") is None:
-        pytest.skip("printcore is not installed (Debian: printcore)")
-    (tmp_path / "cube.gcode").write_text("G28\nG1 X10 Y10\nM104 S0\n")
-    far.answer(b"\n", b"ok T:20\n")
-    program = started("printcore", "-b", "115200", far.path, str(tmp_path / "cube.gcode"), stderr=subprocess.PIPE)
-    until(lambda: uses_brisolt(program))
-    far.send(b"start\n")
-    sent = b""
-    end = time.monotonic() + PATIENCE
-    while b"M104 S0" not in sent and time.monotonic() < end:
-        sent += far.take(1)
-    assert b"G28" in sent and b"G1 X10 Y10" in sent and b"M104 S0" in sent
-
-
-def test_serial_asyncio_streams(far, tmp_path):
-    needs("serial_asyncio", "python3-serial-asyncio")
-    far.echo()
-    lines = run_script(tmp_path, """
-import asyncio, sys, serial_asyncio
+""", "0x456 ccdd\n"),
+    "serial_asyncio": ("python3-serial-asyncio", None, """
+import asyncio, serial_asyncio
 async def main():
     reader, writer = await serial_asyncio.open_serial_connection(url=sys.argv[1], baudrate=115200)
     writer.write(b"x" * 100000 + b"\\nlast\\n")
@@ -147,15 +67,8 @@ async def main():
     print(total)
     writer.close()
 asyncio.run(main())
-""", far.path)  # fmt: skip
-    assert lines == ["100006"]
-
-
-def test_twisted_reads_the_descriptor_itself(far, tmp_path):
-    needs("twisted", "python3-twisted")
-    far.echo()
-    lines = run_script(tmp_path, """
-import sys
+""", "100006\n"),
+    "twisted": ("python3-twisted", None, """
 from twisted.internet import protocol, reactor, serialport
 class Echo(protocol.Protocol):
     got = b""
@@ -171,16 +84,42 @@ class Echo(protocol.Protocol):
 serialport.SerialPort(Echo(), sys.argv[1], reactor, baudrate=115200)
 reactor.callLater(20, reactor.stop)
 reactor.run()
-""", far.path)  # fmt: skip
-    assert lines == ["b'hello'"]
+""", "b'hello'\n"),
+}  # fmt: skip
+
+
+@pytest.mark.parametrize("module", SCRIPTS)
+def test_scripts_on_libraries_of_others(far, tmp_path, module):
+    package, answer, text, printed = SCRIPTS[module]
+    if importlib.util.find_spec(module) is None:
+        pytest.skip(f"{module} is not installed (Debian: {package})")
+    far.answer(*answer) if answer else far.echo()
+    script = tmp_path / "program.py"
+    # At its end it tells that it was brisolt it has run on.
+    script.write_text(f"import sys{text}print(sys.modules['serial'].__name__, 'brisolt._native' in sys.modules)")
+    done = subprocess.run([*COMPAT, script, far.path], capture_output=True, text=True, timeout=60)
+    assert (done.returncode, done.stdout) == (0, printed + "brisolt.serial True\n"), done.stderr
+
+
+def test_printcore_prints_a_file(far, started, tmp_path):
+    if shutil.which("printcore") is None:
+        pytest.skip("printcore is not installed (Debian: printcore)")
+    (tmp_path / "cube.gcode").write_text("G28\nG1 X10 Y10\nM104 S0\n")
+    far.answer(b"\n", b"ok T:20\n")
+    asked = "printcore", "-b", "115200", far.path, tmp_path / "cube.gcode"
+    program = started(*COMPAT, *asked, stderr=subprocess.PIPE)
+    until(lambda: uses_brisolt(program))
+    far.send(b"start\n")
+    sent = bytearray()
+    until(lambda: sent.extend(far.take(1)) or b"M104 S0" in sent)
+    assert b"G28" in sent and b"G1 X10 Y10" in sent
 
 
 def test_miniterm_is_a_terminal(far, started):
     """Keys go to the port, what comes is shown, the menu changes settings, the exit key ends it."""
     master, slave = pty.openpty()
-    program = started(
-        "-m", "serial.tools.miniterm", far.path, "115200", "--eol", "LF", stdin=slave, stdout=slave, stderr=slave
-    )
+    asked = "-m", "serial.tools.miniterm", far.path, "115200", "--eol", "LF"
+    program = started(*COMPAT, *asked, stdin=slave, stdout=slave, stderr=slave)
     os.close(slave)
     shown = b""
 
@@ -210,14 +149,14 @@ def test_miniterm_is_a_terminal(far, started):
 def test_folder_for_the_path_and_refusals(far, tmp_path):
     """The folder that is printed makes `import serial` ours in any program; what is no program is refused."""
     folder = subprocess.check_output(COMPAT, text=True).strip()
-    program = (
-        "import serial, serial.tools.list_ports, brisolt.serial.tools.list_ports as ours, serial.serialutil as util; "
-        "from importlib.metadata import version; "
-        "print(serial.tools.list_ports is ours, serial.SerialException is util.SerialException, serial.__name__, version('pyserial'))"
-    )
+    program = """
+import serial, serial.tools.list_ports, brisolt.serial.tools.list_ports as ours, serial.serialutil as util
+from importlib.metadata import version
+assert serial.tools.list_ports is ours and serial.SerialException is util.SerialException
+assert (serial.__name__, version('pyserial')) == ('brisolt.serial', '3.5')
+"""
     environment = {**os.environ, "PYTHONPATH": os.pathsep.join([folder, os.environ["PYTHONPATH"]])}
-    out = subprocess.check_output([sys.executable, "-c", program], text=True, env=environment)
-    assert out.split() == ["True", "True", "brisolt.serial", "3.5"]
+    subprocess.run([sys.executable, "-c", program], env=environment, check=True)
     if shutil.which("pyserial-ports"):  # found by the names of the package that it belongs to
         subprocess.run([*COMPAT, "pyserial-ports", "-q"], check=True, stdout=subprocess.DEVNULL)
     for arguments in ["no-such-program"], ["/bin/true"]:

@@ -1,5 +1,6 @@
 """brisolt.serial beside pyserial: one table of calls, made on both, answers compared. And what only ours promises."""
 
+import contextlib
 import gc
 import importlib
 import inspect
@@ -7,11 +8,10 @@ import os
 import pkgutil
 import re
 import tempfile
-import threading
 import time
 
 import pytest
-from conftest import FarEnd, readable, until
+from conftest import FarEnd, aside, readable, until
 
 import brisolt.serial as ours
 
@@ -32,52 +32,22 @@ def sent(far, port, data):
     return arrived(port, len(data))
 
 
+CAUGHT = {"PortNotOpenError", "SerialTimeoutException", "SerialException", "OSError", "ValueError", "TypeError"}
+
+
 def refused(call):
     """Which exception a call raises, by what programs catch."""
     try:
         return call()
     except Exception as error:
-        names = [kind.__name__ for kind in type(error).__mro__]
-        known = [
-            name
-            for name in names
-            if name
-            in ("PortNotOpenError", "SerialTimeoutException", "SerialException", "OSError", "ValueError", "TypeError")
-        ]
-        return known, getattr(error, "errno", None)
+        kinds = (kind.__name__ for kind in type(error).__mro__)
+        return [name for name in kinds if name in CAUGHT], getattr(error, "errno", None)
 
 
 def changed(port, **settings):
     for name, value in settings.items():
         setattr(port, name, value)
     return port.get_settings()
-
-
-def reopened(port):
-    port.close()
-    port.close()
-    states = [port.is_open, port.isOpen(), refused(lambda: port.read()), refused(lambda: port.write(b"x"))]
-    port.open()
-    return states, port.is_open, refused(port.open)
-
-
-def cancelled_before(port, far):
-    port.cancel_read()
-    first = port.read(1)
-    far.send(b"z")
-    return first, port.read(1)
-
-
-def blocked(port, far):
-    far.deaf()
-    port.write_timeout = 0.2
-    return refused(lambda: port.write(b"x" * 300000))
-
-
-def nonblocking(port, far):
-    far.deaf()
-    port.write_timeout = 0
-    return 0 < port.write(b"x" * 300000) < 300000
 
 
 def own_subclass(module, far):
@@ -132,8 +102,10 @@ CALLS = {
                               p.write(b""), f.take(9)),
     "write wrongly": lambda m, p, f: [refused(lambda data=data: p.write(data)) for data in ("text", [300], None, 1.5)],
     "writelines": lambda m, p, f: (p.writelines([b"ab", b"c"]), f.take(3)),
-    "write to one who does not read": lambda m, p, f: blocked(p, f),
-    "write without waiting": lambda m, p, f: nonblocking(p, f),
+    "write to one who does not read": lambda m, p, f: (f.deaf(), changed(p, write_timeout=0.2),
+                                                       refused(lambda: p.write(b"x" * 300000))),
+    "write without waiting": lambda m, p, f: (f.deaf(), changed(p, write_timeout=0),
+                                              0 < p.write(b"x" * 300000) < 300000),
     "flush": lambda m, p, f: (p.write(b"x"), p.flush(), f.take(1), p.out_waiting),
     "drop input": lambda m, p, f: (sent(f, p, b"abc"), p.reset_input_buffer(), p.in_waiting, sent(f, p, b"d"),
                                    p.flushInput(), p.in_waiting),
@@ -161,13 +133,14 @@ CALLS = {
     "exclusive": lambda m, p, f: (changed(p, exclusive=True) and refused(lambda: m.Serial(f.path, exclusive=True)),
                                   changed(p, exclusive=False) and m.Serial(f.path, exclusive=True).is_open),
     "shared": lambda m, p, f: m.Serial(f.path).is_open,
-    "reopen": lambda m, p, f: reopened(p),
+    "reopen": lambda m, p, f: (p.close(), p.close(), p.is_open, p.isOpen(), refused(p.read), refused(
+        lambda: p.write(b"x")), p.open(), p.is_open, refused(p.open)),
     "another port": lambda m, p, f: (setattr(p, "port", f.path), p.is_open),
     "closed": lambda m, p, f: (p.close(), [refused(lambda n=n: getattr(p, n)()) for n in (
         "flush", "reset_input_buffer", "reset_output_buffer", "fileno", "send_break")], p.fd, p.cancel_read()),
     "not configured": lambda m, p, f: refused(m.Serial().open),
     "no such device": lambda m, p, f: refused(lambda: m.Serial("/dev/nonesuch")),
-    "cancel before a read": lambda m, p, f: cancelled_before(p, f),
+    "cancel before a read": lambda m, p, f: (p.cancel_read(), p.read(1), f.send(b"z"), p.read(1)),
     "with": lambda m, p, f: (p.close(), p.__enter__() is p, p.is_open, p.__exit__(None, None, None), p.is_open),
     "descriptor": lambda m, p, f: (p.fileno() == p.fd, f.send(b"xy"), readable(p), arrived(p, 2), os.read(p.fd, 1),
                                    p.read()),
@@ -182,7 +155,8 @@ CALLS = {
     "spy all": lambda m, p, f: spied(m, f, "&all&color"),
     "refused opens": lambda m, p, f: [refused(lambda u=u: m.serial_for_url(u)) for u in (
         "", "/dev/null", "/etc/passwd", "/tmp", "socket://localhost:1", "socket://localhost", "rfc2217://localhost:1",
-        "hwgrep://^nothing$", "hwgrep://x&n=0", "spy:///dev/nonesuch", "spy://x?y", "alt:///dev/x?class=Nothing", "x://y")],
+        "hwgrep://^nothing$", "hwgrep://x&n=0", "spy:///dev/nonesuch", "spy://x?y", "alt:///dev/x?class=Nothing", "x://y",
+        f"alt://{f.path}?wrong=1")],
     "to_bytes": lambda m, p, f: (m.to_bytes([1, 2]), m.to_bytes(memoryview(b"a")), list(m.iterbytes(b"abc")),
                                  refused(lambda: m.to_bytes("s"))),
     "exceptions": lambda m, p, f: (m.PortNotOpenError().args, issubclass(m.SerialTimeoutException, m.SerialException)),
@@ -191,7 +165,10 @@ CALLS = {
 }  # fmt: skip
 
 
-@pytest.mark.skipif(theirs is None, reason="pyserial is not installed (Debian: python3-serial)")
+beside_theirs = pytest.mark.skipif(theirs is None, reason="pyserial is not installed (Debian: python3-serial)")
+
+
+@beside_theirs
 @pytest.mark.parametrize("call", CALLS.values(), ids=CALLS)
 def test_answers_are_those_of_pyserial(call):
     answers = []
@@ -233,7 +210,7 @@ def parameters(call):
     return [parameter.name for parameter in named if parameter.kind is parameter.POSITIONAL_OR_KEYWORD]
 
 
-@pytest.mark.skipif(theirs is None, reason="pyserial is not installed (Debian: python3-serial)")
+@beside_theirs
 def test_all_that_pyserial_shows_is_there():
     """Every name of every module, the members of its classes, the parameters of its calls and its constants."""
     differing = []
@@ -264,16 +241,15 @@ def test_waits_that_others_end(far):
 
     def ended(call, end):
         results = []
-        thread = threading.Thread(target=lambda: results.append(refused(call)))
-        thread.start()
+        thread = aside(lambda: results.append(refused(call)))
         time.sleep(0.05)
         end()
         thread.join(10)
         assert not thread.is_alive()
         return results[0]
 
-    assert ended(lambda: port.read(5), port.cancel_read) == b""
-    assert ended(port.readline, port.cancel_read) == b""
+    for wait in lambda: port.read(5), port.readline:
+        assert ended(wait, port.cancel_read) == b""
     far.deaf()
     assert ended(lambda: port.write(bytes(300000)), port.cancel_write) < 300000
     assert ended(lambda: port.read(5), lambda: (port.cancel_write(), port.cancel_read())) == b""
@@ -288,17 +264,11 @@ def test_cancels_and_closes_at_any_moment(far):
         alive = True
 
         def reader():
-            while alive:
-                port.read(port.in_waiting or 1)
+            with contextlib.suppress(ours.SerialException):
+                while alive:
+                    port.read(port.in_waiting or 1)
 
-        def swallowing():
-            try:
-                reader()
-            except ours.SerialException:
-                pass
-
-        thread = threading.Thread(target=swallowing)
-        thread.start()
+        thread = aside(reader)
         port.write(b"x" * attempt)
         time.sleep(attempt % 5 / 1000)
         alive = attempt % 2
@@ -333,16 +303,13 @@ def test_who_takes_the_descriptor_misses_no_byte(far):
 
 
 def test_refusals_name_the_value_and_what_is_possible(tmp_path):
-    def text(call):
-        with pytest.raises((OSError, ValueError)) as caught:
-            call()
-        return str(caught.value)
-
-    assert "9" in (told := text(lambda: ours.Serial(None, bytesize=9))) and "5, 6, 7, 8" in told
-    assert "/dev/nonesuch" in text(lambda: ours.Serial("/dev/nonesuch"))
     (tmp_path / "file").write_text("")
-    assert "not a serial device" in text(lambda: ours.Serial(str(tmp_path / "file")))
-    assert "keep" in text(lambda: ours.Serial("null-modem:options?keeps=yes"))
+    for path, settings, named in (
+        (None, {"bytesize": 9}, "9.*5, 6, 7, 8"), ("/dev/nonesuch", {}, "/dev/nonesuch"),
+        (str(tmp_path / "file"), {}, "not a serial device"), ("null-modem:options?keeps=yes", {}, "keep"),
+    ):  # fmt: skip
+        with pytest.raises((OSError, ValueError), match=named):
+            ours.Serial(path, **settings)
 
 
 def test_paths_of_the_library(far):

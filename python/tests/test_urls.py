@@ -11,7 +11,7 @@ import threading
 import types
 
 import pytest
-from conftest import PATIENCE, until
+from conftest import PATIENCE, aside, until
 
 import brisolt.serial as serial
 from brisolt.serial import rfc2217, rs485, threaded
@@ -28,10 +28,8 @@ def test_loop():
             port.write(bytes(5000))
         port.reset_input_buffer()
         port.baudrate, port.timeout, port.write_timeout = 115200, PATIENCE, PATIENCE
-        thread = threading.Thread(target=port.write, args=(bytes(10000),))
-        thread.start()
+        aside(lambda: port.write(bytes(10000)))
         assert len(port.read(10000)) == 10000
-        thread.join()
         threading.Timer(0.1, port.cancel_read).start()
         assert port.read(1) == b""
     with pytest.raises(serial.PortNotOpenError):
@@ -47,22 +45,14 @@ def test_spy_shows_the_bytes_as_they_are(far, tmp_path):
     assert log.read_bytes() == b"\x1b[31m\0\xff" + b"".join(b"\x1b[32m%c" % byte for byte in b"ok\n")
 
 
-def test_alt_and_unknown_urls(far):
+def test_alt(far):
     with serial.serial_for_url(f"alt://{far.path}?class=PosixPollSerial", 9600) as port:
         assert type(port) is serial.PosixPollSerial and port.baudrate == 9600
     assert not serial.serial_for_url(far.path, do_not_open=True).is_open
-    for url in "nonesuch://x", f"alt://{far.path}?class=Nothing", f"alt://{far.path}?class=XON":
-        with pytest.raises(ValueError):
-            serial.serial_for_url(url)
-    for url in (
-        f"alt://{far.path}?wrong=1",
-        "loop://?wrong=1",
-        "spy:///dev/x?wrong=1",
-        "socket://host",
-        "hwgrep://^nothing$",
-    ):
-        with pytest.raises(serial.SerialException):
-            serial.serial_for_url(url)
+    with pytest.raises(ValueError):
+        serial.serial_for_url(f"alt://{far.path}?class=XON")
+    with pytest.raises(serial.SerialException):
+        serial.serial_for_url("loop://?wrong=1")
 
 
 class EchoingAdapter:
@@ -138,39 +128,25 @@ def test_a_package_of_handlers(tmp_path, monkeypatch):
     assert port.is_open and port.readline() == b"\n" and port.read_until(b"\n\n") == b"\n\n"
 
 
-@pytest.fixture
-def server():
-    """A peer on the network that sends back what it gets."""
-    listening = socket.create_server(("127.0.0.1", 0))
-
-    def serve():
-        try:
-            peer, _ = listening.accept()
-        except OSError:
-            return  # nobody has come
-        while data := peer.recv(1000):
-            peer.sendall(data)
-        peer.close()
-
-    threading.Thread(target=serve, daemon=True).start()
-    yield listening.getsockname()[1]
-    listening.close()
-
-
-def test_socket(server):
-    with serial.serial_for_url(f"socket://127.0.0.1:{server}", timeout=PATIENCE) as port:
-        port.rts = port.dtr = False
-        port.baudrate = 300
-        port.write(b"over there\n")
-        assert port.readline() == b"over there\n"
-        assert (port.cts, port.dsr, port.cd, port.ri) == (True, True, True, False)
+def test_socket():
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        number = server.getsockname()[1]
+        with serial.serial_for_url(f"socket://127.0.0.1:{number}", timeout=PATIENCE) as port:
+            peer, _ = server.accept()
+            port.rts = port.dtr = False
+            port.baudrate = 300
+            port.write(b"over there\n")
+            peer.sendall(peer.recv(1000))
+            assert port.readline() == b"over there\n"
+            assert (port.cts, port.dsr, port.cd, port.ri) == (True, True, True, False)
+            peer.close()
 
 
 EXAMPLE = "/usr/share/doc/python3-serial/examples/rfc2217_server.py"
 
 
 @pytest.fixture
-def redirector(request):
+def redirector(request, started):
     """pyserial's example of a server, on pyserial or unchanged on brisolt; the URL of what it serves."""
     if importlib.util.find_spec("serial") is None or not os.path.exists(EXAMPLE):
         pytest.skip(f"{EXAMPLE} is not there (Debian: python3-serial)")
@@ -178,14 +154,11 @@ def redirector(request):
         free.bind(("127.0.0.1", 0))
         number = free.getsockname()[1]
     compat = ["-m", "brisolt.compat"] if request.param == "brisolt" else []
-    command = [sys.executable, *compat, EXAMPLE, "loop://", "-p", str(number)]
-    with subprocess.Popen(command, stderr=subprocess.PIPE, text=True) as server:
-        try:
-            while "TCP/IP port" not in server.stderr.readline():
-                assert server.poll() is None
-            yield f"rfc2217://127.0.0.1:{number}?timeout={PATIENCE}"
-        finally:
-            server.kill()
+    command = sys.executable, *compat, EXAMPLE, "loop://", "-p", number
+    server = started(*command, stderr=subprocess.PIPE, text=True)
+    while "TCP/IP port" not in server.stderr.readline():
+        assert server.poll() is None
+    return f"rfc2217://127.0.0.1:{number}?timeout={PATIENCE}"
 
 
 @pytest.mark.parametrize(
@@ -250,26 +223,22 @@ def test_a_redirector_answers_each_request_with_what_is():
 
 
 def test_a_thread_reads(far):
-    class Lines(threaded.LineReader):
-        def __init__(self):
-            super().__init__()
-            self.lines, self.lost, self.two = [], threading.Event(), threading.Event()
+    told = queue.Queue()
 
+    class Lines(threaded.LineReader):
         def handle_line(self, line):
-            self.lines.append(line)
-            if len(self.lines) == 2:
-                self.two.set()
+            told.put(line)
 
         def connection_lost(self, exc):
-            self.lost.set()
+            told.put(exc)
 
     port = serial.Serial(far.path)
     with threaded.ReaderThread(port, Lines) as protocol:
         protocol.write_line("hello")
         assert far.take(7) == b"hello\r\n"
         far.send(b"one\r\ntwo\r\nthr")
-        assert protocol.two.wait(PATIENCE) and protocol.lines == ["one", "two"]
-    assert protocol.lost.wait(PATIENCE) and not port.is_open
+        assert [told.get(timeout=PATIENCE) for _ in range(2)] == ["one", "two"]
+    assert told.get(timeout=PATIENCE) is None and not port.is_open
 
 
 def test_packets():
@@ -291,20 +260,10 @@ def test_rs485_by_rts(far, monkeypatch):
 
 
 def test_lists_of_ports():
-    ports = list_ports.comports()
-    assert (
-        [info.device for info in sorted(ports)]
-        and all(info.name == info.device.rsplit("/", 1)[1] for info in ports)
-        or ports == []
-    )
+    assert all(info.name == info.device.rsplit("/", 1)[1] for info in sorted(list_ports.comports()))
     record = list_ports_common.ListPortInfo("/dev/ttyUSB10")
-    record.vid, record.pid, record.serial_number, record.location, record.product = (
-        0x403,
-        0x6001,
-        "A1",
-        "1-2",
-        "Adapter",
-    )
+    record.vid, record.pid = 0x403, 0x6001
+    record.serial_number, record.location, record.product = "A1", "1-2", "Adapter"
     record.apply_usb_info()
     assert tuple(record) == ("/dev/ttyUSB10", "Adapter", "USB VID:PID=0403:6001 SER=A1 LOCATION=1-2")
     assert list_ports_common.ListPortInfo("/dev/ttyUSB9") < record

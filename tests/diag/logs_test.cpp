@@ -1,9 +1,7 @@
 // The log files of a port byte by byte, what their functions answer, and who may have a file at a time.
 #include <atomic>
-#include <cstdio>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include "diag/standing_clock.h"
 #include "platform/file.h"
@@ -77,34 +75,23 @@ TEST_F(Logs, EntriesGoToTheirFileInTheirForm) {
     expectEntry(ComWriteDebugFile(3, "%s", text.c_str()), cut);
     expectEntry(ComWriteDebugVerifyFileString(3, text.c_str()), cut);
     expectEntry(ComWriteDebugFileString(3, text.c_str()), stamp + text);
-}
 
-TEST_F(Logs, Dumps) {
-    debugOn();
+    // Dumps.
     ComSetProtocolDebugFile(3, path.c_str(), "P");
     added();
     const std::vector<uint8_t> zeros(2000);
-    const std::string text(750, 'b'), line = repeated("<0> ", 18) + "\r\n";
+    const std::string bytes(750, 'b'), line = repeated("<0> ", 18) + "\r\n";
     expectEntry(ComWriteDebugFileStringHEX(3, zeros.data(), 600),
                 stamp + repeated(line, 27) + repeated("<0> ", 500 - 27 * 18));
     expectEntry(ComWriteDebugVerifyFileStringHEX(3, "A%\r\x1e\x1f~\x7f", 7),
                 stamp + "A % <d> <1e> \x1f ~ <7f> ");
     // 36 characters weigh 72: the break comes before the next one.
-    expectEntry(ComWriteDebugVerifyFileStringHEX(3, text.c_str(), 750),
+    expectEntry(ComWriteDebugVerifyFileStringHEX(3, bytes.c_str(), 750),
                 stamp + repeated(repeated("b ", 36) + "\r\n", 20).substr(0, 1023));
     expectEntry(ComWriteProtocolDebugFileStringHEX(3, zeros.data(), 2000),
                 stamp + repeated(repeated("<0>", 18) + "\r\n", 30).substr(0, 1023));
     expectEntry(ComWriteDebugFileStringHEX(3, nullptr, 0), stamp);
     expectEntry(ComWriteProtocolDebugFileStringHEX(3, zeros.data(), -5), stamp);
-}
-
-TEST_F(Logs, RefusalsChangeNothing) {
-    debugOn();
-    const std::string longest = directory.file("") + std::string(259 - directory.file("").size(), 'x');
-    EXPECT_EQ(ComSetDebugFile(3, (longest + "x").c_str(), "T"), -1);
-    EXPECT_EQ(ComSetPortDebugFile(3, (longest + "x").c_str()), -1);
-    expectEntry(ComWriteDebugFileString(3, "still on"), stamp + "still on");
-    EXPECT_EQ(ComSetDebugFile(3, longest.c_str(), "T"), 1);
 }
 
 TEST_F(Logs, FilesThatCannotBeWritten) {
@@ -127,8 +114,11 @@ TEST_F(Logs, FilesThatCannotBeWritten) {
     EXPECT_EQ(ComWriteDebugFileString(3, "x"), -2);
 }
 
-TEST_F(Logs, SomebodyElseHoldsTheFile) {
+TEST_F(Logs, WhatIsRefusedOrHeldBySomebodyElseChangesNothing) {
     debugOn();
+    const std::string longest = directory.file("") + std::string(259 - directory.file("").size(), 'x');
+    EXPECT_EQ(ComSetDebugFile(3, (longest + "x").c_str(), "T"), -1);
+    EXPECT_EQ(ComSetPortDebugFile(3, (longest + "x").c_str()), -1);
     {
         const file::Appender other(path.c_str(), file::Sharing::readOnly, file::Missing::refuse);
         EXPECT_EQ(ComWriteDebugFile(3, "lost"), -2);
@@ -140,6 +130,7 @@ TEST_F(Logs, SomebodyElseHoldsTheFile) {
         EXPECT_EQ(contentsOf(path).size(), seen) << "reading stays possible";
     }
     expectEntry(ComWriteDebugFile(3, "free"), stamp + "free");
+    EXPECT_EQ(ComSetDebugFile(3, longest.c_str(), "T"), 1);
 }
 
 TEST_F(Logs, WritersWhileTheNameChanges) {
@@ -154,19 +145,19 @@ TEST_F(Logs, WritersWhileTheNameChanges) {
             ComWriteProtocolDebugFile(3, "%s", "to the capture, when it is on");
         }
     };
-    std::thread first(writer), second(writer);
-    for (int i = 0; i < 300; ++i) {
-        ComSetDebugFile(3, i % 3 == 0 ? "" : i % 3 == 1 ? path.c_str() : other.c_str(), "T");
-        ComSetPortDebugFile(3, i % 2 == 0 ? "" : traced.c_str());
-        EXPECT_EQ(i % 30 == 0    ? ComSetDebugFileOnFail(3, directory.path().c_str(), 1 + i)
-                  : i % 60 == 10 ? ComDebugFileOnFail_Save(3)
-                  : i % 60 == 20 ? ComClearDebugFileOnFail(3)
-                  : i % 60 == 50 ? ComStopDebugFileOnFail(3)
-                                 : 1,
-                  1);
+    {
+        const std::jthread first(writer), second(writer);
+        for (int i = 0; i < 300; ++i) {
+            ComSetDebugFile(3, i % 3 == 0 ? "" : i % 3 == 1 ? path.c_str() : other.c_str(), "T");
+            ComSetPortDebugFile(3, i % 2 == 0 ? "" : traced.c_str());
+            EXPECT_EQ(i % 30 == 0    ? ComSetDebugFileOnFail(3, directory.path().c_str(), 1 + i)
+                      : i % 60 == 10 ? ComDebugFileOnFail_Save(3)
+                      : i % 60 == 20 ? ComClearDebugFileOnFail(3)
+                      : i % 60 == 50 ? ComStopDebugFileOnFail(3)
+                                     : 1,
+                      1);
+        }
     }
-    first.join();
-    second.join();
 
     // Nothing of an entry or a header stands inside another one, and what was reported is there.
     int found = 0;
@@ -181,17 +172,13 @@ TEST_F(Logs, WritersWhileTheNameChanges) {
 }
 
 TEST_F(Logs, TimeHexAndProcessHelpers) {
-    char text[9];
-    EXPECT_EQ(ComGetDate(text), 1);
-    EXPECT_STREQ(text, "11/19/26");
-    EXPECT_EQ(ComGetSystemTime(text), 1);
-    EXPECT_STREQ(text, "04:51:58");
-    EXPECT_EQ(ComConvertBytetoHEXASCII(10, text), 1);
-    EXPECT_STREQ(text, "0a");
+    char date[9], time[9], hex[3];
+    EXPECT_EQ(ComGetDate(date) & ComGetSystemTime(time) & ComConvertBytetoHEXASCII(10, hex), 1);
+    EXPECT_EQ(std::string(date) + ' ' + time + ' ' + hex, "11/19/26 04:51:58 0a");
     for (auto [digits, value] :
          {std::pair{"7", 7}, {"1F", 31}, {"ff", 0}, {"A", 10}, {"FFF", 255}, {"xB", 11}, {"", 0}})
         EXPECT_EQ(ComConvertHEXASCIItoByte(digits), value) << digits;
-    EXPECT_EQ(WEXITSTATUS(ComSys("exit 3")), 3);
+    EXPECT_EQ(ComSys("exit 3"), 3 << 8);
 }
 
 } // namespace

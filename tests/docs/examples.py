@@ -21,16 +21,8 @@ import tempfile
 ELSEWHERE = re.compile(r'"/dev/|\'/dev/|"(usb|tcp|tls|rfc2217|rfc2217-tls):|ComTAPI_')
 PATIENCE = 60  # seconds; the slowest takes two
 
-C_AROUND = """
-#include <brisolt.h>
-#include <brisolt_host.h>
-#include <poll.h>
-#include <signal.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-#include <unistd.h>
-
+HEADERS = "brisolt.h brisolt_host.h poll.h signal.h stdio.h stdlib.h string.h unistd.h".split()
+C_AROUND = "".join(f"#include <{header}>\n" for header in HEADERS) + """
 static void example(int32_t port) {
     (void)port;
 #line %d "%s"
@@ -64,15 +56,13 @@ int main() {
 
 class Example:
     def __init__(self, page, line, language, text, compiled_only):
-        self.page, self.line, self.language, self.text = page, line, language, text
-        self.output = None
+        self.line, self.language, self.text, self.output = line, language, text, None
         self.whole = bool(re.search(r"\bmain\(", text))
         self.runs = not compiled_only and not ELSEWHERE.search(text)
-
-    def source(self):
-        if self.whole:
-            return f'#line {self.line} "{self.page}"\n{self.text}'
-        return (C_AROUND if self.language == "c" else CPP_AROUND) % (self.line, self.page, self.text)
+        around = '#line %d "%s"\n%s' if self.whole else C_AROUND if language == "c" else CPP_AROUND
+        self.source = around % (line, page, text)
+        # A whole program in C++ is for either; what is only in the newer one is shown in the middle of one.
+        self.standards = ["gnu99"] if language == "c" else ["c++17", "c++20"] if self.whole else ["c++20"]
 
 
 def examples_of(page):
@@ -100,48 +90,40 @@ def examples_of(page):
     return found
 
 
-def standards(example):
-    """A whole program in C++ is for either; what is only in the newer one is shown in the middle of one."""
-    if example.language == "c":
-        return ["gnu99"]
-    return ["c++17", "c++20"] if example.whole else ["c++20"]
-
-
-def command(example, options, standard, source, program):
-    libraries = options.folder
-    strict = ["-Wall", "-Wextra", "-Wpedantic", "-Werror", "-O1"]
+def compiler_fault(example, options, folder):
+    source, program = f"{folder}/example.{example.language}", f"{folder}/example"
+    pathlib.Path(source).write_text(example.source)
+    strict = ["-Wall", "-Wextra", "-Wpedantic", "-Werror", "-O1", *options.flags.split(), f"-I{options.include}"]
     if not example.whole:
         strict += ["-Wno-unused-variable", "-Wno-unused-but-set-variable"]
     compiler = options.cc if example.language == "c" else options.cxx
-    return [compiler, "-std=" + standard] + options.flags.split() + strict + [
-        f"-I{options.include}", source, "-o", program, "-L" + libraries, "-lbrisolt", "-Wl,-rpath," + libraries]
-
-
-def run(example, arguments, folder, environment=None):
-    done = subprocess.run(arguments, cwd=folder, env=environment, capture_output=True, text=True, timeout=PATIENCE)
-    if done.returncode:
-        return f"it ends with {done.returncode}\n{done.stdout}{done.stderr}"
-    if example.output is not None and done.stdout != example.output:
-        return f"it prints\n{done.stdout}and not\n{example.output}"
+    library = [f"-L{options.folder}", "-lbrisolt", f"-Wl,-rpath,{options.folder}"]
+    for standard in example.standards:
+        arguments = [compiler, f"-std={standard}", *strict, source, "-o", program, *library]
+        done = subprocess.run(arguments, capture_output=True, text=True)
+        if done.returncode:
+            return f"it does not compile as {standard}\n{done.stderr}"
     return None
 
 
 def fault_of(example, options, folder):
     """What is wrong with an example, None: nothing."""
-    source, program = f"{folder}/example.{example.language}", f"{folder}/example"
+    command = [f"{folder}/example"]
     if example.language == "python":
         ast.parse(example.text)
-        if not pathlib.Path(options.package, "brisolt").is_dir() or not example.runs:
-            return None
-        environment = dict(os.environ, PYTHONPATH=options.package)
-        return run(example, [options.interpreter, "-c", example.text], folder, environment)
-    pathlib.Path(source).write_text(example.source())
-    for standard in standards(example):
-        arguments = command(example, options, standard, source, program)
-        compiled = subprocess.run(arguments, capture_output=True, text=True)
-        if compiled.returncode:
-            return f"it does not compile as {standard}\n{compiled.stderr}"
-    return run(example, [program], folder) if example.runs else None
+        command = [options.interpreter, "-c", example.text]
+        example.runs = example.runs and pathlib.Path(options.package, "brisolt").is_dir()
+    elif fault := compiler_fault(example, options, folder):
+        return fault
+    if not example.runs:
+        return None
+    environment = dict(os.environ, PYTHONPATH=options.package)
+    done = subprocess.run(command, cwd=folder, env=environment, capture_output=True, text=True, timeout=PATIENCE)
+    if done.returncode:
+        return f"it ends with {done.returncode}\n{done.stdout}{done.stderr}"
+    if example.output is not None and done.stdout != example.output:
+        return f"it prints\n{done.stdout}and not\n{example.output}"
+    return None
 
 
 def main():
@@ -162,7 +144,7 @@ def main():
             fault = fault_of(example, options, folder)
         if fault:
             faults += 1
-            print(f"{example.page}:{example.line}: {fault}")
+            print(f"{options.page}:{example.line}: {fault}")
     print(f"{len(examples)} examples, {sum(example.runs for example in examples)} of them to be run, {faults} wrong")
     return 1 if faults else 0
 

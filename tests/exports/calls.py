@@ -61,14 +61,16 @@ class Answers:
         self.used = set()
 
     def to(self, function, argument):
-        for number, (functions, arguments, answer) in enumerate(self.rows):
-            if fnmatch.fnmatchcase(function, functions) and fnmatch.fnmatchcase(argument, arguments):
-                self.used.add(number)
+        for functions, arguments, answer in self.rows:
+            matching = [pattern for pattern in functions.split(",") if fnmatch.fnmatchcase(function, pattern)]
+            if matching and fnmatch.fnmatchcase(argument, arguments):
+                self.used.update((pattern, arguments) for pattern in matching)
                 return "{}" if answer == "-" else answer
         return "-1"
 
     def idle(self):
-        return [" ".join(row) for number, row in enumerate(self.rows) if number not in self.used]
+        return [f"{one} {argument}" for functions, argument, _ in self.rows for one in functions.split(",")
+                if (one, argument) not in self.used]
 
 
 def row(declaration, name, answers):

@@ -1,23 +1,13 @@
 // Every exported function that takes a port or a pointer, with ports that are none and pointers that are null: it
 // comes back, with the answer that its header names, and leaves everything as it was.
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <csignal>
-#include <cstdint>
 #include <cstring>
-#include <iterator>
 #include <optional>
-#include <string_view>
 #include <type_traits>
-#include <vector>
 
 #include <unistd.h>
 
-#include <brisolt.h>
-#include <brisolt_host.h>
-
-#include "support/temp_dir.h"
+#include "support/open_port.h"
 
 using brisolt::test::TempDir;
 

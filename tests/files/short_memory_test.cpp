@@ -1,17 +1,13 @@
 // Want of memory: whichever allocation fails, a call gives its failure, leaves nothing behind, and works again.
 #include <functional>
-#include <gtest/gtest.h>
 #include <new>
 #include <set>
-#include <utility>
-#include <vector>
 
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "brisolt.h"
 #include "support/bare_port.h"
-#include "support/files.h"
+#include "support/open_port.h"
 
 namespace {
 
@@ -64,28 +60,20 @@ int run(const Case& each, const std::string& directory, int failing) {
 TEST(ShortOfMemory, CallsFailAndWorkAgain) {
     const test::Files files;
     const std::string from = files.path("from"), to = files.path("to"), fresh = files.path("fresh");
-    const std::string profile = files.path("p.ini"), all = files.path("*"), log = files.path("log");
-    const ComPortParms parms{};
+    const std::string all = files.path("*"), log = files.path("log");
     FileList* list = nullptr;
     const std::vector<Case> cases{
         {"exists", [&] { return ComFileExist(from.c_str()); }, 1, 1},
         {"compare", [&] { return ComDiffFile(from.c_str(), from.c_str()); }, 0, -1},
-        {"append", [&] { return ComAppendFile(fresh.c_str(), from.c_str()); }, 1, -1},
-        {"copy", [&] { return ComCopyFile(to.c_str(), from.c_str()); }, 1, -1},
-        {"move", [&] { return ComMoveFile(fresh.c_str(), from.c_str()); }, 1, -1},
         {"open to write", [&] { return ComOpenWriteFile(3, fresh.c_str()) != 0; }, 1, 0},
         {"close", [&] { return ComCloseFile(3, ComOpenReadFile(3, from.c_str())); }, 1, 1},
-        {"start", [&] { return ComBufferFileWrite_Start(3, fresh.c_str(), 1); }, 1, -1},
         {"list", [&] { return ComGetListCount(list = ComAddFileList(list, all.c_str())) > 0; }, 1, 0},
         {"no list", [&] { return ComGetFile(list, 9, nullptr) + ComFreeFileList(list); }, 0, 0},
         {"report", [&] { return ComDiffFile_Report(3, from.c_str(), to.c_str(), log.c_str()); }, 0, -1},
-        {"key", [&] { return ComGetProfInt("s", "k", 4, profile.c_str()); }, 7, 4},
-        {"write key", [&] { return ComWriteProfInt("t", "k", 8, profile.c_str()); }, 1, 0},
-        {"write port", [&] { return ComWriteProfPortParms("t", &parms, profile.c_str(), 1); }, 1, 0},
     };
     for (const Case& each : cases)
         for (int failing = 1, end = met << 8; end != 0; ++failing) {
-            files.make("from", "1234"), files.make("to", "before"), files.make("p.ini", "[s]\nk=7\n");
+            files.make("from", "1234"), files.make("to", "before");
             std::filesystem::remove(fresh), std::filesystem::remove(log);
             const pid_t child = fork();
             if (child == 0)

@@ -17,6 +17,19 @@ namespace brisolt::test {
 
 using namespace std::chrono_literals;
 
+bool opens(const std::string& path) {
+    const int32_t number = ComHostOpen(path.c_str(), 9600, nullptr);
+    ComHostClose(number, 0);
+    return number > 0;
+}
+
+ComHostLineState lineOf(int32_t port) {
+    ComHostLineState state{};
+    state.size = sizeof state;
+    ComHostGetLine(port, &state);
+    return state;
+}
+
 void Connection::say(const std::string& bytes, int flags) const {
     for (std::size_t done = 0; done < bytes.size();) {
         pollfd self{socket_, POLLOUT, 0};
@@ -133,7 +146,7 @@ void RemoteServer::serve() {
         {
             const std::scoped_lock guard(mutex_);
             client_.emplace(std::move(client));
-            state_ = 0;
+            pending_.clear();
         }
         for (;;) {
             char bytes[4096];
@@ -149,46 +162,46 @@ void RemoteServer::serve() {
     }
 }
 
-void RemoteServer::message() {
-    const int command = message_[1];
-    const std::string value = message_.substr(2);
+void RemoteServer::answer(const std::string& message) {
     uint32_t number = 0;
-    for (char byte : value)
-        number = number << 8 | static_cast<uint8_t>(byte);
-    asked_ += std::to_string(command) + ":" + std::to_string(number) + " ";
-    client_->say(answer_(command, value));
+    for (std::size_t i = 1; i < message.size(); ++i)
+        number = number << 8 | static_cast<uint8_t>(message[i]);
+    asked_ += std::to_string(message[0]) + ":" + std::to_string(number) + " ";
+    client_->say(answer_(message[0], message.substr(1)));
 }
 
 void RemoteServer::take(const std::string& bytes) {
     const std::scoped_lock guard(mutex_);
-    enum { data, iac, verb, inside, insideIac };
-    for (const char c : bytes) {
-        const int byte = static_cast<uint8_t>(c);
-        if (state_ == data && byte != 255) {
-            heard_ += c;
-        } else if (state_ == data) {
-            state_ = iac;
-        } else if (state_ == iac && byte == 255) {
-            heard_ += c;
-            state_ = data;
-        } else if (state_ == iac) {
-            message_.clear();
-            verb_ = byte;
-            state_ = byte == 250 ? inside : verb;
-        } else if (state_ == verb) {
-            if (verb_ == 251 && byte == 44)
-                client_->say("\xff\xfd\x2c"); // it agrees
-            state_ = data;
-        } else if (state_ == inside && byte == 255) {
-            state_ = insideIac;
-        } else if (state_ == insideIac && byte == 240) {
-            message();
-            state_ = data;
+    pending_ += bytes;
+    std::size_t at = 0;
+    const auto next = [&](std::size_t i) {
+        return at + i < pending_.size() ? static_cast<uint8_t>(pending_[at + i]) : -1;
+    };
+    enum { none = -1, se = 240, sb = 250, will = 251, iac = 255 };
+    while (at < pending_.size()) {
+        if (next(0) != iac || next(1) == iac) {
+            heard_ += pending_[at];
+            at += next(0) == iac ? 2 : 1;
+        } else if (next(1) == sb) {
+            std::string message;
+            std::size_t end = 3; // behind the option
+            for (; next(end + 1) != none && (next(end) != iac || next(end + 1) != se);
+                 end += next(end) == iac ? 2 : 1)
+                message += pending_[at + end];
+            if (next(end + 1) == none)
+                break;
+            answer(message);
+            at += end + 2;
+        } else if (next(2) == none) {
+            break;
         } else {
-            message_ += c;
-            state_ = inside;
+            asked_ += std::to_string(next(1)) + ":" + std::to_string(next(2)) + " ";
+            if (next(1) == will && next(2) == 44)
+                client_->say("\xff\xfd\x2c"); // it agrees
+            at += 3;
         }
     }
+    pending_.erase(0, at);
 }
 
 } // namespace brisolt::test

@@ -11,7 +11,13 @@
 #include <thread>
 #include <utility>
 
+#include "brisolt_host.h"
+
 namespace brisolt::test {
+
+/// Whether a line can be opened by now, and so whether a program that was started is ready.
+bool opens(const std::string& path);
+ComHostLineState lineOf(int32_t port);
 
 /// A connection that was accepted.
 class Connection {
@@ -65,10 +71,11 @@ public:
     RemoteServer& operator=(const RemoteServer&) = delete;
 
     static std::string truth(int command, const std::string& value) { return comPort(command + 100, value); }
+    static std::string silence(int, const std::string&) { return {}; }
     void answerWith(Answer answer);
     void say(const std::string& bytes, int flags = 0);
     void hangUp();
-    /// The requests since the last time, "1:9600 5:8 ...".
+    /// The requests since the last time, "1:9600 5:8 ...", and what telnet agrees on and refuses, "251:44 254:1 ...".
     std::string asked();
     std::string heard(); ///< data since the last time
     std::string path(const std::string& options = "") const {
@@ -78,15 +85,13 @@ public:
 private:
     void serve();
     void take(const std::string& bytes);
-    void message();
+    void answer(const std::string& message);
 
     Listener listener_;
     std::mutex mutex_; ///< what follows
     Answer answer_;
     std::optional<Connection> client_;
-    std::string asked_, heard_, message_;
-    int state_ = 0; ///< data, IAC, verb, message, IAC in a message
-    int verb_ = 0;
+    std::string asked_, heard_, pending_;
     std::thread thread_;
 };
 

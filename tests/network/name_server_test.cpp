@@ -1,7 +1,4 @@
 // A name server that is silent.
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <future>
 
 #include <arpa/inet.h>
@@ -14,8 +11,7 @@
 
 #include "field/field_port.h"
 #include "network/far_end.h"
-#include "support/temp_dir.h"
-#include "support/timing.h"
+#include "support/open_port.h"
 
 namespace brisolt::test {
 namespace {

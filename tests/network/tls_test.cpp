@@ -1,20 +1,16 @@
 // Lines in TLS: certificates that are right and wrong, and bytes that the socket does not show.
-#include <algorithm>
+#include <csignal>
+#include <cstdlib>
 #include <future>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <cstdlib>
-
 #include "field/field_port.h"
 #include "network/far_end.h"
+#include "support/open_port.h"
 #include "support/peer_process.h"
-#include "support/temp_dir.h"
-#include "support/timing.h"
 
 namespace brisolt::test {
 namespace {
@@ -61,12 +57,7 @@ public:
                                                             ",key=" + all.file(name + ".key")) +
                                         more,
                                     to}) {
-        EXPECT_TRUE(eventually([this] {
-            const std::string probe = "tcp:127.0.0.1:" + std::to_string(port_);
-            const int32_t number = ComHostOpen(probe.c_str(), 9600, nullptr);
-            ComHostClose(number, 0);
-            return number > 0;
-        }));
+        EXPECT_TRUE(eventually([this] { return opens(path("", "tcp")); }));
     }
     std::string path(const std::string& options, const std::string& scheme = "tls") const {
         return scheme + ":localhost:" + std::to_string(port_) + options;
@@ -93,9 +84,7 @@ TEST_F(Tls, ACertificateIsRightOrTheOpenFailsWithTheReason) {
     const TlsEnd bare(all, "");
     const Listener plain;
     const std::string own = "&cert=" + all.file("good.pem") + "&key=" + all.file("good.key");
-    const struct {
-        std::string path, reason;
-    } opens[] = {
+    const std::pair<std::string, std::string> opens[] = {
         {good.path(all.options()), ""},
         {good.path("?ca=" + all.file("other-ca.pem")),
          "its certificate is refused: unable to get local issuer"},
@@ -133,40 +122,6 @@ TEST_F(Tls, ACertificateIsRightOrTheOpenFailsWithTheReason) {
     ComHostClose(unknown, 0);
 }
 
-TEST_F(Tls, BytesThatTheSocketDoesNotShowAreFound) {
-    const Certificates all;
-    const TlsEnd echo(all, "good");
-    const FieldPort port(echo.path(all.options()));
-    const std::string bytes = pattern(1 << 20);
-    auto read = std::async(std::launch::async, [&] { return port.read(bytes.size()); });
-    EXPECT_EQ(port.write(bytes, -1), 1 << 20);
-    EXPECT_EQ(read.get(), bytes);
-    // By the descriptor, byte for byte out of one record.
-    pollfd own{ComHostDescriptor(port.number), POLLIN, 0};
-    EXPECT_EQ(port.write("abcdefghij"), 10);
-    std::string heard;
-    while (heard.size() < 10 && poll(&own, 1, 20000) == 1)
-        heard += port.read(1, 0);
-    EXPECT_EQ(heard, "abcdefghij");
-    EXPECT_EQ(poll(&own, 1, 0), 0) << "nothing is left";
-}
-
-TEST_F(Tls, ARemotePortInItIsSetAsAnyOther) {
-    const Certificates all;
-    RemoteServer server;
-    const std::string at = server.path();
-    const TlsEnd end(all, "good", ",verify=0", "TCP" + at.substr(at.find(':')));
-    const FieldPort port(end.path(all.options(), "rfc2217-tls"));
-    EXPECT_EQ(ComHostSetLine(port.number, 4800, "7O2", -1), 1) << errorTextNow();
-    const std::string asked = server.asked();
-    EXPECT_NE(asked.find("1:4800 2:7 3:2 4:2 "), std::string::npos) << asked;
-    const std::string bytes = pattern(100000);
-    EXPECT_EQ(port.write(bytes, -1), 100000);
-    std::string heard;
-    EXPECT_TRUE(eventually([&] { return (heard += server.heard()).size() >= bytes.size(); }));
-    EXPECT_EQ(heard, bytes);
-}
-
 /// The process's signal handlers, and its descriptors, which must be closed on exec.
 std::string stateOfProcess() {
     std::string state;
@@ -181,21 +136,41 @@ std::string stateOfProcess() {
     return state;
 }
 
-TEST_F(Tls, NothingOfTheProcessIsChanged) {
+TEST_F(Tls, BytesThatTheSocketDoesNotShowAreFoundAndTheProcessStaysAsItIs) {
     const Certificates all;
     const TlsEnd echo(all, "good");
-    const std::string before = stateOfProcess();
     RemoteServer server;
+    const std::string before = stateOfProcess();
     const FieldPort port(echo.path(all.options())), other(server.path());
-    EXPECT_EQ(port.write("x"), 1);
-    EXPECT_EQ(port.read(1), "x");
+    const std::string bytes = pattern(1 << 20);
+    auto read = std::async(std::launch::async, [&] { return port.read(bytes.size()); });
+    EXPECT_EQ(port.write(bytes, -1), 1 << 20);
+    EXPECT_EQ(read.get(), bytes);
+    // By the descriptor, byte for byte out of one record.
+    pollfd own{ComHostDescriptor(port), POLLIN, 0};
+    EXPECT_EQ(port.write("abcdefghij"), 10);
+    std::string heard;
+    while (heard.size() < 10 && poll(&own, 1, 20000) == 1)
+        heard += port.read(1, 0);
+    EXPECT_EQ(heard, "abcdefghij");
+    EXPECT_EQ(poll(&own, 1, 0), 0) << "nothing is left";
     EXPECT_EQ(stateOfProcess(), before);
 }
 
-TEST(TlsModule, OneThatIsMissingIsNamed) {
-    ComHostMapModule("BRISOLT-TLS.DLL", "/no/such/module.so");
-    EXPECT_EQ(ComHostOpen("tls:localhost:1", 9600, nullptr), -25);
-    EXPECT_NE(errorTextNow().find("libbrisolt-tls5"), std::string::npos) << errorTextNow();
+TEST_F(Tls, ARemotePortInItIsSetAsAnyOther) {
+    const Certificates all;
+    RemoteServer server;
+    const std::string at = server.path();
+    const TlsEnd end(all, "good", ",verify=0", "TCP" + at.substr(at.find(':')));
+    const FieldPort port(end.path(all.options(), "rfc2217-tls"));
+    EXPECT_EQ(ComHostSetLine(port, 4800, "7O2", -1), 1) << errorTextNow();
+    const std::string asked = server.asked();
+    EXPECT_NE(asked.find("1:4800 2:7 3:2 4:2 "), std::string::npos) << asked;
+    const std::string bytes = pattern(100000);
+    EXPECT_EQ(port.write(bytes, -1), 100000);
+    std::string heard;
+    EXPECT_TRUE(eventually([&] { return (heard += server.heard()).size() >= bytes.size(); }));
+    EXPECT_EQ(heard, bytes);
 }
 
 } // namespace

@@ -7,7 +7,6 @@
 #include "files/hindrances.h"
 #include "params/profile_on_disk.h"
 #include "platform/error_text.h"
-#include "support/timing.h"
 
 using namespace brisolt;
 using namespace brisolt::test;
@@ -32,37 +31,33 @@ int exitOf(pid_t id) {
     return status;
 }
 
-void addKeys(const ProfileOnDisk& profile, const std::string& who, int32_t count) {
-    for (int32_t number = 0; number < count; ++number) {
-        const std::string key = who + std::to_string(number);
-        EXPECT_EQ(ComWriteProfInt("Shared", key.c_str(), number, profile.path()), 1) << errorText();
-    }
-}
-
 TEST(ProfileSafety, WritersAtOnceLoseNothing) {
     constexpr int32_t keys = 30;
     const ProfileOnDisk profile; // nor is the making of it lost
+    const auto keyOf = [](char who, int32_t number) { return who + std::to_string(number); };
+    const auto addKeys = [&](char who) {
+        for (int32_t number = 0; number < keys; ++number)
+            EXPECT_EQ(ComWriteProfInt("Shared", keyOf(who, number).c_str(), number, profile.path()), 1)
+                << errorText();
+    };
     std::vector<pid_t> processes;
-    for (const char* who : {"a", "b", "c", "d"})
-        processes.push_back(child([&] { addKeys(profile, who, keys); }));
+    for (const char who : {'a', 'b', 'c', 'd'})
+        processes.push_back(child([&] { addKeys(who); }));
     std::vector<std::jthread> threads;
-    for (const char* who : {"x", "y", "z"})
-        threads.emplace_back(addKeys, std::cref(profile), who, keys);
+    for (const char who : {'x', 'y', 'z'})
+        threads.emplace_back(addKeys, who);
     threads.clear();
     for (const pid_t process : processes)
         EXPECT_EQ(exitOf(process), 0);
     for (const char who : std::string("abcdxyz"))
-        for (int32_t number = 0; number < keys; ++number) {
-            const std::string key = who + std::to_string(number);
-            EXPECT_EQ(ComGetProfInt("Shared", key.c_str(), -1, profile.path()), number) << key;
-        }
-    EXPECT_EQ(profile.files(), 1);
+        for (int32_t number = 0; number < keys; ++number)
+            EXPECT_EQ(ComGetProfInt("Shared", keyOf(who, number).c_str(), -1, profile.path()), number) << who;
+    EXPECT_EQ(profile.count(), 1);
 }
 
 TEST(ProfileSafety, AWriterThatHangsHoldsNobodyForEver) {
     const ProfileOnDisk profile("[s]\nk=1\n");
-    const std::string beside = profile.sibling(draftName);
-    std::ofstream(beside) << "half";
+    const std::string beside = profile.make(draftName, "half");
     {
         PeerProcess holder(BRISOLT_TEST_PEER, {"hold", beside});
         ASSERT_EQ(holder.readLine(), "held");
@@ -78,42 +73,38 @@ TEST(ProfileSafety, AWriterThatHangsHoldsNobodyForEver) {
 
 TEST(ProfileSafety, PermissionsOwnerAndLinksAreKept) {
     const ProfileOnDisk profile("[s]\n");
-    const std::string link = profile.sibling("link.ini"), second = profile.sibling("second.ini");
-    fs::create_directory(profile.sibling("elsewhere"));
-    fs::create_symlink("settings.ini", link);
-    fs::create_symlink(link, second);
-    ASSERT_EQ(chmod(profile.path(), 0640), 0);
-    const bool root = geteuid() == 0;
-    const uid_t owner = root ? somebody : geteuid();
-    const gid_t group = root ? somebody : getegid();
-    ASSERT_EQ(chown(profile.path(), owner, group), 0);
-    EXPECT_EQ(ComWriteProfInt("s", "k", 1, second.c_str()), 1);
-    EXPECT_TRUE(fs::is_symlink(link) && fs::is_symlink(second));
-    struct stat status {};
-    ASSERT_EQ(stat(profile.path(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0640U);
-    EXPECT_EQ(status.st_uid, owner);
-    EXPECT_EQ(status.st_gid, group);
-    EXPECT_EQ(profile.text(), "[s]\nk=1\n");
-
-    const std::string dangling = profile.sibling("dangling.ini"), loop = profile.sibling("loop.ini");
+    const auto statusOf = [](const std::string& file) {
+        struct stat status {};
+        EXPECT_EQ(stat(file.c_str(), &status), 0);
+        return std::array{status.st_mode & 07777, status.st_uid, status.st_gid};
+    };
+    const std::string second = profile.path("second.ini"), dangling = profile.path("dangling.ini"),
+                      loop = profile.path("loop.ini");
+    fs::create_directory(profile.path("elsewhere"));
+    fs::create_symlink("settings.ini", profile.path("link.ini"));
+    fs::create_symlink("link.ini", second);
     fs::create_symlink("elsewhere/new.ini", dangling);
+    fs::create_symlink("loop.ini", loop);
+    ASSERT_EQ(chmod(profile.path(), 0640), 0);
+    EXPECT_EQ(chown(profile.path(), somebody, somebody), geteuid() == 0 ? 0 : -1);
+    const auto before = statusOf(profile.path());
+    EXPECT_EQ(ComWriteProfInt("s", "k", 1, second.c_str()), 1);
+    EXPECT_EQ(profile.text(), "[s]\nk=1\n");
+    EXPECT_EQ(statusOf(profile.path()), before);
     umask(027);
     EXPECT_EQ(ComWriteProfInt("s", "k", 2, dangling.c_str()), 1) << errorText();
-    EXPECT_TRUE(fs::is_symlink(dangling));
-    ASSERT_EQ(stat(profile.sibling("elsewhere/new.ini").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0640U) << "of a new file the umask decides";
-    fs::create_symlink("loop.ini", loop);
+    EXPECT_EQ(statusOf(profile.path("elsewhere/new.ini"))[0], 0640U) << "of a new file the umask decides";
     EXPECT_EQ(ComWriteProfInt("s", "k", 2, loop.c_str()), 0);
+    for (const std::string& link : {profile.path("link.ini"), second, dangling, loop})
+        EXPECT_TRUE(fs::is_symlink(link)) << link;
 }
 
 // Whoever opens it on its way, or has one open that somebody left behind, sees nothing of a private profile.
 TEST(ProfileSafety, ThePrivateIsPrivateOnItsWayToo) {
     const ProfileOnDisk profile("[s]\nk=1\n" + std::string(2'000'000, '#'));
-    const std::string beside = profile.sibling(draftName);
     ASSERT_EQ(chmod(profile.path(), 0600), 0);
     umask(0);
-    std::ofstream(beside) << "left behind";
+    const std::string beside = profile.make(draftName, "left behind");
     const int reader = open(beside.c_str(), O_RDONLY | O_CLOEXEC);
     const pid_t writer = child([&] {
         for (int32_t value = 2; value < 30; ++value)
@@ -134,7 +125,7 @@ TEST(ProfileSafety, ThePrivateIsPrivateOnItsWayToo) {
 // A draft that is another's file leads the profile's text there, and the other's into the profile.
 TEST(ProfileSafety, LinksInTheWayAreNotFollowed) {
     const ProfileOnDisk profile("[s]\nk=1\n");
-    const std::string second = profile.sibling("second.ini"), beside = profile.sibling(draftName);
+    const std::string second = profile.path("second.ini"), beside = profile.path(draftName);
     fs::create_hard_link(profile.path(), second);
     EXPECT_EQ(ComWriteProfInt("s", "k", 2, second.c_str()), 1);
     EXPECT_EQ(ComGetProfInt("s", "k", 0, second.c_str()), 2);
@@ -153,14 +144,15 @@ TEST(ProfileSafety, LinksInTheWayAreNotFollowed) {
 TEST(ProfileSafety, WhatCannotBeWrittenStaysAsItIs) {
     const ProfileOnDisk profile("[s]\nk=1\n");
     const char* const path = profile.path();
+    const std::string folder = profile.path("");
     ASSERT_EQ(chmod(path, 0444), 0);
     EXPECT_EQ(ComWriteProfInt("s", "k", 2, path), 0);
     EXPECT_NE(errorText().find("read-only"), std::string::npos) << errorText();
     ASSERT_EQ(chmod(path, 0666), 0);
-    const std::string fifo = profile.sibling("fifo");
+    const std::string fifo = profile.path("fifo");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
-    const std::string nowhere = profile.sibling("no/such/directory.ini");
-    for (const std::string& none : {fifo, nowhere, profile.directory(), std::string(5000, 'n')}) {
+    const std::string nowhere = profile.path("no/such/directory.ini");
+    for (const std::string& none : {fifo, nowhere, folder, std::string(5000, 'n')}) {
         EXPECT_EQ(ComWriteProfInt("s", "k", 2, none.c_str()), 0) << none;
         EXPECT_EQ(ComGetProfInt("s", "k", 3, none.c_str()), 3);
     }
@@ -172,10 +164,10 @@ TEST(ProfileSafety, WhatCannotBeWrittenStaysAsItIs) {
         EXPECT_EQ(ComWriteProfString("s", "k", std::string(100, 'v').c_str(), path), 0);
     }
     EXPECT_EQ(profile.text(), "[s]\nk=1\n");
-    EXPECT_EQ(profile.files(), 2) << "nothing is left beside it";
+    EXPECT_EQ(profile.count(), 2) << "nothing is left beside it";
 
     // A directory that may not be written, which holds back everybody but the superuser.
-    ASSERT_EQ(chmod(profile.directory().c_str(), 0555), 0);
+    ASSERT_EQ(chmod(folder.c_str(), 0555), 0);
     if (geteuid() == 0) {
         ASSERT_EQ(seteuid(somebody), 0);
     }
@@ -185,25 +177,23 @@ TEST(ProfileSafety, WhatCannotBeWrittenStaysAsItIs) {
         << "but for the extras there is nothing to write";
     parms.portNumber = 2;
     EXPECT_EQ(ComWriteProfPortParms("s", &parms, path, 0), 0);
-    EXPECT_EQ(ComWriteProfPortParms("s", &parms, profile.sibling("new.ini").c_str(), 0), 0);
+    EXPECT_EQ(ComWriteProfPortParms("s", &parms, profile.path("new.ini").c_str(), 0), 0);
     EXPECT_EQ(seteuid(getuid()), 0);
     EXPECT_EQ(profile.text(), "[s]\nk=1\n");
-    EXPECT_EQ(chmod(profile.directory().c_str(), 0755), 0);
+    EXPECT_EQ(chmod(folder.c_str(), 0755), 0);
 }
 
 TEST(ProfileSafety, NamesOfOtherHosts) {
     const ProfileOnDisk profile("[s]\nk=1\n");
-    const std::string odd = profile.sibling("odd\\name.ini"); // a file of that very name
-    std::ofstream(odd) << "[s]\nk=7\n";
-    fs::current_path(profile.directory());
+    fs::current_path(profile.path(""));
     int32_t value = 1;
-    for (const std::string& name :
-         {odd, profile.directory() + "\\settings.ini", std::string("settings.ini")}) {
+    for (const std::string& name : {profile.make("odd\\name.ini", "[s]\nk=7\n"), // a file of that very name
+                                    profile.path("\\settings.ini"), std::string("settings.ini")}) {
         EXPECT_EQ(ComWriteProfInt("s", "k", ++value, name.c_str()), 1);
         EXPECT_EQ(ComGetProfInt("s", "k", 0, name.c_str()), value);
     }
     EXPECT_EQ(profile.text(), "[s]\nk=4\n");
-    EXPECT_EQ(profile.files(), 2);
+    EXPECT_EQ(profile.count(), 2);
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 
 #include "support/temp_dir.h"
@@ -11,8 +11,9 @@
 namespace brisolt::test {
 
 inline std::string contentsOf(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+    std::ostringstream text; // in blocks: some files are large
+    text << std::ifstream(file, std::ios::binary).rdbuf();
+    return std::move(text).str();
 }
 
 /// How many files, or in /proc/self descriptors (fd) and threads (task), a folder has.

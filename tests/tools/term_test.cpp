@@ -1,41 +1,15 @@
 // brisolt term at a real terminal: keys, the screen, and what is left of it all.
 #include "tools/tool.h"
 
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
 #include <sys/ioctl.h>
 
-#include "support/temp_dir.h"
-
-using brisolt::test::PeerProcess;
-using brisolt::test::Pty;
-using brisolt::test::TempDir;
-using namespace std::chrono_literals;
-
-namespace {
-
-char stateOf(pid_t process) {
-    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(file)), {});
-    const std::size_t end = text.rfind(") ");
-    return end != std::string::npos ? text[end + 2] : '?';
-}
-
-} // namespace
-
 TEST_F(Tool, DoesWhatItsKeysSay) {
-    const TempDir dir;
-    const std::string log = dir.file("log"), file = dir.file("file"), received = dir.file("received");
-    std::ofstream(file) << "text of the file";
+    const Files files;
+    const std::string log = files.path("log"), file = files.make("file", "text of the file");
     User user("term loop:a 57600");
     ASSERT_TRUE(user.sees("57600 8N1. Ctrl-] quits, Ctrl-T ? lists the keys.")) << user.screen;
-    ASSERT_TRUE(user.becomes(true));
-    struct Step {
-        std::string keys, seen;
-    };
-    const std::vector<Step> steps = {
+    ASSERT_TRUE(user.becomesRaw());
+    const std::pair<std::string, std::string> steps[] = {
         {"\x03\x1a hello\r", "\x03\x1a hello\r"}, // keys that mean something to a terminal, too
         {"\x14?", "suspend"},
         {"\024d", "DTR off"},
@@ -60,66 +34,57 @@ TEST_F(Tool, DoesWhatItsKeysSay) {
         {"\x14l", "log off"},
         {"\x14s" + file + "\rt\r", "done: 16 bytes"},
         {"", "text of the file\x1a"},
-        {"\x14s" + dir.file("none") + "\rz\r", "none: No such file"},
-        {"\x14g" + received + "\rt\r", "Ctrl-C gives up"},
+        {"\x14s" + files.path("none") + "\rz\r", "none: No such file"},
+        {"\x14g" + files.path("received") + "\rt\r", "Ctrl-C gives up"},
         {"\x03", "given up"},
         {"\x14\x14\x14\x1d", "\x14\x1d"},
     };
-    for (const Step& step : steps) {
-        user.keys(step.keys);
-        ASSERT_TRUE(user.sees(step.seen)) << step.keys << ": " << user.screen;
+    for (const auto& [keys, seen] : steps) {
+        user.keys(keys);
+        ASSERT_TRUE(user.sees(seen)) << keys << ": " << user.screen;
     }
     user.keys("\x1d");
     EXPECT_EQ(user.process->wait(), 0);
     EXPECT_TRUE(user.asBefore());
-    std::ostringstream logged;
-    logged << std::ifstream(log).rdbuf();
-    EXPECT_EQ(logged.str(), "kept");
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 2)
-        << "nothing is left of a file that did not come";
+    EXPECT_EQ(files.bytes("log"), "kept");
+    EXPECT_EQ(files.count(), 2) << "nothing is left of a file that did not come";
 }
 
 // A user whose terminal stays raw sees nothing of what he types next.
 TEST_F(Tool, PutsTheLocalTerminalBackHoweverItEnds) {
-    enum Way { byKey, bySignal, byHangUp, byDevice };
-    for (const Way way : {byKey, bySignal, byHangUp, byDevice}) {
+    constexpr int byKey = 0, byDevice = 3, byHangUp = 128 + SIGHUP, bySignal = 128 + SIGTERM; // exit codes
+    for (const int way : {byKey, bySignal, byHangUp, byDevice}) {
         Pty line;
-        User user("term " + line.slavePath() + (way == byKey ? " --quit-key ctrl-a" : ""));
-        ASSERT_TRUE(user.becomes(true));
+        User user("term " + line.slavePath() + " --quit-key ctrl-a");
+        ASSERT_TRUE(user.becomesRaw());
         user.keys("up");
         ASSERT_EQ(line.read(2), "up");
-        int code = 0;
-        switch (way) {
-        case byKey: user.keys("last\x01"); break;
-        case bySignal: user.process->kill(code = SIGTERM); break;
-        case byHangUp: user.process->kill(code = SIGHUP); break;
-        case byDevice: line.close(); break;
-        }
-        EXPECT_EQ(user.process->wait(), way == byDevice ? 3 : code == 0 ? 0 : 128 + code) << way;
+        if (way == byKey)
+            user.keys("last\x01");
+        else if (way == byDevice)
+            line.close();
+        else
+            user.process->kill(way - 128);
+        EXPECT_EQ(user.process->wait(), way);
         EXPECT_TRUE(user.asBefore()) << way;
-        if (way == byDevice) {
-            EXPECT_TRUE(user.sees("the device has gone away")) << user.screen;
-        }
-        if (way == byKey) {
-            EXPECT_EQ(line.read(4), "last") << "what was typed before the end is sent";
-        }
+        EXPECT_TRUE(way != byDevice || user.sees("the device has gone away")) << user.screen;
+        EXPECT_TRUE(way != byKey || line.read(4) == "last") << "what was typed before the end is sent";
     }
 }
 
 TEST_F(Tool, GoesToSleepWithATerminalThatIsAsItWas) {
     for (const bool byKey : {true, false}) {
         User user("term loop:a");
-        ASSERT_TRUE(user.becomes(true));
+        ASSERT_TRUE(user.becomesRaw());
         if (byKey)
             user.keys("\x14z");
         else
             user.process->kill(SIGTSTP);
-        for (int i = 0; i < 1000 && stateOf(user.process->id()) != 'T'; ++i)
-            std::this_thread::sleep_for(10ms);
-        EXPECT_EQ(stateOf(user.process->id()), 'T');
+        const std::string status = "/proc/" + std::to_string(user.process->id()) + "/status";
+        EXPECT_TRUE(eventually([&] { return contentsOf(status).find("T (stopped)") != std::string::npos; }));
         EXPECT_TRUE(user.asBefore());
         user.process->kill(SIGCONT);
-        EXPECT_TRUE(user.becomes(true));
+        EXPECT_TRUE(user.becomesRaw());
         const winsize narrow{10, 20, 0, 0};
         ioctl(user.terminal.master(), TIOCSWINSZ, &narrow);
         user.keys("awake");
@@ -133,7 +98,7 @@ TEST_F(Tool, GoesToSleepWithATerminalThatIsAsItWas) {
 TEST_F(Tool, TakesALongPasteAndStillHearsTheQuitKey) {
     Pty line;
     User user("term " + line.slavePath());
-    ASSERT_TRUE(user.becomes(true));
+    ASSERT_TRUE(user.becomesRaw());
     std::string text;
     while (text.size() < 100000)
         text += "line " + std::to_string(text.size()) + "\r";
@@ -147,12 +112,12 @@ TEST_F(Tool, TakesALongPasteAndStillHearsTheQuitKey) {
 }
 
 TEST_F(Tool, KeepsADeviceThatGoesAndComesBack) {
-    const TempDir dir;
-    const std::string link = dir.file("device");
+    const Files files;
+    const std::string link = files.path("device");
     std::optional<Pty> line(std::in_place);
     std::filesystem::create_symlink(line->slavePath(), link);
     User user("term --keep " + link);
-    ASSERT_TRUE(user.becomes(true));
+    ASSERT_TRUE(user.becomesRaw());
     user.keys("one");
     ASSERT_EQ(line->read(3), "one");
     std::filesystem::remove(link);

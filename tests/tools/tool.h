@@ -1,22 +1,17 @@
 // The command as its users run it: in pipes, and at a terminal with keys and a screen.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <csignal>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <thread>
-#include <vector>
 
 #include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include "support/open_port.h"
 #include "support/peer_process.h"
-#include "support/pty.h"
+
+using namespace brisolt::test;
 
 class Tool : public testing::Test {
 protected:
@@ -26,7 +21,7 @@ protected:
     }
 
     /// With its standard input, output and errors in our hands.
-    static brisolt::test::PeerProcess::Options everything() { return {.captureErrors = true, .inherit = -1}; }
+    static PeerProcess::Options everything() { return {.captureErrors = true, .inherit = -1}; }
 
     struct Outcome {
         int code;
@@ -35,9 +30,9 @@ protected:
     /// A line of shell; $0 is the command, $1 and so on the arguments.
     static Outcome shell(const std::string& script, std::vector<std::string> arguments = {}) {
         arguments.insert(arguments.begin(), {"-c", script, BRISOLT_TOOL});
-        brisolt::test::PeerProcess process("/bin/sh", arguments, everything());
+        PeerProcess process("/bin/sh", arguments, everything());
         process.closeInput();
-        const std::string text = process.readAll(std::chrono::seconds(60));
+        const std::string text = process.readAll(60s);
         return {process.wait(), text};
     }
 
@@ -61,23 +56,19 @@ protected:
         void keys(std::string_view bytes) const { terminal.write(bytes); }
         /// Reads the screen until the text is on it; true when it came.
         bool sees(const std::string& text) {
-            const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-            while (screen.find(text) == std::string::npos && std::chrono::steady_clock::now() < end)
-                screen += terminal.read(1, std::chrono::milliseconds(50));
-            const std::size_t place = screen.find(text);
-            if (place != std::string::npos)
-                screen.erase(0, place + text.size());
-            return place != std::string::npos;
+            const auto found = [&] { return screen.find(text) != std::string::npos; };
+            if (!eventually([&] { return found() || (screen += terminal.read(1, 50ms), found()); }))
+                return false;
+            screen.erase(0, screen.find(text) + text.size());
+            return true;
         }
         termios settings() const {
             termios now{};
             tcgetattr(slave_, &now);
             return now;
         }
-        bool becomes(bool raw) const {
-            for (int i = 0; i < 1000 && ((settings().c_lflag & ICANON) == 0) != raw; ++i)
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            return ((settings().c_lflag & ICANON) == 0) == raw;
+        bool becomesRaw() const {
+            return eventually([&] { return (settings().c_lflag & ICANON) == 0; });
         }
         /// All of it, not only what a raw terminal is known by.
         bool asBefore() const {
@@ -86,9 +77,9 @@ protected:
                    now.c_oflag == before_.c_oflag && now.c_cflag == before_.c_cflag;
         }
 
-        brisolt::test::Pty terminal;
+        Pty terminal;
         std::string screen; ///< what has come and was not looked for yet
-        std::optional<brisolt::test::PeerProcess> process;
+        std::optional<PeerProcess> process;
 
     private:
         int slave_;

@@ -18,26 +18,20 @@ std::string padded(const std::string& text, std::size_t size) {
     return text + std::string(size - text.size(), '\0');
 }
 
-TEST(Progress, EachNumberIsReadFromItsOwnPlace) {
+TEST(Progress, EachNumberIsReadFromItsOwnPlaceAndTheTotalIsAFilesSize) {
     const OpenPort port(number, "null-modem:progress");
     ComShowRecord* show = ComGetShow(port);
     ASSERT_NE(show, nullptr);
     const auto bytes = [show] { return std::string(reinterpret_cast<char*>(show), sizeof *show); };
     const std::string empty(sizeof *show, '\0');
     EXPECT_EQ(bytes(), empty);
-    show->state = 65535;
-    show->packets = 2;
-    show->size = 65534;
-    show->errors = 65533;
-    show->errorNo = 4'000'000'000U;
-    show->modTime = 7;
-    show->total = 8;
-    std::vector<int32_t> read;
+    show->state = 65535, show->packets = 2, show->size = 65534, show->errors = 65533;
+    show->errorNo = 4'000'000'000U, show->modTime = 7, show->total = 8;
+    std::vector<uint32_t> read;
     for (auto* get : {ComGetState, ComGetPackets, ComGetSize, ComGetErrors, ComGetErrorNo, ComGetModTime,
                       CGetShowATotal, ComShowA, ComShowA, CGetShowABytes})
-        read.push_back(get(port));
-    EXPECT_EQ(read, (std::vector<int32_t>{65535, 2, 65534, 65533, static_cast<int32_t>(4'000'000'000U), 7, 8,
-                                          0, 0, 2}));
+        read.push_back(static_cast<uint32_t>(get(port)));
+    EXPECT_EQ(read, (std::vector<uint32_t>{65535, 2, 65534, 65533, 4'000'000'000U, 7, 8, 0, 0, 2}));
     EXPECT_EQ(ComSetFileCompletionState(port, 10001), 1);
     EXPECT_EQ(show->fileCompletionState, 10001U);
     for (auto* clear : {ComShowClear, ComShowInit}) {
@@ -45,17 +39,27 @@ TEST(Progress, EachNumberIsReadFromItsOwnPlace) {
         EXPECT_EQ(clear(port), 1);
         EXPECT_EQ(bytes(), empty);
     }
+
+    const Files files;
+    const std::string path = files.make("file", "");
+    for (const uint32_t size : {12345U, 3'000'000'000U}) {
+        std::filesystem::resize_file(path, size);
+        EXPECT_EQ(CSetTotal(port, path.c_str()), 0);
+        EXPECT_EQ(CSetTotal(port, files.path("missing").c_str()), -1);
+        EXPECT_EQ(static_cast<uint32_t>(ComGetTotal(port)), size);
+    }
+    EXPECT_EQ(ComSizeA(path.c_str()), INT32_MAX);
+    EXPECT_EQ(ComSizeA(files.path("missing").c_str()), -1);
 }
 
 TEST(Progress, NamesAreCutFilledAndSplit) {
     const OpenPort port(number, "null-modem:names");
     for (auto* get : {ComGetName, ComGetNameOnly})
         EXPECT_EQ(filled(get), padded("Uninitialized Name", 20));
-    const char* const names[][2] = {{R"(C:\work/notes\read.me.txt)", "read.me.txt"},
-                                    {"d:plain.txt", "plain.txt"},
-                                    {"1:x", "1:x"},
-                                    {"folder/", ""}};
-    for (const auto& [name, part] : names) {
+    for (const auto& [name, part] : {std::pair{R"(C:\work/notes\read.me.txt)", "read.me.txt"},
+                                     {"d:plain.txt", "plain.txt"},
+                                     {"1:x", "1:x"},
+                                     {"folder/", ""}}) {
         EXPECT_EQ(ComSetShowName(port, name), 1);
         EXPECT_EQ(filled(ComGetName), padded(name, 260));
         EXPECT_EQ(filled(ComGetNameOnly), std::string(part) + '\0');
@@ -71,20 +75,6 @@ TEST(Progress, NamesAreCutFilledAndSplit) {
     EXPECT_EQ(ComSetTargetFileName(port, longName.c_str()), 1);
     EXPECT_EQ(ComGetTargetEnabled(port), 0);
     EXPECT_EQ(filled(ComGetTargetFileName), longName.substr(0, 259) + '\0');
-}
-
-TEST(Progress, TheTotalIsAFilesSize) {
-    const Files files;
-    const OpenPort port(number, "null-modem:total");
-    const std::string path = files.make("file", "");
-    for (const uint32_t size : {12345U, 3'000'000'000U}) {
-        std::filesystem::resize_file(path, size);
-        EXPECT_EQ(CSetTotal(port, path.c_str()), 0);
-        EXPECT_EQ(CSetTotal(port, files.path("missing").c_str()), -1);
-        EXPECT_EQ(static_cast<uint32_t>(ComGetTotal(port)), size);
-    }
-    EXPECT_EQ(ComSizeA(path.c_str()), INT32_MAX);
-    EXPECT_EQ(ComSizeA(files.path("missing").c_str()), -1);
 }
 
 } // namespace

@@ -37,30 +37,28 @@ TEST_F(TextSend, APeerThatHasGoneIsAFailure) {
 
 TEST_F(TextSend, LineEndsAreShapedAlikeInBothStyles) {
     const std::string every = pattern(2000); // all byte values
-    const struct {
-        int32_t stripLF, addCR;
-        std::string file, line;
-        int32_t uncounted; ///< carriage returns that the call in one piece does not count
-    } cases[] = {{0, 1, "\nA\r\nB\n\nC\r", "\r\nA\r\nB\r\n\r\nC\r", 3},
-                 {1, 1, "\nA\r\nB\n\n", "A\rB", 0},
-                 {1, 0, "\n\n", "", 0},
-                 {0, 0, every, every, 0}};
-    for (const auto& each : cases) {
-        port.record().stripLF = each.stripLF;
-        port.record().addCR = each.addCR;
-        const std::string path = files.make("text", each.file);
-        const auto size = static_cast<int32_t>(each.line.size());
+    // What is set, a file, what it is on the line, and how many carriage returns the call in one piece does not count.
+    const std::tuple<int32_t, int32_t, std::string, std::string, int32_t> cases[] = {
+        {0, 1, "\nA\r\nB\n\nC\r", "\r\nA\r\nB\r\n\r\nC\r", 3},
+        {1, 1, "\nA\r\nB\n\n", "A\rB", 0},
+        {1, 0, "\n\n", "", 0},
+        {0, 0, every, every, 0}};
+    for (const auto& [stripLF, addCR, file, line, uncounted] : cases) {
+        port.record().stripLF = stripLF;
+        port.record().addCR = addCR;
+        const std::string path = files.make("text", file);
+        const auto size = static_cast<int32_t>(line.size());
         for (const int32_t chunk : {1, 25, 9999, 100000}) {
             ComHostSetLossless(port, chunk % 2); // with or without
             EXPECT_EQ(send(port, path, chunk), 1);
             EXPECT_EQ(ComGetBytes(port), size);
-            EXPECT_EQ(far.read(each.line.size() + 1), each.line + endMarker);
+            EXPECT_EQ(far.read(line.size() + 1), line + endMarker);
         }
         const FastClock fast(10);
         ComShowClear(port);
         EXPECT_EQ(ComSendA(port, path.c_str()), 1);
-        EXPECT_EQ(ComGetBytes(port), size - each.uncounted);
-        EXPECT_EQ(far.read(each.line.size()), each.line);
+        EXPECT_EQ(ComGetBytes(port), size - uncounted);
+        EXPECT_EQ(far.read(line.size()), line);
     }
     EXPECT_EQ(far.readToQuiet(), "") << "no end marker after a send in one call";
     const std::string path = files.make("text", "x");
@@ -88,9 +86,8 @@ TEST_F(TextSend, AStepQueuesAChunkOrOneByteMore) {
         EXPECT_EQ(ComGetBytes(port), bytes);
     }
     EXPECT_EQ(ComGetCarrierLossProtocol(port), 100);
-    for (const int32_t chunk : {0, -7}) {
-        EXPECT_EQ(firstStep(port, files.make("text", "ab"), chunk), 5)
-            << "a byte of the file each, then the end";
+    for (const int32_t chunk : {0, -7}) { // a byte of the file each, then the end
+        EXPECT_EQ(firstStep(port, files.make("text", "ab"), chunk), 5);
         EXPECT_EQ(CSendAPkt(port), 5);
         EXPECT_EQ(CSendAPkt(port), 1);
     }

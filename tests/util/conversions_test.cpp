@@ -1,14 +1,9 @@
 // Bytes, strings and hex, the dump of an array, time stamps, dated names, the tick counter.
-#include <array>
-#include <gtest/gtest.h>
 
-#include "brisolt.h"
-#include "brisolt_host.h"
 #include "platform/error_text.h"
 #include "platform/memory.h"
 #include "support/bare_port.h"
-#include "support/files.h"
-#include "support/timing.h"
+#include "support/open_port.h"
 
 namespace brisolt {
 namespace {
@@ -17,10 +12,8 @@ TEST(Conversions, OfBytesStringsAndHex) {
     EXPECT_EQ(ComSwapBytes_16Int(0x1234), 0x3412);
     EXPECT_EQ(ComSwapBytes_32Int(0x11223344), 0x44332211U);
     char text[] = "abcde", out[] = "......", hex[] = ".........!";
-    EXPECT_EQ(ComSwapBytes_String(text, out, 5), 1);
-    EXPECT_STREQ(out, "edcba.");
-    EXPECT_EQ(ComSwapBytes_String(text, text, 4), 1);
-    EXPECT_STREQ(text, "dcbae");
+    EXPECT_EQ(ComSwapBytes_String(text, out, 5) + ComSwapBytes_String(text, text, 4), 2);
+    EXPECT_EQ(out + std::string(text), "edcba.dcbae");
     EXPECT_EQ(ComArray_To_String(out, "abc", -1), -1);
     EXPECT_EQ(ComArray_To_String(out + 4, "abc", 0), 0);
     EXPECT_EQ(ComArray_To_String(out, "xyz", 10), 3);
@@ -33,45 +26,31 @@ TEST(Conversions, OfBytesStringsAndHex) {
     EXPECT_EQ(std::string(hex, 10), std::string(" 41 a ff\0!", 10));
 }
 
-class ArrayDump : public testing::Test {
-protected:
+TEST(ArrayDump, HasALineAnElementAndLeavesPort90ToItsUser) {
     const test::Moment now{{2026, 11, 19, 4, 51, 58, 7}};
     const std::string header = "\r\n\r\n  ****OPEN DEBUG FILE - Array Debug  Version:5.30  Date:11/19/26 "
-                               "Time:04:51:58 ****\r\n";
-    const std::string stamp = "\r\n[11/19/26 04:51:58:7 p90]";
-    test::Files files;
-    std::string path = files.path("array.txt");
-    const std::array<uint8_t, 3> array{0x0A, 0xFF, 0};
-};
-
-TEST_F(ArrayDump, HasALineAnElementAndLeavesPort90ToItsUser) {
+                               "Time:04:51:58 ****\r\n",
+                      stamp = "\r\n[11/19/26 04:51:58:7 p90]";
+    const test::Files files;
+    const std::string missing = files.path("missing/array.txt"), log = files.path("log.txt");
+    const auto dump = [](const std::string& path) { return ComArray_Diagnose("\x0A\xFF", 3, path.c_str()); };
     test::BarePort port(90);
-    std::string log = files.path("log.txt");
     ASSERT_EQ(ComSetDebugFile(90, log.c_str(), "Mine"), 1);
-    std::string before = files.bytes("log.txt");
-    EXPECT_EQ(ComArray_Diagnose(array.data(), 3, path.c_str()), 1);
+    const std::string before = files.bytes("log.txt");
+    memory::failAllocations(0, 1);
+    EXPECT_EQ(dump(files.path("array.txt")), -1);
+    memory::failAllocations(0, 0);
+    EXPECT_EQ(dump(files.path("array.txt")), 1);
     EXPECT_EQ(files.bytes("array.txt"), header + stamp + "Element: 0 HexValue: a" + stamp +
                                             "Element: 1 HexValue: ff" + stamp + "Element: 2 HexValue: 0");
     EXPECT_EQ(files.bytes("log.txt"), before);
     EXPECT_EQ(ComWriteDebugFileString(90, "still"), 1);
     EXPECT_EQ(files.bytes("log.txt"), before + stamp + "still");
-}
-
-TEST_F(ArrayDump, Refusals) {
-    EXPECT_EQ(ComArray_Diagnose(array.data(), 1, std::string(260, 'a').c_str()), -1);
-    memory::failAllocations(0, 1);
-    EXPECT_EQ(ComArray_Diagnose(array.data(), 1, path.c_str()), -1);
-    memory::failAllocations(0, 0);
-    EXPECT_EQ(files.bytes("array.txt"), "");
-
-    std::string missing = files.path("missing/array.txt");
-    EXPECT_EQ(ComArray_Diagnose(array.data(), 1, missing.c_str()), 1);
+    EXPECT_EQ(dump(std::string(260, 'a')), -1);
+    EXPECT_EQ(dump(missing), 1);
     EXPECT_NE(errorText().find(missing), std::string::npos);
 }
 
-// ---- times
-
-constexpr clock::LocalTime january{1980, 1, 2, 2, 3, 55, 0};
 constexpr const char* stamp = "_1980_01_02_02_03_55";
 
 std::string bracketed(int32_t offset) {
@@ -88,32 +67,24 @@ std::string dated(const std::string& name, int32_t result) {
 
 TEST(Times, BracketedStamp) {
     test::Moment lastSunday({2023, 12, 31, 22, 0, 9, 999});
-    EXPECT_EQ(bracketed(0), "<31 12 2023 0 22 00 09 00>");
-    const int32_t offsets[] = {3, -13, -22, INT32_MAX, INT32_MIN};
-    const char* const hours[] = {"23", "9", "0", "23", "0"};
-    for (std::size_t i = 0; i < std::size(offsets); ++i)
-        EXPECT_EQ(bracketed(offsets[i]), std::string("<31 12 2023 0 ") + hours[i] + " 00 09 00>");
+    for (const auto& [offset, hour] :
+         {std::pair{0, "22"}, {3, "23"}, {-13, "9"}, {-22, "0"}, {INT32_MAX, "23"}, {INT32_MIN, "0"}})
+        EXPECT_EQ(bracketed(offset), std::string("<31 12 2023 0 ") + hour + " 00 09 00>");
 }
 
 TEST(Times, UnderscoreStampAndDatedNames) {
-    test::Moment now(january);
+    test::Moment now({1980, 1, 2, 2, 3, 55, 0});
     char text[21];
     EXPECT_EQ(ComGetTimeDateStrFormat2(text), 1);
     EXPECT_STREQ(text, stamp);
-
-    EXPECT_EQ(dated("report.txt", 1), "report_1980_01_02_02_03_55.txt");
     EXPECT_EQ(dated("a.b.c", 1), std::string("a") + stamp + ".b" + stamp + ".c");
-    char inPlace[60] = "a.b";
+    char inPlace[60] = "a.b", spaced[60] = "report.txt";
     EXPECT_EQ(ComCreateDatedFilename(inPlace, inPlace), 1);
     EXPECT_EQ(inPlace, std::string("a") + stamp + ".b");
-
-    char spaced[60] = "report.txt";
     EXPECT_EQ(ComCreateDatedFilename2(spaced, spaced), 0);
     EXPECT_STREQ(spaced, "report.txt _1980_01_02_02_03_55");
-}
 
-TEST(Times, DatedNamesHaveRoomFor399Characters) {
-    test::Moment now(january);
+    // There is room for 399 characters.
     std::string dots;
     for (int i = 0; i < 19; ++i)
         dots += std::string(stamp) + '.';

@@ -2,17 +2,13 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
-#include "brisolt.h"
-#include "brisolt_host.h"
 #include "platform/error_text.h"
-#include "support/files.h"
-#include "support/pty.h"
+#include "support/open_port.h"
 
 namespace brisolt {
 namespace {
