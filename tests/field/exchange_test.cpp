@@ -113,6 +113,20 @@ TEST(FieldExchange, BothWaysAtOnceNoByteIsLostAndThoseOfTwoWritersNeverMix) {
     EXPECT_EQ(port.counters().sent, heard.size());
 }
 
+// Who takes one byte has the other in the ring, where no watch over the device sees it.
+TEST(FieldExchange, WhatOneReaderLeavesWakesTheOther) {
+    const Pty far;
+    const FieldPort port(far.slavePath());
+    const auto begin = std::chrono::steady_clock::now();
+    for (int32_t round = 0; round < 300; ++round) {
+        auto other = std::async(std::launch::async, [&] { return port.read(1, 20000); });
+        far.write("ab");
+        const std::string mine = port.read(1, 20000);
+        ASSERT_EQ(mine.size() + other.get().size(), 2U) << round;
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 15s) << "a byte was found when the time was over";
+}
+
 TEST(FieldExchange, WhatOthersQueueGoesBehindAWholeCall) {
     const Pty far;
     const FieldPort port(far.slavePath());

@@ -44,7 +44,7 @@ protected:
             return eventually(allSent) && held;
         }));
     }
-    const FastClock fast;
+    FastClock fast;
     ScriptedDriver driver;
 };
 
