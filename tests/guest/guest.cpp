@@ -15,6 +15,12 @@ void run(const std::string& command) {
     EXPECT_EQ(std::system(command.c_str()), 0) << command;
 }
 
+void expectGadget(const std::string& device) {
+    EXPECT_TRUE(eventually([&] {
+        return std::filesystem::exists(device) && std::filesystem::exists(gadget);
+    })) << device;
+}
+
 } // namespace
 
 void expectQuickClose(int32_t port) {
@@ -84,6 +90,7 @@ void Loopback::holdOff(bool hold) const {
 }
 
 Gadget::Gadget(Kind kind) : kind_(kind) {
+    expectGadget(usbModem); // the machine may just have started
     if (kind == Kind::modem)
         return;
     unplug();
@@ -107,10 +114,7 @@ void Gadget::unplug() {
 void Gadget::plug() {
     run(kind_ == Kind::modem ? "modprobe g_serial" : "modprobe g_serial use_acm=0");
     plugged_ = true;
-    const std::string device = path();
-    EXPECT_TRUE(eventually([&] {
-        return std::filesystem::exists(device) && std::filesystem::exists(gadget);
-    })) << device;
+    expectGadget(path());
 }
 
 Usage usage() {
