@@ -23,6 +23,13 @@
 #include "support/pty.h"
 #include "support/timing.h"
 
+#ifdef __SANITIZE_ADDRESS__
+/// What the sanitizer keeps of freed blocks looks like a leak.
+extern "C" const char* __asan_default_options() {
+    return "quarantine_size_mb=1:thread_local_quarantine_size_kb=16";
+}
+#endif
+
 using namespace brisolt::test;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
