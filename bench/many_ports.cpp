@@ -79,6 +79,7 @@ std::vector<Cost> compareEchoes(const std::vector<const Side*>& sides, const Opt
         farEnd.echo(echoLines * size);
         lines->roundTrips(1, size);
         farEnd.finish();
+        settle(); // the load of threads just started moves everybody about on the processors
         const Stopwatch watch;
         farEnd.echo(echoLines * size * static_cast<std::size_t>(times));
         lines->roundTrips(times, size);

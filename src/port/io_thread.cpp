@@ -36,7 +36,8 @@ public:
     void choose() noexcept {
         receiving = sending = Stance::watching;
         notifying_ = hasNotifications(port_);
-        if (port_.device.canWait()) {
+        chosen_ = port_.device.canWait();
+        if (chosen_) {
             Stance posted = posting_.choose(); // which also ends with the notifications
             receiving = notifying_ ? posted : receivingShare_.choose(port_.receiving);
             sending = sendingShare_.choose(port_.sending);
@@ -48,7 +49,9 @@ public:
     bool crossed() const noexcept {
         bool crossedReceiving =
             notifying_ ? posting_.crossed() : ThreadShare::crossed(receiving, port_.receiving);
-        return crossedReceiving || ThreadShare::crossed(sending, port_.sending);
+        // One who left bytes saw the stance before, and relies on the thread to come back to them.
+        bool left = chosen_ && sending == Stance::watching && sendingShare_.overtaken(port_.sending);
+        return crossedReceiving || left || ThreadShare::crossed(sending, port_.sending);
     }
     /// What has come meanwhile is taken by callers who came, too.
     bool overtaken() const noexcept { return !notifying_ && receivingShare_.overtaken(port_.receiving); }
@@ -76,6 +79,7 @@ private:
     ThreadShare receivingShare_{receivingLease};
     ThreadShare sendingShare_{sendingLease};
     bool notifying_ = false;
+    bool chosen_ = false; ///< not for a device that cannot be waited for
 };
 
 /// Waits until the thread has come up. False: it could not.

@@ -55,6 +55,12 @@ struct DirectionWatch {
     }
     /// A caller has taken bytes without a wait: while it goes on so, it stands for one that watches.
     void callerFound() noexcept { begun.fetch_add(1, std::memory_order_relaxed); }
+    /// A caller has left bytes to be sent, and may come again with more. True when the thread has to be called, so
+    /// that it does not rely on that for long.
+    bool callerLeaves() noexcept {
+        begun.fetch_add(1);
+        return stance.load() != Stance::standby;
+    }
     /// True when the thread has to be called, since nobody watches any more.
     bool callerEnds() noexcept {
         bool last = callers.fetch_sub(1) == 1;

@@ -24,6 +24,10 @@ using Bytes = std::span<const uint8_t>;
 /// How long a device may take nothing, in milliseconds, before the ring takes the rest of a write.
 constexpr uint32_t standstill = 20;
 
+/// Of a write up to so long the ring takes the rest at once: a copy costs less than a sleep, and what gathers
+/// while the device is full goes to it in larger blocks.
+constexpr std::size_t shortWrite = 4096;
+
 int32_t sendScrambled(Port& port, Bytes bytes) noexcept {
     std::array<uint8_t, 1024> clearless;
     int32_t sent = 0;
@@ -65,6 +69,24 @@ int32_t queueRest(Port& port, Bytes bytes) noexcept WITH_LOCK(port.sendLock) {
         ++queued;
     }
     return queued;
+}
+
+std::size_t ringRoom(const Port& port) noexcept {
+    return static_cast<std::size_t>(std::max(port.tx.size - port.tx.count() - 1, 0));
+}
+
+/// Whether the ring has room, and a thread behind it that sends what nobody else does as soon as it can.
+bool ringTakesOver(const Port& port, Bytes bytes) noexcept {
+    const PortRecord& record = *port.record;
+    bool quick = port.threaded() && record.threadSleep == 0 && record.suspended != 1 && port.device.canWait();
+    return quick && port.lossless != 0 && port.halfDuplex == 0 && bytes.size() <= ringRoom(port) &&
+           port.device.state() == COM_HOST_DEVICE_THERE && !port.ending();
+}
+
+/// A short write behind others that wait for room; whoever queued those has seen to it that they leave.
+bool queueBehind(Port& port, Bytes bytes) noexcept WITH_LOCK(port.sendLock) {
+    bool queues = bytes.size() <= shortWrite && !port.tx.empty() && !port.writers.taken();
+    return queues && ringTakesOver(port, bytes) && queueRest(port, bytes) > 0;
 }
 
 /// A write that the device did not take at once. It has the turn, or waits for it.
@@ -117,8 +139,7 @@ WaitingWrite::~WaitingWrite() {
 bool WaitingWrite::mayQueue(bool timeOver) const noexcept {
     if (port_.halfDuplex != 0)
         return true;
-    auto room = static_cast<std::size_t>(std::max(port_.tx.size - port_.tx.count() - 1, 0));
-    bool wanted = timeOver || (moving_.passed() && rest().size() <= room);
+    bool wanted = timeOver || (moving_.passed() && rest().size() <= ringRoom(port_));
     return wanted && (handed_ == 0 || port_.tx.empty());
 }
 
@@ -148,10 +169,10 @@ int32_t WaitingWrite::run() {
         bool timeOver = call_.until().passed();
         bool turn = hasTurn();
         bool asked = std::exchange(askedNow_, false) && !timeOver;
-        int32_t before = handed_;
+        uint64_t before = port_.sent.load(std::memory_order_relaxed); // also of what was queued before
         if ((turn && !asked && moveOn(timeOver)) || timeOver)
             return handed_;
-        if (promised && handed_ == before)
+        if (promised && port_.sent.load(std::memory_order_relaxed) == before)
             restAfterBrokenPromise(port_, seen);
         clock::Deadline look =
             turn && !moving_.passed() ? clock::Deadline::earlier(call_.until(), moving_) : call_.until();
@@ -202,19 +223,27 @@ int32_t write(Port& port, const void* buffer, int32_t count, int32_t millisecond
     port.answerDue.store(thread::currentId(), std::memory_order_relaxed);
     WriterQueue::Place place;
     int32_t handed = 0;
-    bool asked = false;
+    bool asked = false, left = false;
     {
         HeldSend lock(port);
+        if (queueBehind(port, bytes))
+            return count;
         port.writers.ask(place);
         asked = place.granted && port.halfDuplex == 0;
         if (place.granted)
             handed = handOver(port, bytes, false);
-        if (handed == count) {
+        Bytes rest = bytes.subspan(static_cast<std::size_t>(handed));
+        left = place.granted && !rest.empty() && bytes.size() <= shortWrite && port.tx.empty() &&
+               ringTakesOver(port, rest);
+        if (left)
+            handed += queueRest(port, rest);
+        if (handed == count)
             port.writers.leave(place); // nobody has come meanwhile
-            return count;
-        }
     }
-    return WaitingWrite(port, place, bytes, handed, asked, milliseconds).run();
+    // The caller's next write may well be what sends it.
+    if (left && port.sending.callerLeaves())
+        port.wakeThread();
+    return handed == count ? count : WaitingWrite(port, place, bytes, handed, asked, milliseconds).run();
 }
 
 } // namespace brisolt::exchange

@@ -88,16 +88,16 @@ TEST(FieldLine, StartsAsThePathAsksAndIsSetInOneStep) {
 }
 
 TEST(FieldExchange, BothWaysAtOnceNoByteIsLostAndThoseOfTwoWritersNeverMix) {
-    constexpr int32_t calls = 300, block = 6000;
+    constexpr int32_t calls = 300, length = 3000, total = calls * length * 3; // the other's are twice as long
     const Pty far;
     const FieldPort port(far.slavePath());
-    const std::string bytes = pattern(1 << 20), blocks[] = {pattern(block, 1), pattern(block, 2)};
+    const std::string bytes = pattern(1 << 20), blocks[] = {pattern(length, 1), pattern(2 * length, 2)};
     auto sends = std::async(std::launch::async, [&] { return far.write(bytes, 60s); });
-    auto hears = std::async(std::launch::async, [&] { return far.read(2 * calls * block, 60s); });
+    auto hears = std::async(std::launch::async, [&] { return far.read(total, 60s); });
     const auto writer = [&](int which) { // whose turn always comes
         int32_t whole = 0;
         for (int32_t i = 0; i < calls; ++i)
-            whole += port.write(blocks[which], 20000) == block ? 1 : 0;
+            whole += port.write(blocks[which], 20000) == (which + 1) * length ? 1 : 0;
         return whole;
     };
     auto one = std::async(std::launch::async, writer, 0), other = std::async(std::launch::async, writer, 1);
@@ -106,9 +106,12 @@ TEST(FieldExchange, BothWaysAtOnceNoByteIsLostAndThoseOfTwoWritersNeverMix) {
     EXPECT_EQ(one.get(), calls);
     EXPECT_EQ(other.get(), calls);
     const std::string heard = hears.get();
-    ASSERT_EQ(heard.size(), 2U * calls * block);
-    for (std::size_t i = 0; i < heard.size(); i += block)
-        ASSERT_TRUE(heard.substr(i, block) == blocks[0] || heard.substr(i, block) == blocks[1]) << i;
+    ASSERT_EQ(heard.size(), std::size_t{total});
+    for (std::size_t i = 0; i < heard.size();) {
+        const std::string& block = heard.compare(i, length, blocks[0]) == 0 ? blocks[0] : blocks[1];
+        ASSERT_EQ(heard.compare(i, block.size(), block), 0) << i;
+        i += block.size();
+    }
     EXPECT_EQ(port.counters().received, bytes.size());
     EXPECT_EQ(port.counters().sent, heard.size());
 }
@@ -125,6 +128,20 @@ TEST(FieldExchange, WhatOneReaderLeavesWakesTheOther) {
         ASSERT_EQ(mine.size() + other.get().size(), 2U) << round;
     }
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 15s) << "a byte was found when the time was over";
+}
+
+TEST(FieldExchange, WhatAFullDeviceLeavesOfAShortWriteNeedsNoFurtherCall) {
+    const Pty far;
+    const FieldPort port(far.slavePath());
+    for (uint64_t before = 0; before < 1'000'000; before = port.counters().sent) {
+        std::string written;
+        while (port.counters().sent == before + written.size()) {
+            const std::string piece = pattern(1000, static_cast<uint32_t>(written.size()));
+            ASSERT_EQ(port.write(piece, -1), 1000);
+            written += piece;
+        }
+        ASSERT_TRUE(far.read(written.size(), 5s) == written) << before;
+    }
 }
 
 TEST(FieldExchange, WhatOthersQueueGoesBehindAWholeCall) {
