@@ -75,12 +75,17 @@ std::size_t ringRoom(const Port& port) noexcept {
     return static_cast<std::size_t>(std::max(port.tx.size - port.tx.count() - 1, 0));
 }
 
+/// Whether the port's thread would come at once: it has no pace and runs no function of the program's.
+bool threadIsQuick(const Port& port) noexcept {
+    const PortRecord& record = *port.record;
+    return port.threaded() && record.threadSleep == 0 && record.suspended != 1 && port.device.canWait() &&
+           !hasNotifications(port) && record.escapeFunc.load() == nullptr;
+}
+
 /// Whether the ring has room, and a thread behind it that sends what nobody else does as soon as it can.
 bool ringTakesOver(const Port& port, Bytes bytes) noexcept {
-    const PortRecord& record = *port.record;
-    bool quick = port.threaded() && record.threadSleep == 0 && record.suspended != 1 && port.device.canWait();
-    return quick && port.lossless != 0 && port.halfDuplex == 0 && bytes.size() <= ringRoom(port) &&
-           port.device.state() == COM_HOST_DEVICE_THERE && !port.ending();
+    return port.lossless != 0 && port.halfDuplex == 0 && bytes.size() <= ringRoom(port) &&
+           threadIsQuick(port) && port.device.state() == COM_HOST_DEVICE_THERE && !port.ending();
 }
 
 /// A short write behind others that wait for room; whoever queued those has seen to it that they leave.
