@@ -18,9 +18,9 @@ extern "C" {
 /* Hands over all `count` bytes, waiting for room at most that long (0: what fits now). While nothing is queued
  * the bytes go from the caller's buffer to the device, on the caller's thread; when the device stops taking
  * them, or the time is over, the transmit ring takes the rest as far as it has room: of a write of up to 4 KB at
- * once, if the port is lossless and its thread runs no function of the program's (notifications, escape, a pace;
- * the rest leaves with the caller's next write or wait on the port, else within a millisecond or when the device
- * has room); of others when the device has taken nothing for 20 ms. Bytes of two callers never mix inside one
+ * once, if the port is lossless, has no notifications, escape function or pace, and no other thread waits for its
+ * bytes (the rest leaves with the caller's next write or wait on the port, else within a millisecond or when the
+ * device has room); of others when the device has taken nothing for 20 ms. Bytes of two callers never mix inside one
  * call; two writers take turns, readers are not held up. The buffer is not changed. On a port that is not
  * lossless what the ring took may be given up as after ComWrite. Before a program ends, ComHostDrain or
  * ComHostClose waits for what the ring still holds.

@@ -75,11 +75,13 @@ std::size_t ringRoom(const Port& port) noexcept {
     return static_cast<std::size_t>(std::max(port.tx.size - port.tx.count() - 1, 0));
 }
 
-/// Whether the port's thread would come at once: it has no pace and runs no function of the program's.
+/// Whether the port's thread would come at once: it has no pace and runs no function of the program's. Who waits
+/// for bytes would send in its place, and be called away from them for every block.
 bool threadIsQuick(const Port& port) noexcept {
     const PortRecord& record = *port.record;
-    return port.threaded() && record.threadSleep == 0 && record.suspended != 1 && port.device.canWait() &&
-           !hasNotifications(port) && record.escapeFunc.load() == nullptr;
+    bool alone = port.receiving.callers.load(std::memory_order_relaxed) == 0;
+    return alone && port.threaded() && record.threadSleep == 0 && record.suspended != 1 &&
+           port.device.canWait() && !hasNotifications(port) && record.escapeFunc.load() == nullptr;
 }
 
 /// Whether the ring has room, and a thread behind it that sends what nobody else does as soon as it can.
