@@ -22,6 +22,7 @@ BRISOLT_EXPORT int32_t ComHostClose(int32_t port, int32_t milliseconds) {
     return onPort(port, -1, [milliseconds](Port& open) {
         bool left = exchange::leftAfter(open, milliseconds);
         int32_t closed = open.hasDevice() ? closePortAtOnce(open) : closeVirtualAtOnce(open);
+        left = left || open.tx.count() > 0; // what another thread has written since then
         return closed == 1 && left ? 0 : closed;
     });
 }
